@@ -1,0 +1,21 @@
+# Compiler settings of every target of this project: kiv_target_options(target).
+
+find_program(KIV_CCACHE ccache)
+if(KIV_CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
+  set(CMAKE_CXX_COMPILER_LAUNCHER ${KIV_CCACHE})
+endif()
+
+if(KIV_SANITIZE)
+  add_compile_options(-fsanitize=${KIV_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=${KIV_SANITIZE})
+endif()
+
+function(kiv_target_options target)
+  target_compile_options(${target} PRIVATE
+    -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual -Wcast-qual
+    -Wformat=2 -Werror
+    -ffp-contract=off) # results must not depend on the target's fused operations
+  if(WIN32)
+    target_compile_definitions(${target} PRIVATE UNICODE _UNICODE NOMINMAX WIN32_LEAN_AND_MEAN _WIN32_WINNT=0x0A00)
+  endif()
+endfunction()

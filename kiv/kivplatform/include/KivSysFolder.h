@@ -1,0 +1,51 @@
+// Paths and folders.
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "KivSysText.h"
+
+namespace kiv {
+
+struct KivSysFolderEntry {
+  KivWString m_csName;
+  bool m_bFolder = false;
+};
+
+namespace sys {
+
+// The separator that this platform's paths are built with. Both '/' and '\' separate on Windows, '/' alone on Linux.
+extern const char16_t kSeparator;
+// What an executable's name ends with: ".exe", or nothing.
+extern const KivWStringView kExecutableSuffix;
+
+// True for a file or a folder. A delete-on-close file whose owner was killed does not exist (and is removed).
+bool PathExists(const KivWString& csPath);
+bool FolderExists(const KivWString& csPath);
+
+// All entries but "." and "..", in no order, by the same rule of existence; false if the listing cannot start.
+bool ListFolder(const KivWString& csFolder, std::vector<KivSysFolderEntry>& vzEntries);
+
+bool MakeFolder(const KivWString& csFolder);    // one level, private to the user
+bool RemoveFolder(const KivWString& csFolder);  // an empty one
+bool RemoveFileAt(const KivWString& csPath);
+bool ClearReadOnly(const KivWString& csPath);
+// Fails if the target exists. 0, or the C library's non-zero result.
+int32_t RenamePath(const KivWString& csFrom, const KivWString& csTo);
+// Fails if the target exists, and leaves no part of a target that it made.
+bool CopyFileTo(const KivWString& csFrom, const KivWString& csTo);
+
+bool IsRelativePath(const KivWString& csPath);
+// Path of the running executable; false on failure.
+bool ProgramPath(KivWString& csPath);
+// True if files can be made in the folder.
+bool CanWriteFolder(const KivWString& csFolder);
+// Where private temporary folders may stand when the program's own folder cannot be written: $XDG_RUNTIME_DIR,
+// $TMPDIR, /tmp; on Windows the user's temporary folder. Without a separator at the end.
+KivWString PrivateTempFolder();
+// An environment variable's value; false if it is not set.
+bool EnvironmentText(const KivWString& csName, KivWString& csValue);
+
+}  // namespace sys
+}  // namespace kiv

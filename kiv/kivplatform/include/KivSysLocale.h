@@ -1,0 +1,24 @@
+// Locale, language and what the system says of itself.
+#pragma once
+
+#include <cstdint>
+
+#include "KivSysText.h"
+
+namespace kiv::sys {
+
+// Numbers are read and written with a point, whatever the user's settings.
+bool SetNumericLocaleC();
+// The user's default language identifier in the numbering of Windows (0x0409 is US English). Linux maps the language
+// of LC_ALL, LC_MESSAGES or LANG; 0x0409 where it knows none.
+uint32_t UserLanguageId();
+
+// Major and minor version of the system: of Windows, or of the Linux kernel.
+void SystemVersion(uint32_t& iMajor, uint32_t& iMinor);
+// 0 if the system gives none.
+uint32_t AllocationGranularity();
+// DNS domains of this machine; false if the query fails.
+bool DnsDomain(KivWString& csDomain);
+bool PhysicalDnsDomain(KivWString& csDomain);
+
+}  // namespace kiv::sys
