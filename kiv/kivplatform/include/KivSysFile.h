@@ -66,7 +66,7 @@ class KivSysFile {
   void Close() noexcept;
 
   // One transfer. True with the number of bytes done, which is less than nCount at the end of the file (0 at or
-  // behind it) or on a short device transfer; false with nDone 0 on failure.
+  // behind it) or on a short device transfer; false on failure, with what the system says was done (as a rule 0).
   bool ReadAt(uint64_t iOffset, void* pBuffer, uint32_t nCount, uint32_t& nDone);
   bool WriteAt(uint64_t iOffset, const void* pBuffer, uint32_t nCount, uint32_t& nDone);
 

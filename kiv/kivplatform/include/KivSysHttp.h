@@ -25,7 +25,7 @@ class KivSysHttpRequest {
   KivSysHttpRequest(const KivSysHttpRequest&) = delete;
   KivSysHttpRequest& operator=(const KivSysHttpRequest&) = delete;
 
-  // HTTP status of the answer, after redirections.
+  // HTTP status of the answer. Redirections are not followed.
   bool GetStatus(uint32_t& iStatus) const;
   // A header of the answer by its name, case ignored; false if it is not there.
   bool GetHeader(const KivWString& csName, KivWString& csValue) const;
@@ -45,9 +45,10 @@ class KivSysHttpConnection {
   KivSysHttpConnection(const KivSysHttpConnection&) = delete;
   KivSysHttpConnection& operator=(const KivSysHttpConnection&) = delete;
 
-  // Sends a GET with the header lines (each ended by CR LF; may be empty). Null if nothing could be sent or no answer
-  // came.
-  std::unique_ptr<KivSysHttpRequest> Get(const KivWString& csPath, const KivWString& csHeaders);
+  // Sends a GET that accepts "application/octet-stream" and "*/*", with a referrer (empty: none) and further header
+  // lines (separated by CR LF; may be empty). Null if nothing could be sent or no answer came.
+  std::unique_ptr<KivSysHttpRequest> Get(const KivWString& csPath, const KivWString& csReferrer,
+                                         const KivWString& csHeaders);
 
  private:
   friend class KivSysHttpSession;

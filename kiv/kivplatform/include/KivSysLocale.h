@@ -7,11 +7,12 @@
 
 namespace kiv::sys {
 
-// Numbers are read and written with a point, whatever the user's settings.
-bool SetNumericLocaleC();
-// The user's default language identifier in the numbering of Windows (0x0409 is US English). Linux maps the language
-// of LC_ALL, LC_MESSAGES or LANG; 0x0409 where it knows none.
-uint32_t UserLanguageId();
+// The user's locale holds, but for numbers: they are read and written with a point, whatever the user's settings.
+// False if the numeric part could not be set.
+bool SetUserLocaleWithPoint();
+// The system's default language identifier in the numbering of Windows (0x0409 is US English), the user's where that
+// is not to be had. Linux maps the language of LC_ALL, LC_MESSAGES or LANG; 0x0409 where it knows none.
+uint32_t LanguageId();
 
 // Major and minor version of the system: of Windows, or of the Linux kernel.
 void SystemVersion(uint32_t& iMajor, uint32_t& iMinor);
