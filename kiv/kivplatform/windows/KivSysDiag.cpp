@@ -1,0 +1,195 @@
+#include "KivSysDiag.h"
+
+#include <process.h>
+
+#include "KivSysWindows.h"
+// Needs windows.h before it.
+#include <dbghelp.h>
+
+#include <atomic>
+#include <cinttypes>
+#include <cstdio>
+#include <map>
+#include <string>
+#include <utility>
+
+namespace kiv::sys {
+namespace {
+
+constexpr uint32_t kMostFrames = 512;
+constexpr size_t kMostLineBytes = 520;
+constexpr DWORD kMostSymbolUnits = 260;
+
+std::function<bool(const KivWString&, const KivWString&)> g_pfnSystemLogHook;
+std::function<void(const KivWString&)> g_pfnMessageHook;
+
+bool InitializeSymbols() {
+  static const bool bOk = [] {
+    SymSetOptions(SymGetOptions() | SYMOPT_LOAD_LINES);
+    return SymInitialize(GetCurrentProcess(), nullptr, TRUE) != FALSE;
+  }();
+  return bOk;
+}
+
+struct ContextRequest {
+  HANDLE m_hThread = nullptr;
+  CONTEXT m_zContext = {};
+  bool m_bOk = false;
+  std::atomic<bool> m_bDone{false};
+};
+
+// Reads the registers of the thread that waits for m_bDone at a known place.
+unsigned __stdcall ReadContext(void* pArgument) {
+  auto* pzRequest = static_cast<ContextRequest*>(pArgument);
+  pzRequest->m_zContext.ContextFlags = 0x10000B;  // control, integer and floating-point registers
+  pzRequest->m_bOk = GetThreadContext(pzRequest->m_hThread, &pzRequest->m_zContext) != FALSE;
+  pzRequest->m_bDone.store(true, std::memory_order_release);
+  return 0;
+}
+
+BOOL CALLBACK AddModule(PCSTR szName, DWORD64 iBase, PVOID pContext) {
+  (*static_cast<std::map<std::string, uint64_t>*>(pContext))[szName] = iBase;
+  return TRUE;
+}
+
+// File name of an image path, up to its first dot: the name that the module list knows.
+std::string ModuleKey(const char* szImage) {
+  std::string strName = szImage;
+  const size_t iSlash = strName.find_last_of("\\/");
+  if (iSlash != std::string::npos) strName.erase(0, iSlash + 1);
+  return strName.substr(0, strName.find('.'));
+}
+
+std::string ImageFileName(const char* szImage) {
+  const std::string strName = szImage;
+  const size_t iSlash = strName.find_last_of("\\/");
+  return iSlash == std::string::npos ? strName : strName.substr(iSlash + 1);
+}
+
+void AppendSymbol(HANDLE hProcess, uint64_t iAddress, std::string& strLine) {
+  union {
+    IMAGEHLP_SYMBOL64 m_zSymbol;
+    char m_acRoom[sizeof(IMAGEHLP_SYMBOL64) + kMostSymbolUnits];
+  } zRecord = {};
+  zRecord.m_zSymbol.SizeOfStruct = sizeof(IMAGEHLP_SYMBOL64);
+  zRecord.m_zSymbol.MaxNameLength = kMostSymbolUnits;
+  DWORD64 iDisplacement = 0;
+  if (!SymGetSymFromAddr64(hProcess, iAddress, &iDisplacement, &zRecord.m_zSymbol)) {
+    strLine += "<Unknown Symbol>";
+    return;
+  }
+  strLine += zRecord.m_zSymbol.Name;
+  if (iDisplacement != 0) strLine += " + " + std::to_string(static_cast<int64_t>(iDisplacement)) + " bytes";
+}
+
+void AppendLine(HANDLE hProcess, uint64_t iAddress, std::string& strLine) {
+  IMAGEHLP_LINE64 zLine = {};
+  zLine.SizeOfStruct = sizeof zLine;
+  DWORD iDisplacement = 0;
+  if (!SymGetLineFromAddr64(hProcess, iAddress, &iDisplacement, &zLine)) return;
+  strLine += "(" + std::string(zLine.FileName) + ", Line " + std::to_string(zLine.LineNumber);
+  if (iDisplacement != 0) strLine += " + " + std::to_string(iDisplacement) + " bytes";
+  strLine += ")";
+}
+
+}  // namespace
+
+KivSysStack CaptureStack(uint32_t nSkip) {
+  KivSysStack zStack;
+  InitializeSymbols();
+  const HANDLE hProcess = GetCurrentProcess();
+  ContextRequest zRequest;
+  if (!DuplicateHandle(hProcess, GetCurrentThread(), hProcess, &zRequest.m_hThread, 0, FALSE, DUPLICATE_SAME_ACCESS))
+    return zStack;
+  const uintptr_t hHelper = _beginthreadex(nullptr, 0, ReadContext, &zRequest, 0, nullptr);
+  if (hHelper != 0) {
+    while (!zRequest.m_bDone.load(std::memory_order_acquire)) {
+    }
+    CloseHandle(ToHandle(static_cast<intptr_t>(hHelper)));
+  }
+  CloseHandle(zRequest.m_hThread);
+  if (!zRequest.m_bOk) return zStack;
+
+  STACKFRAME64 zFrame = {};
+  zFrame.AddrPC.Offset = zRequest.m_zContext.Rip;
+  zFrame.AddrPC.Mode = AddrModeFlat;
+  zFrame.AddrFrame.Offset = zRequest.m_zContext.Rbp;
+  zFrame.AddrFrame.Mode = AddrModeFlat;
+  zFrame.AddrStack.Offset = zRequest.m_zContext.Rsp;
+  zFrame.AddrStack.Mode = AddrModeFlat;
+  for (uint32_t i = 0; i < kMostFrames; ++i) {
+    if (!StackWalk64(IMAGE_FILE_MACHINE_AMD64, hProcess, GetCurrentThread(), &zFrame, &zRequest.m_zContext, nullptr,
+                     SymFunctionTableAccess64, SymGetModuleBase64, nullptr))
+      break;
+    if (zFrame.AddrPC.Offset != 0) zStack.m_viAddress.push_back(zFrame.AddrPC.Offset);
+  }
+  const size_t nDrop = nSkip < zStack.m_viAddress.size() ? nSkip : zStack.m_viAddress.size();
+  zStack.m_viAddress.erase(zStack.m_viAddress.begin(), zStack.m_viAddress.begin() + static_cast<ptrdiff_t>(nDrop));
+  return zStack;
+}
+
+KivWString StackText(const KivSysStack& zStack) {
+  const HANDLE hProcess = GetCurrentProcess();
+  std::map<std::string, uint64_t> mapModules;
+  if (!InitializeSymbols() || zStack.m_viAddress.empty() || !SymEnumerateModules64(hProcess, AddModule, &mapModules))
+    return {};
+  std::string strText;
+  for (const uint64_t iAddress : zStack.m_viAddress) {
+    IMAGEHLP_MODULE64 zModule = {};
+    zModule.SizeOfStruct = sizeof zModule;
+    const bool bModule = SymGetModuleInfo64(hProcess, iAddress, &zModule) != FALSE;
+    uint64_t iOffset = 0;
+    if (bModule) {
+      const auto itModule = mapModules.find(ModuleKey(zModule.ImageName));
+      if (itModule == mapModules.end()) continue;
+      iOffset = iAddress - itModule->second;
+    }
+    char acAddress[64];
+    std::snprintf(acAddress, sizeof acAddress, "0x%0*" PRIX64 "(0x%08" PRIX32 ")", 16, iAddress,
+                  static_cast<uint32_t>(iOffset));
+    std::string strLine = acAddress;
+    strLine += (bModule ? ImageFileName(zModule.ImageName) : std::string("<Unknown Module>")) + ": ";
+    AppendSymbol(hProcess, iAddress, strLine);
+    AppendLine(hProcess, iAddress, strLine);
+    if (strLine.size() > kMostLineBytes - 1) strLine.resize(kMostLineBytes - 1);
+    strText += strLine + "\n";
+  }
+  return AnsiToWide(strText);
+}
+
+bool WriteSystemLog(const KivWString& csSource, const KivWString& csText) {
+  if (g_pfnSystemLogHook) return g_pfnSystemLogHook(csSource, csText);
+  const HANDLE hLog = RegisterEventSourceW(nullptr, ToSystem(csSource).c_str());
+  if (hLog == nullptr) return false;
+  const std::wstring csSystem = ToSystem(csText);
+  const wchar_t* aszText[] = {csSystem.c_str()};
+  const BOOL bOk = ReportEventW(hLog, EVENTLOG_ERROR_TYPE, 0, 0, nullptr, 1, 0, aszText, nullptr);
+  DeregisterEventSource(hLog);
+  return bOk != FALSE;
+}
+
+void SetSystemLogHook(std::function<bool(const KivWString&, const KivWString&)> pfnHook) {
+  g_pfnSystemLogHook = std::move(pfnHook);
+}
+
+void ShowMessage(const KivWString& csText) {
+  if (g_pfnMessageHook) {
+    g_pfnMessageHook(csText);
+    return;
+  }
+  MessageBoxW(nullptr, ToSystem(csText).c_str(), nullptr, MB_OK | MB_ICONEXCLAMATION);
+}
+
+void SetMessageHook(std::function<void(const KivWString&)> pfnHook) {
+  g_pfnMessageHook = std::move(pfnHook);
+}
+
+bool ValidateHeaps() {
+  HANDLE ahHeap[100];
+  const DWORD nHeaps = GetProcessHeaps(100, ahHeap);
+  bool bSound = true;
+  for (DWORD i = 0; i < nHeaps && i < 100; ++i) bSound = HeapValidate(ahHeap[i], 0, nullptr) != FALSE && bSound;
+  return bSound;
+}
+
+}  // namespace kiv::sys

@@ -1,0 +1,136 @@
+#include "KivSysFolder.h"
+
+#include <direct.h>
+#include <shlwapi.h>
+
+#include <atomic>
+#include <cstdio>
+
+#include "KivSysFile.h"
+#include "KivSysProcess.h"
+#include "KivSysWindows.h"
+
+namespace kiv::sys {
+namespace {
+
+// A path that the system would cut at a zero unit names nothing.
+bool IsUsable(const KivWString& csPath) {
+  return !csPath.empty() && csPath.find(u'\0') == KivWString::npos;
+}
+
+DWORD Attributes(const KivWString& csPath) {
+  return IsUsable(csPath) ? GetFileAttributesW(ToSystem(csPath).c_str()) : INVALID_FILE_ATTRIBUTES;
+}
+
+}  // namespace
+
+const char16_t kSeparator = u'\\';
+const KivWStringView kExecutableSuffix = u".exe";
+
+bool PathExists(const KivWString& csPath) {
+  return Attributes(csPath) != INVALID_FILE_ATTRIBUTES;
+}
+
+bool FolderExists(const KivWString& csPath) {
+  const DWORD iAttributes = Attributes(csPath);
+  return iAttributes != INVALID_FILE_ATTRIBUTES && (iAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+}
+
+bool ListFolder(const KivWString& csFolder, std::vector<KivSysFolderEntry>& vzEntries) {
+  vzEntries.clear();
+  if (!IsUsable(csFolder) || FaultFails(KivSysCall::FolderList)) return false;
+  WIN32_FIND_DATAW zFound;
+  const HANDLE hFind = FindFirstFileW(ToSystem(csFolder + u"\\*").c_str(), &zFound);
+  if (hFind == INVALID_HANDLE_VALUE) return GetLastError() == ERROR_FILE_NOT_FOUND && FolderExists(csFolder);
+  do {
+    KivSysFolderEntry zEntry;
+    zEntry.m_csName = FromSystem(zFound.cFileName);
+    zEntry.m_bFolder = (zFound.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+    if (zEntry.m_csName != u"." && zEntry.m_csName != u"..") vzEntries.push_back(std::move(zEntry));
+  } while (FindNextFileW(hFind, &zFound));
+  FindClose(hFind);
+  return true;
+}
+
+bool MakeFolder(const KivWString& csFolder) {
+  if (!IsUsable(csFolder) || FaultFails(KivSysCall::FolderMake)) return false;
+  return _wmkdir(ToSystem(csFolder).c_str()) == 0;
+}
+
+bool RemoveFolder(const KivWString& csFolder) {
+  if (!IsUsable(csFolder) || FaultFails(KivSysCall::FolderRemove)) return false;
+  return RemoveDirectoryW(ToSystem(csFolder).c_str()) != FALSE;
+}
+
+bool RemoveFileAt(const KivWString& csPath) {
+  if (!IsUsable(csPath) || FaultFails(KivSysCall::FileRemove)) return false;
+  return DeleteFileW(ToSystem(csPath).c_str()) != FALSE;
+}
+
+bool ClearReadOnly(const KivWString& csPath) {
+  const DWORD iAttributes = Attributes(csPath);
+  if (iAttributes == INVALID_FILE_ATTRIBUTES) return false;
+  if ((iAttributes & FILE_ATTRIBUTE_READONLY) == 0) return true;
+  return SetFileAttributesW(ToSystem(csPath).c_str(), iAttributes & ~static_cast<DWORD>(FILE_ATTRIBUTE_READONLY)) !=
+         FALSE;
+}
+
+int32_t RenamePath(const KivWString& csFrom, const KivWString& csTo) {
+  if (!IsUsable(csFrom) || !IsUsable(csTo) || FaultFails(KivSysCall::FileMove)) return -1;
+  return _wrename(ToSystem(csFrom).c_str(), ToSystem(csTo).c_str());
+}
+
+bool CopyFileTo(const KivWString& csFrom, const KivWString& csTo) {
+  if (!IsUsable(csFrom) || !IsUsable(csTo) || FaultFails(KivSysCall::FileCopy)) return false;
+  return CopyFileW(ToSystem(csFrom).c_str(), ToSystem(csTo).c_str(), TRUE) != FALSE;
+}
+
+bool IsRelativePath(const KivWString& csPath) {
+  // PathIsRelativeW takes no path of 260 units or more; the beginning decides.
+  return PathIsRelativeW(ToSystem(csPath.substr(0, 200)).c_str()) != FALSE;
+}
+
+bool ProgramPath(KivWString& csPath) {
+  wchar_t acPath[260] = {};
+  const DWORD nLength = GetModuleFileNameW(nullptr, acPath, 260);
+  if (nLength == 0 || nLength >= 260) return false;
+  csPath = FromSystem(std::wstring_view(acPath, nLength));
+  return true;
+}
+
+bool CanWriteFolder(const KivWString& csFolder) {
+  static std::atomic<uint32_t> iCounter{0};
+  KivSysOpenMode zMode;
+  zMode.m_iAccess = KivSysAccess::ReadWrite;
+  zMode.m_iShare = KivSysShare::None;
+  zMode.m_iDisposition = KivSysDisposition::CreateNew;
+  zMode.m_iFlags = KivSysFileFlags::Temporary | KivSysFileFlags::DeleteOnClose;
+  const std::string strName =
+      "\\kiv_write_test_" + std::to_string(CurrentProcessNumber()) + "_" + std::to_string(++iCounter);
+  return KivSysFile::Open(csFolder + AnsiToWide(strName), zMode).IsOpen();
+}
+
+KivWString PrivateTempFolder() {
+  wchar_t acPath[MAX_PATH + 2] = {};
+  const DWORD nLength = GetTempPathW(MAX_PATH + 1, acPath);
+  KivWString csPath = nLength == 0 || nLength > MAX_PATH ? KivWString(u"C:\\tmp") : FromSystem(acPath);
+  while (csPath.size() > 3 && csPath.back() == u'\\') csPath.pop_back();
+  return csPath;
+}
+
+bool EnvironmentText(const KivWString& csName, KivWString& csValue) {
+  const std::wstring csSystem = ToSystem(csName);
+  std::wstring csText(256, L'\0');
+  for (;;) {
+    SetLastError(NO_ERROR);
+    const DWORD nLength = GetEnvironmentVariableW(csSystem.c_str(), csText.data(), static_cast<DWORD>(csText.size()));
+    if (nLength == 0 && GetLastError() == ERROR_ENVVAR_NOT_FOUND) return false;
+    if (nLength < csText.size()) {
+      csValue = FromSystem(std::wstring_view(csText.data(), nLength));
+      return true;
+    }
+    csText.resize(nLength + 1);
+  }
+}
+
+}  // namespace kiv::sys

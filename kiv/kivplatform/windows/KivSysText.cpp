@@ -1,0 +1,26 @@
+#include "KivSysText.h"
+
+#include "KivSysWindows.h"
+
+namespace kiv::sys {
+
+std::string WideToAnsi(KivWStringView csText) {
+  if (csText.empty()) return {};
+  const std::wstring csSystem = ToSystem(csText);
+  const int nUnits = static_cast<int>(csSystem.size());
+  const int nBytes = WideCharToMultiByte(CP_ACP, 0, csSystem.data(), nUnits, nullptr, 0, nullptr, nullptr);
+  std::string strText(static_cast<size_t>(nBytes), '\0');
+  WideCharToMultiByte(CP_ACP, 0, csSystem.data(), nUnits, strText.data(), nBytes, nullptr, nullptr);
+  return strText;
+}
+
+KivWString AnsiToWide(std::string_view strText) {
+  if (strText.empty()) return {};
+  const int nBytes = static_cast<int>(strText.size());
+  const int nUnits = MultiByteToWideChar(CP_ACP, 0, strText.data(), nBytes, nullptr, 0);
+  std::wstring csText(static_cast<size_t>(nUnits), L'\0');
+  MultiByteToWideChar(CP_ACP, 0, strText.data(), nBytes, csText.data(), nUnits);
+  return FromSystem(csText);
+}
+
+}  // namespace kiv::sys
