@@ -1,0 +1,18 @@
+#!/usr/bin/env bash
+# Installs what is missing, builds, and shows the library at work. Safe to repeat.
+set -euo pipefail
+cd "$(dirname "$0")"
+export KIV_LOG_DIR="$PWD/build/logs"
+mkdir -p "$KIV_LOG_DIR"
+source scripts/packages.sh
+
+say "packages"
+need_packages "${KIV_BUILD_PACKAGES[@]}"
+
+say "build"
+cmake --preset linux -DKIV_BUILD_TESTS=OFF -DKIV_BUILD_FUZZERS=OFF -B build/run >"$KIV_LOG_DIR/configure-run.log" 2>&1 ||
+  { tail -n 30 "$KIV_LOG_DIR/configure-run.log"; exit 1; }
+cmake --build build/run -j "$(nproc)"
+
+say "base services"
+build/run/examples/base_services

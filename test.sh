@@ -1,0 +1,81 @@
+#!/usr/bin/env bash
+# Installs what is missing, builds, and runs the tests. Safe to repeat.
+#
+#   ./test.sh                       everything
+#   ./test.sh native windows        only these stages: checks native asan windows
+set -euo pipefail
+cd "$(dirname "$0")"
+export KIV_LOG_DIR="$PWD/build/logs"
+mkdir -p "$KIV_LOG_DIR"
+source scripts/packages.sh
+
+stages=("$@")
+[ ${#stages[@]} -gt 0 ] || stages=(checks native asan windows)
+jobs=$(nproc)
+failed=()
+started=$SECONDS
+
+wants() { local stage; for stage in "${stages[@]}"; do [ "$stage" = "$1" ] && return 0; done; return 1; }
+
+for stage in "${stages[@]}"; do
+  case "$stage" in checks | native | asan | windows) ;; *) echo "test.sh: no stage '$stage'" >&2; exit 2 ;; esac
+done
+
+# Builds a preset with its progress line, and keeps the log.
+build() {
+  cmake --preset "$1" >"$KIV_LOG_DIR/configure-$1.log" 2>&1 || { tail -n 30 "$KIV_LOG_DIR/configure-$1.log"; return 1; }
+  cmake --build --preset "$1" -j "$jobs"
+}
+
+run_tests() { ctest --preset "$1" -j "$jobs" --no-tests=error --output-on-failure --timeout 600 --progress; }
+
+stage() { # name command...
+  local name=$1 from=$SECONDS
+  shift
+  say "$name"
+  if "$@"; then echo "-- $name: good after $((SECONDS - from)) s"; else
+    echo "-- $name: FAILED after $((SECONDS - from)) s"
+    failed+=("$name")
+  fi
+}
+
+checks() {
+  python3 cmake/check_layers.py . || return 1
+  git ls-files '*.h' '*.cpp' | xargs clang-format --dry-run --Werror || return 1
+  echo "format: $(git ls-files '*.h' '*.cpp' | wc -l) files as .clang-format says"
+}
+
+native() { build linux && run_tests linux; }
+asan() { build linux-asan && run_tests linux-asan; }
+
+windows() {
+  build windows || return 1
+  export WINEPREFIX="$PWD/build/wine" WINEARCH=win64 WINEDEBUG=-all
+  export WINEDLLOVERRIDES="mscoree=;mshtml=;winemenubuilder.exe=d;winedbg.exe=d"
+  unset DISPLAY http_proxy https_proxy HTTP_PROXY HTTPS_PROXY
+  local server
+  server=$(command -v wineserver || ls /usr/lib/wine/wineserver64 /usr/lib/wine/wineserver 2>/dev/null | head -n 1)
+  [ -n "$server" ] || { echo "wineserver is not there"; return 1; }
+  # One server for all tests: a fresh one for each would cost over a second.
+  scripts/wine-run wineboot -i </dev/null >"$KIV_LOG_DIR/wineboot.log" 2>&1 || { cat "$KIV_LOG_DIR/wineboot.log"; return 1; }
+  "$server" -p </dev/null
+  local code=0
+  run_tests windows || code=$?
+  "$server" -k || true
+  return $code
+}
+
+say "packages"
+packages=("${KIV_BUILD_PACKAGES[@]}" "${KIV_TEST_PACKAGES[@]}")
+wants checks && packages+=("${KIV_CHECK_PACKAGES[@]}")
+wants windows && packages+=("${KIV_WINDOWS_PACKAGES[@]}")
+need_packages "${packages[@]}"
+
+for name in "${stages[@]}"; do stage "$name" "$name"; done
+
+say "result after $((SECONDS - started)) s"
+if [ ${#failed[@]} -gt 0 ]; then
+  echo "failed: ${failed[*]}"
+  exit 1
+fi
+echo "all stages good: ${stages[*]}"
