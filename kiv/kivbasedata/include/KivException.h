@@ -29,7 +29,10 @@ class KivException : public std::exception {
   const char* what() const noexcept override;
 
  private:
+  friend void KivReportFailure(const char* szCondition, const char* szSource, int32_t iLine);
   struct Stack;
+  KivException(const char* szCondition, const char* szSource, int32_t iLine, bool bRecord, KivSysStack zStack);
+
   KivWString m_csMessage;
   KivWString m_csFile;
   int32_t m_iLine = 0;
