@@ -1,0 +1,240 @@
+#include "KivHistoryFile.h"
+
+#include <algorithm>
+
+#include "KivDataSpaceBase.h"
+#include "KivException.h"
+
+namespace kiv {
+namespace {
+
+constexpr char kSource[] = "src\\KivHistoryFile";
+
+}  // namespace
+
+KivHistoryFile::~KivHistoryFile() {
+  for (KivHistoryFile* pSnapShot : m_vpSnapShotData)
+    if (pSnapShot != nullptr) {
+      pSnapShot->m_pOriginal = nullptr;
+      pSnapShot->m_bLeft = true;
+    }
+  if (m_pOriginal == nullptr) return;
+  std::vector<KivHistoryFile*>& vpList = m_pOriginal->m_vpSnapShotData;
+  if (!m_bHandedOut && !vpList.empty() && vpList.back() == this)
+    vpList.pop_back();
+  else
+    std::replace(vpList.begin(), vpList.end(), this, static_cast<KivHistoryFile*>(nullptr));
+}
+
+void KivHistoryFile::LeaveOriginal() {
+  m_pOriginal = nullptr;
+  m_bLeft = true;
+}
+
+bool KivHistoryFile::AdvanceCaching(uint32_t) {
+  KIV_FAIL();
+  return false;
+}
+
+void KivHistoryFile::GetCacheStatusMap(double (&)[100]) {
+  KIV_FAIL();
+}
+
+bool KivHistoryFile::SaveCache(const KivWString&, uint64_t) {
+  KIV_FAIL();
+  return false;
+}
+
+bool KivHistoryFile::LoadCache(const KivWString&) {
+  KIV_FAIL();
+  return false;
+}
+
+bool KivHistoryFile::IsCacheEnabled() {
+  KIV_FAIL();
+  return false;
+}
+
+void KivHistoryFile::DisableCache() {
+  KIV_FAIL();
+}
+
+bool KivHistoryFile::IsRangeCached(uint64_t, uint64_t, uint32_t) {
+  return true;
+}
+
+void KivHistoryFile::RequestBackGroundRead(uint64_t, uint32_t) {}
+
+bool KivHistoryFile::IsBackGroundReadDone(uint64_t) {
+  return false;
+}
+
+uint8_t* KivHistoryFile::GetDirectBuffer(bool bReadOnly, uint64_t iOffset, uint64_t nCount) {
+  if (!KIV_CHECK(bReadOnly || !IsSnapShotFile())) return nullptr;
+  uint8_t* pBuffer = DoGetDirectBuffer(bReadOnly, iOffset, nCount);
+  if (pBuffer != nullptr && !bReadOnly) m_bModified = true;
+  return pBuffer;
+}
+
+void KivHistoryFile::ReleaseDirectBuffer() {
+  KIV_CHECK(!IsSnapShotFile());
+  DoReleaseDirectBuffer();
+}
+
+bool KivHistoryFile::PrepareDirectBuffer(uint64_t) {
+  KIV_FAIL();
+  return false;
+}
+
+uint64_t KivHistoryFile::GetDirectBufferSize() {
+  KIV_FAIL();
+  return 0;
+}
+
+uint64_t KivHistoryFile::Read(uint64_t iOffset, void* lpBuf, uint64_t nCount) {
+  if (m_bLeft) {
+    KIV_FAIL();
+    return 0;
+  }
+  return ReadData(iOffset, lpBuf, nCount);
+}
+
+uint64_t KivHistoryFile::GetLength() {
+  return GetDataLength();
+}
+
+void KivHistoryFile::Write(uint64_t iOffset, const void* lpBuf, uint64_t nCount) {
+  WriteData(iOffset, lpBuf, nCount);
+}
+
+void KivHistoryFile::WriteZero(uint64_t iOffset, uint64_t nCount) {
+  WriteZeroData(iOffset, nCount);
+}
+
+bool KivHistoryFile::SetLength(uint64_t iLength) {
+  return SetDataLength(iLength);
+}
+
+void KivHistoryFile::Flush() {
+  FlushData();
+}
+
+KivSharedPtr<ISnapShotFile> KivHistoryFile::CreateSnapShot() {
+  auto* pSnapShot = dynamic_cast<KivHistoryFile*>(CopyToSnapShot(nullptr));
+  if (pSnapShot == nullptr) return nullptr;
+  KivSharedPtr<ISnapShotFile> pzSnapShot(pSnapShot);
+  pSnapShot->m_bHandedOut = true;
+  return pzSnapShot;
+}
+
+int32_t KivHistoryFile::RestoreSnapShot(KivSharedPtr<ISnapShotFile> pzSnapShot) {
+  return RestoreFromUndo(dynamic_cast<KivFile*>(pzSnapShot.Get()));
+}
+
+int32_t KivHistoryFile::ReleaseSnapShot() {
+  return DetachSnapShot();
+}
+
+KivFile* KivHistoryFile::CopyToSnapShot(KivFile* pSnapShot_arg) {
+  if (!KIV_CHECK(!IsSnapShotFile())) return nullptr;
+  if (!KIV_CHECK(pSnapShot_arg != NULL)) return nullptr;
+  auto* pSnapShot = dynamic_cast<KivHistoryFile*>(KivFile::CopyToSnapShot(pSnapShot_arg));
+  if (pSnapShot == nullptr) {
+    KIV_FAIL();
+    return nullptr;
+  }
+  m_vpSnapShotData.push_back(pSnapShot);
+  pSnapShot->m_bModified = m_bModified;
+  pSnapShot->m_pOriginal = this;
+  return pSnapShot;
+}
+
+int32_t KivHistoryFile::RestoreFromUndo(KivFile* pUndo_arg) {
+  auto* pUndo = dynamic_cast<KivHistoryFile*>(pUndo_arg);
+  if (pUndo == nullptr) {
+    KIV_FAIL();
+    return KivRestoreNoSnapShot;
+  }
+  if (KivFile::RestoreFromUndo(pUndo) != KivRestoreDone) {
+    KIV_FAIL();
+    return KivRestoreBaseFailed;
+  }
+  KIV_CHECK(!IsSnapShotFile());
+  if (m_vpSnapShotData.empty()) {
+    KIV_FAIL();
+    return KivRestoreNeverTaken;
+  }
+  m_bModified = pUndo->m_bModified;
+  return KivRestoreDone;
+}
+
+void KivHistoryFile::WriteData(uint64_t iOffset, const void* lpBuf, uint64_t nCount) {
+  if (!KIV_CHECK(!IsSnapShotFile())) return;
+  if (m_bReadOnly) {
+    KIV_FAIL();
+    return;
+  }
+  DoWrite(iOffset, lpBuf, nCount);
+  m_bModified = true;
+}
+
+void KivHistoryFile::WriteZeroData(uint64_t iOffset, uint64_t nCount) {
+  if (!KIV_CHECK(!IsSnapShotFile())) return;
+  if (m_bReadOnly) {
+    KIV_FAIL();
+    return;
+  }
+  DoWriteZero(iOffset, nCount);
+  m_bModified = true;
+}
+
+int32_t KivHistoryFile::DetachSnapShot() {
+  if (m_pOriginal == nullptr) {
+    KIV_FAIL();
+    return KivDetachNoOriginal;
+  }
+  std::vector<KivHistoryFile*>& vpList = m_pOriginal->m_vpSnapShotData;
+  if (KivDataSpaceBase::GetInstance()->m_bDiscardingSnapShot) {
+    if (vpList.empty()) {
+      KIV_FAIL();
+      return KivDetachListEmpty;
+    }
+    KIV_CHECK(m_pOriginal->m_vpSnapShotData.back() == this);
+    KivHistoryFile* pLast = vpList.back();
+    vpList.pop_back();
+    if (pLast != nullptr) pLast->LeaveOriginal();
+    return KivDetachDone;
+  }
+  KIV_CHECK(KivDataSpaceBase::GetInstance()->GetCurBaseSnapShot() >= 0);
+  KivHistoryFile* const pOriginal = m_pOriginal;
+  const uint64_t i = pOriginal->m_iFirstSnapShot;
+  if (i + 1 > vpList.size()) {
+    KIV_FAIL();
+    return KivDetachBehindList;
+  }
+  if (vpList[i] == nullptr) {
+    KIV_FAIL();
+    return KivDetachNullEntry;
+  }
+  if (vpList[i] != this) {
+    KIV_FAIL();
+    return KivDetachNotOldest;
+  }
+  vpList[i] = nullptr;
+  ++pOriginal->m_iFirstSnapShot;
+  const int64_t iBase = KivDataSpaceBase::GetInstance()->GetCurBaseSnapShot();
+  if (static_cast<int64_t>(pOriginal->m_iFirstSnapShot) == iBase + 1) {
+    pOriginal->m_iFirstSnapShot = 0;
+    for (KivHistoryFile* pSnapShot : vpList)
+      if (pSnapShot != nullptr) pSnapShot->LeaveOriginal();
+    vpList.clear();
+  }
+  LeaveOriginal();
+  return KivDetachDone;
+}
+
+uint8_t* KivHistoryFile::DoGetDirectBuffer(bool, uint64_t, uint64_t) {
+  return nullptr;
+}
+
+}  // namespace kiv
