@@ -10,10 +10,14 @@
 namespace kiv {
 
 struct KivSysProcessStart {
-  KivWString m_csCommandLine;    // program first, in double quotes; parts are split by the rules of CommandLineToArgvW
-  KivWString m_csFolder;         // the child's current folder; empty: this process's
-  bool m_bHideWindow = true;     // show state "hidden", with the fixed start record of the runtime
+  KivWString m_csCommandLine;  // program first, in double quotes; parts are split by the rules of CommandLineToArgvW
+  KivWString m_csFolder;       // the child's current folder; empty: this process's
+  bool m_bHideWindow = true;   // show state "hidden", with the fixed start record of the runtime
+  // Out of the job of this process (Linux: out of its process group). Without m_csJobName the child is in no job then.
   bool m_bBreakAwayFromJob = false;
+  // Job that the child will be assigned to, if the caller knows it at the start: Linux can only put a process into a
+  // job's process group while it starts. It counts as a member from KivSysJob::Assign on. Windows takes no notice.
+  KivWString m_csJobName;
 };
 
 struct KivSysMemoryCounters {  // bytes
