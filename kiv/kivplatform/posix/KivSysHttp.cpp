@@ -21,7 +21,6 @@ constexpr size_t kBufferLimit = 256 * 1024;  // the transfer pauses while this m
 constexpr size_t kHeaderLimit = 256 * 1024;  // names and values of one answer
 constexpr long kConnectTimeoutMs = 60'000;
 constexpr long kStallSeconds = 60;  // no byte for this long is a failure
-constexpr long kMaxRedirections = 10;
 
 struct MultiDeleter {
   void operator()(CURLM* pMulti) const { curl_multi_cleanup(pMulti); }
@@ -112,7 +111,7 @@ struct KivSysHttpRequest::Impl {
   bool TakeHeader(std::string_view strLine) {
     m_nHeaderBytes += strLine.size();
     if (m_nHeaderBytes > kHeaderLimit) return false;
-    if (strLine.substr(0, 5) == "HTTP/") {  // another answer: after a redirection or an interim one
+    if (strLine.substr(0, 5) == "HTTP/") {  // after an interim answer
       m_vstrHeaders.clear();
       m_bAnswer = false;
       return true;
@@ -125,8 +124,7 @@ struct KivSysHttpRequest::Impl {
     if (Trimmed(strLine).empty()) {
       long iStatus = 0;
       curl_easy_getinfo(m_pEasy.get(), CURLINFO_RESPONSE_CODE, &iStatus);
-      const bool bFollowed = iStatus >= 300 && iStatus < 400 && Find("Location") != nullptr;
-      m_bAnswer = iStatus >= 200 && !bFollowed;
+      m_bAnswer = iStatus >= 200;
     }
     return true;
   }
@@ -209,7 +207,8 @@ bool KivSysHttpRequest::Read(void* pBuffer, uint32_t nCount, uint32_t& nDone) {
 KivSysHttpConnection::KivSysHttpConnection(std::unique_ptr<Impl> pzImpl) : m_pzImpl(std::move(pzImpl)) {}
 KivSysHttpConnection::~KivSysHttpConnection() = default;
 
-std::unique_ptr<KivSysHttpRequest> KivSysHttpConnection::Get(const KivWString& csPath, const KivWString& csHeaders) {
+std::unique_ptr<KivSysHttpRequest> KivSysHttpConnection::Get(const KivWString& csPath, const KivWString& csReferrer,
+                                                             const KivWString& csHeaders) {
   auto pzImpl = std::make_unique<KivSysHttpRequest::Impl>();
   pzImpl->m_pzPool = m_pzImpl->m_pzPool;
   pzImpl->m_pMulti = m_pzImpl->m_pzPool->Take();
@@ -222,7 +221,9 @@ std::unique_ptr<KivSysHttpRequest> KivSysHttpConnection::Get(const KivWString& c
   if (HasControls(strPath)) return nullptr;
   for (size_t i = 0; (i = strPath.find(' ', i)) != std::string::npos;) strPath.replace(i, 1, "%20");
 
-  std::string strHeaders = sys::WideToUtf8(csHeaders);
+  const std::string strReferrer = sys::WideToUtf8(csReferrer);
+  if (HasControls(strReferrer)) return nullptr;
+  const std::string strHeaders = "Accept: application/octet-stream, */*\r\n" + sys::WideToUtf8(csHeaders);
   for (size_t iLine = 0; iLine < strHeaders.size();) {
     const size_t iEnd = std::min(strHeaders.find("\r\n", iLine), strHeaders.size());
     const std::string strLine = strHeaders.substr(iLine, iEnd - iLine);
@@ -242,10 +243,8 @@ std::unique_ptr<KivSysHttpRequest> KivSysHttpConnection::Get(const KivWString& c
 
   curl_easy_setopt(pEasy, CURLOPT_URL, (m_pzImpl->m_strBase + strPath).c_str());
   curl_easy_setopt(pEasy, CURLOPT_USERAGENT, m_pzImpl->m_strUserAgent.c_str());
+  if (!strReferrer.empty()) curl_easy_setopt(pEasy, CURLOPT_REFERER, strReferrer.c_str());
   curl_easy_setopt(pEasy, CURLOPT_PROTOCOLS_STR, "http,https");
-  curl_easy_setopt(pEasy, CURLOPT_REDIR_PROTOCOLS_STR, "http,https");
-  curl_easy_setopt(pEasy, CURLOPT_FOLLOWLOCATION, 1L);
-  curl_easy_setopt(pEasy, CURLOPT_MAXREDIRS, kMaxRedirections);
   curl_easy_setopt(pEasy, CURLOPT_NOSIGNAL, 1L);
   curl_easy_setopt(pEasy, CURLOPT_NOPROXY, strNoProxy.c_str());
   curl_easy_setopt(pEasy, CURLOPT_CONNECTTIMEOUT_MS, kConnectTimeoutMs);

@@ -52,11 +52,12 @@ bool HostDomain(KivWString& csDomain) {
 
 }  // namespace
 
-bool SetNumericLocaleC() {
+bool SetUserLocaleWithPoint() {
+  std::setlocale(LC_ALL, "");  // without effect for a locale that is not installed
   return std::setlocale(LC_NUMERIC, "C") != nullptr;
 }
 
-uint32_t UserLanguageId() {
+uint32_t LanguageId() {
   const char* szLocale = nullptr;
   for (const char* szVariable : {"LC_ALL", "LC_MESSAGES", "LANG"}) {
     szLocale = std::getenv(szVariable);
