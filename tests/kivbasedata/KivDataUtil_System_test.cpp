@@ -1,0 +1,86 @@
+#include <gtest/gtest.h>
+
+#include <bit>
+
+#include "KivDataUtil.h"
+#include "KivSysClock.h"
+#include "KivSysLocale.h"
+#include "KivTestProgram.h"
+
+using namespace kiv;
+
+TEST(Time, TheClockRises) {
+  const uint32_t iFirst = KivGetTimeMs();
+  sys::SleepMs(5);
+  EXPECT_GE(KivGetTimeMs() - iFirst, 4u);
+}
+
+TEST(Time, ADeadlineOfZeroIsNeverOver) {
+  EXPECT_FALSE(KivIsTimeOver(0));
+}
+
+TEST(Time, ADeadlineIsOverWhenTheClockIsBeyondIt) {
+  const uint32_t iNow = KivGetTimeMs();
+  EXPECT_FALSE(KivIsTimeOver(iNow + 1000000));
+  while (KivGetTimeMs() == iNow) {
+  }
+  EXPECT_TRUE(KivIsTimeOver(iNow));
+}
+
+TEST(System, TheVersionStaysTheSame) {
+  uint32_t iMajor = 0;
+  uint32_t iMinor = 99;
+  KivGetWindowsVersion(iMajor, iMinor);
+  uint32_t iSystemMajor = 0;
+  uint32_t iSystemMinor = 0;
+  sys::SystemVersion(iSystemMajor, iSystemMinor);
+  EXPECT_GT(iMajor, 0u);
+  EXPECT_EQ(iMajor, iSystemMajor);
+  EXPECT_EQ(iMinor, iSystemMinor);
+}
+
+TEST(System, TheGranularityIsAPowerOfTwo) {
+  const uint32_t iGranularity = KivGetAllocationGranularity();
+  EXPECT_TRUE(std::has_single_bit(iGranularity));
+  EXPECT_GE(iGranularity, 0x1000u);
+  EXPECT_EQ(iGranularity, KivGetAllocationGranularity());
+}
+
+TEST(System, APlainProgramHasNoDataResource) {
+  EXPECT_FALSE(KivHasDataResource());
+  EXPECT_FALSE(KivHasDataResource());
+}
+
+TEST(System, HeapChecksPassOnSoundHeaps) {
+  KivCheckHeaps(false);
+  KivCheckHeaps(true);
+  KivCheckHeaps(false);
+}
+
+namespace {
+
+// Ends with 0 if the mode is what the domains of this machine make of it: no domain equals the empty one of the build.
+KIV_TEST_CHILD(DeveloperModeFollowsTheDomains) {
+  KivWString csDomain;
+  const bool bAnyDomain = sys::DnsDomain(csDomain) || sys::PhysicalDnsDomain(csDomain);
+  CHILD_CHECK(KivIsDeveloperMode() == !bAnyDomain);
+  return 0;
+}
+
+KIV_TEST_CHILD(DeveloperModeIsOff) {
+  CHILD_CHECK(!KivIsDeveloperMode());
+  return 0;
+}
+
+}  // namespace
+
+TEST(DeveloperMode, IsOffWithoutTheMarkerBesideTheProgram) {
+  const kivtest::TestProgram zProgram;
+  EXPECT_EQ(zProgram.Run("DeveloperModeIsOff"), 0);
+}
+
+TEST(DeveloperMode, WithTheMarkerTheDomainsDecideAndAnEmptyConfiguredOneAlwaysDiffers) {
+  const kivtest::TestProgram zProgram;
+  zProgram.Folder().WriteBytes(u"_DeveloperMode", "");
+  EXPECT_EQ(zProgram.Run("DeveloperModeFollowsTheDomains"), 0);
+}
