@@ -1,0 +1,64 @@
+// A file whose read-only form takes writes and snapshots: blocks go through a private copy-on-write cache, and the
+// device below is never written. See docs/file_layers.md.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "KivFileCache.h"
+#include "KivHistoryFile.h"
+
+namespace kiv {
+
+class KivCacheUseFile : public KivHistoryFile {
+ public:
+  KivCacheUseFile(bool bReadOnly, bool bEnableCache) : KivHistoryFile(bReadOnly), m_bEnableCache(bEnableCache) {}
+  ~KivCacheUseFile() override;
+
+  // The first call fetches up to all of the base file, from its end towards its start; the last, partial block is left
+  // out unless it was asked for.
+  bool AdvanceCaching(uint32_t iMilliSeconds) override;
+  void GetCacheStatusMap(double (&adRate)[100]) override;
+  bool SaveCache(const KivWString& csPath, uint64_t iSize) override;
+  bool LoadCache(const KivWString& csPath) override;
+  bool IsCacheEnabled() override { return m_bEnableCache; }
+  void DisableCache() override;
+  void CheckFileStatus() override;
+  bool IsRangeCached(uint64_t iStart, uint64_t iEnd, uint32_t iPriority) override;
+
+  KivFile* CopyToSnapShot(KivFile* pSnapShot_arg) override;
+  int32_t RestoreFromUndo(KivFile* pUndo_arg) override;
+  uint64_t ReadData(uint64_t iOffset, void* lpBuf, uint64_t nCount) override;
+  void WriteData(uint64_t iOffset, const void* lpBuf, uint64_t nCount) override;
+  void WriteZeroData(uint64_t iOffset, uint64_t nCount) override;
+  bool SetDataLength(uint64_t iLength) override;
+  void FlushData() override;
+  uint64_t GetDataLength() override;
+  int32_t DetachSnapShot() override;
+
+  // Bytes that arrive in order from the start of the file go into the work file directly.
+  void FillCached(uint64_t iOffset, uint64_t nCount, const void* lpBuf);
+  // The cache, made on first need; null when the cache is off.
+  KivFileCache* GetCache();
+  // The device's length, fetched on first need and then kept.
+  uint64_t GetOrgFileSize();
+
+  bool m_bEnableCache;                         // may go off, never on again
+  std::unique_ptr<KivFileCache> m_pzFileCache;
+  uint64_t m_iOrgFileSize = 0;                 // 0: not yet fetched
+  std::vector<KivFileCache*> m_vpCacheSnapShot;  // the cache of each snapshot, parallel to m_vpSnapShotData
+
+ protected:
+  void LeaveOriginal() override;
+
+ private:
+  KivCacheUseFile* CachedOriginal() const { return dynamic_cast<KivCacheUseFile*>(m_pOriginal); }
+  bool CanUseCache() const { return m_bReadOnly && m_bEnableCache; }
+  // Takes this snapshot's cache out of the lists of its file.
+  void UnlinkCache();
+  // The oldest snapshot is going: its blocks move to the next one, or to the file if it is the last.
+  void HandOverBlocks(KivCacheUseFile& zOriginal);
+};
+
+}  // namespace kiv

@@ -1,0 +1,512 @@
+#include "KivFileCache.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <utility>
+
+#include "KivCacheUseFile.h"
+#include "KivDataSpaceBase.h"
+#include "KivDataUtil.h"
+#include "KivException.h"
+#include "KivFileFactory.h"
+#include "KivLittleEndian.h"
+#include "KivWinMappedFile.h"
+
+namespace kiv {
+namespace {
+
+constexpr char kSource[] = "src\\KivFileCache";
+constexpr uint64_t kEndOfOffsets = uint64_t{1} << 63;
+constexpr uint64_t kReach = uint64_t{1} << 40;
+constexpr uint64_t kFillPiece = 0x1000000;
+constexpr size_t kWantedLimit = 10000;
+constexpr uint64_t kBufferAlignment = 16;
+
+// Block buffers that are too large for the stack, one for each level of nested use. They live as long as the process.
+std::vector<std::unique_ptr<std::vector<uint8_t>>>& ScratchBlocks() {
+  static std::vector<std::unique_ptr<std::vector<uint8_t>>> vpScratch;
+  return vpScratch;
+}
+size_t g_nScratchLevel = 0;
+
+class ScratchBlock {
+ public:
+  explicit ScratchBlock(uint64_t nSize) {
+    auto& vpScratch = ScratchBlocks();
+    if (vpScratch.size() == g_nScratchLevel) vpScratch.push_back(std::make_unique<std::vector<uint8_t>>());
+    std::vector<uint8_t>& vcScratch = *vpScratch[g_nScratchLevel];
+    if (vcScratch.size() < nSize) vcScratch.resize(nSize);
+    m_pBytes = vcScratch.data();
+    ++g_nScratchLevel;
+  }
+  ~ScratchBlock() { --g_nScratchLevel; }
+  ScratchBlock(const ScratchBlock&) = delete;
+  ScratchBlock& operator=(const ScratchBlock&) = delete;
+  uint8_t* Get() const { return m_pBytes; }
+
+ private:
+  uint8_t* m_pBytes;
+};
+
+uint8_t* Align(uint8_t* pBytes) {
+  const auto iAddress = reinterpret_cast<uintptr_t>(pBytes);
+  return pBytes + (kBufferAlignment - iAddress % kBufferAlignment) % kBufferAlignment;
+}
+
+}  // namespace
+
+KivFileCache::KivFileCache(KivCacheUseFile* pzOwner) : m_pzOwner(pzOwner), m_iBlockSize(KivGetAllocationGranularity()) {}
+
+KivFileCache::~KivFileCache() {
+  if (m_pOriginal == nullptr) return;
+  auto& vpStatus = m_pOriginal->m_vpSnapShotStatus;
+  std::replace(vpStatus.begin(), vpStatus.end(), &m_vcCacheStatus, static_cast<std::vector<uint32_t>*>(nullptr));
+}
+
+// --- The work file --------------------------------------------------------------------------------------------------
+
+std::unique_ptr<KivWinMappedFile> KivFileCache::OpenWorkFile(uint64_t iSize) {
+  KivSysOpenMode zMode;
+  zMode.m_iAccess = KivSysAccess::ReadWrite;
+  zMode.m_iShare = KivSysShare::None;
+  zMode.m_iDisposition = KivSysDisposition::CreateAlways;
+  zMode.m_iFlags = KivSysFileFlags::RandomAccess | KivSysFileFlags::DeleteOnClose | KivSysFileFlags::Temporary;
+  KivSysFile hFile = KivSysFile::Open(KivGetWorkCacheName(), zMode);
+  if (!KIV_CHECK_AS(hFile.IsOpen(), "INVALID_HANDLE_VALUE != hFile")) return nullptr;
+  hFile.SetSparse();  // without it the file takes more disk
+  if (iSize != 0) {
+    uint64_t nLength = 0;
+    if (!hFile.SetLength(iSize))
+      KIV_FAIL();
+    else
+      KIV_CHECK_AS(hFile.GetLength(nLength) && nLength == iSize, "i.QuadPart == j.QuadPart");
+  }
+  return std::make_unique<KivWinMappedFile>(std::move(hFile), false, false, KivSysFile());
+}
+
+KivWinMappedFile* KivFileCache::GetWorkFile() {
+  if (m_pzCacheFile == nullptr) {
+    m_pzCacheFile = OpenWorkFile(0);
+    m_bWorkLengthKnown = false;
+  }
+  return m_pzCacheFile.get();
+}
+
+uint64_t KivFileCache::GetWorkLength() {
+  if (m_pzCacheFile == nullptr) return 0;
+  if (!m_bWorkLengthKnown) {
+    m_iWorkLength = m_pzCacheFile->GetLength();
+    m_bWorkLengthKnown = true;
+  }
+  return m_iWorkLength;
+}
+
+void KivFileCache::FlushWork() {
+  if (m_pzCacheFile != nullptr) m_pzCacheFile->Flush();
+}
+
+bool KivFileCache::WriteWork(KivWinMappedFile& zWork, uint64_t iOffset, const void* lpBuf, uint64_t nCount) {
+  const uint64_t nLength = GetWorkLength();
+  m_bWorkLengthKnown = false;
+  zWork.Write(iOffset, lpBuf, nCount);
+  if (zWork.TakeWriteFailure()) return false;
+  m_iWorkLength = std::max(nLength, iOffset + nCount);
+  m_bWorkLengthKnown = true;
+  return true;
+}
+
+// --- Blocks ---------------------------------------------------------------------------------------------------------
+
+void KivFileCache::GrowStatus(uint64_t nWords) {
+  if (m_vcCacheStatus.size() < nWords) m_vcCacheStatus.resize(nWords);
+}
+
+KivCacheUseFile* KivFileCache::BaseFile() const {
+  if (m_pzOwner == nullptr || !m_pzOwner->IsSnapShotFile()) return m_pzOwner;
+  return dynamic_cast<KivCacheUseFile*>(m_pzOwner->m_pOriginal);
+}
+
+bool KivFileCache::IsInReach(uint64_t iOffset, uint64_t nCount) {
+  if (nCount > kEndOfOffsets || iOffset > kEndOfOffsets - nCount) return false;
+  const uint64_t iEnd = iOffset + nCount;
+  if (iEnd / m_iBlockSize < m_vcCacheStatus.size()) return true;
+  const KivCacheUseFile* pBase = BaseFile();
+  if (pBase == nullptr) return false;
+  uint64_t iKnown = std::max<uint64_t>(GetWorkLength(), m_vcCacheStatus.size() * m_iBlockSize);
+  iKnown = std::max(iKnown, BaseFile()->GetOrgFileSize());
+  return iEnd <= iKnown || iEnd - iKnown <= kReach;
+}
+
+bool KivFileCache::EnsureCached(uint64_t iOffset, uint64_t nCount, KivWinMappedFile& zWork) {
+  if (nCount == 0) return true;
+  const uint64_t iLast = (iOffset + (nCount - 1)) / m_iBlockSize;
+  for (uint64_t i = iOffset / m_iBlockSize; i <= iLast; ++i) {
+    if (i < m_vcCacheStatus.size() && (m_vcCacheStatus[i] & 1) != 0) continue;
+    if (!FetchBlock(i, zWork)) return false;
+  }
+  return true;
+}
+
+bool KivFileCache::FetchBlock(uint64_t iBlock, KivWinMappedFile& zWork) {
+  const uint64_t nBuffer = m_iBlockSize + kBufferAlignment;
+  if (10 * m_iBlockSize >= 9 * uint64_t{KivDataSpaceBase::GetInstance()->m_iStackBufferLimit}) {
+    const ScratchBlock zScratch(nBuffer);
+    return FetchBlockInto(iBlock, zWork, Align(zScratch.Get()));
+  }
+  return FetchBlockInto(iBlock, zWork, Align(static_cast<uint8_t*>(__builtin_alloca(nBuffer))));
+}
+
+bool KivFileCache::ReadBase(uint64_t iBlock, uint8_t* pBuffer) {
+  KivCacheUseFile* const pBase = BaseFile();
+  if (pBase == nullptr) {
+    KIV_FAIL();
+    return false;
+  }
+  const uint64_t iAllocationGranularity = m_iBlockSize;
+  const uint64_t iCurPos = iBlock * m_iBlockSize;
+  const uint64_t iOrgFileSize = pBase->GetOrgFileSize();
+  uint64_t iRead = 0;
+  if (iCurPos >= iOrgFileSize) {
+    std::memset(pBuffer, 0, m_iBlockSize);
+    return true;
+  }
+  if (iOrgFileSize - iCurPos >= iAllocationGranularity) {
+    iRead = pBase->DoRead(iCurPos, pBuffer, iAllocationGranularity);
+    KIV_CHECK(iRead == iAllocationGranularity);
+  } else {
+    iRead = pBase->DoRead(iCurPos, pBuffer, iOrgFileSize - iCurPos);
+    KIV_CHECK(iRead == iOrgFileSize - iCurPos);
+  }
+  if (iRead < m_iBlockSize) std::memset(pBuffer + iRead, 0, m_iBlockSize - iRead);
+  return true;
+}
+
+bool KivFileCache::FetchBlockInto(uint64_t iBlock, KivWinMappedFile& zWork, uint8_t* pBuffer) {
+  KivCacheUseFile* const pBase = BaseFile();
+  if (pBase == nullptr) {
+    KIV_FAIL();
+    return false;
+  }
+  GrowStatus(iBlock + 1);
+  const uint64_t iAllocationGranularity = m_iBlockSize;
+  const uint64_t iStart = iBlock * m_iBlockSize;
+  const uint64_t iOrgFileSize = pBase->GetOrgFileSize();
+  const bool bInside = iStart < iOrgFileSize && iOrgFileSize - iStart >= m_iBlockSize;
+  const bool bBehind = iStart >= iOrgFileSize;
+  const uint32_t iWord = m_vcCacheStatus[iBlock];
+  uint32_t iNewWord = bInside ? 1 : 3;
+  bool bFromBase = true;
+  if (iWord == 2) {
+    KIV_FAIL();
+    iNewWord = 3;
+  } else if (iWord >= 4) {
+    const uint64_t k = std::max<uint64_t>((iWord >> 2) - 1, pBase->m_iFirstSnapShot);
+    if (k >= pBase->m_vpCacheSnapShot.size()) {
+      KIV_FAIL();
+      iNewWord = 3;
+    } else if (pBase->m_vpCacheSnapShot[k] == nullptr || !pBase->m_vpCacheSnapShot[k]->HasWorkFile()) {
+      KIV_FAIL();
+      iNewWord = 1;
+    } else {
+      const uint64_t iRead =
+          pBase->m_vpCacheSnapShot[k]->m_pzCacheFile->DoRead(iStart, pBuffer, iAllocationGranularity);
+      KIV_CHECK(iRead == iAllocationGranularity);
+      if (iRead < m_iBlockSize) std::memset(pBuffer + iRead, 0, m_iBlockSize - iRead);
+      iNewWord = (iWord & 2) + 1;
+      bFromBase = false;
+    }
+  }
+  if (bFromBase && !ReadBase(iBlock, pBuffer)) return false;
+  if (!WriteWork(zWork, iStart, pBuffer, m_iBlockSize)) return false;
+  m_vcCacheStatus[iBlock] = iNewWord;
+  const uint64_t i = iBlock;
+  if (bBehind) KIV_CHECK((m_vcCacheStatus[static_cast<size_t>(i)] & 1) > 0);
+  return true;
+}
+
+uint64_t KivFileCache::ReadCached(uint64_t iOffset, uint64_t nCount, void* lpBuf) {
+  KivWinMappedFile* pWork = GetWorkFile();
+  if (pWork == nullptr) return 0;
+  if (!IsInReach(iOffset, nCount)) {
+    KIV_FAIL();
+    return 0;
+  }
+  if (!EnsureCached(iOffset, nCount, *pWork)) return 0;
+  return pWork->DoRead(iOffset, lpBuf, nCount);
+}
+
+bool KivFileCache::WriteCached(uint64_t iOffset, uint64_t nCount, const void* lpBuf) {
+  KivWinMappedFile* pWork = GetWorkFile();
+  if (pWork == nullptr || !IsInReach(iOffset, nCount)) {
+    KIV_FAIL();
+    return false;
+  }
+  if (nCount == 0) return true;
+  if (!EnsureCached(iOffset, nCount, *pWork)) return false;
+  const bool bWritten = WriteWork(*pWork, iOffset, lpBuf, nCount);
+  const uint64_t iLast = (iOffset + (nCount - 1)) / m_iBlockSize;
+  for (uint64_t i = iOffset / m_iBlockSize; i <= iLast; ++i) m_vcCacheStatus[i] |= 2;
+  return bWritten;
+}
+
+void KivFileCache::FillCached(uint64_t iOffset, uint64_t nCount, const void* lpBuf) {
+  if (nCount == 0) return;
+  if (!KIV_CHECK(lpBuf != NULL)) return;
+  KivWinMappedFile* pWork = GetWorkFile();
+  if (pWork == nullptr || nCount > kEndOfOffsets || iOffset > kEndOfOffsets - nCount) {
+    KIV_FAIL();
+    return;
+  }
+  const uint64_t iAllocationGranularity = m_iBlockSize;
+  if (iOffset == 0) {
+    KIV_CHECK(m_vcCacheStatus.empty());
+  } else {
+    KIV_CHECK(m_vcCacheStatus.size() == 1 + (iOffset - 1) / iAllocationGranularity);
+    for (size_t i = 0; i < m_vcCacheStatus.size(); ++i) KIV_CHECK(m_vcCacheStatus[i] == 1);
+  }
+  const auto* pSource = static_cast<const uint8_t*>(lpBuf);
+  const uint64_t iEnd = iOffset + nCount;
+  while (iOffset < iEnd) {
+    const uint64_t nPiece = std::min(iEnd - iOffset, kFillPiece - iOffset % kFillPiece);
+    if (!WriteWork(*pWork, iOffset, pSource, nPiece)) return;
+    pSource += nPiece;
+    iOffset += nPiece;
+  }
+  const uint64_t nWords = (iEnd - 1) / m_iBlockSize + 1;
+  if (m_vcCacheStatus.size() < nWords) m_vcCacheStatus.resize(nWords, 1);
+}
+
+// --- Caching ahead --------------------------------------------------------------------------------------------------
+
+bool KivFileCache::IsRangeCached(uint64_t iStart, uint64_t iEnd, uint32_t iPriority) {
+  if (iStart >= iEnd) return true;
+  if (m_pzOwner == nullptr || !IsInReach(iStart, iEnd - iStart)) {
+    KIV_FAIL();
+    return false;
+  }
+  bool bCached = true;
+  const uint64_t iLast = (iEnd - 1) / m_iBlockSize;
+  for (uint64_t i = iStart / m_iBlockSize; i <= iLast; ++i) {
+    GrowStatus(i + 1);
+    if (m_vcCacheStatus[i] != 0) continue;
+    const bool bInMemory = m_pzOwner->IsBackGroundReadDone(i);
+    bCached = bCached && bInMemory;
+    if (iPriority == 0) continue;
+    m_dqWanted.push_back(i);
+    if (m_dqWanted.size() > kWantedLimit) m_dqWanted.pop_front();
+    if (!bInMemory) m_pzOwner->RequestBackGroundRead(i, iPriority);
+  }
+  return bCached;
+}
+
+bool KivFileCache::AdvanceCaching(uint32_t iMilliSeconds) {
+  KivWinMappedFile* pWork = GetWorkFile();
+  if (pWork == nullptr || m_pzOwner == nullptr) return false;
+  const uint64_t iStart = KivGetTimeMs();
+  uint64_t iLastReading = iStart;
+  while (m_dqWanted.size() > kWantedLimit) m_dqWanted.pop_front();
+  const uint64_t nBlocks = m_pzOwner->DoGetLength() / m_iBlockSize;
+  GrowStatus(nBlocks + 1);
+  uint64_t nBatch = 1;
+  const uint64_t iDeadline = iStart + iMilliSeconds;
+  std::vector<uint8_t> vcBlock;
+  for (;;) {
+    const uint64_t iNow = KivGetTimeMs();
+    if (iNow > iDeadline || iNow < iStart) return true;
+    if (iNow == iLastReading && nBatch < UINT32_MAX) nBatch *= 2;
+    iLastReading = iNow;
+    uint64_t nDone = 0;
+    while (nDone < nBatch) {
+      if (m_iSweptBlocks >= nBlocks) return false;
+      const bool bWanted = !m_dqWanted.empty();
+      const uint64_t i = bWanted ? m_dqWanted.back() : nBlocks - m_iSweptBlocks - 1;
+      GrowStatus(i + 1);
+      const uint32_t iWord = m_vcCacheStatus[i];
+      if (iWord == 0 || iWord == 2) {
+        if (iWord == 2) KIV_FAIL();
+        if (i < nBlocks) {
+          vcBlock.resize(m_iBlockSize);
+          const uint64_t iAllocationGranularity = m_iBlockSize;
+          const uint64_t iRead = m_pzOwner->DoRead(i * m_iBlockSize, vcBlock.data(), iAllocationGranularity);
+          KIV_CHECK(iRead == iAllocationGranularity);
+          if (iRead < m_iBlockSize) std::memset(vcBlock.data() + iRead, 0, m_iBlockSize - iRead);
+          if (WriteWork(*pWork, i * m_iBlockSize, vcBlock.data(), m_iBlockSize))
+            m_vcCacheStatus[i] = iWord == 0 ? 1 : 3;
+        } else {
+          // A block that was asked for and is no whole block of the base file.
+          EnsureCached(i * m_iBlockSize, 1, *pWork);
+        }
+        ++nDone;
+      }
+      if (bWanted)
+        m_dqWanted.pop_back();
+      else
+        ++m_iSweptBlocks;
+    }
+  }
+}
+
+void KivFileCache::GetCacheStatusMap(double (&adRate)[100]) {
+  if (m_pzOwner == nullptr) return;
+  const uint64_t nBlocks = m_pzOwner->DoGetLength() / m_iBlockSize;
+  GrowStatus(nBlocks + 1);
+  for (int i = 0; i < 100; ++i) {
+    int nCached = 0;
+    for (int k = 0; k < 10; ++k) {
+      const double dBlock = std::floor(static_cast<double>(nBlocks) * (10 * i + k) * 0.001);
+      if (m_vcCacheStatus[std::min(static_cast<uint64_t>(dBlock), nBlocks)] != 0) ++nCached;
+    }
+    adRate[99 - i] = 0.1 * nCached;
+  }
+}
+
+void KivFileCache::CheckFileStatus() const {
+  const auto nNotCached = std::count(m_vcCacheStatus.begin(), m_vcCacheStatus.end(), 0U);
+  const auto nCached = static_cast<int64_t>(m_vcCacheStatus.size()) - nNotCached;
+  const std::string strText = "iCached = " + std::to_string(nCached) + ", iNotCached = " + std::to_string(nNotCached);
+  KivLogNumber(0, KivWString(strText.begin(), strText.end()));
+}
+
+// --- Patch ----------------------------------------------------------------------------------------------------------
+
+bool KivFileCache::SaveCache(const KivWString& csPath, uint64_t iSize) {
+  if (!KIV_CHECK(!IsSnapShotFile())) return false;
+  if (m_pzOwner == nullptr || !IsInReach(0, iSize)) {
+    KIV_FAIL();
+    return false;
+  }
+  KivSysOpenMode zMode;
+  zMode.m_iAccess = KivSysAccess::ReadWrite;
+  zMode.m_iShare = KivSysShare::None;
+  zMode.m_iDisposition = KivSysDisposition::CreateAlways;
+  zMode.m_iFlags = KivSysFileFlags::RandomAccess;
+  KivSysFile hFile = KivSysFile::Open(csPath, zMode);
+  if (!hFile.IsOpen()) {
+    KIV_FAIL();
+    return false;
+  }
+  const KivSharedPtr<ISnapShotFile> pzPatch = KivCreateFile(std::move(hFile));
+  auto* pPatch = dynamic_cast<KivWinFile*>(pzPatch.Get());
+  if (pPatch == nullptr) {
+    KIV_FAIL();
+    return false;
+  }
+  const uint64_t iOrgFileSize = m_pzOwner->GetOrgFileSize();
+  std::vector<uint8_t> vcRecord(16 + m_iBlockSize);
+  uint64_t iCursor = 0;
+  for (uint64_t i = 0; i * m_iBlockSize < iSize; ++i) {
+    const uint64_t iStart = i * m_iBlockSize;
+    const bool bInside = iStart < iOrgFileSize && iOrgFileSize - iStart >= m_iBlockSize;
+    if (i < m_vcCacheStatus.size() && bInside && (m_vcCacheStatus[i] & 2) == 0) continue;
+    const uint64_t nLength = std::min(iSize - iStart, m_iBlockSize);
+    const uint64_t iRead = ReadCached(iStart, nLength, vcRecord.data() + 16);
+    if (iRead == 0) continue;
+    if (iRead < nLength) std::memset(vcRecord.data() + 16 + iRead, 0, nLength - iRead);
+    KivStore<uint64_t>(vcRecord.data(), i);
+    KivStore<uint64_t>(vcRecord.data() + 8, iRead);
+    pzPatch->Write(iCursor, vcRecord.data(), 16 + nLength);
+    if (pPatch->TakeWriteFailure()) return false;
+    iCursor += 16 + nLength;
+  }
+  return true;
+}
+
+// --- Snapshots ------------------------------------------------------------------------------------------------------
+
+std::vector<uint32_t> KivFileCache::WordsBehindSnapShot(const std::vector<uint32_t>& vcStatus, int32_t iBase) const {
+  const uint32_t iPlace = static_cast<uint32_t>(iBase) * 4 + 4;
+  std::vector<uint32_t> vcNew(vcStatus.size());
+  bool bSound = true;
+  for (size_t i = 0; i < vcStatus.size(); ++i) {
+    const uint32_t iWord = vcStatus[i];
+    if ((iWord & 1) != 0)
+      vcNew[i] = (iWord & 2) + iPlace;
+    else if (iWord >= 4)
+      vcNew[i] = iWord;
+    else
+      bSound = bSound && iWord == 0;
+  }
+  KIV_CHECK_AS(bSound, "m_vcCacheStatus[i] == 0");
+  return vcNew;
+}
+
+std::unique_ptr<KivFileCache> KivFileCache::CreateSnapShot() {
+  if (!KIV_CHECK(!IsSnapShotFile())) return nullptr;
+  if (GetWorkFile() == nullptr) return nullptr;
+  const uint64_t iLength = GetWorkLength();
+  const int32_t iBase = KivDataSpaceBase::GetInstance()->GetCurBaseSnapShot();
+  if (!KIV_CHECK_AS(iBase >= 0, "KivDataSpaceBase::GetInstance()->GetCurBaseSnapShot() >= 0")) return nullptr;
+  // All that can fail comes first, so that a failed snapshot leaves the cache as it was.
+  std::vector<uint32_t> vcNew = WordsBehindSnapShot(m_vcCacheStatus, iBase);
+  auto pzSnapShot = std::make_unique<KivFileCache>(m_pzOwner);
+  m_vpSnapShotStatus.reserve(m_vpSnapShotStatus.size() + 1);
+  std::unique_ptr<KivWinMappedFile> pzNewWork = OpenWorkFile(iLength);
+  if (pzNewWork == nullptr) {
+    KIV_FAIL();
+    return nullptr;
+  }
+  pzSnapShot->m_bSnapShot = true;
+  pzSnapShot->m_pOriginal = this;
+  pzSnapShot->m_pzCacheFile = std::move(m_pzCacheFile);
+  pzSnapShot->m_vcCacheStatus = std::move(m_vcCacheStatus);
+  pzSnapShot->m_iSweptBlocks = m_iSweptBlocks;
+  m_vcCacheStatus = std::move(vcNew);
+  m_vpSnapShotStatus.push_back(&pzSnapShot->m_vcCacheStatus);
+  m_pzCacheFile = std::move(pzNewWork);
+  m_bWorkLengthKnown = false;
+  return pzSnapShot;
+}
+
+void KivFileCache::TakeBack(KivFileCache& zSnapShot) {
+  m_pzCacheFile = std::move(zSnapShot.m_pzCacheFile);
+  m_bWorkLengthKnown = false;
+  m_vcCacheStatus = std::move(zSnapShot.m_vcCacheStatus);
+  if (!m_vpSnapShotStatus.empty() && m_vpSnapShotStatus.back() == &zSnapShot.m_vcCacheStatus)
+    m_vpSnapShotStatus.pop_back();
+  zSnapShot.m_pOriginal = nullptr;
+}
+
+bool KivFileCache::RestoreFrom(const KivFileCache& zUndo) {
+  if (GetWorkFile() == nullptr) {
+    KIV_FAIL();
+    return false;
+  }
+  const int32_t iBase = KivDataSpaceBase::GetInstance()->GetCurBaseSnapShot();
+  if (!KIV_CHECK_AS(iBase >= 0, "KivDataSpaceBase::GetInstance()->GetCurBaseSnapShot() >= 0")) return false;
+  std::vector<uint32_t> vcNew = WordsBehindSnapShot(zUndo.m_vcCacheStatus, iBase);
+  std::unique_ptr<KivWinMappedFile> pzNewWork = OpenWorkFile(0);
+  if (pzNewWork == nullptr) {
+    KIV_FAIL();
+    return false;
+  }
+  m_pzCacheFile = std::move(pzNewWork);
+  m_bWorkLengthKnown = false;
+  m_vcCacheStatus = std::move(vcNew);
+  m_dqWanted.clear();
+  m_iSweptBlocks = 0;
+  return true;
+}
+
+void KivFileCache::MergeCacheSnapShot(KivFileCache& zNext) {
+  KivWinMappedFile* pWork = GetWorkFile();
+  KivWinMappedFile* pNextWork = zNext.GetWorkFile();
+  if (pWork == nullptr || pNextWork == nullptr) return;
+  const uint64_t iAllocationGranularity = m_iBlockSize;
+  std::vector<uint8_t> vcBlock(m_iBlockSize);
+  GrowStatus(zNext.m_vcCacheStatus.size());
+  for (size_t i = 0; i < zNext.m_vcCacheStatus.size(); ++i) {
+    if ((zNext.m_vcCacheStatus[i] & 1) == 0) continue;
+    const uint64_t iRead = pNextWork->DoRead(i * m_iBlockSize, vcBlock.data(), iAllocationGranularity);
+    KIV_CHECK(iRead == iAllocationGranularity);
+    if (iRead < m_iBlockSize) std::memset(vcBlock.data() + iRead, 0, m_iBlockSize - iRead);
+    if (!WriteWork(*pWork, i * m_iBlockSize, vcBlock.data(), m_iBlockSize)) continue;
+    m_vcCacheStatus[i] = zNext.m_vcCacheStatus[i] & 3;
+  }
+  zNext.m_vcCacheStatus = m_vcCacheStatus;
+  std::swap(m_pzCacheFile, zNext.m_pzCacheFile);
+  std::swap(m_iWorkLength, zNext.m_iWorkLength);
+  std::swap(m_bWorkLengthKnown, zNext.m_bWorkLengthKnown);
+}
+
+}  // namespace kiv
