@@ -7,13 +7,13 @@
 #include "KivDataUtil.h"
 #include "KivException.h"
 #include "KivFileFactory.h"
+#include "KivFile_Zero.h"
 #include "KivLittleEndian.h"
 
 namespace kiv {
 namespace {
 
 constexpr char kSource[] = "src\\KivCacheUseFile";
-constexpr uint64_t kZeroPiece = 0x40000;
 constexpr uint64_t kEndOfOffsets = uint64_t{1} << 63;
 
 }  // namespace
@@ -229,11 +229,10 @@ void KivCacheUseFile::WriteZeroData(uint64_t iOffset, uint64_t nCount) {
       KIV_FAIL();
       return;
     }
-    const std::vector<uint8_t> vcZero(std::min(nCount, kZeroPiece));
     while (nCount != 0) {
       // Pieces end where blocks end.
-      const uint64_t nPiece = std::min(nCount, kZeroPiece - iOffset % kZeroPiece);
-      if (!pCache->WriteCached(iOffset, nPiece, vcZero.data())) return;
+      const uint64_t nPiece = std::min(nCount, kKivZeroBytes - iOffset % kKivZeroBytes);
+      if (!pCache->WriteCached(iOffset, nPiece, g_acKivZero)) return;
       iOffset += nPiece;
       nCount -= nPiece;
     }
