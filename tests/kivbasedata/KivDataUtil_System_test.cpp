@@ -42,7 +42,7 @@ TEST(System, TheVersionStaysTheSame) {
 TEST(System, TheGranularityIsAPowerOfTwo) {
   const uint32_t iGranularity = KivGetAllocationGranularity();
   EXPECT_TRUE(std::has_single_bit(iGranularity));
-  EXPECT_GE(iGranularity, 0x1000u);
+  EXPECT_GE(iGranularity, 0x10000u);
   EXPECT_EQ(iGranularity, KivGetAllocationGranularity());
 }
 

@@ -44,9 +44,9 @@ class KivCacheUseFile : public KivHistoryFile {
   // The device's length, fetched on first need and then kept.
   uint64_t GetOrgFileSize();
 
-  bool m_bEnableCache;                         // may go off, never on again
+  bool m_bEnableCache;  // may go off, never on again
   std::unique_ptr<KivFileCache> m_pzFileCache;
-  uint64_t m_iOrgFileSize = 0;                 // 0: not yet fetched
+  uint64_t m_iOrgFileSize = 0;                   // 0: not yet fetched
   std::vector<KivFileCache*> m_vpCacheSnapShot;  // the cache of each snapshot, parallel to m_vpSnapShotData
 
  protected:

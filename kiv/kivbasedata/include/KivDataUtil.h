@@ -53,7 +53,7 @@ void KivLogDouble(double dNumber, const KivWString& csMessage);
 enum class KivCopyLogResult : uint32_t { Done = 0, NoLogOpen = 10, TargetExists = 20, NotCopied = 30 };
 // With a code above NoLogOpen the log stays closed.
 KivCopyLogResult KivCopyLog(const KivWString& csTarget);
-void KivCloseLog();          // closes the log and deletes its file
+void KivCloseLog();  // closes the log and deletes its file
 KivWString KivGetMemoryText();
 
 // --- Clock, system --------------------------------------------------------------------------------------------------

@@ -56,7 +56,8 @@ class KivFileCache {
   // The ranges that a cache takes: no end at or behind 2^63, and none more than 1 TiB behind all that is known.
   bool IsInReach(uint64_t iOffset, uint64_t nCount);
 
-  // The new cache takes the work file over; this one goes on in a fresh one. Null after a report, and nothing is changed.
+  // The new cache takes the work file over; this one goes on in a fresh one. Null after a report, and nothing is
+  // changed.
   std::unique_ptr<KivFileCache> CreateSnapShot();
   // Undoes CreateSnapShot before anything else was done.
   void TakeBack(KivFileCache& zSnapShot);
@@ -66,13 +67,13 @@ class KivFileCache {
   void MergeCacheSnapShot(KivFileCache& zNext);
   bool IsSnapShotFile() const { return m_bSnapShot; }
 
-  KivCacheUseFile* m_pzOwner;                     // the device side; null when it has gone before its snapshot
+  KivCacheUseFile* m_pzOwner;  // the device side; null when it has gone before its snapshot
   std::unique_ptr<KivWinMappedFile> m_pzCacheFile;
   std::vector<uint32_t> m_vcCacheStatus;
-  std::deque<uint64_t> m_dqWanted;                // blocks that IsRangeCached asked for, newest at the back
-  uint64_t m_iSweptBlocks = 0;                    // how far the sweep of AdvanceCaching has come, from the end
+  std::deque<uint64_t> m_dqWanted;                         // blocks that IsRangeCached asked for, newest at the back
+  uint64_t m_iSweptBlocks = 0;                             // how far the sweep of AdvanceCaching has come, from the end
   std::vector<std::vector<uint32_t>*> m_vpSnapShotStatus;  // status words of each snapshot
-  KivFileCache* m_pOriginal = nullptr;            // in a snapshot: the cache that it came from
+  KivFileCache* m_pOriginal = nullptr;                     // in a snapshot: the cache that it came from
 
  private:
   std::unique_ptr<KivWinMappedFile> OpenWorkFile(uint64_t iSize);

@@ -18,23 +18,24 @@ namespace kiv {
 
 // What a file and its reader thread share. Block b lies in chunk b / 10 at (b % 10) * m_iBlockSize.
 struct KivWinFileBackGroundReadInfo {
-  KivSysSharedLock m_zLock;                 // guards everything below but the handle
+  KivSysSharedLock m_zLock;                   // guards everything below but the handle
   std::atomic<bool> m_bThreadRunning{false};  // cleared by the reader as its last step
   bool m_bStopThread = false;
-  KivSysFile m_hBackGroundFile;             // the reader's own handle; not open: no background reads at all
-  uint64_t m_iFileSize = 0;                 // at construction
+  KivSysFile m_hBackGroundFile;  // the reader's own handle; not open: no background reads at all
+  uint64_t m_iFileSize = 0;      // at construction
   uint64_t m_iBlockSize = 0x10000;
   uint64_t m_iBlockCount = 0;
-  std::deque<uint64_t> m_dqUrgent;          // served first, from the back
-  std::deque<uint64_t> m_dqIdle;            // served second, from the back; 100 at most
-  std::vector<uint8_t> m_vcBlockState;      // 0 nothing, 1 queued urgent, 2 queued idle, 3 in memory
+  std::deque<uint64_t> m_dqUrgent;      // served first, from the back
+  std::deque<uint64_t> m_dqIdle;        // served second, from the back; 100 at most
+  std::vector<uint8_t> m_vcBlockState;  // 0 nothing, 1 queued urgent, 2 queued idle, 3 in memory
   std::map<uint64_t, std::vector<uint8_t>> m_mapChunks;
 };
 
 // Holds the lock for its lifetime, exclusively or shared.
 class KivWinFileBackGroundReadInfoEditor {
  public:
-  KivWinFileBackGroundReadInfoEditor(bool bExclusive, KivSysSharedLock& zLock) : m_bExclusive(bExclusive), m_zLock(zLock) {
+  KivWinFileBackGroundReadInfoEditor(bool bExclusive, KivSysSharedLock& zLock)
+      : m_bExclusive(bExclusive), m_zLock(zLock) {
     if (m_bExclusive)
       m_zLock.lock();
     else

@@ -48,7 +48,7 @@ class KivWinMappedFile : public KivWinFile {
   KivSysMapping m_zMapping;
   uint64_t m_iMappingSize = 0;  // capacity of the mapping
   uint8_t* m_pView = nullptr;
-  uint64_t m_iViewStart = 0;    // file offsets
+  uint64_t m_iViewStart = 0;  // file offsets
   uint64_t m_iViewEnd = 0;
   uint64_t m_iBlockSize = 0;
 };

@@ -56,7 +56,8 @@ uint8_t* Align(uint8_t* pBytes) {
 
 }  // namespace
 
-KivFileCache::KivFileCache(KivCacheUseFile* pzOwner) : m_pzOwner(pzOwner), m_iBlockSize(KivGetAllocationGranularity()) {}
+KivFileCache::KivFileCache(KivCacheUseFile* pzOwner)
+    : m_pzOwner(pzOwner), m_iBlockSize(KivGetAllocationGranularity()) {}
 
 KivFileCache::~KivFileCache() {
   if (m_pOriginal == nullptr) return;

@@ -160,8 +160,7 @@ KivWinFile::KivWinFile(KivSysFile hFile, bool bReadOnly, bool bEnableCache, KivS
   if (!m_bHasBackGroundFile) return;
   zInfo.m_iFileSize = DoGetLength();
   zInfo.m_iBlockSize = KivGetAllocationGranularity();
-  zInfo.m_iBlockCount =
-      zInfo.m_iFileSize / zInfo.m_iBlockSize + (zInfo.m_iFileSize % zInfo.m_iBlockSize != 0 ? 1 : 0);
+  zInfo.m_iBlockCount = zInfo.m_iFileSize / zInfo.m_iBlockSize + (zInfo.m_iFileSize % zInfo.m_iBlockSize != 0 ? 1 : 0);
   zInfo.m_vcBlockState.resize(zInfo.m_iBlockCount);
 }
 

@@ -60,8 +60,7 @@ bool KivWinMappedFile::PrepareDirectBuffer(uint64_t iSize) {
   UnmapView();
   m_iMappingSize = 0;
   uint64_t iCapacity = 0;
-  if (!m_bReadOnly)
-    iCapacity = iSize != 0 ? std::max(iSize, m_iBlockSize) : 0;
+  if (!m_bReadOnly) iCapacity = iSize != 0 ? std::max(iSize, m_iBlockSize) : 0;
   // The old mapping is replaced in place, so that its pages stay mapped where the system can do that.
   if (!m_zMapping.Create(m_hFile, m_bReadOnly, iCapacity, MappingName("KivWinMappedFile", ++g_nMappings))) {
     m_zMapping.Close();
@@ -150,9 +149,8 @@ void KivWinMappedFile::DoWrite(uint64_t iOffset, const void* lpBuf, uint64_t nCo
     return;
   }
   const auto* const pSource = static_cast<const uint8_t*>(lpBuf);
-  ForParts(false, iOffset, nCount, [pSource](uint8_t* pBuffer, uint64_t iPos, uint64_t nPart) {
-    std::memcpy(pBuffer, pSource + iPos, nPart);
-  });
+  ForParts(false, iOffset, nCount,
+           [pSource](uint8_t* pBuffer, uint64_t iPos, uint64_t nPart) { std::memcpy(pBuffer, pSource + iPos, nPart); });
 }
 
 void KivWinMappedFile::DoWriteZero(uint64_t iOffset, uint64_t nCount) {
@@ -161,8 +159,7 @@ void KivWinMappedFile::DoWriteZero(uint64_t iOffset, uint64_t nCount) {
     KivWinFile::DoWriteZero(iOffset, nCount);
     return;
   }
-  ForParts(false, iOffset, nCount,
-           [](uint8_t* pBuffer, uint64_t, uint64_t nPart) { std::memset(pBuffer, 0, nPart); });
+  ForParts(false, iOffset, nCount, [](uint8_t* pBuffer, uint64_t, uint64_t nPart) { std::memset(pBuffer, 0, nPart); });
 }
 
 bool KivWinMappedFile::DoSetLength(uint64_t) {
@@ -184,15 +181,14 @@ uint64_t KivWinMappedFile::DoGetLength() {
 
 uint8_t* KivWinMappedFile::DoGetDirectBuffer(bool bReadOnly, uint64_t iOffset, uint64_t nCount) {
   if (!bReadOnly && m_bReadOnly) return nullptr;
-  if (!m_zMapping.IsOpen() || iOffset > m_iMappingSize || nCount > m_iMappingSize - iOffset ||
-      m_bNowUsingDirectBuffer)
+  if (!m_zMapping.IsOpen() || iOffset > m_iMappingSize || nCount > m_iMappingSize - iOffset || m_bNowUsingDirectBuffer)
     return nullptr;
   const uint64_t iEnd = iOffset + nCount;
   if (m_pView == nullptr || m_iViewStart > iOffset || m_iViewEnd < iEnd) {
     UnmapView();
     const uint64_t iStart = iOffset - iOffset % m_iBlockSize;
-    const uint64_t nSize = std::min((static_cast<uint32_t>(nCount) / m_iBlockSize + 2) * m_iBlockSize,
-                                    m_iMappingSize - iStart);
+    const uint64_t nSize =
+        std::min((static_cast<uint32_t>(nCount) / m_iBlockSize + 2) * m_iBlockSize, m_iMappingSize - iStart);
     m_pView = m_zMapping.MapView(iStart, nSize);
     if (m_pView == nullptr) return nullptr;
     m_iViewStart = iStart;

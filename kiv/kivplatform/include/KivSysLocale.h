@@ -16,7 +16,7 @@ uint32_t LanguageId();
 
 // Major and minor version of the system: of Windows, or of the Linux kernel.
 void SystemVersion(uint32_t& iMajor, uint32_t& iMinor);
-// 0 if the system gives none.
+// The unit of the start of file views; 0 if the system gives none (Linux).
 uint32_t AllocationGranularity();
 // DNS domains of this machine; false if the query fails.
 bool DnsDomain(KivWString& csDomain);

@@ -79,9 +79,10 @@ void SystemVersion(uint32_t& iMajor, uint32_t& iMinor) {
   if (uname(&zName) == 0) std::sscanf(zName.release, "%u.%u", &iMajor, &iMinor);
 }
 
+// Linux maps by the page and has no coarser unit of its own. With the library's default, patches and attachments have
+// the same block size on every target.
 uint32_t AllocationGranularity() {
-  const long nPage = sysconf(_SC_PAGESIZE);
-  return nPage > 0 ? static_cast<uint32_t>(nPage) : 0;
+  return 0;
 }
 
 bool DnsDomain(KivWString& csDomain) {
