@@ -120,6 +120,17 @@ KIV_TEST_CHILD(GeneratesWorkFolder) {
   return 0;
 }
 
+KIV_TEST_CHILD(GeneratesWorkFolderElsewhere) {
+  CHILD_CHECK(!sys::CanWriteFolder(KivGetModuleFolder()));
+  CHILD_CHECK(IsGeneratedName(KivGetWorkFolderName()));
+  CHILD_CHECK(KivGetWorkFolder() == Join(sys::PrivateTempFolder(), KivGetWorkFolderName()));
+  CHILD_CHECK(sys::FolderExists(KivGetWorkFolder()));
+  KivWriteLog(u"a line");
+  KivCloseLog();
+  CHILD_CHECK(KivRemoveTree(KivGetWorkFolder()) == KivRemoveTreeResult::Done);
+  return 0;
+}
+
 KIV_TEST_CHILD(RelativeWorkFolder) {
   // The current folder is another one than the program's.
   std::filesystem::current_path(std::filesystem::path(vcsArgs[0]));
@@ -190,6 +201,31 @@ KIV_TEST_CHILD(RemembersModules) {
 
 TEST(WorkFolder, OneIsGeneratedBesideTheProgramAtFirstUse) {
   EXPECT_EQ(kivtest::TestProgram().Run("GeneratesWorkFolder"), 0);
+}
+
+// An installed program of a Linux system. The super-user can write everywhere and starts the program as another user.
+TEST(WorkFolder, OneIsGeneratedInAPrivateFolderWhereTheProgramsFolderCannotBeWritten) {
+  const kivtest::TestProgram zProgram;
+  if (sys::kSeparator == u'\\') {
+    EXPECT_EQ(zProgram.Run("GeneratesWorkFolder"), 0);  // on Windows it stays beside the program
+    return;
+  }
+  const std::filesystem::path zFolder(zProgram.Folder().Path());
+  std::filesystem::permissions(zFolder, std::filesystem::perms(0555));
+  if (sys::CanWriteFolder(zProgram.Folder().Path())) {
+    KivSysProcessStart zStart;
+    const KivWString csLine = kivtest::TestChildCommandLine("GeneratesWorkFolderElsewhere", {});
+    zStart.m_csCommandLine = u"\"/usr/bin/setpriv\" --reuid=65534 --regid=65534 --clear-groups \"" + zProgram.Path() +
+                             csLine.substr(csLine.find(u'"', 1));
+    KivSysProcess zChild = KivSysProcess::Start(zStart);
+    int32_t iCode = -1;
+    EXPECT_EQ(zChild.Wait(KivSysEvent::kInfinite), KivSysWait::Signalled);
+    EXPECT_TRUE(zChild.GetExitCode(iCode));
+    EXPECT_EQ(iCode, 0);
+  } else {
+    EXPECT_EQ(zProgram.Run("GeneratesWorkFolderElsewhere"), 0);
+  }
+  std::filesystem::permissions(zFolder, std::filesystem::perms(0755));
 }
 
 TEST(WorkFolder, ARelativeOneIsTakenFromTheModuleFolderAndNotFromTheCurrentOne) {

@@ -51,6 +51,18 @@ TEST(System, APlainProgramHasNoDataResource) {
   EXPECT_FALSE(KivHasDataResource());
 }
 
+TEST(System, TheReadQueueSizesAreThoseOfTheLastPass) {
+  uint32_t nUrgent = 9;
+  uint32_t nIdle = 9;
+  KivGetReadQueueSizes(nUrgent, nIdle);
+  EXPECT_EQ(nUrgent, 0u);
+  EXPECT_EQ(nIdle, 0u);
+  KivSetReadQueueSizes(3, 4);
+  KivGetReadQueueSizes(nUrgent, nIdle);
+  EXPECT_EQ(nUrgent, 3u);
+  EXPECT_EQ(nIdle, 4u);
+}
+
 TEST(System, HeapChecksPassOnSoundHeaps) {
   KivCheckHeaps(false);
   KivCheckHeaps(true);

@@ -14,6 +14,7 @@ class TestProgram {
 
   // The folder that the copy stands in.
   const TestFolder& Folder() const { return m_zFolder; }
+  const kiv::KivWString& Path() const { return m_csProgram; }
   // Runs a child body in the copy to its end and gives its exit code; -1 if it could not be started.
   int32_t Run(const std::string& strName, const std::vector<kiv::KivWString>& vcsArgs = {}) const;
   // Starts it without waiting.

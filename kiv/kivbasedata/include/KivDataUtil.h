@@ -65,6 +65,9 @@ uint32_t KivGetAllocationGranularity();
 bool KivHasDataResource();
 bool KivIsDeveloperMode();
 void KivCheckHeaps(bool bOn);  // once on it stays on
+// How many blocks the background reader had to read at its last pass: asked for at once, and when idle. Any thread.
+void KivSetReadQueueSizes(uint32_t nUrgent, uint32_t nIdle);
+void KivGetReadQueueSizes(uint32_t& nUrgent, uint32_t& nIdle);
 
 // Sizes of the two queues of the background reader that ran last, as of its last pass.
 void KivGetBackGroundQueueSizes(int32_t& iUrgent, int32_t& iIdle);

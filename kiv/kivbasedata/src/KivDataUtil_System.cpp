@@ -1,3 +1,5 @@
+#include <atomic>
+
 #include "KivDataUtil.h"
 #include "KivSysClock.h"
 #include "KivSysDiag.h"
@@ -10,6 +12,9 @@ namespace {
 
 constexpr uint32_t kLastPeriod = 99;
 constexpr uint32_t kDefaultGranularity = 0x10000;
+
+std::atomic<uint32_t> g_nReadQueueUrgent{0};
+std::atomic<uint32_t> g_nReadQueueIdle{0};
 
 uint32_t FindTimerPeriod() {
   for (uint32_t iPeriod = 1; iPeriod <= kLastPeriod; ++iPeriod)
@@ -73,6 +78,16 @@ void KivCheckHeaps(bool bOn) {
   static bool bCheck = false;
   bCheck = bCheck || bOn;
   if (bCheck) sys::ValidateHeaps();
+}
+
+void KivSetReadQueueSizes(uint32_t nUrgent, uint32_t nIdle) {
+  g_nReadQueueUrgent = nUrgent;
+  g_nReadQueueIdle = nIdle;
+}
+
+void KivGetReadQueueSizes(uint32_t& nUrgent, uint32_t& nIdle) {
+  nUrgent = g_nReadQueueUrgent;
+  nIdle = g_nReadQueueIdle;
 }
 
 }  // namespace kiv
