@@ -20,6 +20,10 @@ using namespace kiv;
 
 namespace {
 
+using CallStack = kivtest::RecordsReports;
+using ReportFaults = kivtest::RecordsReports;
+using ReportFilter = kivtest::RecordsReports;
+
 struct SystemLogEntry {
   KivWString m_csSource;
   KivWString m_csText;
@@ -234,14 +238,14 @@ TEST_F(Report, TheChecksGiveTheirValueAndReportTheirText) {
   EXPECT_FALSE(KIV_CHECK(iRead == 4));
 }
 
-TEST(CallStack, TheTextIsAppended) {
+TEST_F(CallStack, TheTextIsAppended) {
   KivWString csText = u"before\n";
   KivGetCallStack(csText);
   EXPECT_EQ(csText.substr(0, 7), u"before\n");
   EXPECT_GT(csText.size(), 7u);
 }
 
-TEST(CallStack, EachLineIsAddressModuleAndSymbol) {
+TEST_F(CallStack, EachLineIsAddressModuleAndSymbol) {
   KivWString csText;
   KivTestNamesItselfInTheStack(csText);
   const std::string strText = sys::WideToUtf8(csText);
@@ -257,7 +261,7 @@ TEST(CallStack, EachLineIsAddressModuleAndSymbol) {
   EXPECT_EQ(strText.back(), '\n');
 }
 
-TEST(CallStack, ItBeginsWithTheCaller) {
+TEST_F(CallStack, ItBeginsWithTheCaller) {
   KivWString csText;
   KivTestNamesItselfInTheStack(csText);
   const std::string strText = sys::WideToUtf8(csText);
@@ -463,34 +467,34 @@ KIV_TEST_CHILD(DiesOfAReport) {
 
 }  // namespace
 
-TEST(ReportFilter, AListedFailureReturnsToTheCallerAndLeavesNoTrace) {
+TEST_F(ReportFilter, AListedFailureReturnsToTheCallerAndLeavesNoTrace) {
   EXPECT_EQ(kivtest::TestProgram().Run("FilterSuppressesListedReports"), 0);
 }
 
-TEST(ReportFilter, ALineWithoutAColonIsIgnoredAndTheFirstColonSplits) {
+TEST_F(ReportFilter, ALineWithoutAColonIsIgnoredAndTheFirstColonSplits) {
   EXPECT_EQ(kivtest::TestProgram().Run("FilterReadsOddLines"), 0);
 }
 
-TEST(ReportFilter, AMissingFileIsAnEmptyListAndIsNotLookedForAgain) {
+TEST_F(ReportFilter, AMissingFileIsAnEmptyListAndIsNotLookedForAgain) {
   EXPECT_EQ(kivtest::TestProgram().Run("FilterWithoutFileIsNotLookedForAgain"), 0);
 }
 
-TEST(ReportFilter, AFileOfGarbageSuppressesNothingElse) {
+TEST_F(ReportFilter, AFileOfGarbageSuppressesNothingElse) {
   const uint32_t iSeed = std::random_device()();
   SCOPED_TRACE("seed " + std::to_string(iSeed));
   const std::string strSeed = std::to_string(iSeed);
   EXPECT_EQ(kivtest::TestProgram().Run("FilterSurvivesGarbage", {KivWString(strSeed.begin(), strSeed.end())}), 0);
 }
 
-TEST(ReportFilter, AFileTooLargeForAListIsAnEmptyList) {
+TEST_F(ReportFilter, AFileTooLargeForAListIsAnEmptyList) {
   EXPECT_EQ(kivtest::TestProgram().Run("FilterIgnoresAHugeFile"), 0);
 }
 
-TEST(ReportFilter, AnUnreadableFileIsAnEmptyList) {
+TEST_F(ReportFilter, AnUnreadableFileIsAnEmptyList) {
   EXPECT_EQ(kivtest::TestProgram().Run("FilterCannotReadItsFile"), 0);
 }
 
-TEST(ReportFaults, NoFailingCallHidesTheFirstReport) {
+TEST_F(ReportFaults, NoFailingCallHidesTheFirstReport) {
   const kivtest::TestProgram zProgram;
   for (const char16_t* szFrom : {u"once", u"on"}) {
     for (int iNth = 1;; ++iNth) {
@@ -503,7 +507,7 @@ TEST(ReportFaults, NoFailingCallHidesTheFirstReport) {
   }
 }
 
-TEST(ReportFaults, AnUncaughtReportEndsTheProcessWithItsRecordWritten) {
+TEST_F(ReportFaults, AnUncaughtReportEndsTheProcessWithItsRecordWritten) {
   const kivtest::TestFolder zFolder;
   const kivtest::TestProgram zProgram;
   KivSysProcess zChild = zProgram.Start("DiesOfAReport", {zFolder.Path()});

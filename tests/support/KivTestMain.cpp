@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "KivDataUtil.h"
+#include "KivException.h"
 #include "KivSysFolder.h"
 #include "KivSysProcess.h"
 #include "KivTestChild.h"

@@ -19,6 +19,13 @@ class NoThrowScope {
   bool m_bBefore;
 };
 
+// Fixture of tests that look at the record of a process's first report. Elsewhere the test program counts as having
+// reported already, since writing the record with its stack text takes long.
+class RecordsReports : public testing::Test {
+ protected:
+  RecordsReports() { kiv::KivSetReported(false); }
+};
+
 // The condition text and source of the report that the body throws; "" if it throws none.
 template <typename Body>
 kiv::KivWString ReportOf(Body&& body) {

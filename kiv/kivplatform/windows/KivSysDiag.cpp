@@ -25,7 +25,8 @@ std::function<void(const KivWString&)> g_pfnMessageHook;
 
 bool InitializeSymbols() {
   static const bool bOk = [] {
-    SymSetOptions(SymGetOptions() | SYMOPT_LOAD_LINES);
+    // Deferred: a module's symbols are read when a frame of it is turned into text.
+    SymSetOptions(SymGetOptions() | SYMOPT_LOAD_LINES | SYMOPT_DEFERRED_LOADS);
     return SymInitialize(GetCurrentProcess(), nullptr, TRUE) != FALSE;
   }();
   return bOk;
