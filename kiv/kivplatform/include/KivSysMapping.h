@@ -1,6 +1,7 @@
 // A file mapping with a capacity, and views of it.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 
 #include "KivSysFile.h"
@@ -31,6 +32,11 @@ class KivSysMapping {
   uint8_t* MapView(uint64_t iOffset, uint64_t nSize);
   void UnmapView(uint8_t* pView, uint64_t nSize) noexcept;
 
+  // True once a view was used behind the end of a file that others had cut meanwhile, or where the disk failed: the
+  // bytes there read as zero, and what is written there is lost. Linux; elsewhere the system keeps a mapped file from
+  // being cut.
+  bool HasLostPages() const noexcept { return m_pLost != nullptr && m_pLost->load(std::memory_order_relaxed); }
+
  private:
   intptr_t m_iHandle = 0;
   uint8_t* m_pBase = nullptr;
@@ -38,6 +44,7 @@ class KivSysMapping {
   uint64_t m_iCapacity = 0;
   uint64_t m_iFileIdentity[2] = {0, 0};
   bool m_bReadOnly = true;
+  const std::atomic<bool>* m_pLost = nullptr;  // Linux
 };
 
 }  // namespace kiv

@@ -60,7 +60,9 @@ class SymbolEngine {
       Report();
       pModule = dwfl_addrmodule(m_pDwfl, iAddress);
     }
-    return pModule;
+    Dwarf_Addr iFirst = 0, iEnd = 0;  // the gap behind a module counts as a part of it otherwise
+    if (pModule != nullptr) dwfl_module_info(pModule, nullptr, &iFirst, &iEnd, nullptr, nullptr, nullptr, nullptr);
+    return iAddress >= iFirst && iAddress < iEnd ? pModule : nullptr;
   }
 
  private:

@@ -86,6 +86,14 @@ bool TakeSharing(int iFd, const KivSysOpenMode& zMode) {
   }
 }
 
+// Sets the length; a file that is mapped anywhere does not become shorter.
+bool Cut(int iFd, uint64_t iLength, off_t iPresent) {
+  if (iLength < static_cast<uint64_t>(iPresent) && sys::posix::BytesHeld(iFd, sys::posix::kLockMapped, 1))
+    return FailWith(EBUSY);
+  if (iLength == static_cast<uint64_t>(iPresent)) return true;
+  return ftruncate(iFd, static_cast<off_t>(iLength)) == 0 ? true : FailWithErrno();
+}
+
 enum class Attempt { Done, Failed, Again };
 
 // Opens the file that has the name now, or makes a plain one if iCreate says so.
@@ -128,10 +136,7 @@ Attempt OpenNamed(const std::string& strPath, const KivSysOpenMode& zMode, int i
     zFd.Reset();
     return Attempt::Again;
   }
-  if (zMode.m_iDisposition == KivSysDisposition::CreateAlways && zStat.st_size != 0 && ftruncate(iFd, 0) != 0) {
-    FailWithErrno();
-    return Attempt::Failed;
-  }
+  if (zMode.m_iDisposition == KivSysDisposition::CreateAlways && !Cut(iFd, 0, zStat.st_size)) return Attempt::Failed;
   return Attempt::Done;
 }
 
@@ -307,8 +312,9 @@ bool KivSysFile::GetLength(uint64_t& iLength) const {
 bool KivSysFile::SetLength(uint64_t iLength) {
   if (!FaultAllows(KivSysCall::FileSetLength)) return false;
   if (iLength > kMaxOffset) return FailWith(EFBIG);
-  if (ftruncate(static_cast<int>(m_iHandle), static_cast<off_t>(iLength)) != 0) return FailWithErrno();
-  return true;
+  struct stat zStat;
+  if (fstat(static_cast<int>(m_iHandle), &zStat) != 0) return FailWithErrno();
+  return Cut(static_cast<int>(m_iHandle), iLength, zStat.st_size);
 }
 
 bool KivSysFile::Flush() {

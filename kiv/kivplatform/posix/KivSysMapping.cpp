@@ -1,11 +1,15 @@
 #include "KivSysMapping.h"
 
 #include <fcntl.h>
+#include <signal.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
+#include <cstdio>
+#include <mutex>
 #include <utility>
 
 #include "KivSysPosix.h"
@@ -33,6 +37,92 @@ bool Reserve(int iFd, uint64_t iFrom, uint64_t iTo) {
   return iError == 0 ? true : FailWith(iError);
 }
 
+// A page of a mapping that has no file behind it any more (cut by others, or the disk failed) raises SIGBUS where it
+// is used. The handler looks the address up here, puts a page of zeros in its place and marks the mapping. All other
+// cases go to whoever handled the signal before.
+struct Range {
+  std::atomic<uintptr_t> m_iBase{0};
+  std::atomic<uintptr_t> m_nBytes{0};  // 0: nothing here
+  std::atomic<bool> m_bWritable{false};
+  std::atomic<bool> m_bLost{false};
+  std::atomic<bool> m_bTaken{false};
+};
+std::array<Range, 4096> g_vzRanges;
+struct sigaction g_zFormerAction;
+
+void OnBusError(int iSignal, siginfo_t* pInfo, void* pContext) {
+  const int iError = errno;
+  const auto iAddress = reinterpret_cast<uintptr_t>(pInfo->si_addr);
+  for (Range& zRange : g_vzRanges) {
+    const uintptr_t nBytes = zRange.m_nBytes.load(std::memory_order_acquire);
+    const uintptr_t iBase = zRange.m_iBase.load(std::memory_order_relaxed);
+    if (nBytes == 0 || iAddress < iBase || iAddress - iBase >= nBytes || pInfo->si_code <= 0) continue;
+    void* const pPage = reinterpret_cast<void*>(iAddress / PageSize() * PageSize());
+    const int iProtection = zRange.m_bWritable.load(std::memory_order_relaxed) ? PROT_READ | PROT_WRITE : PROT_READ;
+    if (mmap(pPage, PageSize(), iProtection, MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED, -1, 0) == MAP_FAILED) break;
+    zRange.m_bLost.store(true, std::memory_order_relaxed);
+    constexpr char kText[] = "a mapped file has lost a page: it was cut by others, or the disk failed\n";
+    if (write(STDERR_FILENO, kText, sizeof kText - 1) < 0) {
+      // Nobody to tell; the mark stands.
+    }
+    errno = iError;
+    return;
+  }
+  if ((g_zFormerAction.sa_flags & SA_SIGINFO) != 0 && g_zFormerAction.sa_sigaction != nullptr) {
+    g_zFormerAction.sa_sigaction(iSignal, pInfo, pContext);
+  } else if (g_zFormerAction.sa_handler != SIG_DFL && g_zFormerAction.sa_handler != SIG_IGN) {
+    g_zFormerAction.sa_handler(iSignal);
+  } else {
+    signal(SIGBUS, SIG_DFL);  // the instruction runs again and ends the process
+  }
+  errno = iError;
+}
+
+// Null if there are too many mappings; the one in hand goes without protection then.
+Range* TakeRange() {
+  static std::once_flag s_zOnce;
+  std::call_once(s_zOnce, [] {
+    static_cast<void>(PageSize());  // known before the handler needs it
+    struct sigaction zAction {};
+    zAction.sa_sigaction = OnBusError;
+    zAction.sa_flags = SA_SIGINFO | SA_ONSTACK | SA_NODEFER;
+    sigemptyset(&zAction.sa_mask);
+    sigaction(SIGBUS, &zAction, &g_zFormerAction);
+  });
+  for (Range& zRange : g_vzRanges) {
+    if (zRange.m_bTaken.load(std::memory_order_relaxed) || zRange.m_bTaken.exchange(true)) continue;
+    zRange.m_bLost.store(false, std::memory_order_relaxed);
+    return &zRange;
+  }
+  return nullptr;
+}
+
+Range* RangeOf(const std::atomic<bool>* pLost) {
+  if (pLost == nullptr) return nullptr;
+  for (Range& zRange : g_vzRanges)
+    if (&zRange.m_bLost == pLost) return &zRange;
+  return nullptr;
+}
+
+void SetRange(Range* pzRange, const void* pBase, uint64_t nBytes, bool bReadOnly) {
+  if (pzRange == nullptr) return;
+  pzRange->m_nBytes.store(0, std::memory_order_release);
+  pzRange->m_iBase.store(reinterpret_cast<uintptr_t>(pBase), std::memory_order_relaxed);
+  pzRange->m_bWritable.store(!bReadOnly, std::memory_order_relaxed);
+  pzRange->m_nBytes.store(nBytes, std::memory_order_release);
+}
+
+// Maps through an open of its own, whose lock says that the file is mapped: KivSysFile cuts no such file. The mapping
+// keeps that open, and with it the lock.
+void* MapFile(int iFd, uint64_t nBytes, bool bReadOnly) {
+  char szSelf[64];
+  std::snprintf(szSelf, sizeof szSelf, "/proc/self/fd/%d", iFd);
+  const sys::posix::Descriptor zFd(open(szSelf, (bReadOnly ? O_RDONLY : O_RDWR) | O_CLOEXEC));
+  if (zFd.IsOpen()) sys::posix::LockBytes(zFd.Get(), F_RDLCK, sys::posix::kLockMapped, 1);
+  return mmap(nullptr, nBytes, bReadOnly ? PROT_READ : PROT_READ | PROT_WRITE, MAP_SHARED,
+              zFd.IsOpen() ? zFd.Get() : iFd, 0);
+}
+
 }  // namespace
 
 KivSysMapping::KivSysMapping() noexcept = default;
@@ -51,6 +141,7 @@ KivSysMapping& KivSysMapping::operator=(KivSysMapping&& zOther) noexcept {
     m_iFileIdentity[0] = zOther.m_iFileIdentity[0];
     m_iFileIdentity[1] = zOther.m_iFileIdentity[1];
     m_bReadOnly = zOther.m_bReadOnly;
+    m_pLost = std::exchange(zOther.m_pLost, nullptr);
   }
   return *this;
 }
@@ -66,8 +157,8 @@ bool KivSysMapping::Create(KivSysFile& zFile, bool bReadOnly, uint64_t iCapacity
     Close();
     return false;
   }
-  const bool bSameFile =
-      IsOpen() && m_iFileIdentity[0] == zStat.st_dev && m_iFileIdentity[1] == zStat.st_ino && m_bReadOnly == bReadOnly;
+  const bool bSameFile = IsOpen() && !HasLostPages() && m_iFileIdentity[0] == zStat.st_dev &&
+                         m_iFileIdentity[1] == zStat.st_ino && m_bReadOnly == bReadOnly;
   if (!bSameFile) Close();
 
   const auto iLength = static_cast<uint64_t>(zStat.st_size);
@@ -87,11 +178,16 @@ bool KivSysMapping::Create(KivSysFile& zFile, bool bReadOnly, uint64_t iCapacity
 
   const uint64_t iMapped = (iCapacity + PageSize() - 1) / PageSize() * PageSize();
   if (!bSameFile) {
-    void* const pBase = mmap(nullptr, iMapped, bReadOnly ? PROT_READ : PROT_READ | PROT_WRITE, MAP_SHARED, iFd, 0);
+    void* const pBase = MapFile(iFd, iMapped, bReadOnly);
     if (pBase == MAP_FAILED) return FailWithErrno();
     m_pBase = static_cast<uint8_t*>(pBase);
     m_iMapped = iMapped;
+    Range* const pzRange = TakeRange();
+    SetRange(pzRange, m_pBase, m_iMapped, bReadOnly);
+    m_pLost = pzRange == nullptr ? nullptr : &pzRange->m_bLost;
   } else if (iMapped > m_iMapped) {
+    Range* const pzRange = RangeOf(m_pLost);
+    SetRange(pzRange, nullptr, 0, bReadOnly);
     void* const pBase = mremap(m_pBase, m_iMapped, iMapped, MREMAP_MAYMOVE);
     if (pBase == MAP_FAILED) {
       FailWithErrno();
@@ -100,6 +196,7 @@ bool KivSysMapping::Create(KivSysFile& zFile, bool bReadOnly, uint64_t iCapacity
     }
     m_pBase = static_cast<uint8_t*>(pBase);
     m_iMapped = iMapped;
+    SetRange(pzRange, m_pBase, m_iMapped, bReadOnly);
   }
   m_iHandle = 1;
   m_iCapacity = iCapacity;
@@ -118,6 +215,11 @@ uint64_t KivSysMapping::GetCapacity() const noexcept {
 }
 
 void KivSysMapping::Close() noexcept {
+  if (Range* const pzRange = RangeOf(m_pLost)) {
+    SetRange(pzRange, nullptr, 0, true);
+    pzRange->m_bTaken.store(false);
+  }
+  m_pLost = nullptr;
   if (m_pBase != nullptr) munmap(m_pBase, m_iMapped);
   m_pBase = nullptr;
   m_iMapped = 0;

@@ -9,6 +9,7 @@
 //   3     that lets nobody else write
 //   4     that lets nobody else delete
 //   5     that lets nobody else read
+//   6     a mapping of the file: it is not cut meanwhile
 // The order makes each usual set of bytes one range. A file with the sticky bit is a delete-on-close file: its name
 // counts only while byte 0 is locked.
 #pragma once
@@ -19,6 +20,7 @@
 #include <cstdint>
 #include <functional>
 #include <string>
+#include <vector>
 
 #include "KivSysFault.h"
 #include "KivSysText.h"
@@ -62,7 +64,7 @@ class Descriptor {
 };
 
 constexpr int kLockOwner = 0, kLockWrites = 1, kLockReads = 2, kLockDeniesWrite = 3, kLockDeniesDelete = 4,
-              kLockDeniesRead = 5, kLockCount = 6;
+              kLockDeniesRead = 5, kLockCount = 6, kLockMapped = 6, kLockJobList = 7;
 constexpr int64_t kLockBase = 0x4000000000000000;
 
 // iType is F_RDLCK, F_WRLCK or F_UNLCK; false if another open holds what contradicts, or with errno set otherwise.
@@ -87,6 +89,9 @@ bool PrivateObjectFolder(std::string& strFolder);
 bool ObjectPath(char cKind, const KivWString& csName, std::string& strPath);
 
 uint64_t NowNs() noexcept;
+
+// The parts of a command line by the rules of CommandLineToArgvW, as UTF-8; at least one.
+std::vector<std::string> SplitCommandLine(KivWStringView csLine);
 
 // sys::StartThread without its question to the fault plan.
 bool StartDetached(std::function<void()> pfnBody, uint32_t iStackSize);

@@ -152,48 +152,6 @@ ChildObject* ChildOf(intptr_t iHandle) {
   return reinterpret_cast<ChildObject*>(iHandle);
 }
 
-// The rules of CommandLineToArgvW: the program ends at a blank or its closing quote, without escapes; after it 2n
-// backslashes before a quote are n, 2n + 1 are n and a plain quote, and two quotes inside quotes are one.
-std::vector<std::string> SplitCommandLine(KivWStringView csLine) {
-  std::vector<std::string> vstrArgs;
-  const auto IsBlank = [](char16_t c) { return c == u' ' || c == u'\t'; };
-  size_t i = 0;
-  KivWString csPart;
-  if (!csLine.empty() && csLine[0] == u'"') {
-    for (i = 1; i < csLine.size() && csLine[i] != u'"'; ++i) csPart += csLine[i];
-    if (i < csLine.size()) ++i;
-  } else {
-    for (; i < csLine.size() && !IsBlank(csLine[i]); ++i) csPart += csLine[i];
-  }
-  vstrArgs.push_back(WideToUtf8(csPart));
-  for (;;) {
-    while (i < csLine.size() && IsBlank(csLine[i])) ++i;
-    if (i == csLine.size()) return vstrArgs;
-    csPart.clear();
-    bool bQuoted = false;
-    while (i < csLine.size() && (bQuoted || !IsBlank(csLine[i]))) {
-      size_t nSlashes = 0;
-      while (i < csLine.size() && csLine[i] == u'\\') ++nSlashes, ++i;
-      if (i == csLine.size() || csLine[i] != u'"') {
-        csPart.append(nSlashes, u'\\');
-        if (i < csLine.size() && (bQuoted || !IsBlank(csLine[i]))) csPart += csLine[i++];
-        continue;
-      }
-      csPart.append(nSlashes / 2, u'\\');
-      ++i;
-      if (nSlashes % 2 != 0) {
-        csPart += u'"';
-      } else if (bQuoted && i < csLine.size() && csLine[i] == u'"') {
-        csPart += u'"';
-        ++i;
-      } else {
-        bQuoted = !bQuoted;
-      }
-    }
-    vstrArgs.push_back(WideToUtf8(csPart));
-  }
-}
-
 // The program's file, found by this process and not by the child in its folder.
 std::string FindProgram(const std::string& strProgram) {
   if (strProgram.empty() || strProgram[0] == '/') return strProgram;
@@ -219,8 +177,6 @@ struct JobContent {
   int32_t m_iGroup = 0;
   std::vector<Member> m_vzMembers;
 };
-
-constexpr int kLockJobList = kLockCount;  // held while a line is added
 
 bool ReadJob(int iFd, JobContent& zContent) {
   std::string strText;
@@ -345,6 +301,49 @@ uint32_t KillMarked(const std::string& strFolder) {
 }
 
 }  // namespace
+
+// The rules of CommandLineToArgvW: the program ends at a blank or its closing quote, without escapes; after it 2n
+// backslashes before a quote are n, 2n + 1 are n and a plain quote, and two quotes inside quotes are one.
+std::vector<std::string> SplitCommandLine(KivWStringView csLine) {
+  std::vector<std::string> vstrArgs;
+  const auto IsBlank = [](char16_t c) { return c == u' ' || c == u'\t'; };
+  size_t i = 0;
+  KivWString csPart;
+  if (!csLine.empty() && csLine[0] == u'"') {
+    for (i = 1; i < csLine.size() && csLine[i] != u'"'; ++i) csPart += csLine[i];
+    if (i < csLine.size()) ++i;
+  } else {
+    for (; i < csLine.size() && !IsBlank(csLine[i]); ++i) csPart += csLine[i];
+  }
+  vstrArgs.push_back(WideToUtf8(csPart));
+  for (;;) {
+    while (i < csLine.size() && IsBlank(csLine[i])) ++i;
+    if (i == csLine.size()) return vstrArgs;
+    csPart.clear();
+    bool bQuoted = false;
+    while (i < csLine.size() && (bQuoted || !IsBlank(csLine[i]))) {
+      size_t nSlashes = 0;
+      while (i < csLine.size() && csLine[i] == u'\\') ++nSlashes, ++i;
+      if (i == csLine.size() || csLine[i] != u'"') {
+        csPart.append(nSlashes, u'\\');
+        if (i < csLine.size() && (bQuoted || !IsBlank(csLine[i]))) csPart += csLine[i++];
+        continue;
+      }
+      csPart.append(nSlashes / 2, u'\\');
+      ++i;
+      if (nSlashes % 2 != 0) {
+        csPart += u'"';
+      } else if (bQuoted && i < csLine.size() && csLine[i] == u'"') {
+        csPart += u'"';
+        ++i;
+      } else {
+        bQuoted = !bQuoted;
+      }
+    }
+    vstrArgs.push_back(WideToUtf8(csPart));
+  }
+}
+
 }  // namespace sys::posix
 
 using namespace sys::posix;

@@ -1,0 +1,375 @@
+// What only the Linux backend has: its ways for older kernels and simpler file systems, its files' modes, what becomes
+// of a mapping whose file is cut.
+#ifndef _WIN32
+
+#include "KivSysPosix.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <thread>
+#include <vector>
+
+#include "KivPlatformTest.h"
+#include "KivSysLocale.h"
+#include "KivSysMapping.h"
+#include "KivTestFolder.h"
+#include "KivTestScale.h"
+
+using namespace kiv;
+using namespace kivtest;
+
+namespace {
+
+std::string Native(const KivWString& csPath) {
+  return sys::WideToUtf8(csPath);
+}
+
+mode_t ModeOf(const KivWString& csPath) {
+  struct stat zStat {};
+  return stat(Native(csPath).c_str(), &zStat) == 0 ? zStat.st_mode & 07777 : 0;
+}
+
+size_t RawEntries(const KivWString& csFolder) {
+  size_t nEntries = 0;
+  DIR* const pDirectory = opendir(Native(csFolder).c_str());
+  while (readdir(pDirectory) != nullptr) ++nEntries;
+  closedir(pDirectory);
+  return nEntries - 2;
+}
+
+// Both ways of making a locked file.
+class LockedFile : public testing::TestWithParam<bool> {
+ protected:
+  void SetUp() override { sys::posix::g_bNoTmpFile = GetParam(); }
+  void TearDown() override { sys::posix::g_bNoTmpFile = false; }
+};
+
+}  // namespace
+
+KIV_TEST_CHILD(PosixMarkerHolder) {
+  sys::posix::g_bNoTmpFile = vcsArgs[2] == u"1";
+  const KivSysFile zMarker = MakeMarker(vcsArgs[1]);
+  return zMarker.IsOpen() ? ReadyUntilKilled(vcsArgs[0]) : 1;
+}
+
+TEST_P(LockedFile, AMarkerLivesAndDiesWithItsProcess) {
+  const TestFolder zFolder;
+  const KivWString csPath = zFolder / u"KivProc1";
+  ReadyChild zChild("PosixMarkerHolder", {csPath, GetParam() ? u"1" : u"0"});
+  ASSERT_TRUE(zChild.IsReady());
+  EXPECT_TRUE(sys::PathExists(csPath));
+  EXPECT_EQ(ModeOf(csPath), 01600u);
+  EXPECT_EQ(RawEntries(zFolder.Path()), 1u) << "no temporary name is left";
+  EXPECT_FALSE(MakeMarker(csPath).IsOpen());
+  ASSERT_TRUE(zChild.Kill());
+  EXPECT_EQ(RawEntries(zFolder.Path()), 1u) << "the corpse";
+  EXPECT_FALSE(sys::PathExists(csPath));
+  EXPECT_EQ(RawEntries(zFolder.Path()), 0u) << "removed by the test of existence";
+}
+
+TEST_P(LockedFile, OfManyWhoMakeTheSameMarkerExactlyOneWins) {
+  const TestFolder zFolder;
+  const KivWString csPath = zFolder / u"KivProc1";
+  const uint64_t nRounds = Scaled(300, 50);
+  for (uint64_t i = 0; i < nRounds; ++i) {
+    std::atomic<int> nWinners{0}, nReady{0}, nTried{0};
+    std::vector<std::thread> vzThreads;
+    for (int j = 0; j < 4; ++j) {
+      vzThreads.emplace_back([&] {
+        ++nReady;
+        while (nReady < 4) std::this_thread::yield();
+        const KivSysFile zMarker = MakeMarker(csPath);
+        if (zMarker.IsOpen()) {
+          ++nWinners;
+          EXPECT_TRUE(sys::PathExists(csPath));
+        }
+        ++nTried;
+        while (nTried < 4) std::this_thread::yield();  // hold it until all have tried
+      });
+    }
+    for (std::thread& zThread : vzThreads) zThread.join();
+    ASSERT_EQ(nWinners, 1);
+    ASSERT_EQ(RawEntries(zFolder.Path()), 0u);
+  }
+}
+
+TEST_P(LockedFile, AMarkerNeverStandsUnlocked) {
+  const TestFolder zFolder;
+  const KivWString csPath = zFolder / u"KivProc1";
+  std::atomic<bool> bStop{false};
+  std::atomic<int> nTaken{0};
+  // Tests of existence remove what is not locked: were the name ever unlocked, its maker would lose it.
+  std::thread zTester([&] {
+    while (!bStop) {
+      sys::PathExists(csPath);
+      std::vector<KivSysFolderEntry> vzEntries;
+      sys::ListFolder(zFolder.Path(), vzEntries);
+    }
+  });
+  const uint64_t nRounds = Scaled(20'000, 1'000);
+  for (uint64_t i = 0; i < nRounds; ++i) {
+    const KivSysFile zMarker = MakeMarker(csPath);
+    if (!zMarker.IsOpen() || access(Native(csPath).c_str(), F_OK) != 0) ++nTaken;
+  }
+  bStop = true;
+  zTester.join();
+  EXPECT_EQ(nTaken, 0);
+  EXPECT_EQ(RawEntries(zFolder.Path()), 0u);
+}
+
+INSTANTIATE_TEST_SUITE_P(Posix, LockedFile, testing::Bool());
+
+TEST(Posix, FilesAndFoldersAreForTheUserAlone) {
+  const mode_t iBefore = umask(0);
+  const TestFolder zFolder;
+  OpenFile(zFolder / u"a", KivSysAccess::ReadWrite, KivSysShare::All, KivSysDisposition::CreateAlways);
+  EXPECT_EQ(ModeOf(zFolder / u"a"), 0600u);
+  ASSERT_TRUE(sys::MakeFolder(zFolder / u"f"));
+  EXPECT_EQ(ModeOf(zFolder / u"f"), 0700u);
+  chmod(Native(zFolder / u"a").c_str(), 0644);
+  ASSERT_TRUE(sys::CopyFileTo(zFolder / u"a", zFolder / u"b"));
+  EXPECT_EQ(ModeOf(zFolder / u"b"), 0600u);
+  umask(iBefore);
+  std::string strObjects;
+  ASSERT_TRUE(sys::posix::PrivateObjectFolder(strObjects));
+  EXPECT_EQ(ModeOf(sys::Utf8ToWide(strObjects)), 0700u);
+}
+
+TEST(Posix, AnEventLeavesNoFileBehind) {
+  std::string strPath;
+  const KivWString csName = UniqueName("File");
+  ASSERT_TRUE(sys::posix::ObjectPath('e', csName, strPath));
+  {
+    bool bExisted = false;
+    const KivSysEvent zFirst = KivSysEvent::Create(csName, bExisted);
+    EXPECT_EQ(access(strPath.c_str(), F_OK), 0);
+    EXPECT_EQ(ModeOf(sys::Utf8ToWide(strPath)), 0600u);
+    const KivSysEvent zSecond = KivSysEvent::Open(csName);
+  }
+  EXPECT_NE(access(strPath.c_str(), F_OK), 0);
+}
+
+TEST(Posix, AnEventFileOfGarbageIsNoDanger) {
+  std::string strPath;
+  const KivWString csName = UniqueName("Garbage");
+  ASSERT_TRUE(sys::posix::ObjectPath('e', csName, strPath));
+  // Held by a living process, but too short for an event.
+  const int iFd = open(strPath.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+  ASSERT_TRUE(sys::posix::LockBytes(iFd, F_RDLCK, 0, 1));
+  EXPECT_FALSE(KivSysEvent::Open(csName).IsOpen());
+  bool bExisted = false;
+  EXPECT_FALSE(KivSysEvent::Create(csName, bExisted).IsOpen());
+  // Long enough, with any content: odd is on, even is off, and the calls work.
+  ASSERT_EQ(pwrite(iFd, "\xff\xff\xff\xff\xff\xff\xff\xff", 8, 0), 8);
+  KivSysEvent zEvent = KivSysEvent::Open(csName);
+  ASSERT_TRUE(zEvent.IsOpen());
+  EXPECT_EQ(zEvent.Wait(1), KivSysWait::Signalled);
+  EXPECT_TRUE(zEvent.Reset());
+  EXPECT_EQ(zEvent.Wait(1), KivSysWait::TimedOut);
+  EXPECT_TRUE(zEvent.Set());
+  EXPECT_EQ(zEvent.Wait(1), KivSysWait::Signalled);
+  close(iFd);
+}
+
+TEST(Posix, WithoutFutexWaitvAWaitOnSeveralEventsStillWorks) {
+  sys::posix::g_bNoFutexWaitv = true;
+  bool bExisted = false;
+  std::vector<KivSysEvent> vzEvents;
+  std::vector<const KivSysEvent*> vpEvents;
+  for (int i = 0; i < 70; ++i) vzEvents.push_back(KivSysEvent::Create(UniqueName("Poll"), bExisted));
+  for (const KivSysEvent& zEvent : vzEvents) vpEvents.push_back(&zEvent);
+  EXPECT_EQ(KivSysEvent::WaitAny(vpEvents, 3).m_iState, KivSysWait::TimedOut);
+  const uint32_t nRounds = static_cast<uint32_t>(Scaled(2000, 200));
+  KivSysEvent zAnswer = KivSysEvent::Create(UniqueName("Answer"), bExisted);
+  std::thread zSetter([&] {
+    for (uint32_t i = 0; i < nRounds; ++i) {
+      vzEvents[i % 70].Set();
+      if (zAnswer.Wait(kLong) != KivSysWait::Signalled) return;
+      zAnswer.Reset();
+    }
+  });
+  for (uint32_t i = 0; i < nRounds; ++i) {
+    const KivSysWaitResult zResult = KivSysEvent::WaitAny(vpEvents, kLong);
+    EXPECT_EQ(zResult.m_iState, KivSysWait::Signalled);
+    EXPECT_EQ(zResult.m_iIndex, i % 70);
+    vzEvents[i % 70].Reset();
+    zAnswer.Set();
+  }
+  zSetter.join();
+  sys::posix::g_bNoFutexWaitv = false;
+}
+
+KIV_TEST_CHILD(PosixCountsDescriptors) {
+  int nOpen = 0;
+  for (int iFd = 3; iFd < 1000; ++iFd) nOpen += fcntl(iFd, F_GETFD) >= 0;
+  return nOpen;
+}
+
+TEST(Posix, AChildInheritsNoDescriptors) {
+  const TestFolder zFolder;
+  const KivSysFile zMarker = MakeMarker(zFolder / u"KivProc1");
+  bool bExisted = false;
+  const KivSysEvent zEvent = KivSysEvent::Create(UniqueName("Inherit"), bExisted);
+  const int iLoose = open("/dev/null", O_RDONLY);  // not marked to be closed
+  KivSysProcess zChild = StartTestChild("PosixCountsDescriptors", {});
+  ASSERT_EQ(zChild.Wait(kLong), KivSysWait::Signalled);
+  int32_t iCode = -1;
+  EXPECT_TRUE(zChild.GetExitCode(iCode));
+  EXPECT_EQ(iCode, 0);
+  close(iLoose);
+}
+
+TEST(Posix, ADroppedChildLeavesNoZombie) {
+  std::vector<uint32_t> viIds;
+  for (int i = 0; i < 8; ++i) viIds.push_back(StartTestChild("PosixCountsDescriptors", {}).GetId());
+  for (const uint32_t iId : viIds) {
+    EXPECT_TRUE(Eventually([&] {
+      sys::posix::ProcessFacts zFacts;
+      return !sys::posix::ReadProcessFacts(static_cast<int32_t>(iId), zFacts);
+    })) << iId;
+  }
+}
+
+KIV_TEST_CHILD(PosixIdles) {
+  return ReadyUntilKilled(vcsArgs[0]);
+}
+
+TEST(Posix, WithoutPidDescriptorsWaitsAndReapingWork) {
+  sys::posix::g_bNoPidFd = true;
+  ReadyChild zChild("PosixIdles", {});
+  ASSERT_TRUE(zChild.IsReady());
+  EXPECT_EQ(zChild.Process().Wait(5), KivSysWait::TimedOut);
+  EXPECT_TRUE(zChild.Kill());
+  const uint32_t iId = StartTestChild("PosixCountsDescriptors", {}).GetId();
+  EXPECT_TRUE(Eventually([&] {
+    sys::posix::ProcessFacts zFacts;
+    return !sys::posix::ReadProcessFacts(static_cast<int32_t>(iId), zFacts);
+  }));
+  sys::posix::g_bNoPidFd = false;
+}
+
+TEST(Posix, CommandLinesAreSplitAsOnWindows) {
+  using Parts = std::vector<std::string>;
+  const std::pair<const char16_t*, Parts> azCases[] = {
+      {u"", {""}},
+      {u"prog", {"prog"}},
+      {u"\"my prog\" a", {"my prog", "a"}},
+      {u"\"prog\"a b", {"prog", "a", "b"}},
+      {u"C:\\dir\\prog \\\\", {"C:\\dir\\prog", "\\\\"}},
+      {u"p \"a b\" c", {"p", "a b", "c"}},
+      {u"p a\\\\b d\"e f\"g h", {"p", "a\\\\b", "de fg", "h"}},
+      {u"p a\\\\\\\"b c d", {"p", "a\\\"b", "c", "d"}},
+      {u"p a\\\\\\\\\"b c\" d e", {"p", "a\\\\b c", "d", "e"}},
+      {u"p \"ab\\\"c\" \"\\\\\" d", {"p", "ab\"c", "\\", "d"}},
+      {u"p \"\" x", {"p", "", "x"}},
+      {u"p \"a\"\"b\" c", {"p", "a\"b", "c"}},
+      {u"p  \t a ", {"p", "a"}},
+      {u"p \"open", {"p", "open"}},
+      {u"p -r\"/tmp/root\" -p\"12\" -j\"Job\"  ", {"p", "-r/tmp/root", "-p12", "-jJob"}},
+      {u"\"\u00e4\" \u4e2d", {"\xc3\xa4", "\xe4\xb8\xad"}},
+  };
+  for (const auto& [szLine, vstrParts] : azCases)
+    EXPECT_EQ(sys::posix::SplitCommandLine(szLine), vstrParts) << sys::WideToUtf8(szLine);
+}
+
+// Leaves its process group and session, as a program of its own mind may do.
+KIV_TEST_CHILD(PosixLeavesTheGroup) {
+  setsid();
+  const KivSysFile zMarker =
+      MakeMarker(vcsArgs[1] + u"/KivProc" + sys::Utf8ToWide(std::to_string(sys::CurrentProcessNumber())));
+  return ReadyUntilKilled(vcsArgs[0]);
+}
+
+TEST(Posix, AJobFindsThoseThatLeftItsGroupByTheirMarkers) {
+  for (const bool bNoPidFd : {false, true}) {
+    sys::posix::g_bNoPidFd = bNoPidFd;
+    const TestFolder zFolder;
+    KivSysJob zJob = KivSysJob::Create(UniqueName("Job"));
+    ReadyChild zChild("PosixLeavesTheGroup", {zFolder.Path()});
+    ASSERT_TRUE(zChild.IsReady());
+    // A marker with the own id must not make the root end itself, nor a dead one anybody.
+    const KivSysFile zOwn =
+        MakeMarker(zFolder / (u"KivProc" + sys::Utf8ToWide(std::to_string(sys::CurrentProcessNumber()))));
+    zFolder.WriteBytes(u"KivProc1", "");
+    zFolder.WriteBytes(u"KivProcX", "");
+    EXPECT_TRUE(zJob.Terminate(5, zFolder.Path()));
+    EXPECT_EQ(zChild.Process().Wait(kLong), KivSysWait::Signalled);
+  }
+  sys::posix::g_bNoPidFd = false;
+}
+
+TEST(Posix, AMappedFileIsNotCutThroughTheSeam) {
+  const TestFolder zFolder;
+  zFolder.WriteBytes(u"a", std::string(10'000, 'a'));
+  KivSysFile zFile =
+      OpenFile(zFolder / u"a", KivSysAccess::ReadWrite, KivSysShare::All, KivSysDisposition::OpenExisting);
+  {
+    KivSysMapping zMapping;
+    ASSERT_TRUE(zMapping.Create(zFile, true, 0, u""));
+    EXPECT_FALSE(zFile.SetLength(5'000));
+    EXPECT_FALSE(
+        OpenFile(zFolder / u"a", KivSysAccess::ReadWrite, KivSysShare::All, KivSysDisposition::CreateAlways).IsOpen());
+    EXPECT_TRUE(zFile.SetLength(20'000));
+    EXPECT_EQ(zMapping.MapView(0, 10'000)[9'999], 'a');
+  }
+  EXPECT_TRUE(zFile.SetLength(5'000));
+}
+
+TEST(Posix, AFileThatOthersCutReadsAsZerosAndSaysSo) {
+  const TestFolder zFolder;
+  zFolder.WriteBytes(u"a", std::string(3 * 65536, 'a'));
+  KivSysFile zFile =
+      OpenFile(zFolder / u"a", KivSysAccess::ReadWrite, KivSysShare::All, KivSysDisposition::OpenExisting);
+  for (const bool bReadOnly : {true, false}) {
+    KivSysMapping zMapping;
+    ASSERT_TRUE(zMapping.Create(zFile, bReadOnly, 3 * 65536, u""));
+    volatile uint8_t* const pView = zMapping.MapView(0, 3 * 65536);
+    EXPECT_FALSE(zMapping.HasLostPages());
+    ASSERT_EQ(truncate(Native(zFolder / u"a").c_str(), 65536), 0);
+    EXPECT_EQ(pView[65535], 'a');
+    EXPECT_FALSE(zMapping.HasLostPages());
+    EXPECT_EQ(pView[2 * 65536], 0);
+    EXPECT_TRUE(zMapping.HasLostPages());
+    if (!bReadOnly) {
+      pView[3 * 65536 - 1] = 1;
+      EXPECT_EQ(pView[3 * 65536 - 1], 1);
+    }
+    ASSERT_EQ(truncate(Native(zFolder / u"a").c_str(), 3 * 65536), 0);
+    // A new mapping in its place is whole again.
+    ASSERT_TRUE(zMapping.Create(zFile, bReadOnly, 3 * 65536, u""));
+    EXPECT_FALSE(zMapping.HasLostPages());
+  }
+}
+
+TEST(Posix, AFullDiskFailsTheMappingAndRaisesNoSignal) {
+  // No disk has this much room.
+  const TestFolder zFolder;
+  KivSysFile zFile =
+      OpenFile(zFolder / u"a", KivSysAccess::ReadWrite, KivSysShare::All, KivSysDisposition::CreateAlways);
+  KivSysMapping zMapping;
+  EXPECT_FALSE(zMapping.Create(zFile, false, uint64_t{1} << 60, u""));
+  EXPECT_FALSE(zMapping.IsOpen());
+  EXPECT_NE(sys::LastError(), 0);
+}
+
+TEST(Posix, TheLanguageComesFromTheEnvironment) {
+  unsetenv("LC_MESSAGES");
+  const std::pair<const char*, uint32_t> azCases[] = {{"de_DE.UTF-8", 0x0407}, {"de_AT", 0x0C07}, {"ja_JP", 0x0411},
+                                                      {"en_GB.UTF-8", 0x0809}, {"en_XX", 0x0409}, {"C", 0x0409},
+                                                      {"de@euro", 0x0407},     {"pt_BR", 0x0416}};
+  for (const auto& [szLocale, iId] : azCases) {
+    setenv("LC_ALL", szLocale, 1);
+    EXPECT_EQ(sys::LanguageId(), iId) << szLocale;
+  }
+  unsetenv("LC_ALL");
+  setenv("LANG", "fr_FR.UTF-8", 1);
+  EXPECT_EQ(sys::LanguageId(), 0x040Cu);
+}
+
+#endif

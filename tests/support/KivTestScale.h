@@ -1,0 +1,25 @@
+// Step counts of long tests: whole natively, reduced where each step is far slower.
+#pragma once
+
+#include <cstdint>
+
+#include "KivSysEvent.h"
+
+namespace kivtest {
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr bool kSanitized = true;
+#else
+constexpr bool kSanitized = false;
+#endif
+
+inline bool IsWindows() {
+  return kiv::KivSysEvent::WaitLimit() == 64;
+}
+
+// nReduced under a sanitizer and on Windows (where the tests run under Wine).
+inline uint64_t Scaled(uint64_t nWhole, uint64_t nReduced) {
+  return kSanitized || IsWindows() ? nReduced : nWhole;
+}
+
+}  // namespace kivtest
