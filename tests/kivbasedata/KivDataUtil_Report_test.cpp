@@ -55,7 +55,7 @@ class Logs {
   std::vector<SystemLogEntry> m_vzSystem;
 };
 
-class Report : public testing::Test {
+class Report : public kivtest::RecordsReports {
  protected:
   Logs m_zLogs;
 };

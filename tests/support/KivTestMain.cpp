@@ -32,6 +32,7 @@ int main(int argc, char** argv) {
   int iCode = 0;
   if (!kivtest::RunTestChild(argc, argv, iCode)) {
     testing::InitGoogleTest(&argc, argv);
+    kiv::KivSetReported(true);  // see RecordsReports
     iCode = RUN_ALL_TESTS();
   }
   RemoveOwnWorkFolder();

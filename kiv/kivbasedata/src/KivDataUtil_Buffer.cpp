@@ -22,6 +22,25 @@ bool Fail(int32_t iLine) {
   return false;
 }
 
+constexpr size_t kStepUnits = 256;
+
+// Not 0 if one of the four units of the word is 0: then the subtraction borrows into a top bit that was not set.
+uint64_t ZeroUnits(const char16_t* pUnits) noexcept {
+  constexpr uint64_t kOnes = 0x0001000100010001;
+  const uint64_t iWord = KivLoad<uint64_t>(pUnits);
+  return (iWord - kOnes) & ~iWord & (kOnes << 15);
+}
+
+size_t CountBeforeZero(const char16_t* pUnits, size_t nUnits) noexcept {
+  size_t i = 0;
+  while (i + 16 <= nUnits && (ZeroUnits(pUnits + i) | ZeroUnits(pUnits + i + 4) | ZeroUnits(pUnits + i + 8) |
+                              ZeroUnits(pUnits + i + 12)) == 0)
+    i += 16;
+  while (i + 4 <= nUnits && ZeroUnits(pUnits + i) == 0) i += 4;
+  while (i < nUnits && pUnits[i] != 0) ++i;
+  return i;
+}
+
 template <typename T>
 bool GetNumber(uint64_t& iCursor, const KivByteBuffer& vcBuffer, T* pDestination) {
   if (pDestination == nullptr || !Holds(iCursor, vcBuffer, sizeof(T))) return Fail(__LINE__);
@@ -63,12 +82,21 @@ bool KivGetString(uint64_t& iCursor, const KivByteBuffer& vcBuffer, KivWString* 
   uint64_t nUnits = 0;
   if (!KivGetInt64(iCursor, vcBuffer, &nUnits)) return false;
   if (nUnits > (vcBuffer.size() - iCursor) / sizeof(char16_t)) return Fail(__LINE__);
-  KivWString csValue(nUnits, u'\0');
-  if (nUnits > 0) std::memcpy(csValue.data(), vcBuffer.data() + iCursor, nUnits * sizeof(char16_t));
+  pcsValue->reserve(nUnits);  // after this nothing can fail
+  pcsValue->clear();
+  const uint8_t* pUnits = vcBuffer.data() + iCursor;
   iCursor += nUnits * sizeof(char16_t);
-  const size_t iEnd = csValue.find(u'\0');
-  if (iEnd != KivWString::npos) csValue.resize(iEnd);
-  *pcsValue = std::move(csValue);
+  // In steps through an aligned piece of the stack: the buffer's units stand at any address.
+  while (nUnits > 0) {
+    char16_t acUnits[kStepUnits];
+    const size_t nStep = nUnits < kStepUnits ? nUnits : kStepUnits;
+    std::memcpy(acUnits, pUnits, nStep * sizeof(char16_t));
+    const size_t nText = CountBeforeZero(acUnits, nStep);
+    pcsValue->append(acUnits, nText);
+    if (nText < nStep) break;
+    pUnits += nStep * sizeof(char16_t);
+    nUnits -= nStep;
+  }
   return true;
 }
 
