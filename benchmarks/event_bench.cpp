@@ -87,7 +87,9 @@ void ReadByte(int iFd) {
   Expect(read(iFd, &c, 1) == 1, "read");
 }
 
-void WriteByte(int iFd) { Expect(write(iFd, "x", 1) == 1, "write"); }
+void WriteByte(int iFd) {
+  Expect(write(iFd, "x", 1) == 1, "write");
+}
 
 void Trips(int nRounds) {
   bool bExisted = false;
@@ -112,12 +114,12 @@ void Trips(int nRounds) {
 
   int viPing[2], viPong[2], viSocket[2];
   Expect(pipe(viPing) == 0 && pipe(viPong) == 0 && socketpair(AF_UNIX, SOCK_STREAM, 0, viSocket) == 0, "peers");
-  const double fFifo = MeasureRounds({[&] { WriteByte(viPing[1]), ReadByte(viPong[0]); },
-                                      [&] { ReadByte(viPing[0]), WriteByte(viPong[1]); }},
-                                     nRounds);
-  const double fSocket = MeasureRounds({[&] { WriteByte(viSocket[0]), ReadByte(viSocket[0]); },
-                                        [&] { ReadByte(viSocket[1]), WriteByte(viSocket[1]); }},
-                                       nRounds);
+  const double fFifo = MeasureRounds(
+      {[&] { WriteByte(viPing[1]), ReadByte(viPong[0]); }, [&] { ReadByte(viPing[0]), WriteByte(viPong[1]); }},
+      nRounds);
+  const double fSocket = MeasureRounds(
+      {[&] { WriteByte(viSocket[0]), ReadByte(viSocket[0]); }, [&] { ReadByte(viSocket[1]), WriteByte(viSocket[1]); }},
+      nRounds);
 
   auto* const pWords = static_cast<std::atomic<uint32_t>*>(
       mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
@@ -129,9 +131,9 @@ void Trips(int nRounds) {
     while (iWord == 0) syscall(SYS_futex, &iWord, FUTEX_WAIT, 0, nullptr, nullptr, 0);
     iWord = 0;
   };
-  const double fFutex = MeasureRounds({[&] { FutexSet(pWords[0]), FutexWait(pWords[16]); },
-                                       [&] { FutexWait(pWords[0]), FutexSet(pWords[16]); }},
-                                      nRounds);
+  const double fFutex = MeasureRounds(
+      {[&] { FutexSet(pWords[0]), FutexWait(pWords[16]); }, [&] { FutexWait(pWords[0]), FutexSet(pWords[16]); }},
+      nRounds);
 
   std::printf("Round trip between two processes, median of %d\n", nRounds);
   const auto Print = [fEvent](const char* szName, double fUs) {
@@ -172,8 +174,8 @@ void Tests() {
       KivSysFileFlags::Temporary | KivSysFileFlags::RandomAccess | KivSysFileFlags::DeleteOnClose};
   {
     const KivSysFile zMarker = KivSysFile::Open(csMarker, zMarkerMode);
-    KivSysFile::Open(csPlain, {KivSysAccess::Write, KivSysShare::None, KivSysDisposition::CreateAlways,
-                               KivSysFileFlags::None});
+    KivSysFile::Open(csPlain,
+                     {KivSysAccess::Write, KivSysShare::None, KivSysDisposition::CreateAlways, KivSysFileFlags::None});
     const double fMarked = MeasureCall([&] { Expect(sys::PathExists(csMarker), "marker"); }, 50'000);
     const double fPlain = MeasureCall([&] { Expect(sys::PathExists(csPlain), "plain file"); }, 50'000);
     const double fMissing = MeasureCall([&] { Expect(!sys::PathExists(csFolder + u"/none"), "no file"); }, 50'000);

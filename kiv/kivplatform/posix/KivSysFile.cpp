@@ -86,7 +86,7 @@ bool TakeSharing(int iFd, const KivSysOpenMode& zMode) {
   }
 }
 
-// Sets the length; a file that is mapped anywhere does not become shorter.
+// Sets the length; a file that is mapped for writing anywhere does not become shorter.
 bool Cut(int iFd, uint64_t iLength, off_t iPresent) {
   if (iLength < static_cast<uint64_t>(iPresent) && sys::posix::BytesHeld(iFd, sys::posix::kLockMapped, 1))
     return FailWith(EBUSY);

@@ -112,15 +112,16 @@ void SetRange(Range* pzRange, const void* pBase, uint64_t nBytes, bool bReadOnly
   pzRange->m_nBytes.store(nBytes, std::memory_order_release);
 }
 
-// Maps through an open of its own, whose lock says that the file is mapped: KivSysFile cuts no such file. The mapping
-// keeps that open, and with it the lock.
+// A writable mapping goes through an open of its own, whose lock says that the file is mapped: KivSysFile cuts no such
+// file. The mapping keeps that open, and with it the lock. Readers go without: they come and go with each message, and
+// the open would cost as much as the mapping.
 void* MapFile(int iFd, uint64_t nBytes, bool bReadOnly) {
+  if (bReadOnly) return mmap(nullptr, nBytes, PROT_READ, MAP_SHARED, iFd, 0);
   char szSelf[64];
   std::snprintf(szSelf, sizeof szSelf, "/proc/self/fd/%d", iFd);
-  const sys::posix::Descriptor zFd(open(szSelf, (bReadOnly ? O_RDONLY : O_RDWR) | O_CLOEXEC));
+  const sys::posix::Descriptor zFd(open(szSelf, O_RDWR | O_CLOEXEC));
   if (zFd.IsOpen()) sys::posix::LockBytes(zFd.Get(), F_RDLCK, sys::posix::kLockMapped, 1);
-  return mmap(nullptr, nBytes, bReadOnly ? PROT_READ : PROT_READ | PROT_WRITE, MAP_SHARED,
-              zFd.IsOpen() ? zFd.Get() : iFd, 0);
+  return mmap(nullptr, nBytes, PROT_READ | PROT_WRITE, MAP_SHARED, zFd.IsOpen() ? zFd.Get() : iFd, 0);
 }
 
 }  // namespace

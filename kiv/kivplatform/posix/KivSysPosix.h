@@ -9,7 +9,7 @@
 //   3     that lets nobody else write
 //   4     that lets nobody else delete
 //   5     that lets nobody else read
-//   6     a mapping of the file: it is not cut meanwhile
+//   6     a writable mapping of the file: it is not cut meanwhile
 // The order makes each usual set of bytes one range. A file with the sticky bit is a delete-on-close file: its name
 // counts only while byte 0 is locked.
 #pragma once
