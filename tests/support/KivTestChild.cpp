@@ -15,6 +15,11 @@ std::map<std::string, ChildBody>& Bodies() {
   return mapBodies;
 }
 
+std::vector<kiv::KivWString>& Arguments() {
+  static std::vector<kiv::KivWString> vcsArguments;
+  return vcsArguments;
+}
+
 // Arguments travel as hex of their UTF-16 units, so that no quoting rule is in the way.
 std::string ToHex(const kiv::KivWString& csText) {
   static const char* const szDigits = "0123456789abcdef";
@@ -33,12 +38,14 @@ kiv::KivWString FromHex(const char* szHex) {
 
 }  // namespace
 
-ChildRegistration::ChildRegistration(const char* szName, ChildBody pfnBody) { Bodies()[szName] = std::move(pfnBody); }
+ChildRegistration::ChildRegistration(const char* szName, ChildBody pfnBody) {
+  Bodies()[szName] = std::move(pfnBody);
+}
 
 kiv::KivWString TestChildCommandLine(const std::string& strName, const std::vector<kiv::KivWString>& vcsArgs) {
   kiv::KivWString csProgram;
   kiv::sys::ProgramPath(csProgram);
-  kiv::KivWString csLine = u"\"" + csProgram + u"\" " + kiv::sys::Utf8ToWide(kPrefix + strName);
+  kiv::KivWString csLine = u"\"" + csProgram + u"\" " + TestChildArgument(strName);
   for (const kiv::KivWString& csArg : vcsArgs) csLine += u" " + kiv::sys::Utf8ToWide(ToHex(csArg));
   return csLine;
 }
@@ -49,15 +56,26 @@ kiv::KivSysProcess StartTestChild(const std::string& strName, const std::vector<
   return kiv::KivSysProcess::Start(zStart);
 }
 
+const std::vector<kiv::KivWString>& ProcessArguments() {
+  return Arguments();
+}
+
+kiv::KivWString TestChildArgument(const std::string& strName) {
+  return kiv::sys::Utf8ToWide(kPrefix + strName);
+}
+
 bool RunTestChild(int argc, char** argv, int& iCode) {
-  if (argc < 2 || std::strncmp(argv[1], kPrefix, sizeof kPrefix - 1) != 0) return false;
-  const auto itBody = Bodies().find(argv[1] + sizeof kPrefix - 1);
+  for (int i = 0; i < argc; ++i) Arguments().push_back(kiv::sys::Utf8ToWide(argv[i]));
+  int iFound = 1;
+  while (iFound < argc && std::strncmp(argv[iFound], kPrefix, sizeof kPrefix - 1) != 0) ++iFound;
+  if (iFound >= argc) return false;
+  const auto itBody = Bodies().find(argv[iFound] + sizeof kPrefix - 1);
   if (itBody == Bodies().end()) {
     iCode = 125;
     return true;
   }
   std::vector<kiv::KivWString> vcsArgs;
-  for (int i = 2; i < argc; ++i) vcsArgs.push_back(FromHex(argv[i]));
+  for (int i = iFound + 1; i < argc; ++i) vcsArgs.push_back(FromHex(argv[i]));
   iCode = itBody->second(vcsArgs);
   return true;
 }

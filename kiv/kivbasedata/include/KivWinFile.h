@@ -79,6 +79,9 @@ class KivWinFile : public KivCacheUseFile {
   void DoFlush() override;
   uint64_t DoGetLength() override;
 
+  // For readers that keep a delete-on-close file open between uses: see KivSysFile.
+  bool IsStillThere() const { return m_hFile.IsStillThere(); }
+
   // True once after a write that the device did not take whole, for a host whose reports return.
   bool TakeWriteFailure();
 

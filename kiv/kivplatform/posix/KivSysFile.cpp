@@ -317,6 +317,17 @@ bool KivSysFile::SetLength(uint64_t iLength) {
   return Cut(static_cast<int>(m_iHandle), iLength, zStat.st_size);
 }
 
+bool KivSysFile::IsStillThere() const {
+  struct stat zStat;
+  return IsOpen() && fstat(static_cast<int>(m_iHandle), &zStat) == 0 && zStat.st_nlink != 0 &&
+         (zStat.st_mode & S_ISVTX) != 0 &&
+         sys::posix::BytesHeld(static_cast<int>(m_iHandle), sys::posix::kLockOwner, 1);
+}
+
+bool KivSysFile::ReadersMayStay() noexcept {
+  return true;
+}
+
 bool KivSysFile::Flush() {
   if (!FaultAllows(KivSysCall::FileFlush)) return false;
   if (fdatasync(static_cast<int>(m_iHandle)) != 0) {

@@ -142,6 +142,14 @@ bool KivSysFile::SetLength(uint64_t iLength) {
   return SetFilePointerEx(hFile, zTarget, nullptr, FILE_BEGIN) != FALSE && SetEndOfFile(hFile) != FALSE;
 }
 
+bool KivSysFile::IsStillThere() const {
+  return false;
+}
+
+bool KivSysFile::ReadersMayStay() noexcept {
+  return false;
+}
+
 bool KivSysFile::Flush() {
   if (sys::FaultFails(KivSysCall::FileFlush)) return false;
   return FlushFileBuffers(sys::ToHandle(m_iHandle)) != FALSE;

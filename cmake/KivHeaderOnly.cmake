@@ -1,0 +1,15 @@
+# kiv_header_only(target folder/header.hpp): a library of headers from the system, for native and for cross builds (which
+# must not see the system's other headers: only a link to this folder is on the path).
+function(kiv_header_only target header)
+  get_filename_component(folder ${header} DIRECTORY)
+  find_path(KIV_${target}_DIR ${header} PATHS /usr/include NO_CMAKE_FIND_ROOT_PATH REQUIRED)
+  set(links ${CMAKE_BINARY_DIR}/headers/${target})
+  file(MAKE_DIRECTORY ${links})
+  if(NOT EXISTS ${links}/${folder})
+    file(CREATE_LINK ${KIV_${target}_DIR}/${folder} ${links}/${folder} SYMBOLIC)
+  endif()
+  if(NOT TARGET ${target})
+    add_library(${target} INTERFACE)
+    target_include_directories(${target} SYSTEM INTERFACE ${links})
+  endif()
+endfunction()

@@ -1,0 +1,101 @@
+// A host's side of the relay: starts a tree of processes, sends requests, closes the tree down.
+//
+//   kiv::DorClient zClient;                                    // starts the relay beside this program
+//   const int64_t iModel = zClient.Open(u"/data/bracket.kiv");  // waits until the model has been read
+//   kiv::KivByteBuffer vcPayload;
+//   kiv::KivPutInt64(vcPayload, iModel);
+//   const kiv::DorAnswer zAnswer = zClient.Call(u"DorHandler_GetAsmTreeInfo", vcPayload);
+//   zClient.Clear(iModel);                                     // the destructor ends the tree
+//
+// One client in the life of a process, on one thread: the tree's root folder is the process's work folder.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <stdexcept>
+#include <vector>
+
+#include "DorRequests.h"
+#include "KivByteBuffer.h"
+#include "KivSysText.h"
+
+namespace kiv {
+
+// The tree could not be started, or has ended, or a request would end it.
+class DorClientError : public std::runtime_error {
+ public:
+  explicit DorClientError(const std::string& strWhat) : std::runtime_error(strWhat) {}
+};
+
+// The model could not be read.
+class DorReadError : public std::runtime_error {
+ public:
+  explicit DorReadError(const std::string& strWhat) : std::runtime_error(strWhat) {}
+};
+
+struct DorAnswer {
+  int32_t m_iStatus = 0;  // one of DorStatus
+  KivByteBuffer m_vcResult;
+};
+
+struct DorClientOptions {
+  KivWString m_csRelay;       // path of the relay; empty: DorRelay beside this program
+  KivWString m_csRootFolder;  // a folder that does not exist yet; empty: a generated work folder
+};
+
+class DorClient {
+ public:
+  // Throws DorClientError.
+  explicit DorClient(const DorClientOptions& zOptions = DorClientOptions());
+  ~DorClient();  // Close
+  DorClient(const DorClient&) = delete;
+  DorClient& operator=(const DorClient&) = delete;
+
+  // Sends one request and waits for its answer. Throws DorClientError if the relay has ended, and without sending
+  // anything for a name that the relay does not know or a model that is not open here: both would end it.
+  DorAnswer Call(const KivWString& csRequest, const KivByteBuffer& vcPayload);
+  // The same without the checks, into a buffer that is used again; gives the status. For those who measure.
+  int32_t CallUnchecked(const KivWString& csRequest, const KivByteBuffer& vcPayload, KivByteBuffer& vcResult);
+
+  // Asks for a model to be read and comes back at once. Relative paths mean this process's current folder.
+  int64_t StartOpen(const KivWString& csPath);
+  // Status of the read: reading, served, failed.
+  int32_t GetReadStatus(int64_t iModel);
+  // Waits until a model has been read. pfnWaiting is called between the questions; false from it gives up waiting.
+  // Throws DorReadError if the read failed or was given up.
+  void AwaitOpen(int64_t iModel, const std::function<bool()>& pfnWaiting = nullptr);
+  int64_t Open(const KivWString& csPath, const std::function<bool()>& pfnWaiting = nullptr);
+  void Clear(int64_t iModel);
+
+  // Ends the relay and its handlers and removes the root folder and the work folders that they generated. True if
+  // nothing was left behind.
+  bool Close();
+
+  const KivWString& GetRootFolder() const { return m_csRootFolder; }
+  int32_t GetRelayPid() const { return m_iRelayPid; }
+  bool IsOpen() const { return m_bOpen; }
+  // Process ids of the tree, the own one first.
+  std::vector<int32_t> ListTree() const;
+
+ private:
+  void CheckRequest(const KivWString& csRequest, const KivByteBuffer& vcPayload) const;
+
+  KivWString m_csRootFolder;
+  int32_t m_iRelayPid = 0;
+  bool m_bOpen = false;
+  bool m_bRelayEnded = false;
+  std::vector<int64_t> m_viModels;    // open ones
+  std::vector<int32_t> m_viSeenPids;  // all processes of the tree that were seen, for the clean-up
+};
+
+// Builds a payload from text, one word or a few for each field of a row's form. The model id is given.
+//   i  123            f  1.5           s  text            c  x,y,z
+//   k  line:a,b,c,d,e,f (kind 0)  or  block:HEX (kind 1)      n  one or two curves, to the end of the words
+//   t  HEX, or nothing
+// False with the reason in strError.
+bool DorBuildPayload(const DorRequestRow& zRow, int64_t iModel, const std::vector<std::string>& vstrWords,
+                     KivByteBuffer& vcPayload, std::string& strError);
+// The words that a row's form takes, for help texts: "INT INT X,Y,Z".
+std::string DorDescribeForm(const DorRequestRow& zRow);
+
+}  // namespace kiv

@@ -1,0 +1,546 @@
+#include "KivExProcLib.h"
+
+#include <cstdlib>
+#include <cstring>
+
+#include "KivDataUtil.h"
+#include "KivExProcLibInternal.h"
+#include "KivLittleEndian.h"
+#include "KivSysClock.h"
+#include "KivSysDiag.h"
+#include "KivSysFolder.h"
+
+namespace kiv {
+namespace {
+
+constexpr char kSource[] = "src\\KivExProcLib";
+// Larger buffers go back to the system when their message is done.
+constexpr uint64_t kKeptBufferBytes = uint64_t{16} << 20;
+
+KivExProcHandler g_pfnTick = nullptr;
+KivExProcHandler g_pfnPoll = nullptr;
+KivExProcDispatch g_pfnDispatch = nullptr;
+KivWString g_csDefaultRootFolder;
+KivWString g_csFirstFatalText = u"A fatal error has occurred.";
+KivWString g_csSecondFatalText = u"Please save data and restart this program.";
+bool g_bShowFatalError = true;
+
+int32_t Code(KivExProcRunResult iResult) {
+  return static_cast<int32_t>(iResult);
+}
+int32_t Code(KivExProcStartResult iResult) {
+  return static_cast<int32_t>(iResult);
+}
+int32_t Code(KivExProcSendResult iResult) {
+  return static_cast<int32_t>(iResult);
+}
+
+bool IsAlive(KivExProcChild& zChild) {
+  return zChild.m_zPresence.Exists(zChild.m_csProcessFile);
+}
+
+void DropLargeBuffer(KivByteBuffer& vcBuffer) {
+  if (vcBuffer.capacity() > kKeptBufferBytes) KivByteBuffer().swap(vcBuffer);
+}
+
+KivExProcChild* FindChild(int32_t iPid) {
+  for (KivExProcChild& zChild : KivExProcState::GetInstance().m_lstChildren)
+    if (zChild.m_iPid == iPid) return &zChild;
+  return nullptr;
+}
+
+void RemoveChild(int32_t iPid) {
+  std::list<KivExProcChild>& lstChildren = KivExProcState::GetInstance().m_lstChildren;
+  for (auto itChild = lstChildren.begin(); itChild != lstChildren.end(); ++itChild)
+    if (itChild->m_iPid == iPid) {
+      lstChildren.erase(itChild);
+      return;
+    }
+}
+
+// A child has gone. Comes back only in a process that survives it.
+int32_t BuryChild(KivExProcChild& zChild) {
+  if (!KivExProcState::GetInstance().m_bSurviveChildDeath) KivExProcLib_CloseDown(kKivExProcFatal, true);
+  KivExProcLib_CloseDown(kKivExProcFatal, false);
+  zChild.m_hRequestEvent.Close();
+  zChild.m_hAnswerEvent.Close();
+  RemoveChild(zChild.m_iPid);
+  return Code(KivExProcSendResult::ChildDied);
+}
+
+// --- Senders --------------------------------------------------------------------------------------------------------
+
+// Fills the slot and sets the request event; what both senders have in common.
+int32_t StartExchange(int32_t iChildPid, const KivWString& csRequest, const KivByteBuffer& vcPayload,
+                      KivExProcAnswer pfnAnswer, KivExProcSendResult iUnknownChild, KivExProcChild*& pzChild) {
+  const KivExProcState& zState = KivExProcState::GetInstance();
+  if (iChildPid == zState.m_iParentPid) return Code(KivExProcSendResult::TargetIsParent);
+  if (csRequest.size() >= kRequestNameUnits) return Code(KivExProcSendResult::NameTooLong);
+  if (csRequest.find(u'\0') != KivWString::npos) return Code(KivExProcSendResult::NameNotCopied);
+  pzChild = FindChild(iChildPid);
+  if (pzChild == nullptr) return Code(iUnknownChild);
+  if (pzChild->m_hRequestEvent.Test() == KivSysWait::Signalled) return Code(KivExProcSendResult::RequestPending);
+  if (pzChild->m_hAnswerEvent.Test() == KivSysWait::Signalled) return Code(KivExProcSendResult::AnswerPending);
+
+  uint8_t acHead[kRequestHead] = {};
+  KivStore<uint64_t>(acHead, vcPayload.size());
+  std::memcpy(acHead + kRequestNameOffset, csRequest.data(), csRequest.size() * sizeof(char16_t));
+  KivWinTmpShareFileOwner& zSlot = pzChild->m_zInputFile.Owner();
+  zSlot.Write(0, acHead, kRequestHead);
+  if (!vcPayload.empty()) zSlot.Write(kRequestHead, vcPayload.data(), vcPayload.size());
+  pzChild->m_pfnAnswer = pfnAnswer;
+  if (!pzChild->m_hRequestEvent.Set()) KivExProcFail(__LINE__);
+  return Code(KivExProcSendResult::Done);
+}
+
+// Reads what the child has written. Anything that does not fit is fatal.
+void ReadAnswer(KivExProcChild& zChild, int64_t& iStatus, KivByteBuffer& vcAnswer) {
+  iStatus = 0;
+  vcAnswer.clear();
+  KivWinTmpShareFileReader& zReader = zChild.m_zAnswerReader;
+  if (!zReader.Open(zChild.m_csAnswerFile)) KivExProcFail(__LINE__);
+  const uint64_t iLength = zReader.GetLength();
+  if (iLength < kAnswerLeast) {
+    zReader.Release();
+    return;
+  }
+  uint8_t acHead[kAnswerHead];
+  if (zReader.Read(0, acHead, 8) != 8) KivExProcFail(__LINE__);
+  const uint64_t nPayload = KivLoad<uint64_t>(acHead);
+  if (iLength < kAnswerHead || nPayload > iLength - kAnswerHead) KivExProcFail(__LINE__);
+  if (zReader.Read(kAnswerStatusOffset, acHead + 8, 8) != 8) KivExProcFail(__LINE__);
+  iStatus = KivLoad<int64_t>(acHead + 8);
+  if (nPayload != 0) {
+    vcAnswer.resize(nPayload);
+    if (zReader.Read(kAnswerHead, vcAnswer.data(), nPayload) != nPayload) KivExProcFail(__LINE__);
+  }
+  zReader.Release();
+}
+
+// --- Service passes -------------------------------------------------------------------------------------------------
+
+// Reads the request in the slot. False if the parent has closed its side; anything that does not fit is fatal.
+bool ReadRequest(KivExProcState& zState) {
+  KivWinTmpShareFileReader& zReader = zState.m_zRequestReader;
+  if (!zReader.Open(zState.m_csInputFile)) return false;
+  const uint64_t iLength = zReader.GetLength();
+  if (iLength < kRequestHead) KivExProcFail(__LINE__);
+  uint8_t acHead[kRequestHead];
+  if (zReader.Read(0, acHead, kRequestHead) != kRequestHead) KivExProcFail(__LINE__);
+  const uint64_t nPayload = KivLoad<uint64_t>(acHead);
+  if (nPayload > iLength - kRequestHead) KivExProcFail(__LINE__);
+  char16_t acName[kRequestNameUnits];
+  std::memcpy(acName, acHead + kRequestNameOffset, sizeof acName);
+  if (acName[kRequestNameUnits - 1] != 0) KivExProcFail(__LINE__);
+  zState.m_csRequest.assign(acName);
+  zState.m_vcRequest.resize(nPayload);
+  if (nPayload != 0 && zReader.Read(kRequestHead, zState.m_vcRequest.data(), nPayload) != nPayload)
+    KivExProcFail(__LINE__);
+  zReader.Release();
+  return true;
+}
+
+void ServeRequest(KivExProcState& zState) {
+  if (!ReadRequest(zState)) KivExProcLib_CloseDown(0, true);
+  if (zState.m_pfnDispatch == nullptr) KivExProcFail(__LINE__);
+  if (zState.m_csRequest == kKivExProcCloseRequest) KivExProcLib_CloseDown(kKivExProcFatal, true);
+
+  int32_t iStatus = 0;
+  zState.m_vcResult.clear();
+  if (zState.m_pfnDispatch(zState.m_csRequest, zState.m_vcRequest, iStatus, zState.m_vcResult) != 0)
+    KivExProcFail(__LINE__);
+  DropLargeBuffer(zState.m_vcRequest);
+
+  uint8_t acHead[kAnswerHead];
+  KivStore<uint64_t>(acHead, zState.m_vcResult.size());
+  KivStore<int64_t>(acHead + kAnswerStatusOffset, iStatus);
+  KivWinTmpShareFileOwner& zSlot = zState.m_zOutputFile.Owner();
+  zSlot.Write(0, acHead, kAnswerHead);
+  if (!zState.m_vcResult.empty()) zSlot.Write(kAnswerHead, zState.m_vcResult.data(), zState.m_vcResult.size());
+  DropLargeBuffer(zState.m_vcResult);
+  // In this order: between the two the slot counts as full.
+  if (!zState.m_hRequestEvent.Reset()) KivExProcFail(__LINE__);
+  if (!zState.m_hAnswerEvent.Set()) KivExProcFail(__LINE__);
+}
+
+// --- Start ----------------------------------------------------------------------------------------------------------
+
+int32_t RunChild(const KivExProcArguments& zArguments) {
+  KivExProcState& zState = KivExProcState::GetInstance();
+  if (zState.m_pfnPoll == nullptr) return Code(KivExProcRunResult::NoPollHandler);
+  if (zState.m_pfnDispatch == nullptr) return Code(KivExProcRunResult::NoDispatchHandler);
+  zState.m_pfnTick = nullptr;
+
+  zState.m_iParentPid = zArguments.m_iParentPid;
+  zState.m_csParentPid = KivExProcDecimal(zState.m_iParentPid);
+  zState.m_csRootFolder = zArguments.m_csRootFolder;
+  zState.m_csJobName = zArguments.m_csJobName;
+  zState.m_iPid = static_cast<int32_t>(sys::CurrentProcessNumber());
+  zState.m_csPid = KivExProcDecimal(zState.m_iPid);
+  zState.m_csInputFolder = KivExProcPairFolder(zState.m_csRootFolder, zState.m_csParentPid, zState.m_csPid);
+  zState.m_csOutputFolder = KivExProcPairFolder(zState.m_csRootFolder, zState.m_csPid, zState.m_csParentPid);
+  zState.m_csInputFile = KivExProcPath(zState.m_csInputFolder, u"input");
+  if (zState.m_pfnBeforeStart != nullptr) zState.m_pfnBeforeStart();
+
+  if (!sys::PathExists(KivExProcProcessFolder(zState.m_csRootFolder))) return Code(KivExProcRunResult::NoProcessFolder);
+  zState.m_csProcessFile = KivExProcMarkerPath(zState.m_csRootFolder, zState.m_csPid);
+  if (sys::PathExists(zState.m_csProcessFile)) return Code(KivExProcRunResult::MarkerExists);
+  zState.m_hProcessFile = KivExProcMakeMarker(zState.m_csProcessFile);
+  if (!zState.m_hProcessFile.IsOpen()) return Code(KivExProcRunResult::MarkerNotMade);
+  if (!sys::PathExists(zState.m_csProcessFile)) return Code(KivExProcRunResult::MarkerNotThere);
+  zState.m_csParentProcessFile = KivExProcMarkerPath(zState.m_csRootFolder, zState.m_csParentPid);
+
+  const int32_t iResult = KivExProcJoinParent(zState);
+  if (iResult != 0) return iResult;
+  while (KivExProcLib_ServeChildren() >= 0 && KivExProcLib_ServeParent() >= 0) {
+  }
+  return Code(KivExProcRunResult::Done);
+}
+
+KivWString JobName(const KivWString& csPid, const KivSysLocalTime& zTime) {
+  char acTime[64];
+  std::snprintf(acTime, sizeof acTime, "%04d%02d%02d-%02d%02d%02d-", zTime.m_iYear, zTime.m_iMonth, zTime.m_iDay,
+                zTime.m_iHour, zTime.m_iMinute, zTime.m_iSecond);
+  return u"KivExProcJob" + csPid + sys::Utf8ToWide(acTime);
+}
+
+// Puts a started child into the tree's job. A failure leaves its record and the child outside of the job.
+void AssignToJob(KivSysJob& zJob, const KivSysProcess& zProcess) {
+  try {
+    bool bContained = false;
+    if (!zJob.Contains(zProcess, bContained) || bContained || !zJob.Assign(zProcess)) KIV_FAIL();
+  } catch (...) {
+    // The start goes on.
+  }
+}
+
+// A folder of the pair; one that is there already will do.
+bool MakePairFolder(const KivWString& csFolder) {
+  if (!sys::PathExists(csFolder)) sys::MakeFolder(csFolder);
+  return sys::PathExists(csFolder);
+}
+
+// An event that nobody holds yet.
+bool MakeEvent(const KivWString& csName, KivSysEvent& hEvent) {
+  bool bExisted = false;
+  KivSysEvent hNew = KivSysEvent::Create(csName, bExisted);
+  if (!hNew.IsOpen() || bExisted) return false;
+  hEvent = std::move(hNew);
+  return true;
+}
+
+// Folders, slot and events of the pair, made by the parent.
+KivExProcStartResult MakePair(const KivExProcState& zState, KivExProcChild& zChild) {
+  zChild.m_csRequestFolder = KivExProcPairFolder(zState.m_csRootFolder, zState.m_csPid, zChild.m_csPid);
+  if (!MakePairFolder(zChild.m_csRequestFolder)) return KivExProcStartResult::NoRequestFolder;
+  zChild.m_csAnswerFolder = KivExProcPairFolder(zState.m_csRootFolder, zChild.m_csPid, zState.m_csPid);
+  if (!MakePairFolder(zChild.m_csAnswerFolder)) return KivExProcStartResult::NoAnswerFolder;
+  zChild.m_csAnswerFile = KivExProcPath(zChild.m_csAnswerFolder, u"output");
+  if (!zChild.m_zInputFile.Owner().Create(KivExProcPath(zChild.m_csRequestFolder, u"input")))
+    return KivExProcStartResult::NoInput;
+  if (!MakeEvent(KivExProcEventName(zState.m_csPid, zChild.m_csPid), zChild.m_hRequestEvent))
+    return KivExProcStartResult::NoRequestEvent;
+  if (!MakeEvent(KivExProcEventName(zChild.m_csPid, zState.m_csPid), zChild.m_hAnswerEvent))
+    return KivExProcStartResult::NoAnswerEvent;
+  return KivExProcStartResult::Done;
+}
+
+// The parent's last part of the handshake: raises the flag and waits until the child has taken it down.
+KivExProcStartResult AwaitChild(KivExProcChild& zChild) {
+  const KivWString csReady = KivExProcPath(zChild.m_csAnswerFolder, u"EventReady");
+  if (sys::PathExists(csReady)) return KivExProcStartResult::ReadyExists;
+  if (!KivSysFile::Open(csReady, {KivSysAccess::ReadWrite, KivSysShare::None, KivSysDisposition::CreateAlways,
+                                  KivSysFileFlags::Temporary | KivSysFileFlags::RandomAccess})
+           .IsOpen())
+    return KivExProcStartResult::ReadyNotMade;
+  // Neither side of the handshake sleeps: a start is short.
+  for (;;) {
+    if (!sys::PathExists(csReady)) return KivExProcStartResult::Done;
+    switch (zChild.m_hProcess.Wait(0)) {
+      case KivSysWait::Failed:
+        return KivExProcStartResult::WaitFailed;
+      case KivSysWait::Signalled:
+        return KivExProcStartResult::ChildEnded;
+      case KivSysWait::Abandoned:
+        return KivExProcStartResult::WaitAbandoned;
+      case KivSysWait::TimedOut:
+        break;
+    }
+  }
+}
+
+}  // namespace
+
+void KivExProcFail(int32_t iLine) {
+  KivReportFailure("0", kSource, iLine);
+  KivExProcLib_CloseDown(kKivExProcFatal, true);
+}
+
+void KivExProcLib_SetHandlers(KivExProcHandler pfnTick, KivExProcHandler pfnPoll, KivExProcDispatch pfnDispatch) {
+  g_pfnTick = pfnTick;
+  g_pfnPoll = pfnPoll;
+  g_pfnDispatch = pfnDispatch;
+}
+
+void KivExProcLib_SetCloseDownHandler(KivExProcHandler pfnCloseDown) {
+  KivExProcState::GetInstance().m_pfnCloseDown = pfnCloseDown;
+}
+
+void KivExProcLib_SetBeforeStartHandler(KivExProcHandler pfnBeforeStart) {
+  KivExProcState::GetInstance().m_pfnBeforeStart = pfnBeforeStart;
+}
+
+void KivExProcLib_SetSurviveChildDeath(bool bOn) {
+  KivExProcState::GetInstance().m_bSurviveChildDeath = bOn;
+}
+
+void KivExProcLib_SetDefaultRootFolder(const KivWString& csFolder) {
+  g_csDefaultRootFolder = csFolder;
+}
+
+KivWString KivExProcLib_GetRootFolder() {
+  return KivExProcState::GetInstance().m_csRootFolder;
+}
+
+int32_t KivExProcLib_Run(const std::vector<KivWString>& vcsArguments) {
+  sys::SetUncaughtExitCode(kKivExProcFatal);
+  KivExProcArguments zArguments;
+  if (!KivExProcParse(vcsArguments, zArguments)) return Code(KivExProcRunResult::BadArgument);
+  KivExProcState& zState = KivExProcState::GetInstance();
+  zState.m_pfnTick = g_pfnTick;
+  zState.m_pfnPoll = g_pfnPoll;
+  zState.m_pfnDispatch = g_pfnDispatch;
+  if (zArguments.m_iParentPid != 0) return RunChild(zArguments);
+  if (zState.m_pfnTick == nullptr) return Code(KivExProcRunResult::BadArgument);
+  return KivExProcLib_StartRoot(zArguments.m_csRootFolder.empty() ? g_csDefaultRootFolder : zArguments.m_csRootFolder);
+}
+
+int32_t KivExProcLib_StartRoot(const KivWString& csRootFolder) {
+  KivExProcState& zState = KivExProcState::GetInstance();
+  if (csRootFolder.empty()) {
+    if (!KivSetWorkFolder(csRootFolder)) return Code(KivExProcRunResult::NoPollHandler);
+  } else if (sys::PathExists(csRootFolder)) {
+    if (KivGetWorkFolder() != csRootFolder) return Code(KivExProcRunResult::BadArgument);
+  } else if (!KivSetWorkFolder(csRootFolder)) {
+    return Code(KivExProcRunResult::RootFolderNotMade);
+  }
+  zState.m_csRootFolder = KivGetWorkFolder();
+  zState.m_iPid = static_cast<int32_t>(sys::CurrentProcessNumber());
+  zState.m_csPid = KivExProcDecimal(zState.m_iPid);
+  KivSysLocalTime zTime;
+  if (!sys::LocalTimeNow(zTime)) return Code(KivExProcRunResult::NoDispatchHandler);
+  zState.m_csJobName = JobName(zState.m_csPid, zTime);
+
+  const KivWString csProcessFolder = KivExProcProcessFolder(zState.m_csRootFolder);
+  sys::MakeFolder(csProcessFolder);
+  if (!sys::PathExists(csProcessFolder)) return Code(KivExProcRunResult::NoProcessFolder);
+  zState.m_csProcessFile = KivExProcMarkerPath(zState.m_csRootFolder, zState.m_csPid);
+  if (sys::PathExists(zState.m_csProcessFile)) return Code(KivExProcRunResult::MarkerExists);
+  zState.m_hProcessFile = KivExProcMakeMarker(zState.m_csProcessFile);
+  if (!zState.m_hProcessFile.IsOpen()) return Code(KivExProcRunResult::MarkerNotMade);
+  if (!sys::PathExists(zState.m_csProcessFile)) return Code(KivExProcRunResult::MarkerNotThere);
+  zState.m_hJob = KivSysJob::Create(zState.m_csJobName);
+  if (!zState.m_hJob.IsOpen()) return Code(KivExProcRunResult::RequestEventNotOpen);
+
+  while (KivExProcLib_ServeChildren() >= 0) {
+  }
+  return Code(KivExProcRunResult::Done);
+}
+
+int32_t KivExProcLib_StartChild(const KivWString& csExecutable, int32_t& iChildPid) {
+  return KivExProcLib_StartChild(csExecutable, KivWString(), iChildPid);
+}
+
+int32_t KivExProcLib_StartChild(const KivWString& csExecutable, const KivWString& csExtraArguments,
+                                int32_t& iChildPid) {
+  iChildPid = 0;
+  if (csExecutable.empty()) return Code(KivExProcStartResult::NoPath);
+  KivExProcState& zState = KivExProcState::GetInstance();
+  KivSysProcessStart zStart;
+  zStart.m_csCommandLine =
+      KivExProcCommandLine(csExecutable, zState.m_csRootFolder, zState.m_csPid, zState.m_csJobName, csExtraArguments);
+  zStart.m_csFolder = zState.m_csRootFolder;
+  zStart.m_bHideWindow = true;
+  zStart.m_bBreakAwayFromJob = true;
+
+  // Joins the list only after the handshake, so that no service pass sees a child that is starting.
+  std::list<KivExProcChild> lstNew(1);
+  KivExProcChild& zChild = lstNew.front();
+  zChild.m_hProcess = KivSysProcess::Start(zStart);
+  const bool bBrokeAway = zChild.m_hProcess.IsOpen();
+  if (!bBrokeAway) {
+    // The job that this process sits in may forbid to break away; the child then inherits it.
+    zStart.m_bBreakAwayFromJob = false;
+    zChild.m_hProcess = KivSysProcess::Start(zStart);
+    if (!zChild.m_hProcess.IsOpen()) return Code(KivExProcStartResult::NotStarted);
+  }
+  zChild.m_iPid = static_cast<int32_t>(zChild.m_hProcess.GetId());
+  zChild.m_csPid = KivExProcDecimal(zChild.m_iPid);
+  zChild.m_csProcessFile = KivExProcMarkerPath(zState.m_csRootFolder, zChild.m_csPid);
+  if (bBrokeAway) {
+    KivSysJob zJob = KivSysJob::Open(zState.m_csJobName);
+    if (!zJob.IsOpen()) return Code(KivExProcStartResult::NoJob);
+    AssignToJob(zJob, zChild.m_hProcess);
+  }
+
+  KivExProcStartResult iResult = MakePair(zState, zChild);
+  if (iResult == KivExProcStartResult::Done) iResult = AwaitChild(zChild);
+  if (iResult != KivExProcStartResult::Done) return Code(iResult);
+  zChild.m_hProcess.Close();
+  zState.m_lstChildren.splice(zState.m_lstChildren.end(), lstNew);
+  iChildPid = zChild.m_iPid;
+  return Code(KivExProcStartResult::Done);
+}
+
+int32_t KivExProcLib_PostMessage(int32_t iChildPid, const KivWString& csRequest, const KivByteBuffer& vcPayload,
+                                 KivExProcAnswer pfnAnswer) {
+  KivExProcChild* pzChild = nullptr;
+  return StartExchange(iChildPid, csRequest, vcPayload, pfnAnswer, KivExProcSendResult::PostUnknownChild, pzChild);
+}
+
+int32_t KivExProcLib_SendMessage(int32_t iChildPid, const KivWString& csRequest, const KivByteBuffer& vcPayload,
+                                 int64_t& iStatus, KivByteBuffer& vcAnswer) {
+  KivExProcChild* pzChild = nullptr;
+  const int32_t iResult =
+      StartExchange(iChildPid, csRequest, vcPayload, nullptr, KivExProcSendResult::SendUnknownChild, pzChild);
+  if (iResult != 0) return iResult;
+  for (;;) {
+    if (!IsAlive(*pzChild)) return BuryChild(*pzChild);
+    const KivSysWait iWait = pzChild->m_hAnswerEvent.Wait(kAnswerWaitMs);
+    if (iWait == KivSysWait::Signalled) break;
+    if (iWait != KivSysWait::TimedOut) KivExProcFail(__LINE__);
+  }
+  ReadAnswer(*pzChild, iStatus, vcAnswer);
+  if (!pzChild->m_hAnswerEvent.Reset()) KivExProcFail(__LINE__);
+  return Code(KivExProcSendResult::Done);
+}
+
+int32_t KivExProcLib_SendMessageRetry(int32_t iChildPid, const KivWString& csRequest, const KivByteBuffer& vcPayload,
+                                      int64_t& iStatus, KivByteBuffer& vcAnswer) {
+  const int32_t iResult = KivExProcLib_SendMessage(iChildPid, csRequest, vcPayload, iStatus, vcAnswer);
+  if (iResult >= 0) return iResult;
+  sys::SleepMs(0);
+  return KivExProcLib_SendMessage(iChildPid, csRequest, vcPayload, iStatus, vcAnswer);
+}
+
+int32_t KivExProcLib_ServeChildren() {
+  KivExProcState& zState = KivExProcState::GetInstance();
+  std::vector<const KivSysEvent*>& vpEvents = zState.m_vpEvents;
+  vpEvents.clear();
+  for (KivExProcChild& zChild : zState.m_lstChildren) {
+    if (!IsAlive(zChild)) return BuryChild(zChild);
+    vpEvents.push_back(&zChild.m_hAnswerEvent);
+  }
+  const size_t nChildren = vpEvents.size();
+  if (nChildren > kChildLimit) KivExProcFail(__LINE__);
+
+  if (nChildren != 0) {
+    // A request of the parent ends the wait early, like a time-out.
+    if (zState.m_hRequestEvent.IsOpen() && nChildren < KivSysEvent::WaitLimit())
+      vpEvents.push_back(&zState.m_hRequestEvent);
+    const KivSysWaitResult zWait = KivSysEvent::WaitAny(vpEvents, kPassWaitMs);
+    if (zWait.m_iState == KivSysWait::Signalled) {
+      if (zWait.m_iIndex >= vpEvents.size()) KivExProcFail(__LINE__);
+      if (zWait.m_iIndex < nChildren) {
+        KivExProcChild& zChild = *std::next(zState.m_lstChildren.begin(), zWait.m_iIndex);
+        const KivExProcAnswer pfnAnswer = zChild.m_pfnAnswer;
+        int64_t iStatus = 0;
+        if (pfnAnswer != nullptr) ReadAnswer(zChild, iStatus, zState.m_vcAnswer);
+        if (!zChild.m_hAnswerEvent.Reset()) KivExProcFail(__LINE__);
+        // May take the child out of the list.
+        if (pfnAnswer != nullptr) pfnAnswer(static_cast<int32_t>(iStatus), zState.m_vcAnswer);
+        DropLargeBuffer(zState.m_vcAnswer);
+      }
+    } else if (zWait.m_iState != KivSysWait::TimedOut) {
+      KivExProcFail(__LINE__);
+    }
+  }
+
+  if (zState.m_pfnTick != nullptr) {
+    const int32_t iTick = zState.m_pfnTick();
+    if (iTick > 0) KivExProcFail(__LINE__);
+    if (iTick < 0) return iTick;
+  }
+  return 0;
+}
+
+int32_t KivExProcLib_ServeParent() {
+  KivExProcState& zState = KivExProcState::GetInstance();
+  if (zState.m_csParentProcessFile.empty() || !zState.m_zParentPresence.Exists(zState.m_csParentProcessFile))
+    KivExProcLib_CloseDown(kKivExProcFatal, true);
+
+  // An answer of a child ends the wait early, like a time-out.
+  std::vector<const KivSysEvent*>& vpEvents = zState.m_vpEvents;
+  vpEvents.assign(1, &zState.m_hRequestEvent);
+  if (zState.m_lstChildren.size() < KivSysEvent::WaitLimit())
+    for (const KivExProcChild& zChild : zState.m_lstChildren) vpEvents.push_back(&zChild.m_hAnswerEvent);
+  const KivSysWaitResult zWait = KivSysEvent::WaitAny(vpEvents, kPassWaitMs);
+  if (zWait.m_iState == KivSysWait::Signalled) {
+    if (zWait.m_iIndex == 0) ServeRequest(zState);
+  } else if (zWait.m_iState != KivSysWait::TimedOut) {
+    KivExProcFail(__LINE__);
+  }
+
+  if (zState.m_pfnPoll == nullptr) KivExProcFail(__LINE__);
+  const int32_t iPoll = zState.m_pfnPoll();
+  if (iPoll > 0) KivExProcFail(__LINE__);
+  return iPoll < 0 ? iPoll : 0;
+}
+
+int32_t KivExProcLib_CloseChild(int32_t iChildPid) {
+  const int32_t iResult = KivExProcLib_PostMessage(iChildPid, KivWString(kKivExProcCloseRequest), KivByteBuffer(),
+                                                   [](int32_t, const KivByteBuffer&) -> int32_t { return 0; });
+  if (iResult > 0) KivExProcFail(__LINE__);
+  if (iResult < 0) return iResult;
+  KivExProcChild* pzChild = FindChild(iChildPid);
+  if (pzChild == nullptr) {
+    KIV_FAIL();
+    return static_cast<int32_t>(KivExProcCloseChildResult::NoChild);
+  }
+  pzChild->m_hRequestEvent.Close();
+  pzChild->m_hAnswerEvent.Close();
+  RemoveChild(iChildPid);
+  return static_cast<int32_t>(KivExProcCloseChildResult::Done);
+}
+
+void KivExProcLib_CloseDown(int32_t iStatus, bool bExit) {
+  KivExProcState& zState = KivExProcState::GetInstance();
+  if (zState.m_hJob.IsOpen()) {
+    const KivWString csProcessFolder = KivExProcProcessFolder(zState.m_csRootFolder);
+    zState.m_hProcessFile.Close();  // what all children see on their next pass
+    sys::SleepMs(kCloseDownPauseMs);
+    const bool bRc = zState.m_hJob.Terminate(iStatus, csProcessFolder);
+    KIV_CHECK(bRc);
+    zState.m_hJob.Close();
+
+    // Every process of the tree is gone when its marker is.
+    const auto AnyMarker = [&] {
+      std::vector<KivSysFolderEntry> vzEntries;
+      if (!sys::ListFolder(csProcessFolder, vzEntries)) return false;
+      for (const KivSysFolderEntry& zEntry : vzEntries)
+        if (zEntry.m_csName.starts_with(u"KivProc")) return true;
+      return false;
+    };
+    while (AnyMarker()) sys::SleepMs(kCloseDownPauseMs);
+
+    for (KivExProcChild& zChild : zState.m_lstChildren) zChild.m_zInputFile.Owner().Release();
+    if (bExit) KivRemoveTree(zState.m_csRootFolder);
+  }
+  if (zState.m_pfnCloseDown != nullptr) zState.m_pfnCloseDown();
+  if (bExit) std::exit(iStatus);
+}
+
+void KivExProcLib_ShowFatalError(const KivWString& csSource, int32_t iLine, int32_t /*iArgument*/, bool /*bFlag*/) {
+  if (!g_bShowFatalError) return;
+  g_bShowFatalError = false;
+  sys::ShowMessage(csSource + u" line " + KivExProcDecimal(iLine) + u".\n" + g_csFirstFatalText + u"\n" +
+                   g_csSecondFatalText);
+  KIV_FAIL();
+}
+
+void KivExProcLib_SetFatalMessages(const KivWString& csFirst, const KivWString& csSecond) {
+  g_csFirstFatalText = csFirst;
+  g_csSecondFatalText = csSecond;
+}
+
+}  // namespace kiv

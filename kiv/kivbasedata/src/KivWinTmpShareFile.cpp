@@ -1,0 +1,102 @@
+#include "KivWinTmpShareFile.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "KivSysFile.h"
+
+namespace kiv {
+namespace {
+
+constexpr char kSource[] = "src\\KivWinTmpShareFile";
+constexpr uint64_t kFirstCapacity = 0x10000;
+
+constexpr KivSysOpenMode kWriterMode{
+    KivSysAccess::ReadWrite, KivSysShare::All, KivSysDisposition::CreateAlways,
+    KivSysFileFlags::Temporary | KivSysFileFlags::RandomAccess | KivSysFileFlags::DeleteOnClose};
+constexpr KivSysOpenMode kReaderMode{KivSysAccess::Read, KivSysShare::All, KivSysDisposition::OpenExisting,
+                                     KivSysFileFlags::Temporary | KivSysFileFlags::RandomAccess};
+
+}  // namespace
+
+bool KivWinTmpShareFileOwner::Create(const KivWString& csPath) {
+  if (csPath.empty()) return false;
+  KivSysFile zFile = KivSysFile::Open(csPath, kWriterMode);
+  if (!zFile.IsOpen()) return false;
+  m_pzFile = KivSharedPtr<KivWinMappedFile>(new KivWinMappedFile(std::move(zFile), false, false, KivSysFile()));
+  if (m_pzFile->CanUseDirectBuffer()) m_pzFile->PrepareDirectBuffer(kFirstCapacity);
+  m_iCapacity = m_pzFile->GetLength();
+  return true;
+}
+
+void KivWinTmpShareFileOwner::Write(uint64_t iOffset, const void* pSource, uint64_t nSize) {
+  if (!m_pzFile) return;
+  if (m_pzFile->CanUseDirectBuffer() && (iOffset > m_iCapacity || nSize > m_iCapacity - iOffset)) {
+    uint64_t iCapacity = std::max(m_iCapacity, kFirstCapacity);
+    while (iOffset > iCapacity || nSize > iCapacity - iOffset) iCapacity *= 2;
+    if (!m_pzFile->PrepareDirectBuffer(iCapacity)) return;
+    m_iCapacity = iCapacity;
+  }
+  m_pzFile->Write(iOffset, pSource, nSize);
+}
+
+void KivWinTmpShareFileOwner::Release() {
+  m_pzFile = KivSharedPtr<KivWinMappedFile>();
+  m_iCapacity = 0;
+}
+
+KivWinTmpShareFileCopiable::KivWinTmpShareFileCopiable() : m_pzImpl(new KivWinTmpShareFileWithCount) {}
+
+KivWinTmpShareFileCopiable::KivWinTmpShareFileCopiable(const KivWinTmpShareFileCopiable& zOther)
+    : m_pzImpl(zOther.m_pzImpl) {
+  ++m_pzImpl->m_iCount;
+}
+
+KivWinTmpShareFileCopiable& KivWinTmpShareFileCopiable::operator=(const KivWinTmpShareFileCopiable& zOther) {
+  if (this == &zOther) return *this;
+  KivWinTmpShareFileWithCount* pzImpl = zOther.m_pzImpl;
+  ++pzImpl->m_iCount;  // first, since both may share one owner
+  DropImpl();
+  m_pzImpl = pzImpl;
+  return *this;
+}
+
+KivWinTmpShareFileCopiable::~KivWinTmpShareFileCopiable() {
+  try {
+    DropImpl();
+  } catch (...) {
+    // A destructor lets no exception out; the report has been made.
+  }
+}
+
+void KivWinTmpShareFileCopiable::DropImpl() {
+  --m_pzImpl->m_iCount;
+  if (!KIV_CHECK(m_pzImpl->m_iCount >= 0)) return;
+  if (m_pzImpl->m_iCount == 0) delete m_pzImpl;
+}
+
+bool KivWinTmpShareFileReader::Open(const KivWString& csPath) {
+  if (csPath.empty()) return false;
+  if (m_pzFile && (csPath != m_csPath || !m_pzFile->IsStillThere())) m_pzFile = KivSharedPtr<KivWinMappedFile>();
+  if (!m_pzFile) {
+    KivSysFile zFile = KivSysFile::Open(csPath, kReaderMode);
+    if (!zFile.IsOpen()) return false;
+    m_pzFile = KivSharedPtr<KivWinMappedFile>(new KivWinMappedFile(std::move(zFile), true, false, KivSysFile()));
+    m_csPath = csPath;
+  }
+  m_iLength = m_pzFile->DoGetLength();  // GetLength would remember the first one
+  // A file that stays open is read without a mapping: that costs no more, and a peer that cuts the file short gives a
+  // short read and no signal.
+  if (!KivSysFile::ReadersMayStay() && m_pzFile->CanUseDirectBuffer()) m_pzFile->PrepareDirectBuffer(m_iLength);
+  return true;
+}
+
+uint64_t KivWinTmpShareFileReader::Read(uint64_t iOffset, void* pDestination, uint64_t nSize) {
+  return m_pzFile ? m_pzFile->Read(iOffset, pDestination, nSize) : 0;
+}
+
+void KivWinTmpShareFileReader::Release() {
+  if (!KivSysFile::ReadersMayStay()) m_pzFile = KivSharedPtr<KivWinMappedFile>();
+}
+
+}  // namespace kiv

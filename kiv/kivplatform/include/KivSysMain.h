@@ -1,0 +1,15 @@
+// The entry of a program with wide arguments. A program that links the target kivmain defines KivMain, and the target
+// brings the system's own entry (wmain on Windows, main elsewhere; arguments that are no valid text there hold U+FFFD).
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "KivSysText.h"
+
+namespace kiv {
+
+// The program's name first. Gives the exit code.
+int32_t KivMain(const std::vector<KivWString>& vcsArguments);
+
+}  // namespace kiv

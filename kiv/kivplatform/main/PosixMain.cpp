@@ -1,0 +1,7 @@
+#include "KivSysMain.h"
+
+int main(int argc, char** argv) {
+  std::vector<kiv::KivWString> vcsArguments;
+  for (int i = 0; i < argc; ++i) vcsArguments.push_back(kiv::sys::Utf8ToWide(argv[i]));
+  return kiv::KivMain(vcsArguments);
+}
