@@ -1,0 +1,27 @@
+// A container over two files that it writes in place.
+#pragma once
+
+#include "KivFastFileContainerBase.h"
+
+namespace kiv {
+
+class KivFastFileContainer : public KivFastFileContainerBase {
+ public:
+  // A new container over two empty writable files.
+  KivFastFileContainer(KivSharedPtr<ISnapShotFile> pzBaseFile, KivSharedPtr<ISnapShotFile> pzUnusedRecordFile,
+                       KivPositionTableManager* pzPositionTableManager);
+  // Opens an existing file for reading and writing; the unused record file is kept in memory. GetStatus says whether
+  // it worked.
+  KivFastFileContainer(KivSharedPtr<ISnapShotFile> pzBaseFile, KivPositionTableManager* pzPositionTableManager);
+  // Flushes a usable container.
+  ~KivFastFileContainer() override;
+
+  KivSharedPtr<ISnapShotFile> GetBaseFile() override { return m_pzBaseFile; }
+  KivSharedPtr<ISnapShotFile> GetUnusedRecordFile() override { return m_pzUnusedRecordFile; }
+
+ private:
+  KivSharedPtr<ISnapShotFile> m_pzBaseFile;
+  KivSharedPtr<ISnapShotFile> m_pzUnusedRecordFile;
+};
+
+}  // namespace kiv
