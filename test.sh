@@ -6,6 +6,7 @@
 set -euo pipefail
 cd "$(dirname "$0")"
 export KIV_LOG_DIR="$PWD/build/logs"
+export UBSAN_OPTIONS=print_stacktrace=1
 mkdir -p "$KIV_LOG_DIR"
 source scripts/packages.sh
 

@@ -3,7 +3,6 @@
 #include <fstream>
 
 #include "KivSysClock.h"
-#include "KivSysFolder.h"
 #include "KivSysHttp.h"
 
 namespace kivtest {
@@ -19,15 +18,13 @@ uint16_t ReadPort(const std::filesystem::path& zFile) {
 }  // namespace
 
 TestHttpServer::TestHttpServer() {
-  kiv::KivWString csPortFile;
-  if (kiv::sys::EnvironmentText(u"KIV_TEST_HTTP", csPortFile)) {
-    const std::filesystem::path zPortFile(csPortFile);
-    m_csFiles = zPortFile.parent_path().u16string();
-    m_iPort = ReadPort(zPortFile);
-    return;
-  }
+#ifdef KIV_TEST_HTTP_PORT_FILE
+  const std::filesystem::path zPortFile(KIV_TEST_HTTP_PORT_FILE);
+  m_csFiles = zPortFile.parent_path().u16string();
+  m_iPort = ReadPort(zPortFile);
+#else
   m_csFiles = m_zFolder.Path();
-  csPortFile = m_zFolder / u"port";
+  const kiv::KivWString csPortFile = m_zFolder / u"port";
   kiv::KivSysProcessStart zStart;
   zStart.m_csCommandLine = u"\"" + kiv::sys::Utf8ToWide(KIV_TEST_PYTHON) + u"\" \"" +
                            kiv::sys::Utf8ToWide(KIV_TEST_SUPPORT_DIR) + u"/http_server.py\" \"" + csPortFile +
@@ -35,6 +32,7 @@ TestHttpServer::TestHttpServer() {
   m_zProcess = kiv::KivSysProcess::Start(zStart);
   while (m_zProcess.IsOpen() && m_iPort == 0 && m_zProcess.Wait(1) == kiv::KivSysWait::TimedOut)
     m_iPort = ReadPort(std::filesystem::path(csPortFile));
+#endif
 }
 
 TestHttpServer::~TestHttpServer() {

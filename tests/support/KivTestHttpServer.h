@@ -1,7 +1,7 @@
 // The HTTP server of the tests (http_server.py tells what it serves), on the loopback interface.
 //
 // Natively each object starts a server of its own. Where a test program cannot start one (Windows programs under
-// Wine), ctest starts it beside the tests, and KIV_TEST_HTTP names the file with its port.
+// Wine), ctest starts it beside the tests, and KIV_TEST_HTTP_PORT_FILE names the file with its port.
 #pragma once
 
 #include "KivSysProcess.h"

@@ -125,6 +125,7 @@ bool SplitUrl(const KivWString& csUrl, KivSysUrl& zUrl) {
   zParts.dwUrlPathLength = static_cast<DWORD>(vcPath.size());
   if (csUrl.empty() || !InternetCrackUrlW(ToSystem(csUrl).c_str(), 0, 0, &zParts)) return false;
   if (zParts.nScheme != INTERNET_SCHEME_HTTP && zParts.nScheme != INTERNET_SCHEME_HTTPS) return false;
+  if (vcHost[0] == L'\0') return false;
   zUrl.m_csHost = FromSystem(vcHost.data());
   zUrl.m_csPath = FromSystem(vcPath.data());
   zUrl.m_iPort = zParts.nPort;
