@@ -178,7 +178,8 @@ void Tests() {
                      {KivSysAccess::Write, KivSysShare::None, KivSysDisposition::CreateAlways, KivSysFileFlags::None});
     const double fMarked = MeasureCall([&] { Expect(sys::PathExists(csMarker), "marker"); }, 50'000);
     const double fPlain = MeasureCall([&] { Expect(sys::PathExists(csPlain), "plain file"); }, 50'000);
-    const double fMissing = MeasureCall([&] { Expect(!sys::PathExists(csFolder + u"/none"), "no file"); }, 50'000);
+    const KivWString csNone = csFolder + u"/none";
+    const double fMissing = MeasureCall([&] { Expect(!sys::PathExists(csNone), "no file"); }, 50'000);
     const std::string strPlain = sys::WideToUtf8(csPlain);
     const double fStat = MeasureCall(
         [&] {
