@@ -19,23 +19,11 @@ uint16_t ReadPort(const std::filesystem::path& zFile) {
 }  // namespace
 
 TestHttpServer::TestHttpServer() {
-<<<<<<< HEAD
 #ifdef KIV_TEST_HTTP_PORT_FILE
   const std::filesystem::path zPortFile(KIV_TEST_HTTP_PORT_FILE);
   m_csFiles = zPortFile.parent_path().u16string();
   m_iPort = ReadPort(zPortFile);
 #else
-=======
-  kiv::KivWString csPortFile;
-  if (kiv::sys::EnvironmentText(u"KIV_TEST_HTTP", csPortFile)) {
-    const std::filesystem::path zPortFile(csPortFile);
-    m_csFiles = zPortFile.parent_path().u16string();
-    m_iPort = ReadPort(zPortFile);
-    if (m_iPort == 0) throw std::runtime_error("ctest has started no HTTP server");
-    return;
-  }
-  if (!kiv::sys::kExecutableSuffix.empty()) throw std::runtime_error("run by ctest, which starts the HTTP server");
->>>>>>> 447126e (tests: the HTTP server says when it is not there)
   m_csFiles = m_zFolder.Path();
   const kiv::KivWString csPortFile = m_zFolder / u"port";
   kiv::KivSysProcessStart zStart;
@@ -45,11 +33,8 @@ TestHttpServer::TestHttpServer() {
   m_zProcess = kiv::KivSysProcess::Start(zStart);
   while (m_zProcess.IsOpen() && m_iPort == 0 && m_zProcess.Wait(1) == kiv::KivSysWait::TimedOut)
     m_iPort = ReadPort(std::filesystem::path(csPortFile));
-<<<<<<< HEAD
 #endif
-=======
-  if (m_iPort == 0) throw std::runtime_error("the HTTP server does not start");
->>>>>>> 447126e (tests: the HTTP server says when it is not there)
+  if (m_iPort == 0) throw std::runtime_error("the HTTP server of the tests is not running");
 }
 
 TestHttpServer::~TestHttpServer() {

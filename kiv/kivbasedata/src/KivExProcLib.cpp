@@ -362,6 +362,7 @@ int32_t KivExProcLib_StartChild(const KivWString& csExecutable, const KivWString
   zStart.m_csFolder = zState.m_csRootFolder;
   zStart.m_bHideWindow = true;
   zStart.m_bBreakAwayFromJob = true;
+  zStart.m_csJobName = zState.m_csJobName;
 
   // Joins the list only after the handshake, so that no service pass sees a child that is starting.
   std::list<KivExProcChild> lstNew(1);
