@@ -2,8 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <regex>
 #include <sstream>
+#include <thread>
 
 using namespace kiv;
 
@@ -60,13 +62,25 @@ TEST(Diag, FrameLinesHaveTheirForm) {
   EXPECT_NE(vstrLines[0].find(", Line "), std::string::npos) << "this program has debug information: " << vstrLines[0];
 }
 
-TEST(Diag, AddressesOfNoModuleVanish) {
+TEST(Diag, AnAddressWithoutModuleStaysWithOffsetZero) {
   KivSysStack zStack = KivTestOuterFrame(1);
   const size_t nLines = Lines(zStack).size();
   zStack.m_viAddress.insert(zStack.m_viAddress.begin(), 0x10);
-  zStack.m_viAddress.push_back(UINT64_MAX);
-  EXPECT_EQ(Lines(zStack).size(), nLines);
+  const std::vector<std::string> vstrLines = Lines(zStack);
+  ASSERT_EQ(vstrLines.size(), nLines + 1);
+  EXPECT_EQ(vstrLines[0], "0x0000000000000010(0x00000000)<Unknown Module>: <Unknown Symbol>");
   EXPECT_TRUE(sys::StackText({}).empty());
+}
+
+TEST(Diag, SeveralThreadsMayTakeAndReadStacks) {
+  std::vector<std::thread> vzThreads;
+  std::atomic<int> nGood{0};
+  for (int i = 0; i < 4; ++i)
+    vzThreads.emplace_back([&] {
+      for (int j = 0; j < 5; ++j) nGood += !sys::StackText(sys::CaptureStack(1)).empty();
+    });
+  for (std::thread& zThread : vzThreads) zThread.join();
+  EXPECT_EQ(nGood, 20);
 }
 
 KIV_TEST_OWN_FRAME uint32_t KivTestDeepFrame(uint32_t nLevels, KivSysStack& zStack) {

@@ -10,6 +10,7 @@
 #include <cinttypes>
 #include <cstdio>
 #include <map>
+#include <mutex>
 #include <string>
 #include <utility>
 
@@ -20,6 +21,8 @@ constexpr uint32_t kMostFrames = 512;
 constexpr size_t kMostLineBytes = 520;
 constexpr DWORD kMostSymbolUnits = 260;
 
+std::mutex g_zSymbolLock;  // the debug-help library serves one thread at a time
+std::mutex g_zHookLock;
 std::function<bool(const KivWString&, const KivWString&)> g_pfnSystemLogHook;
 std::function<void(const KivWString&)> g_pfnMessageHook;
 
@@ -97,6 +100,7 @@ void AppendLine(HANDLE hProcess, uint64_t iAddress, std::string& strLine) {
 
 KivSysStack CaptureStack(uint32_t nSkip) {
   KivSysStack zStack;
+  const std::lock_guard zGuard(g_zSymbolLock);
   InitializeSymbols();
   const HANDLE hProcess = GetCurrentProcess();
   ContextRequest zRequest;
@@ -118,7 +122,7 @@ KivSysStack CaptureStack(uint32_t nSkip) {
   zFrame.AddrFrame.Mode = AddrModeFlat;
   zFrame.AddrStack.Offset = zRequest.m_zContext.Rsp;
   zFrame.AddrStack.Mode = AddrModeFlat;
-  for (uint32_t i = 0; i < kMostFrames; ++i) {
+  for (uint64_t i = 0; i < uint64_t{kMostFrames} + nSkip; ++i) {
     if (!StackWalk64(IMAGE_FILE_MACHINE_AMD64, hProcess, GetCurrentThread(), &zFrame, &zRequest.m_zContext, nullptr,
                      SymFunctionTableAccess64, SymGetModuleBase64, nullptr))
       break;
@@ -130,6 +134,7 @@ KivSysStack CaptureStack(uint32_t nSkip) {
 }
 
 KivWString StackText(const KivSysStack& zStack) {
+  const std::lock_guard zGuard(g_zSymbolLock);
   const HANDLE hProcess = GetCurrentProcess();
   std::map<std::string, uint64_t> mapModules;
   if (!InitializeSymbols() || zStack.m_viAddress.empty() || !SymEnumerateModules64(hProcess, AddModule, &mapModules))
@@ -159,7 +164,13 @@ KivWString StackText(const KivSysStack& zStack) {
 }
 
 bool WriteSystemLog(const KivWString& csSource, const KivWString& csText) {
-  if (g_pfnSystemLogHook) return g_pfnSystemLogHook(csSource, csText);
+  {
+    std::unique_lock zGuard(g_zHookLock);
+    if (const auto pfnHook = g_pfnSystemLogHook) {
+      zGuard.unlock();
+      return pfnHook(csSource, csText);
+    }
+  }
   const HANDLE hLog = RegisterEventSourceW(nullptr, ToSystem(csSource).c_str());
   if (hLog == nullptr) return false;
   const std::wstring csSystem = ToSystem(csText);
@@ -170,13 +181,18 @@ bool WriteSystemLog(const KivWString& csSource, const KivWString& csText) {
 }
 
 void SetSystemLogHook(std::function<bool(const KivWString&, const KivWString&)> pfnHook) {
+  const std::lock_guard zGuard(g_zHookLock);
   g_pfnSystemLogHook = std::move(pfnHook);
 }
 
 void ShowMessage(const KivWString& csText) {
-  if (g_pfnMessageHook) {
-    g_pfnMessageHook(csText);
-    return;
+  {
+    std::unique_lock zGuard(g_zHookLock);
+    if (const auto pfnHook = g_pfnMessageHook) {
+      zGuard.unlock();
+      pfnHook(csText);
+      return;
+    }
   }
   MessageBoxW(nullptr, ToSystem(csText).c_str(), nullptr, MB_OK | MB_ICONEXCLAMATION);
 }

@@ -99,6 +99,7 @@ bool ProgramPath(KivWString& csPath) {
 }
 
 bool CanWriteFolder(const KivWString& csFolder) {
+  if (!FolderExists(csFolder)) return false;
   static std::atomic<uint32_t> iCounter{0};
   KivSysOpenMode zMode;
   zMode.m_iAccess = KivSysAccess::ReadWrite;
