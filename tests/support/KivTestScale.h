@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <cstdlib>
 
 #include "KivSysEvent.h"
 
@@ -20,6 +21,13 @@ inline bool IsWindows() {
 // nReduced under a sanitizer and on Windows (where the tests run under Wine).
 inline uint64_t Scaled(uint64_t nWhole, uint64_t nReduced) {
   return kSanitized || IsWindows() ? nReduced : nWhole;
+}
+
+// Steps of a random program; KIV_TEST_FACTOR in the environment multiplies them for a longer run.
+inline uint64_t ScaledSteps(uint64_t nSteps) {
+  const char* szFactor = std::getenv("KIV_TEST_FACTOR");
+  const uint64_t nFactor = szFactor != nullptr ? std::strtoull(szFactor, nullptr, 10) : 1;
+  return Scaled(nSteps, nSteps / 10) * (nFactor != 0 ? nFactor : 1);
 }
 
 }  // namespace kivtest
