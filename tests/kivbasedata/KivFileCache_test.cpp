@@ -1,0 +1,606 @@
+#include "KivFileCache.h"
+
+#include "KivFileFactory.h"
+#include "KivLittleEndian.h"
+#include "KivMemFile.h"
+#include "KivSysFault.h"
+#include "KivSysFolder.h"
+#include "KivTestFile.h"
+#include "KivWinMappedFile.h"
+
+namespace {
+
+using namespace kiv;
+using namespace kivtest;
+
+constexpr uint64_t kTail = 100;
+
+// A memory file of three whole blocks and a short one, and what the rules say of its cache.
+class FileCache : public FileTest {
+ protected:
+  FileCache() : m_vcBase(Pattern(3 * kBlock + kTail)), m_zFile(m_vcBase.data(), m_vcBase.size()) {}
+
+  std::vector<uint32_t>& Words(KivCacheUseFile& zFile) { return zFile.GetCache()->m_vcCacheStatus; }
+  std::vector<uint32_t>& Words() { return Words(m_zFile); }
+  KivWString PatchPath() { return m_zFolder / u"patch"; }
+  std::string Patch(uint64_t iSize) {
+    EXPECT_TRUE(m_zFile.SaveCache(PatchPath(), iSize));
+    return m_zFolder.ReadBytes(u"patch");
+  }
+  KivWString MakePatch(const std::string& strBytes) {
+    m_zFolder.WriteBytes(u"in", strBytes);
+    return m_zFolder / u"in";
+  }
+
+  Bytes m_vcBase;
+  KivMemFile m_zFile;
+};
+
+std::string Record(uint64_t iBlock, const std::string& strData, uint64_t nClaimed) {
+  std::string strRecord(16, '\0');
+  KivStore<uint64_t>(strRecord.data(), iBlock);
+  KivStore<uint64_t>(strRecord.data() + 8, nClaimed);
+  return strRecord + strData;
+}
+
+std::string Record(uint64_t iBlock, const std::string& strData) {
+  return Record(iBlock, strData, strData.size());
+}
+
+// --- Status words ---------------------------------------------------------------------------------------------------
+
+TEST_F(FileCache, AReadOfAnUntouchedFileCopiesWholeBlocksIntoTheWorkFile) {
+  EXPECT_EQ(ReadBytes(m_zFile, kBlock + 5, 10), Slice(m_vcBase, kBlock + 5, 10));
+  EXPECT_EQ(Words(), (std::vector<uint32_t>{0, 1}));
+  KivWinMappedFile* pWork = m_zFile.GetCache()->GetWorkFile();
+  Bytes vcBlock(kBlock);
+  EXPECT_EQ(pWork->DoRead(kBlock, vcBlock.data(), kBlock), kBlock);
+  EXPECT_EQ(vcBlock, Slice(m_vcBase, kBlock, kBlock));
+  EXPECT_EQ(pWork->GetLength(), 2 * kBlock);
+}
+
+TEST_F(FileCache, TheShortLastBlockIsFullInTheWorkFileAndCountsAsChanged) {
+  EXPECT_EQ(ReadBytes(m_zFile, 3 * kBlock, kBlock), Slice(m_vcBase, 3 * kBlock, kBlock));
+  EXPECT_EQ(Words(), (std::vector<uint32_t>{0, 0, 0, 3}));
+  EXPECT_EQ(m_zFile.GetLength(), 4 * kBlock);
+}
+
+TEST_F(FileCache, ABlockBehindTheEndReadsAsZerosAndCountsAsChanged) {
+  EXPECT_EQ(ReadBytes(m_zFile, 5 * kBlock, 8), Bytes(8));
+  EXPECT_EQ(Words(), (std::vector<uint32_t>{0, 0, 0, 0, 0, 3}));
+}
+
+TEST_F(FileCache, AWriteBehindTheEndMakesGetLengthTheWorkFilesLength) {
+  EXPECT_EQ(m_zFile.GetLength(), m_vcBase.size());
+  m_zFile.Write(6 * kBlock + 1, "x", 1);
+  EXPECT_EQ(m_zFile.GetLength(), 7 * kBlock);
+  EXPECT_EQ(ReadBytes(m_zFile, 4 * kBlock, kBlock), Bytes(kBlock));
+  EXPECT_EQ(ReadBytes(m_zFile, 6 * kBlock, 3), (Bytes{0, 'x', 0}));
+}
+
+TEST_F(FileCache, WritingOneByteLeavesTheOthersOfItsBlockAsInTheBase) {
+  m_zFile.Write(kBlock + 7, "x", 1);
+  Bytes vcExpected = m_vcBase;
+  vcExpected[kBlock + 7] = 'x';
+  EXPECT_EQ(ReadBytes(m_zFile, 0, m_vcBase.size()), vcExpected);
+  EXPECT_EQ(Words()[1], 3u);
+  EXPECT_FALSE(m_zFile.IsModified());
+  // The whole block goes into the patch.
+  const std::string strPatch = Patch(3 * kBlock);
+  EXPECT_EQ(strPatch, Record(1, Text(Slice(vcExpected, kBlock, kBlock))));
+}
+
+TEST_F(FileCache, AZeroWriteGoesThroughTheCacheInAnySize) {
+  m_zFile.WriteZero(10, 0);
+  EXPECT_EQ(m_zFile.m_pzFileCache, nullptr);
+  m_zFile.WriteZero(10, 6 * kBlock);
+  Bytes vcExpected = m_vcBase;
+  vcExpected.resize(7 * kBlock);
+  std::fill(vcExpected.begin() + 10, vcExpected.end(), uint8_t{0});
+  EXPECT_EQ(ReadBytes(m_zFile, 0, 7 * kBlock), vcExpected);
+}
+
+TEST_F(FileCache, AWordOf2IsReportedAndTheBlockFetchedAgain) {
+  for (const uint64_t i : {uint64_t{0}, uint64_t{3}, uint64_t{5}}) {
+    SCOPED_TRACE(i);
+    m_zFile.GetCache()->m_vcCacheStatus.assign(8, 0);
+    Words()[i] = 2;
+    uint8_t c = 0;
+    EXPECT_REPORT(m_zFile.Read(i * kBlock, &c, 1), "0");
+    EXPECT_RETURNING_REPORT(EXPECT_EQ(ReadBytes(m_zFile, i * kBlock, 8), Slice(m_vcBase, i * kBlock, 8)));
+    EXPECT_EQ(Words()[i], 3u);
+  }
+}
+
+TEST_F(FileCache, AWordThatNamesNoSnapshotIsReportedAndTheBlockTakenFromTheBase) {
+  Words().assign(1, 4 * 9 + 4);
+  uint8_t c = 0;
+  EXPECT_REPORT(m_zFile.Read(0, &c, 1), "0");
+  EXPECT_RETURNING_REPORT(EXPECT_EQ(ReadBytes(m_zFile, 0, 8), Slice(m_vcBase, 0, 8)));
+  EXPECT_EQ(Words()[0], 3u);
+}
+
+TEST_F(FileCache, AWordThatNamesADeadSnapshotIsReportedAndTheBlockTakenFromTheBase) {
+  m_zFile.Write(0, "x", 1);
+  auto pzSnapShot = m_zSpace.Take(m_zFile);
+  pzSnapShot.Release();
+  uint8_t c = 0;
+  EXPECT_REPORT(m_zFile.Read(0, &c, 1), "0");
+  EXPECT_RETURNING_REPORT(EXPECT_EQ(ReadBytes(m_zFile, 0, 8), Slice(m_vcBase, 0, 8)));
+  EXPECT_EQ(Words()[0], 1u);
+}
+
+TEST_F(FileCache, BlockBuffersAboveTheStackLimitComeFromScratch) {
+  KivDataSpaceBase::GetInstance()->m_iStackBufferLimit = 1000;
+  Bytes vcInner = Pattern(2 * kBlock, 5);
+  EXPECT_EQ(ReadBytes(m_zFile, 0, m_vcBase.size()), m_vcBase);
+}
+
+// --- Bad ranges -----------------------------------------------------------------------------------------------------
+
+TEST_F(FileCache, RangesAtTheEndsOfTheOffsetsAreReportedAndTouchNothing) {
+  uint8_t acBuffer[16] = {};
+  const uint64_t aiOffset[] = {UINT64_MAX, UINT64_MAX - 15, uint64_t{1} << 63, (uint64_t{1} << 63) - 8, uint64_t{1} << 50};
+  for (const uint64_t iOffset : aiOffset) {
+    SCOPED_TRACE(iOffset);
+    EXPECT_REPORT(m_zFile.Read(iOffset, acBuffer, 16), "0");
+    EXPECT_REPORT(m_zFile.Write(iOffset, acBuffer, 16), "0");
+    EXPECT_REPORT(m_zFile.WriteZero(iOffset, 16), "0");
+    EXPECT_RETURNING_REPORT(EXPECT_EQ(m_zFile.Read(iOffset, acBuffer, 16), 0u));
+    EXPECT_RETURNING_REPORT(m_zFile.Write(iOffset, acBuffer, 16));
+    EXPECT_RETURNING_REPORT(m_zFile.WriteZero(iOffset, 16));
+    EXPECT_RETURNING_REPORT(EXPECT_FALSE(m_zFile.IsRangeCached(0, iOffset, 1)));
+    EXPECT_RETURNING_REPORT(EXPECT_FALSE(m_zFile.SaveCache(PatchPath(), iOffset)));
+  }
+  EXPECT_REPORT(m_zFile.WriteZero(16, UINT64_MAX), "0");
+  EXPECT_LE(Words().size(), 4u);
+  EXPECT_EQ(ReadBytes(m_zFile, 0, m_vcBase.size()), m_vcBase);
+}
+
+TEST_F(FileCache, ANothingAtAnyOffsetTouchesNothing) {
+  uint8_t c = 0;
+  EXPECT_NO_REPORT(EXPECT_EQ(m_zFile.Read(kBlock, &c, 0), 0u));
+  EXPECT_NO_REPORT(m_zFile.Write(kBlock, &c, 0));
+  EXPECT_TRUE(Words().empty());
+}
+
+// --- Work file ------------------------------------------------------------------------------------------------------
+
+TEST_F(FileCache, TheWorkFileStandsInTheWorkFolderAndGoesWithTheCache) {
+  m_zFile.GetCache();
+  std::vector<KivSysFolderEntry> vzEntries;
+  const auto nCacheFiles = [&] {
+    vzEntries.clear();
+    sys::ListFolder(KivGetWorkFolder(), vzEntries);
+    return std::count_if(vzEntries.begin(), vzEntries.end(), [](const KivSysFolderEntry& zEntry) {
+      return zEntry.m_csName.substr(0, 4) == u"work" && zEntry.m_csName.find(u".cache") != KivWString::npos;
+    });
+  };
+  EXPECT_EQ(nCacheFiles(), 1);
+  m_zFile.DisableCache();
+  EXPECT_EQ(nCacheFiles(), 0);
+}
+
+TEST_F(FileCache, AWorkFileThatCannotBeMadeIsReported) {
+  uint8_t c = 0;
+  {
+    KivSysFaultPlan zPlan;
+    zPlan.m_iCall = KivSysCall::FileOpen;
+    zPlan.m_iNth = 1;
+    zPlan.m_bFromThenOn = true;
+    const KivSysFaultScope zFault(zPlan);
+    EXPECT_REPORT(m_zFile.Read(0, &c, 1), "INVALID_HANDLE_VALUE != hFile");
+    EXPECT_RETURNING_REPORT(EXPECT_EQ(m_zFile.Read(0, &c, 1), 0u));
+    EXPECT_RETURNING_REPORT(m_zFile.Write(0, &c, 1));
+    EXPECT_RETURNING_REPORT(EXPECT_TRUE(m_zFile.IsRangeCached(0, 1, 1)));
+    EXPECT_RETURNING_REPORT(EXPECT_FALSE(m_zFile.AdvanceCaching(1)));
+  }
+  EXPECT_EQ(ReadBytes(m_zFile, 0, 10), Slice(m_vcBase, 0, 10));
+}
+
+TEST_F(FileCache, WithTheCacheOffReadsGoToTheDeviceAndWritesAreReported) {
+  m_zFile.Write(0, "x", 1);
+  m_zFile.DisableCache();
+  EXPECT_FALSE(m_zFile.IsCacheEnabled());
+  EXPECT_EQ(ReadBytes(m_zFile, 0, 8), Slice(m_vcBase, 0, 8));
+  EXPECT_REPORT(m_zFile.Write(0, "x", 1), "0");
+  EXPECT_REPORT(m_zFile.WriteZero(0, 1), "0");
+  EXPECT_EQ(m_zFile.GetLength(), m_vcBase.size());
+  EXPECT_TRUE(m_zFile.IsRangeCached(0, kBlock, 1));
+  EXPECT_FALSE(m_zFile.AdvanceCaching(1));
+  EXPECT_FALSE(m_zFile.SaveCache(PatchPath(), kBlock));
+  EXPECT_NO_REPORT(m_zFile.Flush());
+  EXPECT_REPORT(m_zFile.CreateSnapShot(), "0");
+  EXPECT_RETURNING_REPORT(EXPECT_FALSE(m_zFile.CreateSnapShot()));
+  EXPECT_TRUE(m_zFile.m_vpSnapShotData.empty());
+  double adRate[100];
+  m_zFile.GetCacheStatusMap(adRate);
+  EXPECT_TRUE(std::all_of(std::begin(adRate), std::end(adRate), [](double d) { return d == 1.0; }));
+}
+
+TEST_F(FileCache, SetLengthIsReportedOnAReadOnlyOrCachedFile) {
+  EXPECT_REPORT(m_zFile.SetLength(1), "0");
+  EXPECT_RETURNING_REPORT(EXPECT_FALSE(m_zFile.SetLength(1)));
+}
+
+// --- Patch stream ---------------------------------------------------------------------------------------------------
+
+TEST_F(FileCache, NoPatchIsSavedWhileThereIsNoCache) {
+  EXPECT_NO_REPORT(EXPECT_FALSE(m_zFile.SaveCache(PatchPath(), kBlock)));
+  EXPECT_FALSE(sys::PathExists(PatchPath()));
+}
+
+TEST_F(FileCache, ABlockThatIsOnlyCachedIsNotInThePatch) {
+  ReadBytes(m_zFile, 0, 3 * kBlock);
+  EXPECT_EQ(Patch(3 * kBlock), "");
+}
+
+TEST_F(FileCache, TheShortLastBlockAndWhatLiesBehindItAreAlwaysInThePatch) {
+  ReadBytes(m_zFile, 0, 3 * kBlock);
+  const std::string strPatch = Patch(4 * kBlock + 1);
+  EXPECT_EQ(strPatch, Record(3, Text(Slice(m_vcBase, 3 * kBlock, kBlock))) + Record(4, std::string(1, '\0')));
+}
+
+TEST_F(FileCache, ABlockWithoutAWordGoesIntoThePatch) {
+  ReadBytes(m_zFile, 0, 1);
+  EXPECT_EQ(Patch(2 * kBlock), Record(1, Text(Slice(m_vcBase, kBlock, kBlock))));
+}
+
+TEST_F(FileCache, APatchStopsAtItsSizeAndItsLastRecordIsShort) {
+  m_zFile.Write(0, "abc", 3);
+  m_zFile.Write(kBlock, "def", 3);
+  m_zFile.Write(2 * kBlock, "ghi", 3);
+  Bytes vcFirst = Slice(m_vcBase, 0, kBlock);
+  std::memcpy(vcFirst.data(), "abc", 3);
+  EXPECT_EQ(Patch(kBlock + 2), Record(0, Text(vcFirst)) + Record(1, "de"));
+}
+
+TEST_F(FileCache, APatchReplayedOnTheBaseGivesTheSameFile) {
+  m_zFile.Write(kBlock - 1, "abc", 3);
+  m_zFile.Write(5 * kBlock, "def", 3);
+  const uint64_t nLength = m_zFile.GetLength();
+  ASSERT_TRUE(m_zFile.SaveCache(PatchPath(), nLength));
+  KivMemFile zOther(m_vcBase.data(), m_vcBase.size());
+  EXPECT_TRUE(zOther.LoadCache(PatchPath()));
+  EXPECT_EQ(zOther.GetLength(), nLength);
+  EXPECT_EQ(ReadBytes(zOther, 0, nLength), ReadBytes(m_zFile, 0, nLength));
+}
+
+TEST_F(FileCache, AnEmptyPatchLoadsAndChangesNothing) {
+  EXPECT_NO_REPORT(EXPECT_TRUE(m_zFile.LoadCache(MakePatch(""))));
+  EXPECT_EQ(m_zFile.m_pzFileCache, nullptr);
+}
+
+TEST_F(FileCache, APatchThatCannotBeOpenedIsReported) {
+  EXPECT_REPORT(m_zFile.LoadCache(m_zFolder / u"none"), "0");
+  EXPECT_RETURNING_REPORT(EXPECT_FALSE(m_zFile.LoadCache(m_zFolder / u"none")));
+  m_zFile.GetCache();
+  EXPECT_REPORT(m_zFile.SaveCache(m_zFolder / u"none/patch", 1), "0");
+  EXPECT_RETURNING_REPORT(EXPECT_FALSE(m_zFile.SaveCache(m_zFolder / u"none/patch", 1)));
+}
+
+TEST_F(FileCache, ALengthAboveTheGranularityStopsTheReplayAndKeepsWhatCameBefore) {
+  const std::string strGood = Record(1, "good");
+  for (const uint64_t nLength : {uint64_t{0}, kBlock + 1, uint64_t{UINT64_MAX}}) {
+    SCOPED_TRACE(nLength);
+    const KivWString csPath = MakePatch(strGood + Record(2, std::string(kBlock + 1, 'x'), nLength));
+    KivMemFile zFile(m_vcBase.data(), m_vcBase.size());
+    EXPECT_REPORT(zFile.LoadCache(csPath), "0");
+    EXPECT_EQ(Text(ReadBytes(zFile, kBlock, 4)), "good");
+    EXPECT_EQ(ReadBytes(zFile, 2 * kBlock, 4), Slice(m_vcBase, 2 * kBlock, 4));
+    KivMemFile zAgain(m_vcBase.data(), m_vcBase.size());
+    EXPECT_RETURNING_REPORT(EXPECT_TRUE(zAgain.LoadCache(csPath)));
+    EXPECT_EQ(Text(ReadBytes(zAgain, kBlock, 4)), "good");
+  }
+}
+
+TEST_F(FileCache, APatchCutAtAnyByteKeepsItsWholeRecordsAndReportsTheCut) {
+  const std::string strFirst = Record(0, "first");
+  const std::string strSecond = Record(2, "second");
+  const std::string strPatch = strFirst + strSecond;
+  for (size_t nCut = 0; nCut <= strPatch.size(); ++nCut) {
+    SCOPED_TRACE(nCut);
+    const KivWString csPath = MakePatch(strPatch.substr(0, nCut));
+    const bool bWhole = nCut == 0 || nCut == strFirst.size() || nCut == strPatch.size();
+    const size_t nIntoRecord = nCut < strFirst.size() ? nCut : nCut - strFirst.size();
+    KivMemFile zFile(m_vcBase.data(), m_vcBase.size());
+    const KivWString csReport = ReportOf([&] { EXPECT_TRUE(zFile.LoadCache(csPath)); });
+    EXPECT_EQ(csReport, bWhole ? u"" : nIntoRecord < 8 ? u"iRead == 0" : u"0");
+    Bytes vcExpected = m_vcBase;
+    if (nCut >= strFirst.size()) std::memcpy(vcExpected.data(), "first", 5);
+    if (nCut == strPatch.size()) std::memcpy(vcExpected.data() + 2 * kBlock, "second", 6);
+    EXPECT_EQ(ReadBytes(zFile, 0, m_vcBase.size()), vcExpected);
+    KivMemFile zAgain(m_vcBase.data(), m_vcBase.size());
+    EXPECT_EQ(ReportsAndReturns([&] { EXPECT_TRUE(zAgain.LoadCache(csPath)); }), !bWhole);
+    EXPECT_EQ(ReadBytes(zAgain, 0, m_vcBase.size()), vcExpected);
+  }
+}
+
+TEST_F(FileCache, ABlockNumberThatOverflowsOrLiesFarBehindTheEndEndsTheReplay) {
+  const std::string strGood = Record(1, "good");
+  const uint64_t aiBlock[] = {UINT64_MAX,           UINT64_MAX / kBlock, uint64_t{1} << 48, (uint64_t{1} << 47),
+                              (uint64_t{1} << 47) - 1, uint64_t{1} << 30,   6};
+  for (const uint64_t iBlock : aiBlock) {
+    SCOPED_TRACE(iBlock);
+    const KivWString csPath = MakePatch(strGood + Record(iBlock, "bad") + Record(0, "never"));
+    KivMemFile zFile(m_vcBase.data(), m_vcBase.size());
+    EXPECT_REPORT(zFile.LoadCache(csPath), "0");
+    EXPECT_EQ(Text(ReadBytes(zFile, kBlock, 4)), "good");
+    EXPECT_EQ(ReadBytes(zFile, 0, 5), Slice(m_vcBase, 0, 5));
+    EXPECT_LE(zFile.GetCache()->m_vcCacheStatus.size(), 4u);
+  }
+}
+
+TEST_F(FileCache, ABlockBehindTheEndByNoMoreThanThePatchsLengthIsTaken) {
+  // The end is in the middle of block 3; block 4 begins less than a block behind it.
+  const KivWString csPath = MakePatch(Record(4, std::string(kBlock, 'x')));
+  EXPECT_NO_REPORT(EXPECT_TRUE(m_zFile.LoadCache(csPath)));
+  EXPECT_EQ(m_zFile.GetLength(), 5 * kBlock);
+}
+
+TEST_F(FileCache, APatchOnASnapshotFailsTheCheck) {
+  auto pzSnapShot = m_zSpace.Take(m_zFile);
+  double adRate[100];
+  EXPECT_REPORT(pzSnapShot->LoadCache(MakePatch("")), "!IsSnapShotFile()");
+  EXPECT_REPORT(pzSnapShot->SaveCache(PatchPath(), 1), "!IsSnapShotFile()");
+  EXPECT_REPORT(pzSnapShot->AdvanceCaching(1), "!IsSnapShotFile()");
+  EXPECT_REPORT(pzSnapShot->GetCacheStatusMap(adRate), "!IsSnapShotFile()");
+  EXPECT_REPORT(pzSnapShot->Flush(), "!IsSnapShotFile()");
+  EXPECT_REPORT(pzSnapShot->SetLength(1), "!IsSnapShotFile()");
+  EXPECT_REPORT(pzSnapShot->Write(0, "x", 1), "!IsSnapShotFile()");
+  EXPECT_RETURNING_REPORT(pzSnapShot->Write(0, "x", 1));
+  EXPECT_EQ(ReadBytes(*pzSnapShot, 0, 8), Slice(m_vcBase, 0, 8));
+}
+
+// --- Caching ahead --------------------------------------------------------------------------------------------------
+
+TEST_F(FileCache, TheMapOfAFileWithoutACacheIsAllOnes) {
+  m_zFile.DisableCache();
+  double adRate[100] = {};
+  m_zFile.GetCacheStatusMap(adRate);
+  for (const double dRate : adRate) EXPECT_EQ(dRate, 1.0);
+}
+
+TEST_F(FileCache, TheMapOfAnEmptyFileIsAllZeros) {
+  KivMemFile zFile("", 0);
+  double adRate[100] = {};
+  zFile.GetCacheStatusMap(adRate);
+  for (const double dRate : adRate) EXPECT_EQ(dRate, 0.0);
+}
+
+TEST_F(FileCache, TheFirstSliceOfTheFileIsTheLastEntryOfTheMap) {
+  ReadBytes(m_zFile, 0, kBlock);
+  double adRate[100] = {};
+  m_zFile.GetCacheStatusMap(adRate);
+  EXPECT_EQ(adRate[99], 1.0);
+  EXPECT_EQ(adRate[99 - 32], 1.0);
+  EXPECT_DOUBLE_EQ(adRate[99 - 33], 0.1 * 4);  // 3 blocks: block 1 begins at 333.3 thousandths
+  EXPECT_EQ(adRate[0], 0.0);
+}
+
+TEST_F(FileCache, AdvancingAFileOfLessThanABlockIsDoneAtOnce) {
+  KivMemFile zFile("abc", 3);
+  EXPECT_FALSE(zFile.AdvanceCaching(1000));
+  EXPECT_EQ(Words(zFile), (std::vector<uint32_t>{0}));
+}
+
+TEST_F(FileCache, AdvancingSweepsFromTheEndAndLeavesOutThePartialBlock) {
+  while (m_zFile.AdvanceCaching(1000)) {
+  }
+  EXPECT_EQ(Words(), (std::vector<uint32_t>{1, 1, 1, 0}));
+  EXPECT_EQ(m_zFile.GetCache()->m_iSweptBlocks, 3u);
+  EXPECT_EQ(ReadBytes(m_zFile, 0, m_vcBase.size()), m_vcBase);
+}
+
+TEST_F(FileCache, AdvancingWithoutABudgetComesToAnEnd) {
+  // Each call copies at least a batch or finds the clock behind its deadline; it never waits.
+  int nCalls = 0;
+  while (m_zFile.AdvanceCaching(0) && nCalls < 1000000) ++nCalls;
+  EXPECT_EQ(Words(), (std::vector<uint32_t>{1, 1, 1, 0}));
+}
+
+TEST_F(FileCache, ARangeThatIsAskedForComesFirst) {
+  EXPECT_TRUE(m_zFile.IsRangeCached(0, kBlock, 1)) << "without a cache object everything counts as local";
+  m_zFile.GetCache();
+  EXPECT_FALSE(m_zFile.IsRangeCached(0, 2 * kBlock, 0));
+  EXPECT_EQ(Words().size(), 2u);
+  EXPECT_TRUE(m_zFile.GetCache()->m_dqWanted.empty());
+  EXPECT_FALSE(m_zFile.IsRangeCached(0, m_vcBase.size(), 1));
+  EXPECT_EQ(m_zFile.GetCache()->m_dqWanted, (std::deque<uint64_t>{0, 1, 2, 3}));
+  while (m_zFile.AdvanceCaching(1000)) {
+  }
+  EXPECT_EQ(Words(), (std::vector<uint32_t>{1, 1, 1, 3}));
+  EXPECT_TRUE(m_zFile.IsRangeCached(0, m_vcBase.size(), 1));
+  EXPECT_EQ(ReadBytes(m_zFile, 0, m_vcBase.size()), m_vcBase);
+}
+
+TEST_F(FileCache, NoMoreThan10000WantedBlocksAreKept) {
+  m_zFile.GetCache();
+  EXPECT_FALSE(m_zFile.IsRangeCached(0, 10050 * kBlock, 1));
+  EXPECT_LE(m_zFile.GetCache()->m_dqWanted.size(), 10000u);
+  EXPECT_EQ(m_zFile.GetCache()->m_dqWanted.back(), 10049u);
+}
+
+TEST_F(FileCache, AnAdvanceThatMeetsAWordOf2ReportsAndCopies) {
+  Words().assign(3, 2);
+  EXPECT_REPORT(m_zFile.AdvanceCaching(1000), "0");
+  EXPECT_RETURNING_REPORT(while (m_zFile.AdvanceCaching(1000)) {});
+  EXPECT_EQ(Words(), (std::vector<uint32_t>{3, 3, 3, 0}));
+}
+
+TEST_F(FileCache, TheStatusLineCountsWords) {
+  ReadBytes(m_zFile, 2 * kBlock, 1);
+  m_zFile.CheckFileStatus();
+  KivCopyLog(m_zFolder / u"log");
+  EXPECT_NE(m_zFolder.ReadBytes(u"log").find("0,iCached = 1, iNotCached = 2"), std::string::npos);
+}
+
+// --- Download -------------------------------------------------------------------------------------------------------
+
+TEST_F(FileCache, AFillWritesInOrderAndMarksItsBlocksAsCached) {
+  m_zFile.FillCached(0, 0, nullptr);
+  EXPECT_REPORT(m_zFile.FillCached(0, 1, nullptr), "lpBuf != NULL");
+  EXPECT_RETURNING_REPORT(m_zFile.FillCached(0, 1, nullptr));
+  const Bytes vcData = Pattern(3 * kBlock, 9);
+  m_zFile.FillCached(0, 10, vcData.data());
+  EXPECT_EQ(Words(), (std::vector<uint32_t>{1}));
+  m_zFile.FillCached(10, 2 * kBlock, vcData.data() + 10);
+  EXPECT_EQ(Words(), (std::vector<uint32_t>{1, 1, 1}));
+  EXPECT_EQ(ReadBytes(m_zFile, 0, 2 * kBlock + 10), Slice(vcData, 0, 2 * kBlock + 10));
+}
+
+TEST_F(FileCache, AFillIsCutAt16MiB) {
+  const Bytes vcData = Pattern(0x1000000 + 2 * kBlock);
+  m_zFile.FillCached(0, kBlock, vcData.data());
+  const KivSysFaultScope zCount(KivSysFaultPlan{});
+  m_zFile.FillCached(kBlock, 0x1000000, vcData.data() + kBlock);
+  EXPECT_EQ(zCount.GetCount(KivSysCall::FileWrite), 2u);
+  EXPECT_EQ(ReadBytes(m_zFile, 0, 0x1000000), Slice(vcData, 0, 0x1000000));
+}
+
+TEST_F(FileCache, AFillOutOfOrderFailsItsChecks) {
+  const Bytes vcData = Pattern(kBlock);
+  EXPECT_REPORT(m_zFile.FillCached(kBlock, 1, vcData.data()),
+                "m_vcCacheStatus.size() == 1 + (iOffset - 1) / iAllocationGranularity");
+  m_zFile.FillCached(0, kBlock, vcData.data());
+  EXPECT_REPORT(m_zFile.FillCached(0, 1, vcData.data()), "m_vcCacheStatus.empty()");
+  Words()[0] = 3;
+  EXPECT_REPORT(m_zFile.FillCached(kBlock, 1, vcData.data()), "m_vcCacheStatus[i] == 1");
+}
+
+// --- Snapshots ------------------------------------------------------------------------------------------------------
+
+TEST_F(FileCache, ARestoreGivesTheFileAtTheSnapshotAndTheWorkFileWithTheWriteIsGone) {
+  m_zFile.Write(0, "before", 6);
+  auto pzSnapShot = m_zSpace.Take(m_zFile);
+  EXPECT_EQ(Words(), (std::vector<uint32_t>{6}));
+  m_zFile.Write(0, "after!", 6);
+  m_zFile.Write(9 * kBlock, "x", 1);
+  EXPECT_EQ(m_zFile.GetLength(), 10 * kBlock);
+  EXPECT_EQ(m_zFile.RestoreSnapShot(pzSnapShot), 0);
+  EXPECT_EQ(Words(), (std::vector<uint32_t>{6}));
+  EXPECT_EQ(m_zFile.GetLength(), m_vcBase.size());
+  EXPECT_EQ(Text(ReadBytes(m_zFile, 0, 6)), "before");
+  EXPECT_EQ(ReadBytes(m_zFile, 9 * kBlock, 1), Bytes(1));
+}
+
+TEST_F(FileCache, ASnapshotKeepsTheLengthOfTheWorkFile) {
+  m_zFile.Write(9 * kBlock, "x", 1);
+  auto pzSnapShot = m_zSpace.Take(m_zFile);
+  EXPECT_EQ(m_zFile.GetLength(), 10 * kBlock);
+  EXPECT_EQ(pzSnapShot->GetLength(), 10 * kBlock);
+}
+
+TEST_F(FileCache, TheOldestDroppedFromTheFrontMergesIntoTheNext) {
+  m_zFile.Write(0, "a0", 2);
+  m_zFile.Write(kBlock, "a1", 2);
+  auto pzA = m_zSpace.Take(m_zFile);
+  m_zFile.Write(0, "b0", 2);
+  auto pzB = m_zSpace.Take(m_zFile);
+  m_zFile.Write(0, "c0", 2);
+  m_zFile.Write(2 * kBlock, "c2", 2);
+  EXPECT_EQ(pzA->ReleaseSnapShot(), 0);
+  pzA.Release();
+  EXPECT_EQ(Text(ReadBytes(*pzB, 0, 2)), "b0");
+  EXPECT_EQ(Text(ReadBytes(*pzB, kBlock, 2)), "a1");
+  EXPECT_EQ(ReadBytes(*pzB, 2 * kBlock, 4), Slice(m_vcBase, 2 * kBlock, 4));
+  EXPECT_EQ(Text(ReadBytes(m_zFile, 0, 2)), "c0");
+  EXPECT_EQ(Text(ReadBytes(m_zFile, kBlock, 2)), "a1");
+  EXPECT_EQ(m_zFile.RestoreSnapShot(pzB), 0);
+  EXPECT_EQ(Text(ReadBytes(m_zFile, 0, 2)), "b0");
+  EXPECT_EQ(Text(ReadBytes(m_zFile, kBlock, 2)), "a1");
+  EXPECT_EQ(ReadBytes(m_zFile, 2 * kBlock, 4), Slice(m_vcBase, 2 * kBlock, 4));
+}
+
+TEST_F(FileCache, TheLastDroppedFromTheFrontLeavesItsBlocksInTheFile) {
+  m_zFile.Write(0, "a0", 2);
+  m_zFile.Write(8 * kBlock, "a8", 2);
+  auto pzA = m_zSpace.Take(m_zFile);
+  m_zFile.Write(kBlock, "b1", 2);
+  EXPECT_EQ(pzA->ReleaseSnapShot(), 0);
+  pzA.Release();
+  EXPECT_TRUE(m_zFile.m_vpCacheSnapShot.empty());
+  EXPECT_TRUE(m_zFile.GetCache()->m_vpSnapShotStatus.empty());
+  m_zSpace.Base(-1);
+  EXPECT_EQ(Words()[0], 3u);
+  EXPECT_EQ(Words()[8], 3u);
+  EXPECT_EQ(Text(ReadBytes(m_zFile, 0, 2)), "a0");
+  EXPECT_EQ(Text(ReadBytes(m_zFile, kBlock, 2)), "b1");
+  EXPECT_EQ(Text(ReadBytes(m_zFile, 8 * kBlock, 2)), "a8");
+}
+
+TEST_F(FileCache, AReleaseOutOfOrderMovesNoBlocks) {
+  m_zFile.Write(0, "a0", 2);
+  auto pzA = m_zSpace.Take(m_zFile);
+  m_zFile.Write(0, "b0", 2);
+  auto pzB = m_zSpace.Take(m_zFile);
+  EXPECT_REPORT(pzB->ReleaseSnapShot(), "0");
+  EXPECT_RETURNING_REPORT(EXPECT_EQ(pzB->ReleaseSnapShot(), 50));
+  m_zSpace.Discarding(true);
+  EXPECT_REPORT(pzA->ReleaseSnapShot(), "m_pOriginal->m_vpSnapShotData.back() == this");
+  m_zSpace.Discarding(false);
+  EXPECT_EQ(Text(ReadBytes(*pzA, 0, 2)), "a0");
+  EXPECT_EQ(Text(ReadBytes(*pzB, 0, 2)), "b0");
+  EXPECT_EQ(Text(ReadBytes(m_zFile, 0, 2)), "b0");
+}
+
+TEST_F(FileCache, ReleasingHasACodeForEachStepThatFails) {
+  EXPECT_RETURNING_REPORT(EXPECT_EQ(m_zFile.ReleaseSnapShot(), 10));
+  auto pzA = m_zSpace.Take(m_zFile);
+  auto* pSnapShot = dynamic_cast<KivCacheUseFile*>(pzA.Get());
+  pSnapShot->m_bEnableCache = false;
+  EXPECT_RETURNING_REPORT(EXPECT_EQ(pzA->ReleaseSnapShot(), 15));
+  uint8_t c = 0;
+  EXPECT_RETURNING_REPORT(EXPECT_EQ(pzA->Read(0, &c, 1), 0u));
+  pSnapShot->m_bEnableCache = true;
+  EXPECT_EQ(pzA->ReleaseSnapShot(), 0);
+}
+
+TEST_F(FileCache, RestoringHasACodeForEachStepThatFails) {
+  auto pzA = m_zSpace.Take(m_zFile);
+  EXPECT_RETURNING_REPORT(EXPECT_EQ(m_zFile.KivCacheUseFile::RestoreFromUndo(nullptr), 10));
+  KivMemFile zNever(m_vcBase.data(), m_vcBase.size());
+  auto* pUndo = dynamic_cast<KivFile*>(pzA.Get());
+  EXPECT_RETURNING_REPORT(EXPECT_EQ(zNever.KivCacheUseFile::RestoreFromUndo(pUndo), 20));
+  std::unique_ptr<KivFileCache> pzKept = std::move(m_zFile.m_pzFileCache);
+  EXPECT_RETURNING_REPORT(EXPECT_EQ(m_zFile.KivCacheUseFile::RestoreFromUndo(pUndo), 40));
+  m_zFile.m_pzFileCache = std::move(pzKept);
+  dynamic_cast<KivCacheUseFile*>(pUndo)->m_bEnableCache = false;
+  EXPECT_REPORT(m_zFile.KivCacheUseFile::RestoreFromUndo(pUndo), "m_bEnableCache == pUndo->m_bEnableCache");
+  dynamic_cast<KivCacheUseFile*>(pUndo)->m_bEnableCache = true;
+  m_zFile.DisableCache();
+  EXPECT_RETURNING_REPORT(EXPECT_EQ(m_zFile.KivCacheUseFile::RestoreFromUndo(pUndo), 30));
+}
+
+TEST_F(FileCache, ASnapshotNeedsABaseAndFailsWithoutLoss) {
+  m_zFile.Write(0, "abc", 3);
+  EXPECT_REPORT(m_zFile.CreateSnapShot(), "KivDataSpaceBase::GetInstance()->GetCurBaseSnapShot() >= 0");
+  EXPECT_RETURNING_REPORT(EXPECT_FALSE(m_zFile.CreateSnapShot()));
+  EXPECT_TRUE(m_zFile.m_vpSnapShotData.empty());
+  EXPECT_TRUE(m_zFile.m_vpCacheSnapShot.empty());
+  EXPECT_EQ(Text(ReadBytes(m_zFile, 0, 3)), "abc");
+}
+
+TEST_F(FileCache, SnapshotsSurviveTheEndOfTheirFileButCannotBeRead) {
+  auto pzFile = KivSharedPtr<ISnapShotFile>(new KivMemFile(m_vcBase.data(), m_vcBase.size()));
+  pzFile->Write(0, "abc", 3);
+  auto pzA = m_zSpace.Take(*pzFile);
+  auto pzB = m_zSpace.Take(*pzFile);
+  pzFile.Release();
+  uint8_t c = 0;
+  EXPECT_REPORT(pzA->Read(0, &c, 1), "0");
+  EXPECT_RETURNING_REPORT(EXPECT_EQ(pzB->Read(0, &c, 1), 0u));
+  EXPECT_RETURNING_REPORT(EXPECT_EQ(pzB->GetLength(), 0u));
+  EXPECT_RETURNING_REPORT(EXPECT_EQ(pzA->ReleaseSnapShot(), 10));
+}
+
+TEST_F(FileCache, SnapshotsSurviveTheEndOfTheCache) {
+  m_zFile.Write(0, "abc", 3);
+  auto pzA = m_zSpace.Take(m_zFile);
+  m_zFile.DisableCache();
+  EXPECT_EQ(Text(ReadBytes(*pzA, 0, 3)), "abc");
+  EXPECT_EQ(ReadBytes(*pzA, kBlock, 8), Slice(m_vcBase, kBlock, 8));
+  EXPECT_EQ(pzA->ReleaseSnapShot(), 0);
+}
+
+}  // namespace
