@@ -16,7 +16,7 @@ namespace kiv {
 namespace {
 
 constexpr char kSource[] = "src\\KivWinFile";
-constexpr uint64_t kMaxTransfer = 0x40000000;  // one transfer takes a 32-bit count
+constexpr uint64_t kMaxTransfer = 0x10000000;  // one transfer takes a 32-bit count
 constexpr uint64_t kSmallCount = 0x10000;
 constexpr uint64_t kBlocksPerChunk = 10;
 constexpr uint64_t kBlocksPerRead = 5;

@@ -15,7 +15,7 @@ namespace kiv {
 namespace {
 
 constexpr char kSource[] = "src\\KivWinMappedFile";
-constexpr uint64_t kMaxPart = 0x40000000;  // a view is sized by a 32-bit count
+constexpr uint64_t kMaxPart = 0x10000000;  // a view is sized by a 32-bit count
 
 uint32_t g_nProbes = 0;
 uint32_t g_nMappings = 0;
