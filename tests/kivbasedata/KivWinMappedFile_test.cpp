@@ -1,5 +1,7 @@
 #include "KivWinMappedFile.h"
 
+#include <filesystem>
+
 #include "KivFileFactory.h"
 #include "KivSysFault.h"
 #include "KivTestFile.h"
@@ -288,6 +290,24 @@ TEST_F(Mapped, ACachedFileWithAMappingReadsItsBaseThroughIt) {
   auto pzFile = OpenReadOnly();
   ASSERT_TRUE(pzFile->PrepareDirectBuffer(0));
   EXPECT_EQ(ReadBytes(*pzFile, 0, m_vcBase.size()), m_vcBase);
+}
+
+TEST_F(Mapped, AFileThatIsCutUnderItsMappingIsReportedAndDoesNotEndTheProcess) {
+  auto pzFile = OpenReadOnly();
+  ASSERT_TRUE(pzFile->PrepareDirectBuffer(0));
+  std::error_code zError;
+  std::filesystem::resize_file(std::filesystem::path(m_csBase), kBlock, zError);
+  Bytes vcRead(100, 7);
+  if (zError) {
+    // The system refuses to cut a mapped file.
+    EXPECT_NO_REPORT(EXPECT_EQ(Device(pzFile).DoRead(5 * kBlock, vcRead.data(), 100), 100u));
+    EXPECT_EQ(vcRead, Slice(m_vcBase, 5 * kBlock, 100));
+    return;
+  }
+  EXPECT_REPORT(Device(pzFile).DoRead(5 * kBlock, vcRead.data(), 100), "0");
+  EXPECT_RETURNING_REPORT(EXPECT_EQ(Device(pzFile).DoRead(5 * kBlock, vcRead.data(), 100), 0u));
+  ASSERT_NE(pzFile->GetDirectBuffer(true, 6 * kBlock, 1), nullptr);
+  EXPECT_REPORT(pzFile->ReleaseDirectBuffer(), "0");
 }
 
 // --- The virtual network file ---------------------------------------------------------------------------------------

@@ -105,9 +105,9 @@ class DataSpaceScope {
 template <typename Body>
 bool ReportsAndReturns(Body&& body) {
   const NoThrowScope zNoThrow;
-  kiv::KivSetReported(false);
+  const uint64_t nBefore = kiv::KivGetReportCount();
   body();
-  return kiv::KivGetReportSwitches().m_bReported;
+  return kiv::KivGetReportCount() != nBefore;
 }
 
 class FileTest : public testing::Test {

@@ -57,8 +57,9 @@ class KivCacheUseFile : public KivHistoryFile {
   bool CanUseCache() const { return m_bReadOnly && m_bEnableCache; }
   // Takes this snapshot's cache out of the lists of its file.
   void UnlinkCache();
-  // The oldest snapshot is going: its blocks move to the next one, or to the file if it is the last.
-  void HandOverBlocks(KivCacheUseFile& zOriginal);
+  // The oldest snapshot is going: its blocks move to the next one, or to the file if it is the last. False, after a
+  // report, if some could not be moved: the snapshot must stay.
+  static bool HandOverBlocks(KivCacheUseFile& zOriginal);
 };
 
 }  // namespace kiv

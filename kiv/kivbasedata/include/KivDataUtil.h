@@ -69,10 +69,6 @@ void KivCheckHeaps(bool bOn);  // once on it stays on
 void KivSetReadQueueSizes(uint32_t nUrgent, uint32_t nIdle);
 void KivGetReadQueueSizes(uint32_t& nUrgent, uint32_t& nIdle);
 
-// Sizes of the two queues of the background reader that ran last, as of its last pass.
-void KivGetBackGroundQueueSizes(int32_t& iUrgent, int32_t& iIdle);
-void KivSetBackGroundQueueSizes(int32_t iUrgent, int32_t iIdle);
-
 // --- Files ----------------------------------------------------------------------------------------------------------
 
 enum class KivRemoveTreeResult : uint32_t { Done = 0, NoFolder = 10, NotListed = 20, NotRemoved = 30 };

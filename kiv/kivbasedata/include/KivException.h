@@ -73,6 +73,8 @@ void KivSetReported(bool bOn);
 void KivSetReportDispatchMode(bool bOn);
 void KivSetReportFilter(bool bOn);
 void KivSetReportNoThrow(bool bOn);
+// Reports that this process has made, those aside that the filter suppressed.
+uint64_t KivGetReportCount();
 
 // Rewrites a source name and a line into the public form that error_config.txt lists: lowercase letters are replaced
 // by shifted uppercase ones, the line by a code that depends on the registered format version.

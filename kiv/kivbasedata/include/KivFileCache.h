@@ -63,8 +63,9 @@ class KivFileCache {
   void TakeBack(KivFileCache& zSnapShot);
   // Goes back to a snapshot's state with an empty work file. False, after a report, with nothing changed.
   bool RestoreFrom(const KivFileCache& zUndo);
-  // Moves the blocks of this snapshot's cache, the oldest, into the next one: the two swap work files.
-  void MergeCacheSnapShot(KivFileCache& zNext);
+  // Moves the blocks of this snapshot's cache, the oldest, into the next one: the two swap work files. False, after a
+  // report, with the next one as it was.
+  bool MergeCacheSnapShot(KivFileCache& zNext);
   bool IsSnapShotFile() const { return m_bSnapShot; }
 
   KivCacheUseFile* m_pzOwner;  // the device side; null when it has gone before its snapshot

@@ -282,27 +282,26 @@ uint64_t KivCacheUseFile::GetDataLength() {
   return nLength;
 }
 
-void KivCacheUseFile::HandOverBlocks(KivCacheUseFile& zOriginal) {
+bool KivCacheUseFile::HandOverBlocks(KivCacheUseFile& zOriginal) {
   const uint64_t iFirst = zOriginal.m_iFirstSnapShot;
   std::vector<KivFileCache*>& vpCache = zOriginal.m_vpCacheSnapShot;
   if (iFirst + 1 < vpCache.size()) {
     KivFileCache* pGoing = vpCache[iFirst];
     KivFileCache* pNext = vpCache[iFirst + 1];
-    if (pGoing != nullptr && pNext != nullptr)
-      pGoing->MergeCacheSnapShot(*pNext);
-    else
-      KIV_FAIL();
-    return;
+    if (pGoing != nullptr && pNext != nullptr) return pGoing->MergeCacheSnapShot(*pNext);
+    KIV_FAIL();
+    return true;
   }
-  if (zOriginal.m_pzFileCache == nullptr) return;
+  if (zOriginal.m_pzFileCache == nullptr) return true;
   const uint64_t iAllocationGranularity = KivGetAllocationGranularity();
   const std::vector<uint32_t>& vcStatus = zOriginal.m_pzFileCache->m_vcCacheStatus;
   for (uint64_t i = 0; i < vcStatus.size(); ++i) {
     if (vcStatus[i] < 4) continue;
     char cDummy = 0;
     const uint64_t iRead = zOriginal.Read(i * iAllocationGranularity, &cDummy, sizeof(cDummy));
-    KIV_CHECK(iRead == sizeof(cDummy));
+    if (!KIV_CHECK(iRead == sizeof(cDummy))) return false;
   }
+  return true;
 }
 
 int32_t KivCacheUseFile::DetachSnapShot() {
@@ -330,7 +329,7 @@ int32_t KivCacheUseFile::DetachSnapShot() {
   // One that is not the oldest is refused by the base class; its blocks stay where they are.
   const uint64_t iFirst = pOriginal->m_iFirstSnapShot;
   if (iFirst < pOriginal->m_vpSnapShotData.size() && pOriginal->m_vpSnapShotData[iFirst] == this) {
-    HandOverBlocks(*pOriginal);
+    if (!HandOverBlocks(*pOriginal)) return KivDetachBehindList;
     UnlinkCache();
     if (KivDataSpaceBase::GetInstance()->GetCurBaseSnapShot() == static_cast<int64_t>(iFirst)) {
       pOriginal->m_vpCacheSnapShot.clear();

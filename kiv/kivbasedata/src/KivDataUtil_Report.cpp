@@ -22,6 +22,7 @@ constexpr uint64_t kFilterFileLimit = 16u << 20;
 constexpr uint32_t kOwnFrames = 2;
 
 KivReportSwitches g_zSwitches;
+uint64_t g_nReports = 0;
 
 struct AppName {
   bool m_bSet = false;
@@ -207,9 +208,14 @@ const char* KivDispatchException::what() const noexcept {
 
 // --- KivReportFailure -----------------------------------------------------------------------------------------------
 
+uint64_t KivGetReportCount() {
+  return g_nReports;
+}
+
 [[gnu::noinline]] void KivReportFailure(const char* szCondition, const char* szSource, int32_t iLine) {
   if (g_zSwitches.m_bFilter && IsSuppressed(szSource, iLine)) return;
   const bool bFirst = !std::exchange(g_zSwitches.m_bReported, true);
+  ++g_nReports;
   if (!g_zSwitches.m_bDispatchMode) {
     KivException zException(szCondition, szSource, iLine, bFirst, sys::CaptureStack(kOwnFrames));
     if (!g_zSwitches.m_bNoThrow) throw zException;

@@ -212,8 +212,8 @@ bool KivFileCache::FetchBlockInto(uint64_t iBlock, KivWinMappedFile& zWork, uint
     } else {
       const uint64_t iRead =
           pBase->m_vpCacheSnapShot[k]->m_pzCacheFile->DoRead(iStart, pBuffer, iAllocationGranularity);
-      KIV_CHECK(iRead == iAllocationGranularity);
-      if (iRead < m_iBlockSize) std::memset(pBuffer + iRead, 0, m_iBlockSize - iRead);
+      // Half a block must not take the place of what was written before: it stays with the snapshot.
+      if (!KIV_CHECK(iRead == iAllocationGranularity)) return false;
       iNewWord = (iWord & 2) + 1;
       bFromBase = false;
     }
@@ -489,25 +489,25 @@ bool KivFileCache::RestoreFrom(const KivFileCache& zUndo) {
   return true;
 }
 
-void KivFileCache::MergeCacheSnapShot(KivFileCache& zNext) {
+bool KivFileCache::MergeCacheSnapShot(KivFileCache& zNext) {
   KivWinMappedFile* pWork = GetWorkFile();
   KivWinMappedFile* pNextWork = zNext.GetWorkFile();
-  if (pWork == nullptr || pNextWork == nullptr) return;
+  if (pWork == nullptr || pNextWork == nullptr) return false;
   const uint64_t iAllocationGranularity = m_iBlockSize;
   std::vector<uint8_t> vcBlock(m_iBlockSize);
   GrowStatus(zNext.m_vcCacheStatus.size());
   for (size_t i = 0; i < zNext.m_vcCacheStatus.size(); ++i) {
     if ((zNext.m_vcCacheStatus[i] & 1) == 0) continue;
     const uint64_t iRead = pNextWork->DoRead(i * m_iBlockSize, vcBlock.data(), iAllocationGranularity);
-    KIV_CHECK(iRead == iAllocationGranularity);
-    if (iRead < m_iBlockSize) std::memset(vcBlock.data() + iRead, 0, m_iBlockSize - iRead);
-    if (!WriteWork(*pWork, i * m_iBlockSize, vcBlock.data(), m_iBlockSize)) continue;
+    if (!KIV_CHECK(iRead == iAllocationGranularity)) return false;
+    if (!WriteWork(*pWork, i * m_iBlockSize, vcBlock.data(), m_iBlockSize)) return false;
     m_vcCacheStatus[i] = zNext.m_vcCacheStatus[i] & 3;
   }
   zNext.m_vcCacheStatus = m_vcCacheStatus;
   std::swap(m_pzCacheFile, zNext.m_pzCacheFile);
   std::swap(m_iWorkLength, zNext.m_iWorkLength);
   std::swap(m_bWorkLengthKnown, zNext.m_bWorkLengthKnown);
+  return true;
 }
 
 }  // namespace kiv

@@ -59,8 +59,8 @@ class Reader {
         const Editor zLock(false, m_zInfo.m_zLock);
         bUrgent = !m_zInfo.m_dqUrgent.empty();
         bWork = bUrgent || !m_zInfo.m_dqIdle.empty();
-        KivSetBackGroundQueueSizes(static_cast<int32_t>(m_zInfo.m_dqUrgent.size()),
-                                   static_cast<int32_t>(m_zInfo.m_dqIdle.size()));
+        KivSetReadQueueSizes(static_cast<uint32_t>(m_zInfo.m_dqUrgent.size()),
+                             static_cast<uint32_t>(m_zInfo.m_dqIdle.size()));
         if (m_zInfo.m_bStopThread) return;
       }
       if (!bWork && !Sweep()) {

@@ -128,7 +128,11 @@ bool KivWinMappedFile::ForParts(bool bReadOnly, uint64_t iOffset, uint64_t nCoun
       return false;
     }
     pfnPart(pBuffer, iPos, nPart);
-    DoReleaseDirectBuffer();
+    m_bNowUsingDirectBuffer = false;
+    if (m_zMapping.HasLostPages()) {
+      KIV_FAIL();
+      return false;
+    }
     iPos += nPart;
   }
   return true;
@@ -204,6 +208,7 @@ uint8_t* KivWinMappedFile::DoGetDirectBuffer(bool bReadOnly, uint64_t iOffset, u
 
 void KivWinMappedFile::DoReleaseDirectBuffer() {
   m_bNowUsingDirectBuffer = false;
+  if (m_zMapping.HasLostPages()) KIV_FAIL();
 }
 
 }  // namespace kiv
