@@ -61,9 +61,9 @@ struct Target {
 };
 
 struct Result {
-  double m_dReadRate = 0;   // GB/s
+  double m_dReadRate = 0;  // GB/s
   double m_dWriteRate = 0;
-  double m_dReadTime = 0;   // ns
+  double m_dReadTime = 0;  // ns
   double m_dWriteTime = 0;
 };
 
@@ -140,9 +140,9 @@ void CompareTransfers(const std::filesystem::path& zFolder) {
 
   KivSysFile hBare = Open(zFolder / "a", true, KivSysDisposition::OpenExisting);
   uint32_t nDone = 0;
-  const Result zHandle =
-      Measure({"", [&](uint64_t i, void* p, uint32_t n) { hBare.ReadAt(i, p, n, nDone); },
-               [&](uint64_t i, const void* p, uint32_t n) { hBare.WriteAt(i, p, n, nDone); }}, nBytes, nRandom);
+  const Result zHandle = Measure({"", [&](uint64_t i, void* p, uint32_t n) { hBare.ReadAt(i, p, n, nDone); },
+                                  [&](uint64_t i, const void* p, uint32_t n) { hBare.WriteAt(i, p, n, nDone); }},
+                                 nBytes, nRandom);
   Print("bare handle (pread, pwrite)", zHandle, zHandle);
   hBare.Close();
   {
@@ -192,7 +192,8 @@ void CompareDirectBuffers(const std::filesystem::path& zFolder, uint64_t nBytes)
   zMapping.Create(hBare, true, 0, u"");
   const uint8_t* const pMapped = zMapping.MapView(0, nBytes);
   for (uint64_t i = 0; i < nBytes; i += 4096) g_iSink += pMapped[i];
-  const auto pzFile = KivCreateReadOnlyMappedFile(Open(zFolder / "b", false, KivSysDisposition::OpenExisting), KivSysFile());
+  const auto pzFile =
+      KivCreateReadOnlyMappedFile(Open(zFolder / "b", false, KivSysDisposition::OpenExisting), KivSysFile());
   pzFile->PrepareDirectBuffer(0);
   const auto Through = [&](uint64_t iOffset) {
     uint64_t iValue = 0;
@@ -267,9 +268,11 @@ void CompareSnapShots(const std::filesystem::path& zFolder, uint64_t nLargest) {
     Fill(zFolder / "e", nBytes);
     std::error_code zError;
     const double dCopy = Best([&] {
-      std::filesystem::copy_file(zFolder / "e", zFolder / "f", std::filesystem::copy_options::overwrite_existing, zError);
+      std::filesystem::copy_file(zFolder / "e", zFolder / "f", std::filesystem::copy_options::overwrite_existing,
+                                 zError);
     });
-    const auto pzFile = KivCreateReadOnlyMappedFile(Open(zFolder / "e", false, KivSysDisposition::OpenExisting), KivSysFile());
+    const auto pzFile =
+        KivCreateReadOnlyMappedFile(Open(zFolder / "e", false, KivSysDisposition::OpenExisting), KivSysFile());
     // All words are there.
     std::vector<uint8_t> vcPiece(kMiB);
     for (uint64_t i = 0; i < nBytes; i += kMiB) pzFile->Read(i, vcPiece.data(), kMiB);
@@ -283,7 +286,8 @@ void CompareSnapShots(const std::filesystem::path& zFolder, uint64_t nLargest) {
       for (uint64_t k = 0; k < 100; ++k) pzFile->Write(k * 2 * kPiece, "x", 1);
       dRestore = std::min(dRestore, Seconds([&] { pzFile->RestoreSnapShot(vpzSnapShot.back()); }));
     }
-    std::printf("  %10" PRIu64 "  %14.0f  %14.0f  %14.0f\n", nBytes / kMiB, dSnapShot * 1e6, dRestore * 1e6, dCopy * 1e6);
+    std::printf("  %10" PRIu64 "  %14.0f  %14.0f  %14.0f\n", nBytes / kMiB, dSnapShot * 1e6, dRestore * 1e6,
+                dCopy * 1e6);
     zSpace.m_bDiscardingSnapShot = true;
     while (!vpzSnapShot.empty()) {
       vpzSnapShot.back()->ReleaseSnapShot();

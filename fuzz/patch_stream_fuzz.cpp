@@ -25,9 +25,9 @@ void Demand(bool bHolds, const char* szWhat) {
 
 const std::filesystem::path& Folder() {
   static const std::filesystem::path zFolder = [] {
-    const std::filesystem::path zMade = std::filesystem::temp_directory_path() /
-                                        ("kivfuzz-" + std::to_string(reinterpret_cast<uintptr_t>(&Demand)) + "-" +
-                                         std::to_string(kiv::KivGetTimeMs()));
+    const std::filesystem::path zMade =
+        std::filesystem::temp_directory_path() /
+        ("kivfuzz-" + std::to_string(reinterpret_cast<uintptr_t>(&Demand)) + "-" + std::to_string(kiv::KivGetTimeMs()));
     std::filesystem::create_directories(zMade);
     kiv::KivSetReportNoThrow(true);
     kiv::KivSetReported(true);

@@ -140,7 +140,8 @@ TEST_F(FileCache, BlockBuffersAboveTheStackLimitComeFromScratch) {
 
 TEST_F(FileCache, RangesAtTheEndsOfTheOffsetsAreReportedAndTouchNothing) {
   uint8_t acBuffer[16] = {};
-  const uint64_t aiOffset[] = {UINT64_MAX, UINT64_MAX - 15, uint64_t{1} << 63, (uint64_t{1} << 63) - 8, uint64_t{1} << 50};
+  const uint64_t aiOffset[] = {UINT64_MAX, UINT64_MAX - 15, uint64_t{1} << 63, (uint64_t{1} << 63) - 8,
+                               uint64_t{1} << 50};
   for (const uint64_t iOffset : aiOffset) {
     SCOPED_TRACE(iOffset);
     EXPECT_REPORT(m_zFile.Read(iOffset, acBuffer, 16), "0");
@@ -318,8 +319,13 @@ TEST_F(FileCache, APatchCutAtAnyByteKeepsItsWholeRecordsAndReportsTheCut) {
 
 TEST_F(FileCache, ABlockNumberThatOverflowsOrLiesFarBehindTheEndEndsTheReplay) {
   const std::string strGood = Record(1, "good");
-  const uint64_t aiBlock[] = {UINT64_MAX,           UINT64_MAX / kBlock, uint64_t{1} << 48, (uint64_t{1} << 47),
-                              (uint64_t{1} << 47) - 1, uint64_t{1} << 30,   6};
+  const uint64_t aiBlock[] = {UINT64_MAX,
+                              UINT64_MAX / kBlock,
+                              uint64_t{1} << 48,
+                              (uint64_t{1} << 47),
+                              (uint64_t{1} << 47) - 1,
+                              uint64_t{1} << 30,
+                              6};
   for (const uint64_t iBlock : aiBlock) {
     SCOPED_TRACE(iBlock);
     const KivWString csPath = MakePatch(strGood + Record(iBlock, "bad") + Record(0, "never"));
@@ -424,7 +430,7 @@ TEST_F(FileCache, NoMoreThan10000WantedBlocksAreKept) {
 TEST_F(FileCache, AnAdvanceThatMeetsAWordOf2ReportsAndCopies) {
   Words().assign(3, 2);
   EXPECT_REPORT(m_zFile.AdvanceCaching(1000), "0");
-  EXPECT_RETURNING_REPORT(while (m_zFile.AdvanceCaching(1000)) {});
+  EXPECT_RETURNING_REPORT(while (m_zFile.AdvanceCaching(1000)){});
   EXPECT_EQ(Words(), (std::vector<uint32_t>{3, 3, 3, 0}));
 }
 

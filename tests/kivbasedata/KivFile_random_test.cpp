@@ -31,14 +31,15 @@ struct Case {
 };
 
 std::string CaseName(const testing::TestParamInfo<Case>& zInfo) {
-  static const char* const aszKind[] = {"Memory", "Plain", "Mapped", "MappedPrepared", "Unmapped", "Network", "BackGround"};
+  static const char* const aszKind[] = {"Memory",   "Plain",   "Mapped",    "MappedPrepared",
+                                        "Unmapped", "Network", "BackGround"};
   return std::string(aszKind[static_cast<int>(zInfo.param.m_iKind)]) + std::to_string(zInfo.param.m_nBase) + "Seed" +
          std::to_string(zInfo.param.m_iSeed);
 }
 
 // What a state of a cached file is: all its bytes, and which blocks the cache knows.
 struct State {
-  Bytes m_vcContent;          // zeros behind its end
+  Bytes m_vcContent;             // zeros behind its end
   std::set<uint64_t> m_spOwn;    // blocks in the work file of this state
   std::set<uint64_t> m_spNamed;  // blocks that lie with a snapshot
   bool Knows(uint64_t i) const { return m_spOwn.count(i) != 0 || m_spNamed.count(i) != 0; }
@@ -212,7 +213,8 @@ struct History {
     Space().m_iCurBaseSnapShot = -1;
   }
   int Living() const {
-    return static_cast<int>(std::count_if(m_vpEntry.begin(), m_vpEntry.end(), [](const auto& p) { return p != nullptr; }));
+    return static_cast<int>(
+        std::count_if(m_vpEntry.begin(), m_vpEntry.end(), [](const auto& p) { return p != nullptr; }));
   }
 };
 
@@ -267,7 +269,8 @@ TEST_P(CachedRandom, AgreesWithFullCopies) {
       // A snapshot reads as on its first day.
       for (auto& pzEntry : zHistory.m_vpEntry) {
         if (pzEntry == nullptr || Below(3) != 0) continue;
-        EXPECT_EQ(ReadBytes(*pzEntry->m_pzFile, iOffset, nCount), Slice(pzEntry->m_zState.m_vcContent, iOffset, nCount));
+        EXPECT_EQ(ReadBytes(*pzEntry->m_pzFile, iOffset, nCount),
+                  Slice(pzEntry->m_zState.m_vcContent, iOffset, nCount));
         zModel.Touch(pzEntry->m_zState, iOffset, nCount);
       }
     } else if (iKind < 95) {
@@ -302,7 +305,8 @@ TEST_P(CachedRandom, AgreesWithFullCopies) {
       for (int i = 0; i < 100; ++i) {
         int nKnown = 0;
         for (int k = 0; k < 10; ++k)
-          nKnown += zModel.m_zLive.Knows(std::min<uint64_t>(nBlocks * static_cast<uint64_t>(10 * i + k) / 1000, nBlocks));
+          nKnown +=
+              zModel.m_zLive.Knows(std::min<uint64_t>(nBlocks * static_cast<uint64_t>(10 * i + k) / 1000, nBlocks));
         EXPECT_NEAR(adRate[99 - i], 0.1 * nKnown, 0.1001);
       }
     } else if (iKind < 98) {
@@ -335,15 +339,14 @@ TEST_P(CachedRandom, AgreesWithFullCopies) {
   EXPECT_EQ(m_zFolder.ReadBytes(u"base"), Text(m_vcBase));
 }
 
-INSTANTIATE_TEST_SUITE_P(File, CachedRandom,
-                         testing::Values(Case{Kind::Memory, 7 * kBlock + 123, 1}, Case{Kind::Memory, 8 * kBlock, 2},
-                                         Case{Kind::Memory, 0, 3}, Case{Kind::Plain, 7 * kBlock + 1, 4},
-                                         Case{Kind::Mapped, 7 * kBlock + 65535, 5},
-                                         Case{Kind::MappedPrepared, 8 * kBlock, 6},
-                                         Case{Kind::MappedPrepared, 7 * kBlock + 9, 7},
-                                         Case{Kind::Unmapped, 7 * kBlock + 9, 8}, Case{Kind::Network, 6 * kBlock + 7, 9},
-                                         Case{Kind::BackGround, 7 * kBlock + 77, 10}),
-                         CaseName);
+INSTANTIATE_TEST_SUITE_P(
+    File, CachedRandom,
+    testing::Values(Case{Kind::Memory, 7 * kBlock + 123, 1}, Case{Kind::Memory, 8 * kBlock, 2},
+                    Case{Kind::Memory, 0, 3}, Case{Kind::Plain, 7 * kBlock + 1, 4},
+                    Case{Kind::Mapped, 7 * kBlock + 65535, 5}, Case{Kind::MappedPrepared, 8 * kBlock, 6},
+                    Case{Kind::MappedPrepared, 7 * kBlock + 9, 7}, Case{Kind::Unmapped, 7 * kBlock + 9, 8},
+                    Case{Kind::Network, 6 * kBlock + 7, 9}, Case{Kind::BackGround, 7 * kBlock + 77, 10}),
+    CaseName);
 
 // --- Classes without a cache ----------------------------------------------------------------------------------------
 

@@ -315,7 +315,8 @@ TEST_F(WinFile, AReadEndsAtTheEndOfTheFileWhereverItsBlocksAre) {
   const uint64_t nLength = m_vcBase.size();
   const auto Check = [&] {
     EXPECT_EQ(ReadBytes(*pzFile, nLength - 10, 20), Slice(m_vcBase, nLength - 10, 10));
-    EXPECT_EQ(ReadBytes(*pzFile, 2 * kBlock + 1, 5 * kBlock), Slice(m_vcBase, 2 * kBlock + 1, nLength - 2 * kBlock - 1));
+    EXPECT_EQ(ReadBytes(*pzFile, 2 * kBlock + 1, 5 * kBlock),
+              Slice(m_vcBase, 2 * kBlock + 1, nLength - 2 * kBlock - 1));
     EXPECT_TRUE(ReadBytes(*pzFile, nLength, 20).empty());
     EXPECT_TRUE(ReadBytes(*pzFile, 4 * kBlock, 20).empty());
     EXPECT_TRUE(ReadBytes(*pzFile, UINT64_MAX, 20).empty());

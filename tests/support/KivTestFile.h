@@ -57,8 +57,7 @@ inline kiv::KivSysFile OpenToRead(const kiv::KivWString& csPath) {
 }
 
 inline kiv::KivSysFile OpenNew(const kiv::KivWString& csPath) {
-  return OpenHandle(csPath, kiv::KivSysAccess::ReadWrite, kiv::KivSysDisposition::CreateAlways,
-                    kiv::KivSysShare::None);
+  return OpenHandle(csPath, kiv::KivSysAccess::ReadWrite, kiv::KivSysDisposition::CreateAlways, kiv::KivSysShare::None);
 }
 
 // What a read gives, cut to its count.

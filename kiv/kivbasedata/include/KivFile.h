@@ -25,7 +25,7 @@ enum KivDetachResult : int32_t {
   KivDetachCacheOff = 15,
   KivDetachOriginalNotCached = 18,
   KivDetachListEmpty = 20,
-  KivDetachBehindList = 30,       // behind the end of the list; or the snapshot's blocks could not be moved
+  KivDetachBehindList = 30,  // behind the end of the list; or the snapshot's blocks could not be moved
   KivDetachNullEntry = 40,
   KivDetachNotOldest = 50
 };

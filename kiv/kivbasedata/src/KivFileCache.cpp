@@ -110,6 +110,7 @@ void KivFileCache::FlushWork() {
 bool KivFileCache::WriteWork(KivWinMappedFile& zWork, uint64_t iOffset, const void* lpBuf, uint64_t nCount) {
   const uint64_t nLength = GetWorkLength();
   m_bWorkLengthKnown = false;
+  zWork.TakeWriteFailure();  // of a write that left by an exception
   zWork.Write(iOffset, lpBuf, nCount);
   if (zWork.TakeWriteFailure()) return false;
   m_iWorkLength = std::max(nLength, iOffset + nCount);
