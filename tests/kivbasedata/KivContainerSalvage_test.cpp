@@ -177,8 +177,7 @@ TEST_F(ContainerSalvage, AnEmptyOrShortFileGivesAnEmptyContainer) {
   }
 }
 
-// --- Long runs against a map
-// ------------------------------------------------------------------------------------------------
+// --- Long runs against a map ---------------------------------------------------------------------
 
 namespace {
 
@@ -262,8 +261,7 @@ TEST_F(ContainerSalvage, TheSameOperationsGiveTheSameBytesOnEveryTarget) {
   EXPECT_EQ(iHash, 15207459746718953368u);
 }
 
-// --- Killed writers
-// ---------------------------------------------------------------------------------------------------------
+// --- Killed writers ------------------------------------------------------------------------------
 
 namespace {
 

@@ -54,8 +54,7 @@ std::string DumpText(const TestFolder& zFolder, const KivWString& csName) {
 
 }  // namespace
 
-// --- CheckConsistency
-// -------------------------------------------------------------------------------------------------------
+// --- CheckConsistency ----------------------------------------------------------------------------
 
 TEST_F(ContainerCheck, TheEstablishedCheckAlwaysReportsThatItsWalkRanPastTheEnd) {
   KivFastFileContainer zContainer(MakeUnmanagedMemory(), MakeUnmanagedMemory(), nullptr);
@@ -133,8 +132,7 @@ TEST_F(ContainerCheck, TheEstablishedCheckComparesTheTreeWithTheRecords) {
   }
 }
 
-// --- Dump
-// -------------------------------------------------------------------------------------------------------------------
+// --- Dump ----------------------------------------------------------------------------------------
 
 TEST_F(ContainerCheck, ADumpOfAnEmptyPathIsFalseAndCreatesNothing) {
   Sample z;
@@ -215,8 +213,7 @@ TEST_F(ContainerCheck, ADumpThatCannotBeWrittenIsReported) {
   EXPECT_FALSE(z.zContainer.Dump(csPath, mapUsed));
 }
 
-// --- Full check
-// -------------------------------------------------------------------------------------------------------------
+// --- Full check ----------------------------------------------------------------------------------
 
 TEST_F(ContainerCheck, TheFullCheckCountsWhatIsThere) {
   Sample z;
@@ -302,8 +299,7 @@ TEST_F(ContainerCheck, TheFullCheckListsAThousandFindingsAndCountsTheRest) {
   EXPECT_NE(zCheck.GetText().find("and 500 more\n"), std::string::npos);
 }
 
-// --- Any bytes
-// --------------------------------------------------------------------------------------------------------------
+// --- Any bytes -----------------------------------------------------------------------------------
 
 namespace {
 

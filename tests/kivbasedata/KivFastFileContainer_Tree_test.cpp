@@ -312,8 +312,7 @@ TEST_F(ContainerTree, ThousandsOfEqualSizesKeepTheTreeSound) {
   EXPECT_EQ(z.Read().strError, "");
 }
 
-// --- Damaged trees
-// --------------------------------------------------------------------------------------------------------
+// --- Damaged trees -------------------------------------------------------------------------------
 
 TEST_F(ContainerTree, DamagedNodesAreReportedAndOperationsEnd) {
   Isolated z;
@@ -390,8 +389,7 @@ TEST_F(ContainerTree, APairOfAnotherSizeIsReportedWhenItIsTakenOut) {
   EXPECT_REPORT(z.zContainer.DeleteRecord(iBehind), "iFileSize == zNode.apChildPointer[2 * i]");
 }
 
-// --- Byte for byte
-// --------------------------------------------------------------------------------------------------------
+// --- Byte for byte -------------------------------------------------------------------------------
 
 namespace {
 

@@ -76,8 +76,7 @@ void ClearFileTime(Bytes& vcMain) {
 
 }  // namespace
 
-// --- Creation
-// -----------------------------------------------------------------------------------------------------------
+// --- Creation ------------------------------------------------------------------------------------
 
 TEST_F(Container, ANewOneEndsAt264WithARootAtPosition8) {
   MemoryContainer z;
@@ -183,8 +182,7 @@ TEST_F(Container, CapacityThatCannotBeSetIsReported) {
   EXPECT_EQ(pzUnused->GetLength(), 368u);
 }
 
-// --- Opening
-// --------------------------------------------------------------------------------------------------------------
+// --- Opening -------------------------------------------------------------------------------------
 
 TEST_F(Container, AHeaderCutAtAnyByteIsRefusedWithStatus10) {
   MemoryContainer z;
@@ -278,6 +276,25 @@ TEST_F(Container, AnUnusedRecordFileThatIsNotEmptyIsTakenAsItStands) {
   EXPECT_EQ(Content(*zContainer.GetUnusedRecordFile()), vcOther);
 }
 
+TEST_F(Container, TheImageIsCopiedWhenTheUnusedRecordFileIsFirstAskedForAndBeforeARecordCouldOverwriteIt) {
+  MemoryContainer z;
+  AddSize(z.zContainer, 100);
+  AddSize(z.zContainer, 10);
+  z.zContainer.DeleteRecord(264);
+  z.zContainer.Flush();
+  const Bytes vcMain = Content(*z.pzMain);
+  const Bytes vcImage = Content(*z.pzUnused);
+  {
+    KivFastFileContainer zContainer(MakeUnmanagedMemory(vcMain), nullptr);
+    EXPECT_EQ(TextOf(zContainer, 388), std::string(10, 0x77));
+    EXPECT_EQ(Content(*zContainer.GetUnusedRecordFile()), vcImage);
+  }
+  KivFastFileContainer zContainer(MakeUnmanagedMemory(vcMain), nullptr);
+  EXPECT_EQ(AddSize(zContainer, 5000), 388u + 34u);  // written over the image
+  EXPECT_EQ(AddSize(zContainer, 100), 264u);
+  EXPECT_TRUE(zContainer.FullCheck().IsSound()) << zContainer.FullCheck().GetText();
+}
+
 TEST_F(Container, OpeningSetsTheCapacityToTheLength) {
   MemoryContainer z;
   AddText(z.zContainer, "abc");
@@ -319,8 +336,7 @@ TEST_F(Container, ANodeOrderOutside2To20MakesTreeOperationsReportAndFail) {
   }
 }
 
-// --- Flush
-// ----------------------------------------------------------------------------------------------------------------
+// --- Flush ---------------------------------------------------------------------------------------
 
 TEST_F(Container, AFlushOfAnOpenedContainerInWhichNothingWasWrittenDoesNotTouchTheFile) {
   MemoryContainer z;
@@ -400,8 +416,7 @@ TEST_F(Container, AttachedTableManagersGetTheExtensionFields) {
   EXPECT_EQ(zOther.GetFilePositionTableMode(), 0u);
 }
 
-// --- Adding and reading
-// ---------------------------------------------------------------------------------------------------
+// --- Adding and reading --------------------------------------------------------------------------
 
 TEST_F(Container, ARecordHasSizesPayloadAndBackPointer) {
   MemoryContainer z;
@@ -551,8 +566,7 @@ TEST_F(Container, OfTwoFreeRecordsOfEqualSizeTheOneFreedLastIsTaken) {
   }
 }
 
-// --- Freeing
-// --------------------------------------------------------------------------------------------------------------
+// --- Freeing -------------------------------------------------------------------------------------
 
 TEST_F(Container, FreeingThreeNeighboursInAnyOrderLeavesOneFreeRecord) {
   const int aaiOrder[6][3] = {{0, 1, 2}, {0, 2, 1}, {1, 0, 2}, {1, 2, 0}, {2, 0, 1}, {2, 1, 0}};
@@ -690,8 +704,7 @@ TEST_F(Container, ATreeThatNamesAFreeRecordThatIsNoneIsNotWrittenOver) {
   EXPECT_EQ(TextOf(z.zContainer, 388), std::string(100, 0x77));
 }
 
-// --- Moving
-// ---------------------------------------------------------------------------------------------------------------
+// --- Moving --------------------------------------------------------------------------------------
 
 TEST_F(Container, MovingTakesTheEarliestPlaceThatFits) {
   MemoryContainer z;
@@ -797,8 +810,7 @@ TEST_F(Container, ASweepWithOneStartCompactsTheFile) {
   EXPECT_EQ(z.Read().strError, "");
 }
 
-// --- Other
-// ----------------------------------------------------------------------------------------------------------------
+// --- Other ---------------------------------------------------------------------------------------
 
 TEST_F(Container, PrefetchAsksForHeadAndPayload) {
   MemoryContainer z;

@@ -273,8 +273,7 @@ TEST(PositionTable, AManagerWithoutAStoreReports) {
   EXPECT_TRUE(zManager.GetBlockPositions().empty());
 }
 
-// --- Records
-// --------------------------------------------------------------------------------------------------------------
+// --- Records -------------------------------------------------------------------------------------
 
 TEST(PositionTable, ARecordHas262220BytesWithEntriesAt68AndTheirNumberAtTheEnd) {
   KivMemoryBlockPositionTable zBlock;

@@ -86,8 +86,7 @@ Bytes BytesOfHex(const std::string& strHex) {
   return vcBytes;
 }
 
-// --- Reader
-// -----------------------------------------------------------------------------------------------------------
+// --- Reader --------------------------------------------------------------------------------------
 
 ReadContainer ReadContainerBytes(const Bytes& vcMain, uint64_t iEnd, const Bytes& vcUnused, uint64_t iRoot) {
   ReadContainer zRead;
@@ -174,8 +173,7 @@ ReadContainer ReadContainerBytes(const Bytes& vcMain, uint64_t iEnd, const Bytes
   return zRead;
 }
 
-// --- Oracle
-// -----------------------------------------------------------------------------------------------------------
+// --- Oracle --------------------------------------------------------------------------------------
 
 namespace {
 

@@ -58,8 +58,7 @@ inline void PutU32(Bytes& vcBytes, uint64_t iOffset, uint32_t iValue) {
   for (size_t i = 0; i < 4; ++i) vcBytes.at(static_cast<size_t>(iOffset) + i) = static_cast<uint8_t>(iValue >> (8 * i));
 }
 
-// --- Reader
-// -----------------------------------------------------------------------------------------------------------
+// --- Reader --------------------------------------------------------------------------------------
 
 struct ReadRecord {
   uint64_t iSize;
@@ -84,8 +83,7 @@ struct ReadContainer {
 // Reads the records up to iEnd and the tree from iRoot.
 ReadContainer ReadContainerBytes(const Bytes& vcMain, uint64_t iEnd, const Bytes& vcUnused, uint64_t iRoot);
 
-// --- Oracle
-// -----------------------------------------------------------------------------------------------------------
+// --- Oracle --------------------------------------------------------------------------------------
 
 class ContainerOracle {
  public:

@@ -4,6 +4,7 @@
 #include <cstdint>
 
 #include "ISnapShotFile.h"
+#include "KivWinMappedFile.h"
 
 namespace kiv {
 
@@ -18,7 +19,20 @@ class KivContainerFileAccess {
   void WriteZero(ISnapShotFile& zFile, uint64_t iOffset, uint64_t nCount);
   // The bytes themselves, or null where they cannot be had. They move when the file's capacity is set or the file is
   // flushed. To write them, ask with bReadOnly false: this marks the file as modified.
-  uint8_t* Bytes(ISnapShotFile& zFile, bool bReadOnly, uint64_t iOffset, uint64_t nCount);
+  uint8_t* Bytes(ISnapShotFile& zFile, bool bReadOnly, uint64_t iOffset, uint64_t nCount) {
+    if (&zFile == m_pKnownFile && m_pzMapped != nullptr) {
+      if (uint8_t* pBytes = m_pzMapped->PeekView(iOffset, nCount)) {
+        if (!bReadOnly) m_pzMapped->m_bModified = true;
+        return pBytes;
+      }
+    }
+    return MapBytes(zFile, bReadOnly, iOffset, nCount);
+  }
+  // Says that the bytes at an offset will be read soon.
+  void Prefetch(ISnapShotFile& zFile, uint64_t iOffset) {
+    if (&zFile != m_pKnownFile || m_pzMapped == nullptr) return;
+    if (const uint8_t* pBytes = m_pzMapped->PeekView(iOffset, 1)) __builtin_prefetch(pBytes);
+  }
   // All of them, iSize bytes from the start of the file.
   uint8_t* Window(ISnapShotFile& zFile, uint64_t& iSize);
   // Length of the file, without a system call where the bytes can be had.
@@ -26,9 +40,10 @@ class KivContainerFileAccess {
 
  private:
   void Look(ISnapShotFile& zFile);
+  uint8_t* MapBytes(ISnapShotFile& zFile, bool bReadOnly, uint64_t iOffset, uint64_t nCount);
 
   const ISnapShotFile* m_pKnownFile = nullptr;
-  bool m_bDirect = false;
+  KivWinMappedFile* m_pzMapped = nullptr;  // the known file, if its mapped bytes are the truth
 };
 
 }  // namespace kiv

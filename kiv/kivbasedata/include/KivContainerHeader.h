@@ -113,6 +113,7 @@ uint64_t KivGetExecutableFileTime();
 // True if this process may open a file with this header. The checks run in a fixed order, since the registered veto
 // may have effects.
 bool IsCompatibleHeader(const KivContainerHeader& zHeader);
+bool IsCompatibleHeader(const KivContainerHeader& zHeader, const KivContainerHeader& zDefault);
 // Raises the kept part of a header to what this process writes and remembers the first writer. A header of the
 // previous generation stays as it is.
 void UpgradeHeader(KivContainerHeaderInfo& zHeaderInfo);

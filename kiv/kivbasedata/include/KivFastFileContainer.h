@@ -17,7 +17,13 @@ class KivFastFileContainer : public KivFastFileContainerBase {
   ~KivFastFileContainer() override;
 
   KivSharedPtr<ISnapShotFile> GetBaseFile() override { return m_pzBaseFile; }
-  KivSharedPtr<ISnapShotFile> GetUnusedRecordFile() override { return m_pzUnusedRecordFile; }
+  KivSharedPtr<ISnapShotFile> GetUnusedRecordFile() override {
+    if (HasImageToRestore()) RestoreImage();
+    return m_pzUnusedRecordFile;
+  }
+
+ protected:
+  bool MayRestoreLater() override { return true; }
 
  private:
   KivSharedPtr<ISnapShotFile> m_pzBaseFile;

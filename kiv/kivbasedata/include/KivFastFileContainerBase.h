@@ -57,7 +57,7 @@ class KivFastFileContainerBase {
   // A status other than Usable means that there is no container.
   KivContainerStatus GetStatus() const { return static_cast<KivContainerStatus>(m_iStatus); }
 
-  // --- Records ------------------------------------------------------------------------------------------------------
+  // --- Records -----------------------------------------------------------------------------------
 
   // Stores a copy of the data and returns the position of the record. Takes the smallest free record that fits, else
   // appends. Reports null data. 0 only where the data or the container is unusable, behind the report.
@@ -73,14 +73,14 @@ class KivFastFileContainerBase {
   // True if the main file accepted to prefetch the record's head and payload. A free record counts as accepted.
   bool PrefetchRecord(Position iFile, uint32_t iMode);
 
-  // --- Files --------------------------------------------------------------------------------------------------------
+  // --- Files -------------------------------------------------------------------------------------
 
   // Brings the header up to date and puts the image of the unused record file behind the last record. Nothing happens
   // for a container that was opened over an existing file in which nothing was written.
   void Flush();
   void FlushBaseFile();  // flushes the main file as it is
 
-  // --- Copies -------------------------------------------------------------------------------------------------------
+  // --- Copies ------------------------------------------------------------------------------------
 
   // Writes the patch stream of the main file to csPath and the unused record file to csPath + ".urf"; into the package
   // as well if bAlsoIntoPackage is set and there is one. The main file needs a cache. True on success.
@@ -92,7 +92,7 @@ class KivFastFileContainerBase {
   // Forgets the save. The target is deleted unless the save was complete. Reports a path that has none.
   void CancelSaveInSlices(const KivWString& csPath);
 
-  // --- Checks -------------------------------------------------------------------------------------------------------
+  // --- Checks ------------------------------------------------------------------------------------
 
   // The established check: its walk starts at position 8 and so always reports "iCurrentPos <= m_iEndPosition" for a
   // current header. True. FullCheck is the one to rely on.
@@ -102,7 +102,7 @@ class KivFastFileContainerBase {
   // Looks at every record, every node and their agreement, reports nothing, and gives what it found.
   KivContainerCheck FullCheck();
 
-  // --- State --------------------------------------------------------------------------------------------------------
+  // --- State -------------------------------------------------------------------------------------
 
   bool IsLocked() const { return m_bContainerLocked; }
   bool IsOpenedExisting() const { return m_bOpenedExisting; }
@@ -127,6 +127,12 @@ class KivFastFileContainerBase {
   void CreateNew();
   void SetCapacityForExisting();
   void Initialize();
+
+  // True if the image may stay behind the records until the unused record file is first asked for, and RestoreImage is
+  // called then. No record is added before that, so the image stands.
+  virtual bool MayRestoreLater() { return false; }
+  void RestoreImage();
+  bool HasImageToRestore() const { return m_iImageToRestore != 0; }
 
   // Hands a saved patch to the package; only asked when IsMultiFileContainer.
   virtual bool AddSavedPatch(const KivWString& csPath, const KivWString& csSidePath);
@@ -178,6 +184,7 @@ class KivFastFileContainerBase {
   // Header (KivFastFileContainerBase.cpp)
   void PutMembers(KivContainerHeader& zHeader);
   void RestoreUnusedRecordFile(uint64_t iLength);
+  void CopyImage(uint64_t iLength, uint64_t iPresent);
   uint64_t CopyUnusedRecordFile(IWritableFile& zTarget, uint64_t iOffset, uint64_t iLength, bool bBaseFile);
   void CopyExtensionToManager();
   void WriteEmptyRoot(uint64_t iNode);
@@ -215,7 +222,8 @@ class KivFastFileContainerBase {
   // Check and dump (KivFastFileContainerBase_Check.cpp)
   void CheckTree(uint64_t iDeletedFileNum, uint64_t& iCheckedNode, uint64_t& iFileInUnusedRecordFile);
 
-  bool m_bEndInsideFile = true;  // false for a damaged header, whose container takes no record and frees none
+  bool m_bEndInsideFile = true;    // false for a damaged header, whose container takes no record and frees none
+  uint64_t m_iImageToRestore = 0;  // length of an image that is not in the unused record file yet
   KivContainerFileAccess m_zBaseAccess;
   KivContainerFileAccess m_zUnusedRecordAccess;
   std::vector<PathEntry> m_vzPath;                          // of the walk that runs; reused

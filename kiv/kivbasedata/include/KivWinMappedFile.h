@@ -24,6 +24,14 @@ class KivWinMappedFile : public KivWinFile {
   bool PrepareDirectBuffer(uint64_t iSize) override;
   uint64_t GetDirectBufferSize() override { return m_iMappingSize; }
 
+  // The bytes of a range that the present view holds, else null; nothing is mapped for it and no direct buffer is out
+  // behind it. They move with the next call that maps or unmaps. Who writes them sets m_bModified.
+  uint8_t* PeekView(uint64_t iOffset, uint64_t nCount) const noexcept {
+    if (m_bNowUsingDirectBuffer || iOffset < m_iViewStart || iOffset > m_iViewEnd || nCount > m_iViewEnd - iOffset)
+      return nullptr;
+    return m_pView != nullptr ? m_pView + (iOffset - m_iViewStart) : nullptr;
+  }
+
   KivFile* CopyToSnapShot(KivFile* pSnapShot_arg) override;
   int32_t RestoreFromUndo(KivFile* pUndo_arg) override;
   KivFile* CreateInstance() override;

@@ -2,8 +2,6 @@
 
 #include <cstring>
 
-#include "KivWinMappedFile.h"
-
 namespace kiv {
 namespace {
 
@@ -14,13 +12,15 @@ constexpr uint64_t kMaxWindow = 0xFFFC0000;
 
 void KivContainerFileAccess::Look(ISnapShotFile& zFile) {
   m_pKnownFile = &zFile;
-  m_bDirect =
-      dynamic_cast<const KivWinMappedFile*>(&zFile) != nullptr && zFile.CanUseDirectBuffer() && !zFile.IsCacheEnabled();
+  m_pzMapped = dynamic_cast<KivWinMappedFile*>(&zFile);
+  if (m_pzMapped == nullptr) return;
+  if (m_pzMapped->m_bReadOnly || m_pzMapped->IsSnapShotFile() || !zFile.CanUseDirectBuffer() || zFile.IsCacheEnabled())
+    m_pzMapped = nullptr;
 }
 
-uint8_t* KivContainerFileAccess::Bytes(ISnapShotFile& zFile, bool bReadOnly, uint64_t iOffset, uint64_t nCount) {
+uint8_t* KivContainerFileAccess::MapBytes(ISnapShotFile& zFile, bool bReadOnly, uint64_t iOffset, uint64_t nCount) {
   if (&zFile != m_pKnownFile) Look(zFile);
-  if (!m_bDirect) return nullptr;
+  if (m_pzMapped == nullptr) return nullptr;
   const uint64_t iCapacity = zFile.GetDirectBufferSize();
   if (iOffset > iCapacity || nCount > iCapacity - iOffset || iCapacity > kMaxWindow) return nullptr;
   // Asking for the whole file each time gives one view that stays in place until the capacity changes.
@@ -31,14 +31,18 @@ uint8_t* KivContainerFileAccess::Bytes(ISnapShotFile& zFile, bool bReadOnly, uin
 }
 
 uint8_t* KivContainerFileAccess::Window(ISnapShotFile& zFile, uint64_t& iSize) {
-  uint8_t* pWindow = Bytes(zFile, true, 0, 0);
-  iSize = pWindow != nullptr ? zFile.GetDirectBufferSize() : 0;
+  if (&zFile != m_pKnownFile) Look(zFile);
+  iSize = 0;
+  if (m_pzMapped == nullptr) return nullptr;
+  const uint64_t iCapacity = m_pzMapped->GetDirectBufferSize();
+  uint8_t* pWindow = Bytes(zFile, true, 0, iCapacity);
+  if (pWindow != nullptr) iSize = iCapacity;
   return pWindow;
 }
 
 uint64_t KivContainerFileAccess::GetLength(ISnapShotFile& zFile) {
   if (&zFile != m_pKnownFile) Look(zFile);
-  if (!m_bDirect) return zFile.GetLength();
+  if (m_pzMapped == nullptr) return zFile.GetLength();
   const uint64_t iCapacity = zFile.GetDirectBufferSize();
   return iCapacity != 0 ? iCapacity : zFile.GetLength();
 }

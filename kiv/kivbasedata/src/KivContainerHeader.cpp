@@ -76,8 +76,11 @@ void KivContainerHeader::SetInfo(const KivContainerHeaderInfo& zHeaderInfo) noex
 }
 
 bool IsCompatibleHeader(const KivContainerHeader& zHeader) {
+  return IsCompatibleHeader(zHeader, KivContainerHeader::MakeDefault());
+}
+
+bool IsCompatibleHeader(const KivContainerHeader& zHeader, const KivContainerHeader& zDefault) {
   using H = KivContainerHeader;
-  const H zDefault = H::MakeDefault();
   const uint8_t iGeneration = zHeader.Byte(H::FormatVersion);
   const uint8_t iOwnGeneration = zDefault.Byte(H::FormatVersion);
   const bool bPrevious = iGeneration == H::kPreviousGeneration && iOwnGeneration == H::kCurrentGeneration;

@@ -2,6 +2,7 @@
 #include "KivFastFileContainerBase.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "KivDataUtil.h"
 #include "KivException.h"
@@ -48,8 +49,7 @@ void KivFastFileContainerBase::CopyState(const KivFastFileContainerBase& zOther)
   m_azZeroed.fill(ZeroedRecord());  // other bytes stand in the file now
 }
 
-// --- Files
-// ------------------------------------------------------------------------------------------------------------
+// --- Files ---------------------------------------------------------------------------------------
 
 uint64_t KivFastFileContainerBase::ReadBaseFile(uint64_t iOffset, void* lpBuf, uint64_t nCount) {
   const KivSharedPtr<ISnapShotFile> pzFile = GetBaseFile();
@@ -90,8 +90,7 @@ uint64_t KivFastFileContainerBase::CopyUnusedRecordFile(IWritableFile& zTarget, 
   return iDone;
 }
 
-// --- Creation
-// ---------------------------------------------------------------------------------------------------------
+// --- Creation ------------------------------------------------------------------------------------
 
 void KivFastFileContainerBase::SetCapacityForNew() {
   if (!GetBaseFile()->CanUseDirectBuffer()) return;
@@ -126,8 +125,7 @@ void KivFastFileContainerBase::CopyExtensionToManager() {
                                          m_iFilePositionTableMode);
 }
 
-// --- Opening
-// ----------------------------------------------------------------------------------------------------------
+// --- Opening -------------------------------------------------------------------------------------
 
 void KivFastFileContainerBase::SetCapacityForExisting() {
   const KivSharedPtr<ISnapShotFile> pzFile = GetBaseFile();
@@ -143,13 +141,14 @@ void KivFastFileContainerBase::Initialize() {
   };
   m_bOpenedExisting = true;
   m_iNodeOrder = H::kNodeOrder;
-  H zHeader = H::MakeDefault();
+  const H zDefault = H::MakeDefault();
+  H zHeader = zDefault;
   // The length is asked first: a cached file never reads short.
   const uint64_t iLength = GetBaseFile()->GetLength();
   uint64_t iRead = 0;
   if (iLength >= H::kFilePosition + H::kSize) iRead = ReadBaseFile(H::kFilePosition, zHeader.Data(), H::kSize);
   if (!KIV_CHECK(iRead == 256)) return Refuse(KivContainerStatus::ShortHeader);
-  if (!IsCompatibleHeader(zHeader)) return Refuse(KivContainerStatus::IncompatibleHeader);
+  if (!IsCompatibleHeader(zHeader, zDefault)) return Refuse(KivContainerStatus::IncompatibleHeader);
 
   zHeader.GetInfo(zHeaderInfo);
   UpgradeHeader(zHeaderInfo);
@@ -179,9 +178,20 @@ void KivFastFileContainerBase::RestoreUnusedRecordFile(uint64_t iLength) {
   const uint64_t iPresent = std::min(iLength, iRest);
   KIV_CHECK_AS(iPresent == iLength, "iRead == zHeaderInfo.zBaseFileHeaderInfo.m_iUnusedRecordFileLength");
   if (iLength > iFileLength) iLength = iPresent;
+  if (iPresent == iLength && MayRestoreLater())
+    m_iImageToRestore = iLength;
+  else
+    CopyImage(iLength, iPresent);
+}
+
+void KivFastFileContainerBase::RestoreImage() {
+  const uint64_t iLength = std::exchange(m_iImageToRestore, 0);
+  if (iLength != 0) CopyImage(iLength, iLength);
+}
+
+void KivFastFileContainerBase::CopyImage(uint64_t iLength, uint64_t iPresent) {
   const KivSharedPtr<ISnapShotFile> pzTarget = GetUnusedRecordFile();
   if (pzTarget->CanUseDirectBuffer() && iLength != 0 && !pzTarget->PrepareDirectBuffer(iLength)) KIV_FAIL();
-
   std::vector<uint8_t> vcBuffer(static_cast<size_t>(std::min(iLength, kCopyStep)));
   for (uint64_t iDone = 0; iDone < iLength;) {
     const uint64_t nCount = std::min(iLength - iDone, kCopyStep);
@@ -195,8 +205,7 @@ void KivFastFileContainerBase::RestoreUnusedRecordFile(uint64_t iLength) {
   }
 }
 
-// --- Flush
-// ------------------------------------------------------------------------------------------------------------
+// --- Flush ---------------------------------------------------------------------------------------
 
 // The values that live in members between flushes.
 void KivFastFileContainerBase::PutMembers(KivContainerHeader& zHeader) {

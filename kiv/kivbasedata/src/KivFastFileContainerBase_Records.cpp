@@ -44,8 +44,7 @@ void KivFastFileContainerBase::ReserveCapacity(uint64_t iPayloadSize) {
   }
 }
 
-// --- Transfers
-// --------------------------------------------------------------------------------------------------------
+// --- Transfers -----------------------------------------------------------------------------------
 
 void KivFastFileContainerBase::FillBaseFileWithZeros(uint64_t iOffset, uint64_t nCount) {
   const KivSharedPtr<ISnapShotFile> pzFile = GetBaseFile();
@@ -103,8 +102,7 @@ bool KivFastFileContainerBase::IsWholeRecord(Position iFile, uint64_t iRecordSiz
   return nRead == sizeof acBack && KivLoad<uint64_t>(acBack) == iFile;
 }
 
-// --- Zeros
-// ------------------------------------------------------------------------------------------------------------
+// --- Zeros ---------------------------------------------------------------------------------------
 //
 // Freeing must leave zeros inside the merged record. What lies inside a free neighbour is zero already if it was freed
 // in this run, and is then left alone: otherwise freeing a file from front to end would take the square of its length.
@@ -119,8 +117,7 @@ void KivFastFileContainerBase::RememberZeroed(Position iFile, uint64_t iSize) {
   if (m_bOpenedExisting) m_azZeroed[(iFile * 0x9E3779B97F4A7C15) >> 54] = {iFile, iSize};
 }
 
-// --- Operations
-// -------------------------------------------------------------------------------------------------------
+// --- Operations ----------------------------------------------------------------------------------
 
 uint64_t KivFastFileContainerBase::SplitFreeRecord(Position iFile, uint64_t iFound, uint64_t iRecordSize) {
   if (iFound < iRecordSize + kSmallestSplit) return iFound;
@@ -145,6 +142,9 @@ Position KivFastFileContainerBase::AddRecord(const KivContainerData& zData) {
   uint64_t iFound = 0;
   Position iFile = 0;
   if (FindFreeRecord(0, iRecordSize, iFound, iFile)) {
+    const KivSharedPtr<ISnapShotFile> pzFile = GetBaseFile();
+    m_zBaseAccess.Prefetch(*pzFile, iFile);
+    m_zBaseAccess.Prefetch(*pzFile, iFile + iFound - kBackPointerSize);
     uint64_t iInFile = 0;
     uint64_t iInFileToo = 0;
     // A pair that the main file does not bear out must not be written over.
@@ -202,18 +202,25 @@ void KivFastFileContainerBase::DeleteRecord(Position iFile) {
   uint64_t iRecordSize = 0;
   uint64_t iFileSize = 0;
   if (!ReadSizes(iFile, iRecordSize, iFileSize)) return;
+  // The record in front is found by its back pointer. In front of the first record lie header bytes, which make none.
+  uint8_t acBack[kBackPointerSize] = {};
+  if (iFile >= kFirstRecord) {
+    const uint64_t nRead = ReadBaseFile(iFile - kBackPointerSize, acBack, sizeof acBack);
+    KIV_CHECK_AS(nRead == sizeof acBack, "nRead == sizeof(Position)");
+  }
+  const Position iFront = KivLoad<uint64_t>(acBack);
+  {
+    const KivSharedPtr<ISnapShotFile> pzFile = GetBaseFile();
+    m_zBaseAccess.Prefetch(*pzFile, iFront);
+    m_zBaseAccess.Prefetch(*pzFile, iFile + iRecordSize);
+  }
   if (!IsWholeRecord(iFile, iRecordSize) || iRecordSize == iFileSize) {
     KIV_FAIL();
     return;
   }
 
-  // The record in front is found by its back pointer. In front of the first record lie header bytes, which make none.
   uint64_t iLeft = 0;
   uint64_t iLeftSize = 0;
-  uint8_t acBack[kBackPointerSize] = {};
-  uint64_t nRead = ReadBaseFile(iFile - kBackPointerSize, acBack, sizeof acBack);
-  KIV_CHECK_AS(nRead == sizeof acBack, "nRead == sizeof(Position)");
-  const Position iFront = KivLoad<uint64_t>(acBack);
   if (iFront >= kFirstRecord && iFront < iFile) {
     uint64_t iFrontSize = 0;
     uint64_t iFrontFileSize = 0;

@@ -95,8 +95,7 @@ bool Covers(const uint8_t* pzNode, uint64_t iSize) {
 
 }  // namespace
 
-// --- Nodes
-// ------------------------------------------------------------------------------------------------------------
+// --- Nodes ---------------------------------------------------------------------------------------
 
 // How many whole slots the file has room for.
 uint64_t KivFastFileContainerBase::NodeSlotsInFile() {
@@ -174,8 +173,7 @@ uint64_t KivFastFileContainerBase::AllocateNodeSlot() {
   return iNode;
 }
 
-// --- Walk
-// -------------------------------------------------------------------------------------------------------------
+// --- Walk ----------------------------------------------------------------------------------------
 
 // Asks the nodes from iNode (0: the root) downward: a node that bAdmits refuses is passed over, a branch asks its
 // children in order, a leaf is bLeaf's to answer. True with the first leaf that says so.
@@ -227,8 +225,7 @@ bool KivFastFileContainerBase::WalkTree(uint64_t iNode, const Admits& bAdmits, c
   }
 }
 
-// --- Search, insertion, removal
-// ---------------------------------------------------------------------------------------
+// --- Search, insertion, removal ------------------------------------------------------------------
 
 // The smallest free record of at least iSize bytes; among equals of one leaf the one that was freed last.
 bool KivFastFileContainerBase::FindFreeRecord(uint64_t iNode, uint64_t iSize, uint64_t& iFoundSize,

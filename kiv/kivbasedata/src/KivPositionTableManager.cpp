@@ -47,8 +47,7 @@ void KivPositionTableManager::SetExtension(uint32_t iMultiFilePositionExtension,
   m_iFilePositionTableMode = iFilePositionTableMode;
 }
 
-// --- Keys
-// -------------------------------------------------------------------------------------------------------------
+// --- Keys ----------------------------------------------------------------------------------------
 
 // The entry behind a table key; null behind a report.
 uint64_t* KivPositionTableManager::FindEntry(Position iKey) {
@@ -127,8 +126,7 @@ bool KivPositionTableManager::ReplacePosition(Position iFile, Position iKey) {
   return true;
 }
 
-// --- Blocks
-// -----------------------------------------------------------------------------------------------------------
+// --- Blocks --------------------------------------------------------------------------------------
 
 uint64_t KivPositionTableManager::GetPositionNum() {
   uint64_t iBlockNum = 0;
@@ -201,8 +199,7 @@ std::vector<Position> KivPositionTableManager::GetBlockPositions() {
   return viPosition;
 }
 
-// --- Storing
-// ----------------------------------------------------------------------------------------------------------
+// --- Storing -------------------------------------------------------------------------------------
 
 // Brings one block to its element: the element's fields stay, the entries are the manager's, the links follow the list.
 IKivPositionTableStore::Change KivPositionTableManager::StoreBlock(IKivPositionTableStore& zStore, size_t iBlock) {
@@ -275,8 +272,7 @@ KivRemoveAllTablesResult KivPositionTableManager::RemoveAllTables() {
   return KivRemoveAllTablesResult::Done;
 }
 
-// --- Snapshots
-// --------------------------------------------------------------------------------------------------------
+// --- Snapshots -----------------------------------------------------------------------------------
 
 std::unique_ptr<KivPositionTableManager> KivPositionTableManager::CreateSnapShot() {
   auto pSnapShot = std::make_unique<KivPositionTableManager>(m_iKey);
