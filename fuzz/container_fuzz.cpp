@@ -29,6 +29,20 @@ void Try(const Body& body) {
   }
 }
 
+// Positions of the first records in use, by a walk that ends where it cannot go on.
+std::vector<kiv::Position> FirstUsed(kiv::KivFastFileContainer& zContainer) {
+  std::vector<kiv::Position> viUsed;
+  kiv::Position iFile = 264;
+  for (int i = 0; i < 50 && iFile < zContainer.GetEndPosition(); ++i) {
+    kiv::KivContainerRecordWithSizes zRecord;
+    Try([&] { zRecord = zContainer.GetRecordWithSizes(iFile); });
+    if (zRecord.m_pzFile) viUsed.push_back(iFile);
+    if (zRecord.m_iRecordSize < 24 || zRecord.m_iRecordSize > UINT64_MAX - iFile) break;
+    iFile += zRecord.m_iRecordSize;
+  }
+  return viUsed;
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t nSize) {
@@ -48,31 +62,21 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t nSize) {
     const kiv::KivContainerCheck zBefore = zContainer.FullCheck();
     const bool bSound = zBefore.IsSound();
     Try([&] { zContainer.CheckConsistency(); });
-    std::vector<kiv::Position> viFile;
-    for (kiv::Position iFile = 264; iFile < zContainer.GetEndPosition() && viFile.size() < 50;) {
-      uint64_t iRecordSize = 0;
-      Try([&] { iRecordSize = zContainer.GetRecordWithSizes(iFile).m_iRecordSize; });
-      if (iRecordSize < 24 || iRecordSize > UINT64_MAX - iFile) break;
-      viFile.push_back(iFile);
-      iFile += iRecordSize;
-    }
     const std::vector<uint8_t> vcPayload(300, iChoice);
     bool bReported = false;
-    for (size_t i = 0; i < viFile.size(); ++i) {
-      const kiv::Position iFile = viFile[(i * 7 + iChoice) % viFile.size()];
-      const bool bUsed = [&] {
-        bool bThere = false;
-        Try([&] { bThere = static_cast<bool>(zContainer.GetRecord(iFile).m_pzFile); });
-        return bThere;
-      }();
+    for (size_t i = 0; i < 40; ++i) {
+      const std::vector<kiv::Position> viUsed = FirstUsed(zContainer);
       try {
-        if ((iChoice & 4) != 0 && i % 3 == 0) {
+        if (!viUsed.empty()) {
+          const kiv::Position iFile = viUsed[(i * 7 + iChoice) % viUsed.size()];
           kiv::Position iStart = 0;
-          if (bUsed) zContainer.MoveRecord(iFile, iStart);
-        } else if (bUsed) {
-          zContainer.DeleteRecord(iFile);
+          if ((iChoice & 4) != 0 && i % 3 == 0)
+            zContainer.MoveRecord(iFile, iStart);
+          else
+            zContainer.DeleteRecord(iFile);
         }
-        zContainer.AddRecord(kiv::KivContainerData(vcPayload.data(), static_cast<uint32_t>(i * 13 % 300)));
+        if (i % 3 != 0)
+          zContainer.AddRecord(kiv::KivContainerData(vcPayload.data(), static_cast<uint32_t>(i * 13 % 300)));
       } catch (const kiv::KivException&) {
         bReported = true;
       }
