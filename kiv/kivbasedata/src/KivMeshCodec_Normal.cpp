@@ -7,6 +7,7 @@
 // of the cell i * 45 + j, where i / 44 and j / 44 are the ratios of the components m + 1 and m + 2 (modulo 3) to it.
 #include <emmintrin.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 
@@ -146,74 +147,125 @@ bool DecodeRuns(const uint8_t* pGroups, size_t nBytes, float* pfNormal) {
 
 // --- Coding ---------------------------------------------------------------------------------------------------------
 
-inline uint32_t CodeOf(const float* pfNormal) {
-  const double adAbs[3] = {std::fabs(static_cast<double>(pfNormal[0])), std::fabs(static_cast<double>(pfNormal[1])),
-                           std::fabs(static_cast<double>(pfNormal[2]))};
-  const uint32_t iSigns = (pfNormal[0] < 0 ? 1u : 0u) | (pfNormal[1] < 0 ? 2u : 0u) | (pfNormal[2] < 0 ? 4u : 0u);
-  const bool bXNotBelowY = adAbs[0] >= adAbs[1];
-  double dMajor = bXNotBelowY ? adAbs[0] : adAbs[1];
-  double dNext = bXNotBelowY ? adAbs[1] : adAbs[2];
-  double dLast = bXNotBelowY ? adAbs[2] : adAbs[0];
-  uint32_t iAxis = bXNotBelowY ? 0 : 1;
-  if (bXNotBelowY ? adAbs[2] > adAbs[0] : !(adAbs[1] >= adAbs[2])) {
-    iAxis = 2;
-    dMajor = adAbs[2];
-    dNext = adAbs[0];
-    dLast = adAbs[1];
-  }
-  if (!(dMajor >= kSmallestComponent)) return kMeshZeroNormal;
-  const double dScale = kCodeScale / dMajor;
-  const double dI = dNext * dScale;
-  const double dJ = dLast * dScale;
-  if (!(dI < kGrid && dJ < kGrid)) return kMeshZeroNormal;  // a component is no number, or the ratio of two infinities
-  return ((iSigns * 4 + iAxis) << 11) + static_cast<uint32_t>(dI) * kGrid + static_cast<uint32_t>(dJ);
+__m128d Select(__m128d vMask, __m128d vTrue, __m128d vFalse) {
+  return _mm_or_pd(_mm_and_pd(vMask, vTrue), _mm_andnot_pd(vMask, vFalse));
 }
 
-// Missing normals are zero normals.
+// The codes of two normals in the low halves of the two lanes.
+__m128i CodeTwo(const float* pfFirst, const float* pfSecond) {
+  const __m128d vX = _mm_setr_pd(static_cast<double>(pfFirst[0]), static_cast<double>(pfSecond[0]));
+  const __m128d vY = _mm_setr_pd(static_cast<double>(pfFirst[1]), static_cast<double>(pfSecond[1]));
+  const __m128d vZ = _mm_setr_pd(static_cast<double>(pfFirst[2]), static_cast<double>(pfSecond[2]));
+  const __m128d vZero = _mm_setzero_pd();
+  const __m128d vSignBit = _mm_set1_pd(-0.0);
+  const __m128d vAbsX = _mm_andnot_pd(vSignBit, vX);
+  const __m128d vAbsY = _mm_andnot_pd(vSignBit, vY);
+  const __m128d vAbsZ = _mm_andnot_pd(vSignBit, vZ);
+
+  const __m128d vXNotBelowY = _mm_cmpge_pd(vAbsX, vAbsY);
+  const __m128d vIsX = _mm_andnot_pd(_mm_cmpgt_pd(vAbsZ, vAbsX), vXNotBelowY);
+  const __m128d vIsY = _mm_andnot_pd(vXNotBelowY, _mm_cmpge_pd(vAbsY, vAbsZ));
+  const __m128d vMajor = Select(vIsX, vAbsX, Select(vIsY, vAbsY, vAbsZ));
+  const __m128d vNext = Select(vIsX, vAbsY, Select(vIsY, vAbsZ, vAbsX));
+  const __m128d vLast = Select(vIsX, vAbsZ, Select(vIsY, vAbsX, vAbsY));
+
+  const __m128d vScale = _mm_div_pd(_mm_set1_pd(kCodeScale), vMajor);
+  const __m128d vI = _mm_mul_pd(vNext, vScale);
+  const __m128d vJ = _mm_mul_pd(vLast, vScale);
+  // Not so where a component is no number, or for the ratio of two infinities.
+  const __m128d vEnd = _mm_set1_pd(kGrid);
+  const __m128d vGood = _mm_and_pd(_mm_cmpge_pd(vMajor, _mm_set1_pd(kSmallestComponent)),
+                                   _mm_and_pd(_mm_cmplt_pd(vI, vEnd), _mm_cmplt_pd(vJ, vEnd)));
+
+  const auto Bits = [](__m128d vMask, int iBits) {
+    return _mm_and_si128(_mm_castpd_si128(vMask), _mm_set1_epi64x(iBits));
+  };
+  const __m128i vSigns = _mm_or_si128(
+      _mm_or_si128(Bits(_mm_cmplt_pd(vX, vZero), 1 << 13), Bits(_mm_cmplt_pd(vY, vZero), 2 << 13)),
+      Bits(_mm_cmplt_pd(vZ, vZero), 4 << 13));
+  const __m128i vAxis = _mm_or_si128(Bits(vIsY, 1 << 11), Bits(_mm_cmpeq_pd(_mm_or_pd(vIsX, vIsY), vZero), 2 << 11));
+  const auto Truncated = [](__m128d v) {  // each in the low half of its lane
+    return _mm_unpacklo_epi32(_mm_cvttpd_epi32(v), _mm_setzero_si128());
+  };
+  const __m128i vCell = _mm_add_epi32(_mm_mul_epu32(Truncated(vI), _mm_set1_epi64x(kGrid)), Truncated(vJ));
+  const __m128i vCode = _mm_add_epi32(_mm_or_si128(vSigns, vAxis), vCell);
+  return _mm_or_si128(_mm_and_si128(_mm_castpd_si128(vGood), vCode),
+                      _mm_andnot_si128(_mm_castpd_si128(vGood), _mm_set1_epi64x(kMeshZeroNormal)));
+}
+
+// Hands out the codes of a list of normals in order, a block at a time. Missing normals are zero normals.
 class NormalCodes {
  public:
   NormalCodes(std::span<const float> vfNormal, uint32_t nNormals)
-      : m_pfNormal(vfNormal.data()), m_nGiven(vfNormal.size() / 3), m_nNormals(nNormals) {}
+      : m_pfNormal(vfNormal.data()), m_nGiven(std::min<size_t>(vfNormal.size() / 3, nNormals)), m_nNormals(nNormals) {}
+
   size_t Count() const { return m_nNormals; }
-  uint32_t operator[](size_t i) const { return i < m_nGiven ? CodeOf(m_pfNormal + 3 * i) : kMeshZeroNormal; }
+  void Rewind() { m_iNext = 0; }
+  // The next codes, up to kBlock; none at the end.
+  std::span<const uint16_t> NextBlock() {
+    const size_t nBlock = std::min(kBlock, m_nNormals - m_iNext);
+    const size_t nGiven = m_iNext < m_nGiven ? std::min(nBlock, m_nGiven - m_iNext) : 0;
+    const float* pf = m_pfNormal + 3 * m_iNext;
+    size_t i = 0;
+    for (; i + 2 <= nGiven; i += 2, pf += 6) StoreTwo(i, CodeTwo(pf, pf + 3));
+    if (i < nGiven) {
+      StoreTwo(i, CodeTwo(pf, pf));
+      ++i;
+    }
+    for (; i < nBlock; ++i) m_aiCode[i] = kMeshZeroNormal;
+    m_iNext += nBlock;
+    return {m_aiCode, nBlock};
+  }
 
  private:
+  static constexpr size_t kBlock = 256;
+
+  void StoreTwo(size_t i, __m128i vCodes) {
+    m_aiCode[i] = static_cast<uint16_t>(_mm_extract_epi16(vCodes, 0));
+    m_aiCode[i + 1] = static_cast<uint16_t>(_mm_extract_epi16(vCodes, 4));
+  }
+
   const float* m_pfNormal;
   size_t m_nGiven;
   size_t m_nNormals;
+  size_t m_iNext = 0;
+  uint16_t m_aiCode[kBlock + 1];  // codes are stored in pairs
 };
 
-uint64_t CountRuns(const NormalCodes& zCodes) {
-  uint64_t nRuns = 0;
-  uint32_t iRunCode = 0x10000;  // none
+// Calls pfnRun(length, code) for each run of up to 255 equal codes.
+template <typename Run>
+void ForEachRun(NormalCodes& zCodes, Run pfnRun) {
+  uint32_t iRunCode = 0;
   uint32_t nRun = 0;
-  for (size_t i = 0; i < zCodes.Count(); ++i) {
-    const uint32_t iCode = zCodes[i];
-    if (iCode != iRunCode || nRun == kLongestRun) {
-      ++nRuns;
+  zCodes.Rewind();
+  for (std::span<const uint16_t> viCode = zCodes.NextBlock(); !viCode.empty(); viCode = zCodes.NextBlock()) {
+    for (const uint16_t iCode : viCode) {
+      if (nRun > 0 && (iCode != iRunCode || nRun == kLongestRun)) {
+        pfnRun(nRun, iRunCode);
+        nRun = 0;
+      }
       iRunCode = iCode;
-      nRun = 0;
+      ++nRun;
     }
-    ++nRun;
   }
-  return nRuns;
+  if (nRun > 0) pfnRun(nRun, iRunCode);
+}
+
+uint64_t RunBytes(NormalCodes& zCodes) {
+  uint64_t nBytes = 0;
+  ForEachRun(zCodes, [&](uint32_t, uint32_t) { nBytes += 3; });
+  return nBytes;
 }
 
 bool TakesRunLength(uint64_t nNormals, uint64_t nRunBytes) {
   return static_cast<double>(2 * nNormals) > kPlainExcess * static_cast<double>(nRunBytes);
 }
 
-void PutGroup(uint8_t*& p, uint32_t nRun, uint32_t iCode) {
-  p[0] = static_cast<uint8_t>(nRun);
-  KivStore<uint16_t>(p + 1, static_cast<uint16_t>(iCode));
-  p += 3;
-}
-
 }  // namespace
 
 uint16_t KivMeshNormalCode(float fX, float fY, float fZ) {
   const float afNormal[3] = {fX, fY, fZ};
-  return static_cast<uint16_t>(CodeOf(afNormal));
+  return static_cast<uint16_t>(_mm_extract_epi16(CodeTwo(afNormal, afNormal), 0));
 }
 
 bool KivMeshNormalOfCode(uint16_t iCode, float afNormal[3]) {
@@ -223,33 +275,31 @@ bool KivMeshNormalOfCode(uint16_t iCode, float afNormal[3]) {
 }
 
 uint64_t KivMeshNormalStreamSize(std::span<const float> vfNormal, uint32_t nNormals) {
-  const uint64_t nRunBytes = 3 * CountRuns(NormalCodes(vfNormal, nNormals));
+  NormalCodes zCodes(vfNormal, nNormals);
+  const uint64_t nRunBytes = RunBytes(zCodes);
   return 1 + (TakesRunLength(nNormals, nRunBytes) ? nRunBytes : 2 * static_cast<uint64_t>(nNormals));
 }
 
 bool KivMeshPutNormalStream(KivRecordWriter& zWriter, std::span<const float> vfNormal, uint32_t nNormals) {
-  const NormalCodes zCodes(vfNormal, nNormals);
-  const uint64_t nRunBytes = 3 * CountRuns(zCodes);
+  NormalCodes zCodes(vfNormal, nNormals);
+  const uint64_t nRunBytes = RunBytes(zCodes);
   const bool bRunLength = TakesRunLength(nNormals, nRunBytes);
   uint8_t* p = zWriter.Take(1 + (bRunLength ? nRunBytes : 2 * static_cast<uint64_t>(nNormals)));
   if (!KIV_ASSERT(p != nullptr)) return false;
   *p++ = bRunLength ? 1 : 0;
-  if (!bRunLength) {
-    for (size_t i = 0; i < zCodes.Count(); ++i, p += 2) KivStore<uint16_t>(p, static_cast<uint16_t>(zCodes[i]));
+  if (bRunLength) {
+    ForEachRun(zCodes, [&](uint32_t nRun, uint32_t iCode) {
+      p[0] = static_cast<uint8_t>(nRun);
+      KivStore<uint16_t>(p + 1, static_cast<uint16_t>(iCode));
+      p += 3;
+    });
     return true;
   }
-  uint32_t iRunCode = zCodes[0];
-  uint32_t nRun = 0;
-  for (size_t i = 0; i < zCodes.Count(); ++i) {
-    const uint32_t iCode = zCodes[i];
-    if (iCode != iRunCode || nRun == kLongestRun) {
-      PutGroup(p, nRun, iRunCode);
-      iRunCode = iCode;
-      nRun = 0;
-    }
-    ++nRun;
+  zCodes.Rewind();
+  for (std::span<const uint16_t> viCode = zCodes.NextBlock(); !viCode.empty(); viCode = zCodes.NextBlock()) {
+    std::memcpy(p, viCode.data(), viCode.size_bytes());
+    p += viCode.size_bytes();
   }
-  PutGroup(p, nRun, iRunCode);
   return true;
 }
 
