@@ -180,9 +180,9 @@ __m128i CodeTwo(const float* pfFirst, const float* pfSecond) {
   const auto Bits = [](__m128d vMask, int iBits) {
     return _mm_and_si128(_mm_castpd_si128(vMask), _mm_set1_epi64x(iBits));
   };
-  const __m128i vSigns = _mm_or_si128(
-      _mm_or_si128(Bits(_mm_cmplt_pd(vX, vZero), 1 << 13), Bits(_mm_cmplt_pd(vY, vZero), 2 << 13)),
-      Bits(_mm_cmplt_pd(vZ, vZero), 4 << 13));
+  const __m128i vSigns =
+      _mm_or_si128(_mm_or_si128(Bits(_mm_cmplt_pd(vX, vZero), 1 << 13), Bits(_mm_cmplt_pd(vY, vZero), 2 << 13)),
+                   Bits(_mm_cmplt_pd(vZ, vZero), 4 << 13));
   const __m128i vAxis = _mm_or_si128(Bits(vIsY, 1 << 11), Bits(_mm_cmpeq_pd(_mm_or_pd(vIsX, vIsY), vZero), 2 << 11));
   const auto Truncated = [](__m128d v) {  // each in the low half of its lane
     return _mm_unpacklo_epi32(_mm_cvttpd_epi32(v), _mm_setzero_si128());
