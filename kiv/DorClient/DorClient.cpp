@@ -5,6 +5,7 @@
 
 #include "KivDataUtil.h"
 #include "KivExProcLib.h"
+#include "KivException.h"
 #include "KivSysClock.h"
 #include "KivSysFolder.h"
 #include "KivSysProcess.h"
@@ -46,7 +47,7 @@ DorClient::DorClient(const DorClientOptions& zOptions) {
   m_bOpen = true;
 
   const KivWString csRelay = zOptions.m_csRelay.empty() ? KivFindModule(u"DorRelay") : zOptions.m_csRelay;
-  const int32_t iStart = KivExProcLib_StartChild(csRelay, m_iRelayPid);
+  const int32_t iStart = KivExProcLib_StartChild(csRelay, zOptions.m_csRelayArguments, m_iRelayPid);
   if (iStart == 0) return;
   Close();
   throw DorClientError("the relay " + sys::WideToUtf8(csRelay) + " could not be started (code " +
@@ -64,7 +65,15 @@ DorClient::~DorClient() {
 int32_t DorClient::CallUnchecked(const KivWString& csRequest, const KivByteBuffer& vcPayload, KivByteBuffer& vcResult) {
   if (!m_bOpen || m_bRelayEnded) throw DorClientError("the relay has ended");
   int64_t iStatus = 0;
-  const int32_t iResult = KivExProcLib_SendMessage(m_iRelayPid, csRequest, vcPayload, iStatus, vcResult);
+  int32_t iResult = 0;
+  try {
+    iResult = KivExProcLib_SendMessage(m_iRelayPid, csRequest, vcPayload, iStatus, vcResult);
+  } catch (const KivException& e) {
+    // A relay that ends behind its answer takes the answer with it.
+    m_bRelayEnded = true;
+    KivExProcLib_CloseDown(kKivExProcFatal, false);
+    throw DorClientError(std::string("the relay has ended in an exchange: ") + e.what());
+  }
   if (iResult == static_cast<int32_t>(KivExProcSendResult::ChildDied)) {
     m_bRelayEnded = true;
     throw DorClientError("the relay has ended");

@@ -39,8 +39,9 @@ struct DorAnswer {
 };
 
 struct DorClientOptions {
-  KivWString m_csRelay;       // path of the relay; empty: DorRelay beside this program
-  KivWString m_csRootFolder;  // a folder that does not exist yet; empty: a generated work folder
+  KivWString m_csRelay;           // path of the relay; empty: DorRelay beside this program
+  KivWString m_csRelayArguments;  // further arguments of the relay, for one that takes some
+  KivWString m_csRootFolder;      // a folder that does not exist yet; empty: a generated work folder
 };
 
 class DorClient {

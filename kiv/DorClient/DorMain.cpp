@@ -345,7 +345,6 @@ int32_t kiv::KivMain(const std::vector<KivWString>& vcsArguments) {
   pzCall->add_option("MODEL", zSettings.m_strModel, "model file or package")->required();
   pzCall->add_option("REQUEST", zSettings.m_strRequest, "name, DorHandler_ may be left out")->required();
   pzCall->add_option("ARGS", zSettings.m_vstrWords, "the request's fields behind the model id");
-  pzCall->positionals_at_end();
   pzCall->callback([&] { pfnRun = RunCall; });
 
   CLI::App* pzBench = zApp.add_subcommand("bench", "measure round trips through relay and handler");

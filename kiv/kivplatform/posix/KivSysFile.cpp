@@ -132,7 +132,9 @@ Attempt OpenNamed(const std::string& strPath, const KivSysOpenMode& zMode, int i
     return Attempt::Again;
   }
   if (!TakeSharing(iFd, zMode)) return Attempt::Failed;
-  if (fstat(iFd, &zStat) == 0 && zStat.st_nlink == 0) {  // its owner went while we took the locks
+  // A delete-on-close file: its owner went while we took the locks. A plain one that somebody removed in this instant
+  // has been opened or made all the same; to make it again would bring back what the other one is done with.
+  if (fstat(iFd, &zStat) == 0 && zStat.st_nlink == 0 && (zStat.st_mode & S_ISVTX) != 0) {
     zFd.Reset();
     return Attempt::Again;
   }

@@ -1,0 +1,172 @@
+#include "DorRequests.h"
+
+#include <gtest/gtest.h>
+
+#include <cctype>
+#include <fstream>
+#include <functional>
+#include <map>
+#include <set>
+#include <sstream>
+
+#include "DorClient.h"
+
+using namespace kiv;
+
+namespace {
+
+struct DocumentedRow {
+  std::string m_strName, m_strForm, m_strFamily;
+};
+
+std::vector<std::string> Cells(const std::string& strLine) {
+  std::vector<std::string> vstrCells;
+  std::stringstream zLine(strLine.substr(1));
+  for (std::string strCell; std::getline(zLine, strCell, '|');) {
+    const size_t iFirst = strCell.find_first_not_of(' '), iLast = strCell.find_last_not_of(' ');
+    vstrCells.push_back(iFirst == std::string::npos ? "" : strCell.substr(iFirst, iLast - iFirst + 1));
+  }
+  return vstrCells;
+}
+
+// "model, 2 i, c" as the letters of the code.
+std::string FormOf(std::string strText) {
+  static const std::map<std::string, char> mapLetters{{"model", 'm'}, {"i", 'i'},     {"f", 'f'},    {"s", 's'},
+                                                      {"c", 'c'},     {"curve", 'k'}, {"tail", 't'}, {"count", 'n'}};
+  std::string strForm;
+  std::stringstream zText(strText);
+  for (std::string strField; std::getline(zText, strField, ',');) {
+    std::stringstream zField(strField);
+    std::string strWord;
+    zField >> strWord;
+    size_t nTimes = 1;
+    if (std::isdigit(static_cast<unsigned char>(strWord[0]))) {
+      nTimes = std::stoul(strWord);
+      zField >> strWord;
+    }
+    if (strWord == "curves" || strWord == "nothing") continue;  // the count has told it
+    strForm += std::string(nTimes, mapLetters.at(strWord));
+  }
+  return strForm;
+}
+
+std::vector<DocumentedRow> DocumentedRows() {
+  std::ifstream zFile(KIV_TEST_DOCS_DIR "/requests.md");
+  std::vector<DocumentedRow> vzRows;
+  bool bTable = false;
+  for (std::string strLine; std::getline(zFile, strLine);) {
+    if (strLine.starts_with("## ")) bTable = strLine == "## Table";
+    if (!bTable || !strLine.starts_with("| `")) continue;
+    const std::vector<std::string> vstrCells = Cells(strLine);
+    vzRows.push_back({vstrCells[0].substr(1, vstrCells[0].size() - 2), FormOf(vstrCells[1]), vstrCells[2]});
+  }
+  return vzRows;
+}
+
+const char* FamilyName(DorRequestFamily iFamily) {
+  switch (iFamily) {
+    case DorRequestFamily::Open:
+      return "open";
+    case DorRequestFamily::Close:
+      return "close";
+    case DorRequestFamily::Forward:
+      return "forward";
+    case DorRequestFamily::Refused:
+      return "refused";
+  }
+  return "";
+}
+
+std::string Built(const char16_t* szName, const std::vector<std::string>& vstrWords) {
+  KivByteBuffer vcPayload;
+  std::string strError;
+  if (!DorBuildPayload(*DorFindRequest(szName), 5, vstrWords, vcPayload, strError)) return "error: " + strError;
+  return std::string(vcPayload.begin(), vcPayload.end());
+}
+
+std::string Expected(const std::function<void(KivByteBuffer&)>& pfnPut) {
+  KivByteBuffer vc;
+  KivPutInt64(vc, 5);
+  pfnPut(vc);
+  return std::string(vc.begin(), vc.end());
+}
+
+}  // namespace
+
+TEST(DorRequests, TheDocumentedTableIsTheTableOfTheCode) {
+  const std::vector<DocumentedRow> vzRows = DocumentedRows();
+  ASSERT_EQ(vzRows.size(), DorRequestTable().size());
+  for (size_t i = 0; i < vzRows.size(); ++i) {
+    const DorRequestRow& zRow = DorRequestTable()[i];
+    EXPECT_EQ(vzRows[i].m_strName, sys::WideToUtf8(zRow.m_csName));
+    EXPECT_EQ(vzRows[i].m_strForm, zRow.m_szForm) << vzRows[i].m_strName;
+    EXPECT_EQ(vzRows[i].m_strFamily, FamilyName(zRow.m_iFamily)) << vzRows[i].m_strName;
+  }
+}
+
+TEST(DorRequests, NamesAreUniqueAndEveryRowButTheFirstAndTheRefusedOnesBeginsWithAModel) {
+  std::set<KivWStringView> setNames;
+  for (const DorRequestRow& zRow : DorRequestTable()) {
+    EXPECT_TRUE(setNames.insert(zRow.m_csName).second);
+    const std::string strForm = zRow.m_szForm;
+    if (zRow.m_iFamily == DorRequestFamily::Forward || zRow.m_iFamily == DorRequestFamily::Close) {
+      EXPECT_TRUE(strForm.starts_with("m")) << sys::WideToUtf8(zRow.m_csName);
+      EXPECT_EQ(strForm.find('m', 1), std::string::npos);
+    }
+  }
+  EXPECT_EQ(setNames.size(), 52u);
+  EXPECT_FALSE(setNames.contains(u"DorHandler_IsFilletFace"));
+  EXPECT_TRUE(setNames.contains(u"DorHandler_SaveCurShapShot"));
+}
+
+TEST(DorRequests, NamesAreComparedExactly) {
+  EXPECT_NE(DorFindRequest(u"DorHandler_Undo"), nullptr);
+  EXPECT_EQ(DorFindRequest(u"DorHandler_undo"), nullptr);
+  EXPECT_EQ(DorFindRequest(u"DorHandler_Und"), nullptr);
+  EXPECT_EQ(DorFindRequest(u"DorHandler_Undo "), nullptr);
+  EXPECT_EQ(DorFindRequest(u""), nullptr);
+}
+
+TEST(DorPayload, WordsBecomeTheFieldsOfTheForm) {
+  EXPECT_EQ(Built(u"DorHandler_GetPointOnFace", {"7", "-8", "1,-2.5,3e2"}), Expected([](KivByteBuffer& vc) {
+              KivPutInt64(vc, 7);
+              KivPutInt64(vc, -8);
+              KivPutCoord3(vc, {1, -2.5, 300});
+            }));
+  EXPECT_EQ(Built(u"DorHandler_SetAsmInfo", {"1", "gr\xC3\xBCn"}), Expected([](KivByteBuffer& vc) {
+              KivPutInt64(vc, 1);
+              KivPutString(vc, u"gr\u00fcn");
+            }));
+  EXPECT_EQ(Built(u"DorHandler_IsLinearCurve", {"1", "2", "block:a0FF"}), Expected([](KivByteBuffer& vc) {
+              for (int64_t i : {1, 2, 1, 2}) KivPutInt64(vc, i);
+              KivPutBlock(vc, "\xA0\xFF", 2);
+            }));
+  EXPECT_EQ(Built(u"DorHandler_IsParallelLinearCurve", {"1", "2", "3", "4", "line:1,2,3,4,5,6", "line:0,0,0,0,0,1"}),
+            Expected([](KivByteBuffer& vc) {
+              for (int64_t i : {1, 2, 3, 4, 2, 0}) KivPutInt64(vc, i);
+              for (double d : {1., 2., 3., 4., 5., 6.}) KivPutDouble(vc, d);
+              KivPutInt64(vc, 0);
+              for (double d : {0., 0., 0., 0., 0., 1.}) KivPutDouble(vc, d);
+            }));
+  EXPECT_EQ(Built(u"DorHandler_PickOneElement", {}), Expected([](KivByteBuffer&) {}));
+  EXPECT_EQ(Built(u"DorHandler_PickOneElement", {"0102"}),
+            Expected([](KivByteBuffer& vc) { KivPutBytes(vc, "\x01\x02", 2); }));
+}
+
+TEST(DorPayload, WordsThatDoNotFitAreRefused) {
+  for (const std::vector<std::string>& vstrWords : {std::vector<std::string>{},
+                                                    {"1"},
+                                                    {"1", "2", "3"},
+                                                    {"1", "2", "3", "4"},
+                                                    {"x", "2", "1,2,3"},
+                                                    {"1", "2", "1,2"},
+                                                    {"1", "2", "1,2,3,4"},
+                                                    {"1", "2", "1,,3"},
+                                                    {"1.5", "2", "1,2,3"},
+                                                    {"1", "99999999999999999999", "1,2,3"},
+                                                    {"1", "2", "1,2,3", "4"}})
+    EXPECT_TRUE(Built(u"DorHandler_GetPointOnFace", vstrWords).starts_with("error: "));
+  for (const char* szCurve : {"", "line:1,2,3", "block:", "block:0", "block:zz", "arc:1"})
+    EXPECT_TRUE(Built(u"DorHandler_IsLinearCurve", {"1", "2", szCurve}).starts_with("error: ")) << szCurve;
+  EXPECT_TRUE(Built(u"DorHandler_PickOneElement", {"0"}).starts_with("error: "));
+}

@@ -1,0 +1,404 @@
+#include "DorTreeTest.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+
+using namespace kiv;
+using namespace kivtest;
+
+namespace kivtest {
+
+void WriteModelFile(const KivWString& csPath, char cGeneration) {
+  std::string strBytes(264, '\0');
+  for (int i = 8; i < 16; ++i) strBytes[static_cast<size_t>(i)] = cGeneration;
+  for (int i = 16; i < 24; ++i) strBytes[static_cast<size_t>(i)] = '\xB0';
+  WriteFile(csPath, strBytes);
+}
+
+void WritePackageFile(const KivWString& csPath) {
+  WriteFile(csPath, std::string("\0\0\0\0", 4) + std::string("\0\0\0\0\0\0\0\0", 8) + "M1K2I3V4");
+}
+
+DorClientOptions RealPrograms(const TestFolder& zFolder) {
+  DorClientOptions zOptions;
+  zOptions.m_csRelay =
+      Join(Join(Join(KivGetModuleFolder(), u".."), u"bin"), u"DorRelay" + KivWString(sys::kExecutableSuffix));
+  zOptions.m_csRootFolder = zFolder / u"root";
+  return zOptions;
+}
+
+DorClientOptions OddPrograms(const TestFolder& zFolder) {
+  DorClientOptions zOptions;
+  zOptions.m_csRelay = TestProgram();
+  zOptions.m_csRelayArguments = BodyArguments("OddRelay");
+  zOptions.m_csRootFolder = zFolder / u"root";
+  return zOptions;
+}
+
+}  // namespace kivtest
+
+namespace {
+
+class OddRuntime : public IDorRelayRuntime {
+ public:
+  KivWString FindHandler() override { return TestProgram(); }
+  int32_t StartChild(const KivWString& csPath, int32_t& iChildPid) override {
+    return KivExProcLib_StartChild(csPath, BodyArguments("OddHandler"), iChildPid);
+  }
+  int32_t SendRequest(int32_t iChildPid, const KivWString& csName, const KivByteBuffer& vcPayload, int64_t& iStatus,
+                      KivByteBuffer& vcAnswer) override {
+    return KivExProcLib_SendMessage(iChildPid, csName, vcPayload, iStatus, vcAnswer);
+  }
+  int32_t PostRequest(int32_t iChildPid, const KivWString& csName, const KivByteBuffer& vcPayload,
+                      KivExProcAnswer pfnAnswer) override {
+    return KivExProcLib_PostMessage(iChildPid, csName, vcPayload, pfnAnswer);
+  }
+  int32_t CloseChild(int32_t iChildPid) override { return KivExProcLib_CloseChild(iChildPid); }
+  void YieldSlice() override { sys::SleepMs(0); }
+  void CloseDown(int32_t iStatus) override { KivExProcLib_CloseDown(iStatus, true); }
+};
+
+void Misbehave(const std::string& strWhat, int32_t& iStatus, KivByteBuffer& vcResult) {
+  if (strWhat == "kill") sys::EndProcess(9);
+  if (strWhat == "exit") std::exit(3);
+  if (strWhat == "report") KivReportFailure("asked for", "tests", 1);
+  if (strWhat.starts_with("status ")) iStatus = std::stoi(strWhat.substr(7));
+  if (strWhat.starts_with("cut "))
+    vcResult.resize(vcResult.size() -
+                    std::min<size_t>(vcResult.size(), static_cast<size_t>(std::stoi(strWhat.substr(4)))));
+  if (strWhat == "long") vcResult.push_back(0);
+}
+
+int32_t OddDispatch(const KivWString& csRequest, const KivByteBuffer& vcPayload, int32_t& iStatus,
+                    KivByteBuffer& vcResult) {
+  static std::string strOrder;
+  uint64_t iCursor = 0;
+  int64_t iModel = 0;
+  KivGetInt64(iCursor, vcPayload, &iModel);
+  std::string strWhen = "call";
+  if (csRequest == kDorReadDor) {
+    KivWString csPath;
+    KivGetString(iCursor, vcPayload, &csPath);
+    KivWString csFolder, csName;
+    KivSplitPath(csPath, csFolder, csName);
+    strOrder = sys::WideToUtf8(csName);
+    strWhen = "read";
+  } else if (csRequest == kDorClearModel) {
+    strWhen = "clear";
+  } else if (csRequest == kDorPickOneElement) {
+    strOrder = "call " +
+               std::string(vcPayload.begin() + 8,
+                           vcPayload.begin() + 8 + static_cast<ptrdiff_t>(std::min<size_t>(vcPayload.size() - 8, 32)));
+  }
+  if (strWhen == "call") {
+    vcResult = vcPayload;
+  } else {
+    const bool bHit = strOrder.starts_with(strWhen + " ");
+    KivPutInt64(vcResult, bHit && strOrder.ends_with(" id") ? iModel + 1 : iModel);
+    KivPutString(vcResult, bHit && strOrder.ends_with(" name") ? u"DorHandler_Undo" : csRequest);
+  }
+  if (strOrder.starts_with(strWhen + " ")) Misbehave(strOrder.substr(strWhen.size() + 1), iStatus, vcResult);
+  return 0;
+}
+
+// What a client has to say of its tree.
+struct Tree {
+  explicit Tree(const DorClientOptions& zOptions) : m_zClient(zOptions) {}
+
+  // The relay has ended: the request throws, and the client can still clean up.
+  void ExpectRelayEnds(const KivWString& csRequest, const KivByteBuffer& vcPayload) {
+    KivByteBuffer vcResult;
+    EXPECT_THROW(
+        {
+          const uint64_t iEnd = sys::SteadyNs() + uint64_t{kLongMs} * 1000000;
+          while (sys::SteadyNs() < iEnd) m_zClient.CallUnchecked(csRequest, vcPayload, vcResult);
+        },
+        DorClientError);
+    EXPECT_EQ(CountLivingFiles(m_zClient.GetRootFolder()), 0u);
+    EXPECT_TRUE(m_zClient.Close());
+    EXPECT_FALSE(sys::PathExists(m_zClient.GetRootFolder()));
+  }
+
+  int32_t Status(int64_t iModel) {
+    KivByteBuffer vcResult;
+    return m_zClient.CallUnchecked(KivWString(kDorDoNothing), IdPayload(iModel), vcResult);
+  }
+
+  DorClient m_zClient;
+};
+
+KivByteBuffer PickPayload(int64_t iModel, const std::string& strTail) {
+  KivByteBuffer vc = IdPayload(iModel);
+  vc.insert(vc.end(), strTail.begin(), strTail.end());
+  return vc;
+}
+
+}  // namespace
+
+KIV_TEST_CHILD(OddRelay) {
+  static OddRuntime zRuntime;
+  DorRelay_SetRuntime(&zRuntime);
+  return RunMember(DorRelay_Tick, DorRelay_Poll, DorRelay_Dispatch);
+}
+KIV_TEST_CHILD(OddHandler) {
+  return RunMember(nullptr, GoOn, OddDispatch);
+}
+// Is killed with a tree behind it: 0 when the relay is up, 1 while a model is being read, 2 with a model open.
+KIV_TEST_CHILD(KilledHost) {
+  TestFolder zFolder;
+  DorClientOptions zOptions = OddPrograms(zFolder);
+  zOptions.m_csRootFolder = vcsArgs.at(0);
+  DorClient zClient(zOptions);
+  if (vcsArgs.at(1) != u"0") {
+    const int64_t iModel = zClient.StartOpen(zFolder / u"model");
+    if (vcsArgs.at(1) == u"2") zClient.AwaitOpen(iModel);
+  }
+  std::filesystem::remove_all(std::filesystem::path(zFolder.Path()));
+  sys::EndProcess(9);
+}
+
+TEST(DorTree, AModelIsOpenedAskedAndClosedAndNothingIsLeftBehind) {
+  TestFolder zFolder;
+  WriteModelFile(zFolder / u"model.kiv");
+  DorClient zClient(RealPrograms(zFolder));
+  EXPECT_EQ(zClient.ListTree().size(), 2u);
+  const int64_t iModel = zClient.Open(zFolder / u"model.kiv");
+  EXPECT_EQ(iModel, 0);
+  EXPECT_EQ(zClient.ListTree().size(), 3u);
+  const DorAnswer zAnswer = zClient.Call(u"DorHandler_GetAsmTreeInfo", IdPayload(iModel));
+  EXPECT_EQ(zAnswer.m_iStatus, 0);
+  uint64_t iCursor = 0;
+  int64_t iCode = -1;
+  ASSERT_TRUE(KivGetInt64(iCursor, zAnswer.m_vcResult, &iCode));
+  EXPECT_EQ(iCode, 0);
+  zClient.Clear(iModel);
+  const KivWString csRoot = zClient.GetRootFolder();
+  EXPECT_TRUE(zClient.Close());
+  EXPECT_FALSE(sys::PathExists(csRoot));
+  EXPECT_TRUE(zClient.Close());
+}
+
+TEST(DorTree, PackagesAndThePreviousGenerationAreReadable) {
+  TestFolder zFolder;
+  WritePackageFile(zFolder / u"package.kiv");
+  WriteModelFile(zFolder / u"old.kiv", 0x13);
+  DorClient zClient(RealPrograms(zFolder));
+  EXPECT_EQ(zClient.Open(zFolder / u"package.kiv"), 0);
+  EXPECT_EQ(zClient.Open(zFolder / u"old.kiv"), 1);
+}
+
+TEST(DorTree, WhatIsNoModelGivesStatus2ToAllRequestsAndTheTreeGoesOn) {
+  TestFolder zFolder;
+  WriteModelFile(zFolder / u"good.kiv");
+  WriteFile(zFolder / u"empty", "");
+  WriteFile(zFolder / u"text", std::string(1000, 'x'));
+  WriteFile(zFolder / u"short", std::string(8, '\x14'));
+  WriteFile(zFolder / u"trailer", std::string(12, '\xFF') + "M1K2I3V4");
+  DorClient zClient(RealPrograms(zFolder));
+  for (const char16_t* szName : {u"empty", u"text", u"short", u"trailer", u"missing"}) {
+    const int64_t iModel = zClient.StartOpen(zFolder / szName);
+    EXPECT_THROW(zClient.AwaitOpen(iModel), DorReadError) << sys::WideToUtf8(szName);
+    EXPECT_EQ(zClient.Call(u"DorHandler_GetAsmTreeInfo", IdPayload(iModel)).m_iStatus, 2);
+    zClient.Clear(iModel);
+  }
+  EXPECT_EQ(zClient.Call(u"DorHandler_DoNothing", IdPayload(zClient.Open(zFolder / u"good.kiv"))).m_iStatus, 0);
+}
+
+TEST(DorTree, WhatTheHandlerDoesNotOfferIsAnsweredWithACodeAndAReason) {
+  TestFolder zFolder;
+  WriteModelFile(zFolder / u"model.kiv");
+  DorClient zClient(RealPrograms(zFolder));
+  const int64_t iModel = zClient.Open(zFolder / u"model.kiv");
+  KivByteBuffer vcPayload = IdPayload(iModel);
+  KivPutInt64(vcPayload, 3);
+  KivPutInt64(vcPayload, -3);
+  const DorAnswer zAnswer = zClient.Call(u"DorHandler_GetFilletIntCurve", vcPayload);
+  EXPECT_EQ(zAnswer.m_iStatus, 0);
+  uint64_t iCursor = 0;
+  int64_t iCode = 0;
+  KivWString csReason;
+  ASSERT_TRUE(KivGetInt64(iCursor, zAnswer.m_vcResult, &iCode) && KivGetString(iCursor, zAnswer.m_vcResult, &csReason));
+  EXPECT_NE(iCode, 0);
+  EXPECT_NE(csReason.find(u"DorHandler_GetFilletIntCurve"), KivWString::npos);
+  EXPECT_EQ(iCursor, zAnswer.m_vcResult.size());
+}
+
+TEST(DorTree, TheClientRefusesWhatWouldEndTheRelay) {
+  TestFolder zFolder;
+  WriteModelFile(zFolder / u"model.kiv");
+  DorClient zClient(RealPrograms(zFolder));
+  const int64_t iModel = zClient.Open(zFolder / u"model.kiv");
+  EXPECT_THROW(zClient.Call(u"DorHandler_NoSuchRequest", IdPayload(iModel)), DorClientError);
+  EXPECT_THROW(zClient.Call(u"DorHandler_CopyAsm", {}), DorClientError);
+  EXPECT_THROW(zClient.Call(u"DorHandler_DoNothing", IdPayload(iModel + 1)), DorClientError);
+  EXPECT_THROW(zClient.Call(u"DorHandler_DoNothing", {}), DorClientError);
+  EXPECT_THROW(zClient.Clear(iModel + 1), DorClientError);
+  EXPECT_EQ(zClient.Call(u"DorHandler_DoNothing", IdPayload(iModel)).m_iStatus, 0);
+}
+
+TEST(DorTree, ARelayThatCannotBeStartedIsAnErrorAndNothingIsLeftBehind) {
+  TestFolder zFolder;
+  DorClientOptions zOptions = RealPrograms(zFolder);
+  zOptions.m_csRelay = zFolder / u"no relay";
+  EXPECT_THROW({ DorClient zClient(zOptions); }, DorClientError);
+  EXPECT_FALSE(sys::PathExists(zFolder / u"root"));
+}
+
+TEST(DorTree, TwoModelsAreReadByTwoHandlersInTheBackground) {
+  TestFolder zFolder;
+  Tree zTree(OddPrograms(zFolder));
+  EXPECT_EQ(zTree.m_zClient.StartOpen(u"a"), 0);
+  EXPECT_EQ(zTree.m_zClient.StartOpen(u"b"), 1);
+  zTree.m_zClient.AwaitOpen(1);
+  zTree.m_zClient.AwaitOpen(0);
+  EXPECT_EQ(zTree.m_zClient.ListTree().size(), 4u);
+  for (int64_t iModel : {0, 1})
+    EXPECT_EQ(zTree.m_zClient
+                  .Call(u"DorHandler_Undo",
+                        [&] {
+                          KivByteBuffer vc = IdPayload(iModel);
+                          KivPutInt64(vc, 5);
+                          return vc;
+                        }())
+                  .m_vcResult[0],
+              iModel);
+}
+
+TEST(DorTree, AClearedModelsHandlerEndsAndItsIdIsUnknown) {
+  TestFolder zFolder;
+  Tree zTree(OddPrograms(zFolder));
+  const int64_t iModel = zTree.m_zClient.Open(u"a");
+  zTree.m_zClient.Clear(iModel);
+  EXPECT_TRUE(Eventually([&] { return CountMarkers(zFolder / u"root") == 2; }));
+  EXPECT_EQ(zTree.m_zClient.Open(u"b"), 1);  // ids are not used again
+  zTree.ExpectRelayEnds(KivWString(kDorDoNothing), IdPayload(iModel));
+}
+
+TEST(DorTree, StatusesOfTheHandlerReachTheClientMapped) {
+  TestFolder zFolder;
+  Tree zTree(OddPrograms(zFolder));
+  const int64_t iModel = zTree.m_zClient.Open(u"a");
+  for (const auto& [strTail, iStatus] :
+       {std::pair<std::string, int32_t>{"status 999", 999}, {"status 1999", 1999}, {"status 7", 4}, {"status -1", 4}}) {
+    const DorAnswer z = zTree.m_zClient.Call(u"DorHandler_PickOneElement", PickPayload(iModel, strTail));
+    EXPECT_EQ(z.m_iStatus, iStatus);
+    EXPECT_TRUE(z.m_vcResult.empty());
+  }
+  const DorAnswer z = zTree.m_zClient.Call(u"DorHandler_PickOneElement", PickPayload(iModel, "goes on"));
+  EXPECT_EQ(z.m_iStatus, 0);
+  EXPECT_EQ(z.m_vcResult, PickPayload(iModel, "goes on"));
+}
+
+TEST(DorTree, AReadThatFailsKeepsItsHandlerUntilTheClear) {
+  TestFolder zFolder;
+  Tree zTree(OddPrograms(zFolder));
+  const int64_t iModel = zTree.m_zClient.StartOpen(u"read status 10");
+  EXPECT_THROW(zTree.m_zClient.AwaitOpen(iModel), DorReadError);
+  EXPECT_EQ(CountMarkers(zFolder / u"root"), 3u);
+  zTree.m_zClient.Clear(iModel);
+  EXPECT_TRUE(Eventually([&] { return CountMarkers(zFolder / u"root") == 2; }));
+}
+
+TEST(DorTree, AHandlerThatEndsWhileReadingEndsTheTree) {
+  for (const char16_t* szPath : {u"read kill", u"read exit", u"read report"}) {
+    SCOPED_TRACE(sys::WideToUtf8(szPath));
+    TestFolder zFolder;
+    KivSysProcess zHost = StartTestChild("HostOfABrokenTree", {zFolder / u"root", szPath});
+    EXPECT_EQ(EndOf(zHost), 70);
+  }
+}
+// One tree in the life of a process: each case has a host of its own. 70: the relay ended and all was cleaned up.
+KIV_TEST_CHILD(HostOfABrokenTree) {
+  TestFolder zFolder;
+  DorClientOptions zOptions = OddPrograms(zFolder);
+  zOptions.m_csRootFolder = vcsArgs.at(0);
+  DorClient zClient(zOptions);
+  int iCode = 1;
+  try {
+    const int64_t iModel = zClient.StartOpen(vcsArgs.at(1));
+    zClient.AwaitOpen(iModel);
+    iCode = 2;
+    if (vcsArgs.size() > 2)
+      zClient.Call(u"DorHandler_PickOneElement", PickPayload(iModel, sys::WideToUtf8(vcsArgs[2])));
+    zClient.Clear(iModel);
+    const int64_t iOther = zClient.StartOpen(u"other");
+    for (;;) zClient.GetReadStatus(iOther);
+  } catch (const DorClientError&) {
+    iCode = 70;
+  } catch (const DorReadError&) {
+    iCode = 3;
+  }
+  if (CountLivingFiles(vcsArgs.at(0)) != 0) iCode += 1000;
+  if (!zClient.Close() || sys::PathExists(vcsArgs.at(0))) iCode += 100;
+  return iCode;
+}
+
+TEST(DorTree, AnAnswerOfAHandlerThatTheRelayCannotTakeEndsTheTree) {
+  for (const char16_t* szPath :
+       {u"read cut 1", u"read long", u"read id", u"read cut 100", u"clear cut 1", u"clear long", u"clear id"}) {
+    SCOPED_TRACE(sys::WideToUtf8(szPath));
+    TestFolder zFolder;
+    KivSysProcess zHost = StartTestChild("HostOfABrokenTree", {zFolder / u"root", szPath});
+    EXPECT_EQ(EndOf(zHost), 70);
+  }
+}
+
+TEST(DorTree, AHandlerThatEndsDuringACallOrAClearEndsTheTree) {
+  for (const char16_t* szTail : {u"kill", u"exit", u"report"}) {
+    SCOPED_TRACE(sys::WideToUtf8(szTail));
+    TestFolder zFolder;
+    KivSysProcess zHost = StartTestChild("HostOfABrokenTree", {zFolder / u"root", u"model", szTail});
+    EXPECT_EQ(EndOf(zHost), 70);
+  }
+  for (const char16_t* szPath : {u"clear kill", u"clear exit"}) {
+    SCOPED_TRACE(sys::WideToUtf8(szPath));
+    TestFolder zFolder;
+    KivSysProcess zHost = StartTestChild("HostOfABrokenTree", {zFolder / u"root", szPath});
+    EXPECT_EQ(EndOf(zHost), 70);
+  }
+}
+
+TEST(DorTree, BrokenPayloadsAndUnknownNamesEndTheTree) {
+  struct Case {
+    const char16_t* m_szRequest;
+    std::string m_strBytes;
+  };
+  for (const Case& z : {Case{u"DorHandler_DoNothing", ""}, Case{u"DorHandler_DoNothing", std::string(7, '\0')},
+                        Case{u"DorHandler_ReadDor", "x"}, Case{u"DorHandler_CopyAsm", ""},
+                        Case{u"DorHandler_IsFilletFace", std::string(24, '\0')}, Case{u"No such name", ""},
+                        Case{u"DorHandler_DoNothing", std::string(8, '\x55')}}) {
+    SCOPED_TRACE(sys::WideToUtf8(z.m_szRequest));
+    TestFolder zFolder;
+    KivSysProcess zHost = StartTestChild("HostThatBreaksItsTree",
+                                         {zFolder / u"root", z.m_szRequest, Wide("x" + ToHexText(z.m_strBytes))});
+    EXPECT_EQ(EndOf(zHost), 70);
+  }
+}
+KIV_TEST_CHILD(HostThatBreaksItsTree) {
+  TestFolder zFolder;
+  DorClientOptions zOptions = OddPrograms(zFolder);
+  zOptions.m_csRootFolder = vcsArgs.at(0);
+  DorClient zClient(zOptions);
+  int iCode = 1;
+  try {
+    KivByteBuffer vcResult;
+    zClient.CallUnchecked(vcsArgs.at(1), Bytes(FromHexText(sys::WideToUtf8(vcsArgs.at(2)).substr(1))), vcResult);
+  } catch (const DorClientError&) {
+    iCode = 70;
+  }
+  if (CountLivingFiles(vcsArgs.at(0)) != 0) iCode += 1000;
+  if (!zClient.Close() || sys::PathExists(vcsArgs.at(0))) iCode += 100;
+  return iCode;
+}
+
+TEST(DorTree, AHostThatIsKilledTakesRelayAndHandlersWithIt) {
+  for (const char16_t* szStep : {u"0", u"1", u"2"}) {
+    SCOPED_TRACE(sys::WideToUtf8(szStep));
+    TestFolder zFolder;
+    KivSysProcess zHost = StartTestChild("KilledHost", {zFolder / u"root", szStep});
+    EXPECT_EQ(EndOf(zHost), 9);
+    EXPECT_TRUE(TreeEnds(zFolder / u"root"));
+    EXPECT_EQ(CountLivingFiles(zFolder / u"root"), 0u);
+  }
+}

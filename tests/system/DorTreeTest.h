@@ -1,0 +1,30 @@
+// Trees of client, relay and handlers: the real programs, or a relay of this program whose handlers misbehave on
+// demand.
+#pragma once
+
+#include "DorClient.h"
+#include "DorRelay.h"
+#include "KivExProcTest.h"
+
+namespace kivtest {
+
+// A file of the given kind that the handler takes for a model.
+void WriteModelFile(const kiv::KivWString& csPath, char cGeneration = 0x14);
+void WritePackageFile(const kiv::KivWString& csPath);
+
+// The programs of the build.
+kiv::DorClientOptions RealPrograms(const TestFolder& zFolder);
+// The relay's logic in a body of this program, with handlers that run the body "OddHandler". What a handler does
+// stands in the path of its model, "<when> <what>", as in "read kill", and in the tails of DorHandler_PickOneElement.
+//   when: read, clear, call      what: kill, exit, report, status <n>, cut <n> (bytes less), long (a byte more),
+//                                      id (another model), name (another request)
+// Anything else is answered as it should be; calls are answered with their payload.
+kiv::DorClientOptions OddPrograms(const TestFolder& zFolder);
+
+inline kiv::KivByteBuffer IdPayload(int64_t iModel) {
+  kiv::KivByteBuffer vc;
+  kiv::KivPutInt64(vc, iModel);
+  return vc;
+}
+
+}  // namespace kivtest
