@@ -59,6 +59,10 @@ class KivHistoryFile : public KivFile, public ISnapShotFile {
   virtual uint8_t* DoGetDirectBuffer(bool bReadOnly, uint64_t iOffset, uint64_t nCount);
   virtual void DoReleaseDirectBuffer() {}
 
+  // Called on the newest snapshot, while nothing has been written since: its destruction gives back to the file what
+  // the snapshot took over, as if it had never been taken.
+  void TakeBack() { m_bHandedOut = false; }
+
   bool IsSnapShotFile() const { return m_pOriginal != nullptr || m_bLeft; }
 
   bool m_bModified = false;                       // set by each successful write at this level; nothing clears it

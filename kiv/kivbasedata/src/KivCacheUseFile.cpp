@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <vector>
 
-#include "KivDataSpaceBase.h"
+#include "KivDataSpaceFields.h"
 #include "KivDataUtil.h"
 #include "KivException.h"
 #include "KivFileFactory.h"
@@ -318,7 +318,7 @@ int32_t KivCacheUseFile::DetachSnapShot() {
     KIV_FAIL();
     return KivDetachOriginalNotCached;
   }
-  if (KivDataSpaceBase::GetInstance()->m_bDiscardingSnapShot) {
+  if (KivDataSpaceFields::GetInstance()->m_bDiscardingSnapShot) {
     const int32_t iResult = KivHistoryFile::DetachSnapShot();
     if (iResult != KivDetachDone) return iResult;
     if (!pOriginal->m_vpCacheSnapShot.empty()) pOriginal->m_vpCacheSnapShot.pop_back();
@@ -331,7 +331,7 @@ int32_t KivCacheUseFile::DetachSnapShot() {
   if (iFirst < pOriginal->m_vpSnapShotData.size() && pOriginal->m_vpSnapShotData[iFirst] == this) {
     if (!HandOverBlocks(*pOriginal)) return KivDetachBehindList;
     UnlinkCache();
-    if (KivDataSpaceBase::GetInstance()->GetCurBaseSnapShot() == static_cast<int64_t>(iFirst)) {
+    if (KivDataSpaceFields::GetInstance()->GetCurBaseSnapShot() == static_cast<int64_t>(iFirst)) {
       pOriginal->m_vpCacheSnapShot.clear();
       if (pOriginal->m_pzFileCache != nullptr) pOriginal->m_pzFileCache->m_vpSnapShotStatus.clear();
     }

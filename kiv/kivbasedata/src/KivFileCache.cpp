@@ -6,7 +6,7 @@
 #include <utility>
 
 #include "KivCacheUseFile.h"
-#include "KivDataSpaceBase.h"
+#include "KivDataSpaceFields.h"
 #include "KivDataUtil.h"
 #include "KivException.h"
 #include "KivFileFactory.h"
@@ -152,7 +152,7 @@ bool KivFileCache::EnsureCached(uint64_t iOffset, uint64_t nCount, KivWinMappedF
 
 bool KivFileCache::FetchBlock(uint64_t iBlock, KivWinMappedFile& zWork) {
   const uint64_t nBuffer = m_iBlockSize + kBufferAlignment;
-  if (10 * m_iBlockSize >= 9 * uint64_t{KivDataSpaceBase::GetInstance()->m_iStackBufferLimit}) {
+  if (10 * m_iBlockSize >= 9 * uint64_t{KivDataSpaceFields::GetInstance()->m_iStackBufferLimit}) {
     const ScratchBlock zScratch(nBuffer);
     return FetchBlockInto(iBlock, zWork, Align(zScratch.Get()));
   }
@@ -437,7 +437,7 @@ std::unique_ptr<KivFileCache> KivFileCache::CreateSnapShot() {
   if (!KIV_CHECK(!IsSnapShotFile())) return nullptr;
   if (GetWorkFile() == nullptr) return nullptr;
   const uint64_t iLength = GetWorkLength();
-  const int32_t iBase = KivDataSpaceBase::GetInstance()->GetCurBaseSnapShot();
+  const int32_t iBase = KivDataSpaceFields::GetInstance()->GetCurBaseSnapShot();
   if (!KIV_CHECK_AS(iBase >= 0, "KivDataSpaceBase::GetInstance()->GetCurBaseSnapShot() >= 0")) return nullptr;
   // All that can fail comes first, so that a failed snapshot leaves the cache as it was.
   std::vector<uint32_t> vcNew = WordsBehindSnapShot(m_vcCacheStatus, iBase);
@@ -474,7 +474,7 @@ bool KivFileCache::RestoreFrom(const KivFileCache& zUndo) {
     KIV_FAIL();
     return false;
   }
-  const int32_t iBase = KivDataSpaceBase::GetInstance()->GetCurBaseSnapShot();
+  const int32_t iBase = KivDataSpaceFields::GetInstance()->GetCurBaseSnapShot();
   if (!KIV_CHECK_AS(iBase >= 0, "KivDataSpaceBase::GetInstance()->GetCurBaseSnapShot() >= 0")) return false;
   std::vector<uint32_t> vcNew = WordsBehindSnapShot(zUndo.m_vcCacheStatus, iBase);
   std::unique_ptr<KivWinMappedFile> pzNewWork = OpenWorkFile(0);

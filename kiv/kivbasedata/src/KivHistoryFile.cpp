@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "KivDataSpaceBase.h"
+#include "KivDataSpaceFields.h"
 #include "KivException.h"
 
 namespace kiv {
@@ -194,7 +194,7 @@ int32_t KivHistoryFile::DetachSnapShot() {
     return KivDetachNoOriginal;
   }
   std::vector<KivHistoryFile*>& vpList = m_pOriginal->m_vpSnapShotData;
-  if (KivDataSpaceBase::GetInstance()->m_bDiscardingSnapShot) {
+  if (KivDataSpaceFields::GetInstance()->m_bDiscardingSnapShot) {
     if (vpList.empty()) {
       KIV_FAIL();
       return KivDetachListEmpty;
@@ -205,7 +205,8 @@ int32_t KivHistoryFile::DetachSnapShot() {
     if (pLast != nullptr) pLast->LeaveOriginal();
     return KivDetachDone;
   }
-  KIV_CHECK(KivDataSpaceBase::GetInstance()->GetCurBaseSnapShot() >= 0);
+  KIV_CHECK_AS(KivDataSpaceFields::GetInstance()->GetCurBaseSnapShot() >= 0,
+               "KivDataSpaceBase::GetInstance()->GetCurBaseSnapShot() >= 0");
   KivHistoryFile* const pOriginal = m_pOriginal;
   const uint64_t i = pOriginal->m_iFirstSnapShot;
   if (i + 1 > vpList.size()) {
@@ -222,7 +223,7 @@ int32_t KivHistoryFile::DetachSnapShot() {
   }
   vpList[i] = nullptr;
   ++pOriginal->m_iFirstSnapShot;
-  const int64_t iBase = KivDataSpaceBase::GetInstance()->GetCurBaseSnapShot();
+  const int64_t iBase = KivDataSpaceFields::GetInstance()->GetCurBaseSnapShot();
   if (static_cast<int64_t>(pOriginal->m_iFirstSnapShot) == iBase + 1) {
     pOriginal->m_iFirstSnapShot = 0;
     for (KivHistoryFile* pSnapShot : vpList)

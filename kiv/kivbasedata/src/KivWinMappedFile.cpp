@@ -6,7 +6,7 @@
 #include <string>
 #include <utility>
 
-#include "KivDataSpaceBase.h"
+#include "KivDataSpaceFields.h"
 #include "KivDataUtil.h"
 #include "KivException.h"
 #include "KivSysProcess.h"

@@ -1,0 +1,1 @@
+target_link_libraries(store_bench PRIVATE lmdb)
