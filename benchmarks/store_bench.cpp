@@ -298,6 +298,8 @@ void RunMemory(const fs::path& zFolder, uint64_t nElements) {
   for (uint64_t i = 0, iPosition = 264; i < nElements; ++i, iPosition += kRecordSize + 24)
     viPosition.push_back(iPosition);
   for (const int32_t iLimit : {2, 1000, 1}) {
+    // With one block for the class no more than one element is active, whatever the limit.
+    KivDataSpaceBase::GetInstance()->SetBlockPerElement(iLimit > 1);
     KivModelStatusBase* pzModel = Open(csPath, true, iLimit);
     const uint32_t iKey = pzModel->GetKey();
     // The mapped file enters the working set first.
@@ -316,6 +318,7 @@ void RunMemory(const fs::path& zFolder, uint64_t nElements) {
     std::printf("\n");
     Close(pzModel);
   }
+  KivDataSpaceBase::GetInstance()->SetBlockPerElement(false);
 }
 
 void RunSnapShots(const fs::path& zFolder, uint64_t nMegaBytes) {
