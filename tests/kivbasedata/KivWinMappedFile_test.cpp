@@ -78,7 +78,7 @@ TEST_F(Mapped, ADirectBufferWhileOneIsOutIsNullAndAfterTheReleaseTheSameViewServ
   EXPECT_EQ(zCount.GetCount(KivSysCall::MappingView), 0u);
   pzFile->ReleaseDirectBuffer();
   EXPECT_NE(pzFile->GetDirectBuffer(true, 2 * kBlock - 10, 11), nullptr);
-  EXPECT_EQ(zCount.GetCount(KivSysCall::MappingView), 1u);
+  EXPECT_EQ(zCount.GetCount(KivSysCall::MappingView), KivSysMapping::MapsWhole() ? 0u : 1u);
 }
 
 TEST_F(Mapped, ADirectBufferBehindTheMappingIsNull) {

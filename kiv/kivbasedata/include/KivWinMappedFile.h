@@ -18,6 +18,8 @@ class KivWinMappedFile : public KivWinFile {
   KivWinMappedFile(KivSysFile hFile, bool bReadOnly, bool bEnableCache, KivSysFile hFileForBackGroundRead);
   ~KivWinMappedFile() override;
 
+  uint8_t* GetDirectBuffer(bool bReadOnly, uint64_t iOffset, uint64_t nCount) override;
+  void ReleaseDirectBuffer() override;
   bool CanUseDirectBuffer() override { return m_bCanUseDirectBuffer; }
   // Makes the mapping: of the whole file if it is read-only, else of iSize bytes but at least one block; 0 stands for
   // the present length. Pointers into the old mapping die.

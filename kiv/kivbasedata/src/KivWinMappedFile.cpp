@@ -49,6 +49,27 @@ void KivWinMappedFile::UnmapView() noexcept {
   m_iViewEnd = 0;
 }
 
+uint8_t* KivWinMappedFile::GetDirectBuffer(bool bReadOnly, uint64_t iOffset, uint64_t nCount) {
+  // The view in hand serves most requests; few instructions leave the processor free to have several on their way.
+  const uint64_t nView = m_iViewEnd - m_iViewStart;
+  const uint64_t iInView = iOffset - m_iViewStart;
+  if (iInView < nView && nCount <= nView - iInView && nCount <= UINT32_MAX && !m_bNowUsingDirectBuffer &&
+      (bReadOnly || !m_bReadOnly)) {
+    if (!bReadOnly) m_bModified = true;
+    m_bNowUsingDirectBuffer = true;
+    return m_pView + iInView;
+  }
+  return KivWinFile::GetDirectBuffer(bReadOnly, iOffset, nCount);
+}
+
+void KivWinMappedFile::ReleaseDirectBuffer() {
+  if (m_pView == nullptr || m_zMapping.HasLostPages()) {
+    KivWinFile::ReleaseDirectBuffer();
+    return;
+  }
+  m_bNowUsingDirectBuffer = false;
+}
+
 bool KivWinMappedFile::PrepareDirectBuffer(uint64_t iSize) {
   if (!KIV_CHECK(!IsSnapShotFile())) return false;
   if (!m_hFile.IsOpen()) return false;
@@ -188,16 +209,21 @@ uint8_t* KivWinMappedFile::DoGetDirectBuffer(bool bReadOnly, uint64_t iOffset, u
   if (!m_zMapping.IsOpen() || iOffset > m_iMappingSize || nCount > m_iMappingSize - iOffset || m_bNowUsingDirectBuffer)
     return nullptr;
   const uint64_t iEnd = iOffset + nCount;
-  if (m_pView == nullptr || m_iViewStart > iOffset || m_iViewEnd < iEnd) {
+  if (m_pView == nullptr || m_iViewStart > iOffset || m_iViewEnd < iEnd || nCount > UINT32_MAX) {
     UnmapView();
-    const uint64_t iStart = iOffset - iOffset % m_iBlockSize;
-    const uint64_t nSize =
-        std::min((static_cast<uint32_t>(nCount) / m_iBlockSize + 2) * m_iBlockSize, m_iMappingSize - iStart);
+    // Two granules more than asked, so that neighbours are served by the same view. The count is taken as 32 bits.
+    uint64_t iStart = iOffset - iOffset % m_iBlockSize;
+    uint64_t nSize = std::min((static_cast<uint32_t>(nCount) / m_iBlockSize + 2) * m_iBlockSize, m_iMappingSize - iStart);
+    const bool bCovers = iEnd - iStart <= nSize;
+    if (bCovers && KivSysMapping::MapsWhole()) {
+      iStart = 0;
+      nSize = m_iMappingSize;
+    }
     m_pView = m_zMapping.MapView(iStart, nSize);
     if (m_pView == nullptr) return nullptr;
     m_iViewStart = iStart;
     m_iViewEnd = iStart + nSize;
-    if (m_iViewEnd < iEnd) {
+    if (!bCovers) {
       KIV_FAIL();
       return nullptr;
     }

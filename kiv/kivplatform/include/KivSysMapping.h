@@ -31,6 +31,8 @@ class KivSysMapping {
   // null. A view inside what is already mapped costs no system call on Linux.
   uint8_t* MapView(uint64_t iOffset, uint64_t nSize);
   void UnmapView(uint8_t* pView, uint64_t nSize) noexcept;
+  // True where Create maps everything at once and a view is an address in it (Linux).
+  static bool MapsWhole() noexcept;
 
   // True once a view was used behind the end of a file that others had cut meanwhile, or where the disk failed: the
   // bytes there read as zero, and what is written there is lost. Linux; elsewhere the system keeps a mapped file from

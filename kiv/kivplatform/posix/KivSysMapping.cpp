@@ -240,4 +240,8 @@ uint8_t* KivSysMapping::MapView(uint64_t iOffset, uint64_t nSize) {
 
 void KivSysMapping::UnmapView(uint8_t*, uint64_t) noexcept {}
 
+bool KivSysMapping::MapsWhole() noexcept {
+  return true;
+}
+
 }  // namespace kiv

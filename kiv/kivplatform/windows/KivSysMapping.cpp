@@ -69,4 +69,8 @@ void KivSysMapping::UnmapView(uint8_t* pView, uint64_t) noexcept {
   if (pView != nullptr) UnmapViewOfFile(pView);
 }
 
+bool KivSysMapping::MapsWhole() noexcept {
+  return false;
+}
+
 }  // namespace kiv
