@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include "KivDataUtil.h"
 #include "KivFormatRegistry.h"
 #include "KivPositionTableManager.h"
 #include "KivSysFolder.h"
@@ -210,6 +211,30 @@ TEST_F(Container, ARefusedHeaderGivesStatus20WithoutAReportAndTheFileStays) {
     EXPECT_EQ(zContainer.GetStatus(), KivContainerStatus::IncompatibleHeader);
   }
   EXPECT_EQ(Content(*pzFile), vcMain);
+}
+
+KIV_TEST_CHILD(ContainerRefusedOpens) {
+  KivRegisterOwnFormat();
+  KivSetWorkFolder(vcsArgs[0]);
+  NoThrowScope zNoThrow;
+  KivFastFileContainer zShort(MakeUnmanagedMemory(Bytes(100)), nullptr);
+  KivFastFileContainer zOther(MakeUnmanagedMemory(Bytes(300)), nullptr);
+  return zShort.GetStatus() == KivContainerStatus::ShortHeader &&
+                 zOther.GetStatus() == KivContainerStatus::IncompatibleHeader
+             ? 0
+             : 1;
+}
+
+TEST_F(Container, ARefusedOpenIsInTheLogWithItsStatus) {
+  KivSysProcess zChild = StartTestChild("ContainerRefusedOpens", {m_zFolder.Path()});
+  const uint32_t iId = zChild.GetId();
+  ASSERT_EQ(zChild.Wait(60000), KivSysWait::Signalled);
+  int32_t iCode = -1;
+  ASSERT_TRUE(zChild.GetExitCode(iCode));
+  EXPECT_EQ(iCode, 0);
+  const std::string strLog = m_zFolder.ReadBytes(sys::Utf8ToWide("KivLog" + std::to_string(iId) + ".txt"));
+  EXPECT_NE(strLog.find(",10,failed in KivFastFileContainerBase::Initialize()"), std::string::npos) << strLog;
+  EXPECT_NE(strLog.find(",20,failed in KivFastFileContainerBase::Initialize()"), std::string::npos) << strLog;
 }
 
 TEST_F(Container, AShortImageIsReportedAndKeepsItsFullLengthWithZeros) {

@@ -223,6 +223,7 @@ class KivFastFileContainerBase {
   void CheckTree(uint64_t iDeletedFileNum, uint64_t& iCheckedNode, uint64_t& iFileInUnusedRecordFile);
 
   bool m_bEndInsideFile = true;    // false for a damaged header, whose container takes no record and frees none
+  uint64_t m_iFixedCapacity = 0;   // capacity of a main file that did not grow when it was asked to; 0 if it did
   uint64_t m_iImageToRestore = 0;  // length of an image that is not in the unused record file yet
   KivContainerFileAccess m_zBaseAccess;
   KivContainerFileAccess m_zUnusedRecordAccess;

@@ -30,9 +30,12 @@ void KivFastFileContainerBase::ReserveCapacity(uint64_t iPayloadSize) {
   const KivSharedPtr<ISnapShotFile> pzFile = GetBaseFile();
   if (m_bEndInsideFile && pzFile->CanUseDirectBuffer()) {
     const uint64_t iNeeded = m_iEndPosition + iPayloadSize + kSpareCapacity;
-    if (pzFile->GetDirectBufferSize() < iNeeded &&
-        !pzFile->PrepareDirectBuffer(std::max(m_iEndPosition + (m_iEndPosition >> 5), iNeeded)))
-      KIV_FAIL();
+    const uint64_t iCapacity = pzFile->GetDirectBufferSize();
+    if (iCapacity < iNeeded && iCapacity != m_iFixedCapacity) {
+      if (!pzFile->PrepareDirectBuffer(std::max(m_iEndPosition + (m_iEndPosition >> 5), iNeeded))) KIV_FAIL();
+      // A read-only file keeps its capacity, and asking again would map it anew each time.
+      if (pzFile->GetDirectBufferSize() == iCapacity) m_iFixedCapacity = iCapacity;
+    }
   }
   const KivSharedPtr<ISnapShotFile> pzUnused = GetUnusedRecordFile();
   if (pzUnused->CanUseDirectBuffer()) {
