@@ -3,6 +3,10 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+
 #include "KivDataUtil.h"
 #include "KivFormatRegistry.h"
 #include "KivPositionTableManager.h"
@@ -215,26 +219,26 @@ TEST_F(Container, ARefusedHeaderGivesStatus20WithoutAReportAndTheFileStays) {
 
 KIV_TEST_CHILD(ContainerRefusedOpens) {
   KivRegisterOwnFormat();
-  KivSetWorkFolder(vcsArgs[0]);
   NoThrowScope zNoThrow;
   KivFastFileContainer zShort(MakeUnmanagedMemory(Bytes(100)), nullptr);
   KivFastFileContainer zOther(MakeUnmanagedMemory(Bytes(300)), nullptr);
-  return zShort.GetStatus() == KivContainerStatus::ShortHeader &&
-                 zOther.GetStatus() == KivContainerStatus::IncompatibleHeader
-             ? 0
-             : 1;
+  if (zShort.GetStatus() != KivContainerStatus::ShortHeader) return 1;
+  if (zOther.GetStatus() != KivContainerStatus::IncompatibleHeader) return 2;
+  const std::string strName = "KivLog" + std::to_string(sys::CurrentProcessNumber()) + ".txt";
+  std::ifstream zFile(std::filesystem::path(KivGetWorkFolder()) / strName, std::ios::binary);
+  const std::string strLog((std::istreambuf_iterator<char>(zFile)), std::istreambuf_iterator<char>());
+  KivCloseLog();
+  if (strLog.find(",10,failed in KivFastFileContainerBase::Initialize()") == std::string::npos) return 3;
+  if (strLog.find(",20,failed in KivFastFileContainerBase::Initialize()") == std::string::npos) return 4;
+  return 0;
 }
 
 TEST_F(Container, ARefusedOpenIsInTheLogWithItsStatus) {
-  KivSysProcess zChild = StartTestChild("ContainerRefusedOpens", {m_zFolder.Path()});
-  const uint32_t iId = zChild.GetId();
+  KivSysProcess zChild = StartTestChild("ContainerRefusedOpens", {});
   ASSERT_EQ(zChild.Wait(60000), KivSysWait::Signalled);
   int32_t iCode = -1;
   ASSERT_TRUE(zChild.GetExitCode(iCode));
   EXPECT_EQ(iCode, 0);
-  const std::string strLog = m_zFolder.ReadBytes(sys::Utf8ToWide("KivLog" + std::to_string(iId) + ".txt"));
-  EXPECT_NE(strLog.find(",10,failed in KivFastFileContainerBase::Initialize()"), std::string::npos) << strLog;
-  EXPECT_NE(strLog.find(",20,failed in KivFastFileContainerBase::Initialize()"), std::string::npos) << strLog;
 }
 
 TEST_F(Container, AShortImageIsReportedAndKeepsItsFullLengthWithZeros) {
