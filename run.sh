@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Installs what is missing, builds, and shows the library at work. Safe to repeat.
+# Installs what is missing, builds, and shows the library and the process tree at work. Safe to repeat.
 set -euo pipefail
 cd "$(dirname "$0")"
 export KIV_LOG_DIR="$PWD/build/logs"
@@ -16,3 +16,6 @@ cmake --build build/run -j "$(nproc)"
 
 say "base services"
 build/run/examples/base_services
+
+say "client, relay and handler"
+scripts/show_tree.sh build/run/bin
