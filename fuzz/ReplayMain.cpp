@@ -1,4 +1,5 @@
-// Replays a folder of inputs through a fuzzer. An empty or missing folder is a failure: a replay of nothing proves nothing.
+// Replays a folder of inputs through a fuzzer. An empty or missing folder is a failure: a replay of nothing proves
+// nothing.
 #include <cstdint>
 #include <cstdio>
 #include <filesystem>

@@ -10,7 +10,8 @@ namespace kivtest {
 
 TestFolder::TestFolder() {
   std::random_device zRandom;
-  m_zPath = std::filesystem::temp_directory_path() / ("kivtest-" + std::to_string(zRandom()) + std::to_string(zRandom()));
+  m_zPath =
+      std::filesystem::temp_directory_path() / ("kivtest-" + std::to_string(zRandom()) + std::to_string(zRandom()));
   std::filesystem::create_directory(m_zPath);
   m_csPath = m_zPath.u16string();
 }

@@ -27,7 +27,8 @@ bool KivGetBytes(uint64_t& iCursor, const KivByteBuffer& vcBuffer, void* pDestin
 bool KivGetInt64(uint64_t& iCursor, const KivByteBuffer& vcBuffer, int64_t* piValue);
 bool KivGetInt64(uint64_t& iCursor, const KivByteBuffer& vcBuffer, uint64_t* piValue);
 bool KivGetDouble(uint64_t& iCursor, const KivByteBuffer& vcBuffer, double* pdValue);
-// Ends at the first unit 0, although the cursor moves behind the whole text. The destination keeps its value on failure.
+// Ends at the first unit 0, although the cursor moves behind the whole text. The destination keeps its value on
+// failure.
 bool KivGetString(uint64_t& iCursor, const KivByteBuffer& vcBuffer, KivWString* pcsValue);
 // Reports a stored size other than nExpected and leaves the cursor behind the size.
 bool KivGetBlock(uint64_t& iCursor, const KivByteBuffer& vcBuffer, void* pDestination, uint64_t nExpected);

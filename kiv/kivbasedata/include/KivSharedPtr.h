@@ -27,7 +27,9 @@ class KivSharedPtr {
       throw;
     }
   }
-  KivSharedPtr(const KivSharedPtr& zOther) noexcept : m_pzObject(zOther.m_pzObject), m_piRef(zOther.m_piRef) { AddRef(); }
+  KivSharedPtr(const KivSharedPtr& zOther) noexcept : m_pzObject(zOther.m_pzObject), m_piRef(zOther.m_piRef) {
+    AddRef();
+  }
   KivSharedPtr(KivSharedPtr&& zOther) noexcept
       : m_pzObject(std::exchange(zOther.m_pzObject, nullptr)), m_piRef(std::exchange(zOther.m_piRef, nullptr)) {}
   template <typename U>

@@ -213,7 +213,8 @@ uint8_t* KivWinMappedFile::DoGetDirectBuffer(bool bReadOnly, uint64_t iOffset, u
     UnmapView();
     // Two granules more than asked, so that neighbours are served by the same view. The count is taken as 32 bits.
     uint64_t iStart = iOffset - iOffset % m_iBlockSize;
-    uint64_t nSize = std::min((static_cast<uint32_t>(nCount) / m_iBlockSize + 2) * m_iBlockSize, m_iMappingSize - iStart);
+    uint64_t nSize =
+        std::min((static_cast<uint32_t>(nCount) / m_iBlockSize + 2) * m_iBlockSize, m_iMappingSize - iStart);
     const bool bCovers = iEnd - iStart <= nSize;
     if (bCovers && KivSysMapping::MapsWhole()) {
       iStart = 0;

@@ -21,7 +21,8 @@ namespace sys {
 KivSysStack CaptureStack(uint32_t nSkip);
 
 // One line for each frame, each ended by a line feed and at most 520 bytes long:
-//   0x<address, 16 hex digits>(0x<offset in the module, 8 hex digits>)<module>: <symbol>[ + <n> bytes](<source>, Line <n>[ + <n> bytes])
+//   0x<address, 16 hex digits>(0x<offset in the module, 8 hex digits>)<module>: <symbol>[ + <n> bytes](<source>, Line
+//   <n>[ + <n> bytes])
 // Frames of modules that the symbol engine does not list are left out.
 KivWString StackText(const KivSysStack& zStack);
 
