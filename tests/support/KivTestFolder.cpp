@@ -3,6 +3,7 @@
 #include <fstream>
 #include <random>
 #include <sstream>
+#include <vector>
 
 #include "KivSysFolder.h"
 
@@ -16,9 +17,24 @@ TestFolder::TestFolder() {
   m_csPath = m_zPath.u16string();
 }
 
-TestFolder::~TestFolder() {
+namespace {
+
+// One pass and no second tries: what a test still holds open stays. (remove_all of the standard library goes on for
+// ever on Windows when an open file keeps its name.)
+void RemoveOnce(const std::filesystem::path& zPath) {
   std::error_code zError;
-  std::filesystem::remove_all(m_zPath, zError);
+  std::vector<std::filesystem::path> vzEntries;
+  if (std::filesystem::is_directory(std::filesystem::symlink_status(zPath, zError)))
+    for (std::filesystem::directory_iterator it(zPath, zError), itEnd; !zError && it != itEnd; it.increment(zError))
+      vzEntries.push_back(it->path());
+  for (const std::filesystem::path& zEntry : vzEntries) RemoveOnce(zEntry);
+  std::filesystem::remove(zPath, zError);
+}
+
+}  // namespace
+
+TestFolder::~TestFolder() {
+  RemoveOnce(m_zPath);
 }
 
 kiv::KivWString TestFolder::operator/(const kiv::KivWString& csName) const {
