@@ -65,6 +65,9 @@ class SymbolEngine {
     return iAddress >= iFirst && iAddress < iEnd ? pModule : nullptr;
   }
 
+  // False where the modules of this process cannot be told at all.
+  bool IsOpen() const noexcept { return m_pDwfl != nullptr; }
+
  private:
   void Report() {
     if (m_pDwfl == nullptr) return;
@@ -86,6 +89,13 @@ std::string Demangled(const char* szSymbol) {
   return strSymbol;
 }
 
+// The frame of an address that no module holds.
+std::string UnknownFrameLine(uint64_t iAddress) {
+  char szLine[96];
+  std::snprintf(szLine, sizeof szLine, "0x%0*" PRIX64 "(0x%08X)<Unknown Module>: <Unknown Symbol>\n", 16, iAddress, 0u);
+  return szLine;
+}
+
 std::string FrameLine(Dwfl_Module* pModule, uint64_t iAddress) {
   Dwarf_Addr iModuleBase = 0;
   const char* szFile = nullptr;
@@ -101,18 +111,25 @@ std::string FrameLine(Dwfl_Module* pModule, uint64_t iAddress) {
   strLine += szFile == nullptr ? "<Unknown Module>" : pSlash == nullptr ? szFile : pSlash + 1;
   strLine += ": ";
 
-  // A return address belongs to the call before it.
-  const uint64_t iCall = iAddress - 1;
+  // The address itself at the start of a symbol. Any other is a return address and belongs to the call before it; the
+  // displacements stay those of the address.
   GElf_Off iSymbolOffset = 0;
   GElf_Sym zSymbol;
-  const char* const szSymbol =
-      dwfl_module_addrinfo(pModule, iCall, &iSymbolOffset, &zSymbol, nullptr, nullptr, nullptr);
+  const char* szSymbol = dwfl_module_addrinfo(pModule, iAddress, &iSymbolOffset, &zSymbol, nullptr, nullptr, nullptr);
+  const bool bStart = szSymbol != nullptr && iSymbolOffset == 0;
+  const uint64_t iCall = bStart ? iAddress : iAddress - 1;
+  if (!bStart) {
+    szSymbol = dwfl_module_addrinfo(pModule, iCall, &iSymbolOffset, &zSymbol, nullptr, nullptr, nullptr);
+    ++iSymbolOffset;
+  }
   if (szSymbol == nullptr) {
     strLine += "<Unknown Symbol>";
   } else {
     strLine += Demangled(szSymbol);
-    std::snprintf(szPiece, sizeof szPiece, " + %" PRIu64 " bytes", static_cast<uint64_t>(iSymbolOffset + 1));
-    strLine += szPiece;
+    if (iSymbolOffset != 0) {
+      std::snprintf(szPiece, sizeof szPiece, " + %" PRIu64 " bytes", static_cast<uint64_t>(iSymbolOffset));
+      strLine += szPiece;
+    }
   }
 
   Dwarf_Addr iLineStart = 0;
@@ -155,7 +172,10 @@ KivWString StackText(const KivSysStack& zStack) {
   std::string strText;
   for (const uint64_t iAddress : zStack.m_viAddress) {
     Dwfl_Module* const pModule = s_pzEngine->Find(iAddress);
-    if (pModule != nullptr) strText += FrameLine(pModule, iAddress);
+    if (pModule != nullptr)
+      strText += FrameLine(pModule, iAddress);
+    else if (s_pzEngine->IsOpen())
+      strText += UnknownFrameLine(iAddress);
   }
   return Utf8ToWide(strText);
 }
