@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "KivPlatformTest.h"
+#include "KivSysFolder.h"
 #include "KivSysLocale.h"
 #include "KivSysMapping.h"
 #include "KivTestFolder.h"
@@ -373,3 +374,23 @@ TEST(Posix, TheLanguageComesFromTheEnvironment) {
 }
 
 #endif
+
+TEST(Folder, ALinkIsListedAsNoFolderAndItsTargetIsNotTouched) {
+  const TestFolder zFolder;
+  const TestFolder zTarget;
+  const std::string strTarget = sys::WideToUtf8(zTarget.Path());
+  ASSERT_EQ(chmod(strTarget.c_str(), 0555), 0);
+  const KivWString csLink = zFolder / u"link";
+  ASSERT_EQ(symlink(strTarget.c_str(), sys::WideToUtf8(csLink).c_str()), 0);
+  std::vector<KivSysFolderEntry> vzEntries;
+  ASSERT_TRUE(sys::ListFolder(zFolder.Path(), vzEntries));
+  ASSERT_EQ(vzEntries.size(), 1u);
+  EXPECT_FALSE(vzEntries[0].m_bFolder);
+  EXPECT_TRUE(sys::ClearReadOnly(csLink));
+  struct stat zStat;
+  ASSERT_EQ(stat(strTarget.c_str(), &zStat), 0);
+  EXPECT_EQ(zStat.st_mode & 0777, 0555u);
+  EXPECT_TRUE(sys::RemoveFileAt(csLink));
+  EXPECT_TRUE(sys::FolderExists(zTarget.Path()));
+  chmod(strTarget.c_str(), 0700);
+}

@@ -52,11 +52,10 @@ bool ForEntries(const std::string& strFolder, Entry&& pfnEntry) {
       continue;
     }
     struct stat zStat;
-    if (posix::ExistsAt(iFolderFd, szName, zStat)) {
+    if (fstatat(iFolderFd, szName, &zStat, AT_SYMLINK_NOFOLLOW) == 0 && S_ISLNK(zStat.st_mode))
+      pfnEntry(szName, false);  // never a folder: who removes a tree must not leave it
+    else if (posix::ExistsAt(iFolderFd, szName, zStat))
       pfnEntry(szName, S_ISDIR(zStat.st_mode));
-    } else if (pEntry->d_type == DT_LNK) {
-      pfnEntry(szName, false);  // a link to nothing is still an entry
-    }
   }
   return true;
 }
@@ -126,8 +125,8 @@ bool ClearReadOnly(const KivWString& csPath) {
   std::string strPath;
   struct stat zStat;
   if (!NativePath(csPath, strPath)) return false;
-  if (stat(strPath.c_str(), &zStat) != 0) return FailWithErrno();
-  if (zStat.st_mode & S_IWUSR) return true;
+  if (lstat(strPath.c_str(), &zStat) != 0) return FailWithErrno();
+  if (S_ISLNK(zStat.st_mode) || (zStat.st_mode & S_IWUSR)) return true;  // what a link leads to is not touched
   return chmod(strPath.c_str(), (zStat.st_mode & 07777) | S_IWUSR) == 0 ? true : FailWithErrno();
 }
 
