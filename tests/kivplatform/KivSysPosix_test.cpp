@@ -373,9 +373,7 @@ TEST(Posix, TheLanguageComesFromTheEnvironment) {
   EXPECT_EQ(sys::LanguageId(), 0x040Cu);
 }
 
-#endif
-
-TEST(Folder, ALinkIsListedAsNoFolderAndItsTargetIsNotTouched) {
+TEST(Posix, ALinkIsListedAsNoFolderAndItsTargetIsNotTouched) {
   const TestFolder zFolder;
   const TestFolder zTarget;
   const std::string strTarget = sys::WideToUtf8(zTarget.Path());
@@ -394,3 +392,5 @@ TEST(Folder, ALinkIsListedAsNoFolderAndItsTargetIsNotTouched) {
   EXPECT_TRUE(sys::FolderExists(zTarget.Path()));
   chmod(strTarget.c_str(), 0700);
 }
+
+#endif
