@@ -29,6 +29,8 @@ struct KivElementRules {
   bool m_bTestsBox = false;                     // a low corner above the high one refuses
   bool m_bFollowsVer19 = true;                  // records of a generation 19 store have no m_iFormat
   bool m_bTestsSizeInVer19 = false;             // 68 bytes at the least there, too
+  bool m_bRaisedOnRead = false;                 // what has been read counts as the newest revision
+  int32_t m_iCountCode = 0;  // of a sizing whose live entries are not m_iEntryCount; 0: that is not tested
 };
 // Of a tag from 1 to 13, but for 10, whose record is read elsewhere; null for any other.
 const KivElementRules* KivFindElementRules(uint32_t iTag);

@@ -25,8 +25,11 @@ class KivOutOfCoreBlock {
         return nullptr;
       }
     zState.m_pzOwner = pzElement;
+    ++zState.m_nAcquired;
     return &zState.m_zBlock;
   }
+  // How often the static block has been taken so far.
+  static uint64_t GetAcquireNum() { return GetState().m_nAcquired; }
 
   // Gives the element's block back and sets the pointer to null. A block that is neither the static one nor the
   // element's own by the rule above is reported, and freed.
@@ -49,6 +52,7 @@ class KivOutOfCoreBlock {
   struct State {
     Block m_zBlock;
     KivOutOfCoreData* m_pzOwner = nullptr;
+    uint64_t m_nAcquired = 0;
   };
   static bool HasOwnBlock(const KivOutOfCoreData& zElement) {
     return KivDataSpaceFields::GetInstance()->m_bBlockPerElement || !zElement.HasStore();

@@ -44,6 +44,8 @@ class KivOutOfCoreData {
   // Stores the content if it was modified, and frees it. Under a limit above 1 the manager then destroys an object
   // that it knows: do not touch the element afterwards. An element that cannot be saved stays active.
   bool Deactivate();
+  // As Deactivate, but the object stays in any case.
+  bool Unload();
   void MarkModified();
   // The first nCount bytes of the record's payload.
   bool ReadData(void* pBuffer, uint64_t nCount);
@@ -108,6 +110,7 @@ class KivOutOfCoreData {
 
   bool IsKeyed() const { return m_iPositionKey != 0 && m_iPositionKey != m_iPosition; }
   void DropRecordReference() { m_zRecordRef = KivContainerRecord(); }
+  bool StoreAndRelease();
   bool SaveForPosition(uint64_t& iPosition);
   bool FollowRecord(KivOutOfCoreManager& zManager, uint64_t iOldPosition);
 

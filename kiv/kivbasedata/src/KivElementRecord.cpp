@@ -25,19 +25,19 @@ constexpr char kSource[] = "src\\KivElementRecord";
 constexpr uint32_t kLastNodeState = 2;
 constexpr uint64_t kAttributeHead = 5;  // type and length
 
-//                                        tag format offset  box    ver19  size tested there
-constexpr KivElementRules kRules[] = {{1, 2, 100, true, true, false},    // mesh of faces and edges
-                                      {2, 5, 72, false, true, false},    // instance
-                                      {3, 2, 72, false, true, false},    // model
-                                      {4, 1, 68, true, true, false},     // model note
-                                      {5, 1, 72, true, true, false},     // B-rep
-                                      {6, 5, 68, true, true, false},     // assembly tree
-                                      {7, 4, 68, true, true, true},      // PMI
-                                      {8, 2, 100, true, true, false},    // mesh of polygons
-                                      {9, 1, 68, false, true, false},    // permanent ids
-                                      {11, 1, 68, false, false, false},  // layer filter
-                                      {12, 4, 68, false, false, false},  // camera
-                                      {13, 1, 72, true, true, false}};   // vertices
+//                                        tag format offset  box    ver19  size there  raised  count
+constexpr KivElementRules kRules[] = {{1, 2, 100, true, true, false, false, -580},   // mesh of faces and edges
+                                      {2, 5, 72, false, true, false, true, -80},     // instance
+                                      {3, 2, 72, false, true, false, false, 0},      // model
+                                      {4, 1, 68, true, true, false, false, 0},       // model note
+                                      {5, 1, 72, true, true, false, false, -580},    // B-rep
+                                      {6, 5, 68, true, true, false, true, -80},      // assembly tree
+                                      {7, 4, 68, true, true, true, false, -80},      // PMI
+                                      {8, 2, 100, true, true, false, false, -580},   // mesh of polygons
+                                      {9, 1, 68, false, true, false, false, 0},      // permanent ids
+                                      {11, 1, 68, false, false, false, false, -80},  // layer filter
+                                      {12, 4, 68, false, false, false, false, -80},  // camera
+                                      {13, 1, 72, true, true, false, false, -580}};  // vertices
 
 bool IsBoxGood(const KivMemoryBlockHeader& zHeader) {
   for (size_t i = 0; i < 3; ++i)

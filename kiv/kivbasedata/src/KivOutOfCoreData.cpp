@@ -96,10 +96,8 @@ bool KivOutOfCoreData::Activate(bool bModifyOnlyForPosition) {
   return false;
 }
 
-bool KivOutOfCoreData::Deactivate() {
-  if (!m_bActive) return true;
-  KivOutOfCoreManager* pzManager = KivOutOfCoreManager::FindWithStore(m_iManagerKey);
-  if (pzManager == nullptr) return true;
+// The part of Deactivate that leaves the element on the manager's list.
+bool KivOutOfCoreData::StoreAndRelease() {
   if (m_bModified) {
     if (!Save(false)) {
       KIV_FAIL();
@@ -109,11 +107,27 @@ bool KivOutOfCoreData::Deactivate() {
   }
   if (!Release()) KIV_FAIL();
   m_bActive = false;
+  return true;
+}
+
+bool KivOutOfCoreData::Deactivate() {
+  if (!m_bActive) return true;
+  KivOutOfCoreManager* pzManager = KivOutOfCoreManager::FindWithStore(m_iManagerKey);
+  if (pzManager == nullptr) return true;
+  if (!StoreAndRelease()) return false;
   // This object may be gone afterwards.
   if (!pzManager->RemoveActiveElement(this)) {
     KIV_FAIL();
     return false;
   }
+  return true;
+}
+
+bool KivOutOfCoreData::Unload() {
+  KivOutOfCoreManager* pzManager = KivOutOfCoreManager::FindWithStore(m_iManagerKey);
+  if (!m_bActive || pzManager == nullptr) return true;
+  if (!StoreAndRelease()) return false;
+  pzManager->UnlinkElement(this);
   return true;
 }
 

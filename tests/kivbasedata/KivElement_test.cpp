@@ -1,0 +1,706 @@
+// The templates of reading and writing, by probe elements: blocks of a few fields under the rules of real types.
+#include "KivElement.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <memory>
+
+#include "KivLittleEndian.h"
+#include "KivTestMesh.h"
+#include "KivTestStore.h"
+
+namespace {
+
+using namespace kiv;
+using namespace kivtest;
+
+constexpr uint32_t kLiveKind = 10006;
+constexpr uint32_t kKinds[] = {kGapKind, kLiveKind};
+
+struct ProbeEntry {
+  KivEntryFrame m_zFrame;
+  uint32_t m_iValue = 0;
+  std::vector<KivAttribute> m_vzAttribute;
+
+  void Clear() {
+    m_zFrame = KivEntryFrame();
+    m_iValue = 0;
+    m_vzAttribute.clear();
+  }
+};
+
+// What a text block or a child record is elsewhere.
+struct ProbeItem {
+  uint16_t m_iNumber = 0;
+  bool m_bOn = false;
+};
+
+// A field of revision 1, one of revision 2, a list of items, a key, and entries. bBulk: the treatment of meshes.
+template <uint32_t iTag, bool bBulk = false>
+class ProbeBlock : public KivElementBlock {
+ public:
+  static constexpr uint32_t kTag = iTag;
+  static constexpr char kSource[] = "src\\Probe";
+  static constexpr bool kKeepsLayout = bBulk;
+  static constexpr bool kIsBulk = bBulk;
+
+  void Clear() {
+    m_iFirst = 7;
+    m_iSecond = 70;
+    m_iKey = 0;
+    m_vzItem.clear();
+    m_vzEntry.Clear();
+  }
+  template <typename Fields>
+  bool VisitBody(Fields& z, Memory&) {
+    return z.Numbers(m_iFirst) && z.Check(m_iFirst < 1000, -999) && (z.Format() < 2 || z.Numbers(m_iSecond)) &&
+           z.FillTo(m_zHeader.m_iDataOffset) && z.Numbers(m_iKey) &&
+           z.Items(m_vzItem, 3,
+                   [](auto& zItems, ProbeItem& i) { return zItems.Numbers(i.m_iNumber) && zItems.Flag(i.m_bOn); }) &&
+           z.Entries(m_vzEntry, KivEntryCounting::Live, m_zHeader.m_iEntryCount, kKinds,
+                     [](auto& zEntries, ProbeEntry& e) {
+                       return zEntries.Numbers(e.m_iValue) && zEntries.Attributes(e.m_vzAttribute);
+                     });
+  }
+  template <typename Keys>
+  bool VisitKeys(Keys& zKeys) {
+    if (!zKeys.Keys(m_iKey)) return false;
+    for (ProbeEntry& zEntry : m_vzEntry)
+      if (!zKeys.Attributes(KivAttributeRow::Brep, zEntry.m_vzAttribute)) return false;
+    return true;
+  }
+  void BeforeSave(bool) { ++m_nBefore; }
+  void AfterSave() { ++m_nAfter; }
+
+  ProbeEntry& AddEntry(uint32_t iValue) {
+    ProbeEntry& zEntry = m_vzEntry.Add();
+    zEntry.m_zFrame.m_iKind = kLiveKind;
+    zEntry.m_iValue = iValue;
+    ++m_zHeader.m_iEntryCount;
+    return zEntry;
+  }
+  ProbeEntry& AddGap(uint32_t nSize) {
+    ProbeEntry& zEntry = m_vzEntry.Add();
+    zEntry.m_zFrame.m_iKind = kGapKind;
+    zEntry.m_zFrame.m_iSize = nSize;
+    return zEntry;
+  }
+
+  uint32_t m_iFirst = 7;
+  uint32_t m_iSecond = 70;  // from revision 2
+  uint64_t m_iKey = 0;
+  std::vector<ProbeItem> m_vzItem;
+  KivReusedList<ProbeEntry> m_vzEntry;
+  int m_nBefore = 0, m_nAfter = 0;
+};
+
+template <typename Block>
+class Probe : public KivElement<Block> {
+ public:
+  using KivElement<Block>::KivElement;
+  using KivElement<Block>::m_vcRawData;
+  Block* Held() { return this->m_pzMemoryBlock; }
+};
+
+using MeshLike = ProbeBlock<1, true>;  // newest revision 2, least offset 100
+using ModelLike = ProbeBlock<3>;       // newest revision 2, least offset 72, box not tested
+using BrepLike = ProbeBlock<5>;        // newest revision 1, box tested
+using TreeLike = ProbeBlock<6>;        // newest revision 5, raised on read
+using FilterLike = ProbeBlock<11>;     // without the rule of generation 19
+using IdLike = ProbeBlock<9>;          // number of entries not tested
+
+template <typename Block>
+KivOutOfCoreData* Make(uint32_t, uint32_t iManagerKey) {
+  return new Probe<Block>(iManagerKey);
+}
+
+// The bytes of a block as a record.
+template <typename Block>
+Bytes BuildRecord(Block& zBlock) {
+  typename Block::Memory zMemory;
+  const int64_t n = KivSizeElement(zBlock, zMemory);
+  EXPECT_GT(n, 0);
+  if (n <= 0) return {};
+  Bytes vc(static_cast<size_t>(n));
+  EXPECT_TRUE(KivWriteElement(std::span<uint8_t>(vc), KivRulesOf<Block>().m_iFormat, zBlock, zMemory));
+  return vc;
+}
+
+template <typename Block>
+std::unique_ptr<Block> NewBlock() {
+  auto pzBlock = std::make_unique<Block>();
+  typename Block::Memory zMemory;
+  KivResetElement(*pzBlock, zMemory);
+  pzBlock->m_zHeader.m_iDataOffset = std::max(pzBlock->m_zHeader.m_iDataOffset, 80u);  // room for both fields
+  return pzBlock;
+}
+
+// Reads from a fresh allocation of just these bytes.
+template <typename Block>
+bool ReadRecord(const Bytes& vc, Block& zBlock, bool bVer19 = false) {
+  const std::unique_ptr<uint8_t[]> pOwn(new uint8_t[vc.size()]);
+  std::copy(vc.begin(), vc.end(), pOwn.get());
+  typename Block::Memory zMemory;
+  return KivReadElement(std::span<const uint8_t>(pOwn.get(), vc.size()), bVer19, false, zBlock, zMemory);
+}
+
+template <typename Block>
+int64_t SizeOf(Block& zBlock) {
+  typename Block::Memory zMemory;
+  return KivSizeElement(zBlock, zMemory);
+}
+
+uint64_t Reports() {
+  return KivLastQuietReport().m_iNumber;
+}
+
+}  // namespace
+
+// --- Records --------------------------------------------------------------------------------------------------------
+
+TEST(Element, ARecordIsWrittenAndReadByOneDescription) {
+  auto pzBlock = NewBlock<ModelLike>();
+  pzBlock->m_iFirst = 0x11;
+  pzBlock->m_iSecond = 0x22;
+  pzBlock->m_iKey = 0x33;
+  pzBlock->m_vzItem = {{0x4444, true}};
+  pzBlock->AddEntry(0x55).m_vzAttribute = {{6, {1, 2, 3}}};
+  pzBlock->AddGap(15);
+  pzBlock->AddEntry(0x66);
+  const Bytes vc = BuildRecord(*pzBlock);
+  const Bytes vcExpected = FromHex(
+      "03000000 02000000 02000000 50000000"
+      "0000000000000000 0000000000000000 0000000000000000"
+      "00000000 00000000 00000000  00000000 00000000 00000000  00000000"
+      "11000000 22000000 00000000"  // to 80, with zeros up to the data offset
+      "3300000000000000"
+      "01000000 4444 01"
+      "5F000000 16270000 1E000000 55000000  01 06 03000000 010203 0000000000"
+      "7D000000 10270000 0F000000 000000"
+      "8C000000 16270000 1E000000 66000000  00 00000000000000000000000000");
+  EXPECT_EQ(vc, vcExpected);
+
+  auto pzRead = NewBlock<ModelLike>();
+  ASSERT_TRUE(ReadRecord(vc, *pzRead));
+  EXPECT_EQ(pzRead->m_iSecond, 0x22u);
+  EXPECT_EQ(pzRead->m_zHeader.m_iDataOffset, 80u);
+  EXPECT_EQ(pzRead->m_iKey, 0x33u);
+  ASSERT_EQ(pzRead->m_vzItem.size(), 1u);
+  EXPECT_TRUE(pzRead->m_vzItem[0].m_bOn);
+  ASSERT_EQ(pzRead->m_vzEntry.size(), 3u);
+  EXPECT_EQ(pzRead->m_vzEntry[0].m_vzAttribute[0].m_vcBytes, (Bytes{1, 2, 3}));
+  EXPECT_TRUE(pzRead->m_vzEntry[1].m_zFrame.IsGap());
+  EXPECT_EQ(pzRead->m_vzEntry[1].m_zFrame.m_iSize, 15u);
+  EXPECT_EQ(pzRead->m_vzEntry[2].m_iValue, 0x66u);
+  EXPECT_EQ(BuildRecord(*pzRead), vc);
+}
+
+TEST(Element, ARecordWithAGapHoldsOneMoreItemThanItsEntryCount) {
+  auto pzBlock = NewBlock<TreeLike>();
+  pzBlock->AddGap(40);
+  pzBlock->AddEntry(5);
+  auto pzRead = NewBlock<TreeLike>();
+  ASSERT_TRUE(ReadRecord(BuildRecord(*pzBlock), *pzRead));
+  EXPECT_EQ(pzRead->m_zHeader.m_iEntryCount, 1u);
+  ASSERT_EQ(pzRead->m_vzEntry.size(), 2u);
+  EXPECT_EQ(pzRead->m_vzEntry[1].m_iValue, 5u);
+}
+
+TEST(Element, AnAttributeListOfThreeBytesTakesFourteenAndTheNextEntryStartsBehindThem) {
+  auto pzBlock = NewBlock<TreeLike>();
+  pzBlock->AddEntry(1);
+  pzBlock->AddEntry(2);
+  BuildRecord(*pzBlock);
+  EXPECT_EQ(pzBlock->m_vzEntry[1].m_zFrame.m_iOffset - pzBlock->m_vzEntry[0].m_zFrame.m_iOffset, 12u + 4u + 14u);
+}
+
+TEST(Element, NoBytesGiveTheDefaults) {
+  auto pzBlock = NewBlock<ModelLike>();
+  pzBlock->m_iFirst = 1;
+  pzBlock->AddEntry(3);
+  ASSERT_TRUE(ReadRecord(Bytes(), *pzBlock));
+  EXPECT_EQ(pzBlock->m_iFirst, 7u);
+  EXPECT_TRUE(pzBlock->m_vzEntry.empty());
+  EXPECT_EQ(pzBlock->GetHeader().m_iTag, 3u);
+  EXPECT_EQ(pzBlock->GetHeader().m_iEntryCount, 0u);
+  EXPECT_EQ(pzBlock->GetHeader().m_iFormat, 2u);
+  EXPECT_EQ(pzBlock->GetHeader().m_iDataOffset, 72u);
+}
+
+TEST(Element, AnOldRevisionLacksItsFieldsAndZeroReadsAsTheOldestAndALargeOneAsTheNewest) {
+  auto pzBlock = NewBlock<ModelLike>();
+  pzBlock->m_iSecond = 0x22;
+  const Bytes vc = BuildRecord(*pzBlock);
+  auto pzRead = NewBlock<ModelLike>();
+  for (const auto& [iFormat, iSecond] :
+       {std::pair<uint8_t, uint32_t>{0, 70}, {1, 70}, {2, 0x22}, {3, 0x22}, {255, 0x22}}) {
+    Bytes vcOther = vc;
+    vcOther[8] = iFormat;
+    ASSERT_TRUE(ReadRecord(vcOther, *pzRead));
+    EXPECT_EQ(pzRead->m_iSecond, iSecond) << int{iFormat};
+    EXPECT_EQ(pzRead->m_zHeader.m_iFormat, iFormat);
+  }
+}
+
+TEST(Element, InGeneration19AModelRecordBelow72BytesIsAcceptedAndRefusedWithAFormat) {
+  auto pzBlock = NewBlock<ModelLike>();
+  Bytes vc = BuildRecord(*pzBlock);
+  vc.resize(71);
+  auto pzRead = NewBlock<ModelLike>();
+  EXPECT_FALSE(ReadRecord(vc, *pzRead));
+  // 64 bytes of header and the first field; the rest of the body is said to begin inside it.
+  Bytes vc19 = FromHex(
+      "03000000 00000000 38000000"
+      "0000000000000000 0000000000000000 0000000000000000"
+      "00000000 00000000 00000000  00000000 00000000 00000000  00000000 00000000 00");
+  ASSERT_EQ(vc19.size(), 69u);
+  EXPECT_TRUE(ReadRecord(vc19, *pzRead, true));
+  EXPECT_EQ(pzRead->m_iFirst, 0u);
+  EXPECT_EQ(pzRead->m_zHeader.m_iFormat, 0u);
+}
+
+TEST(Element, TypesThatAreRaisedOnReadComeWithTheNewestRevisionAndALeastDataOffset) {
+  auto pzBlock = NewBlock<TreeLike>();
+  pzBlock->AddEntry(9);
+  Bytes vc = BuildRecord(*pzBlock);
+  vc[8] = 2;
+  auto pzRead = NewBlock<TreeLike>();
+  ASSERT_TRUE(ReadRecord(vc, *pzRead));
+  EXPECT_EQ(pzRead->m_zHeader.m_iFormat, 5u);
+  EXPECT_EQ(pzRead->m_zHeader.m_iDataOffset, 80u);
+  // In generation 19 the data may begin at 64. Such a block can be written all the same.
+  Bytes vc19(64 + 8 + 4);
+  vc19[0] = 6;
+  vc19[8] = 64;
+  ASSERT_TRUE(ReadRecord(vc19, *pzRead, true));
+  EXPECT_EQ(pzRead->m_zHeader.m_iFormat, 5u);
+  EXPECT_EQ(pzRead->m_zHeader.m_iDataOffset, 68u);
+}
+
+TEST(Element, TheSizingAnswersTheCodesOfHeaderCountAndFields) {
+  auto pzBlock = NewBlock<BrepLike>();
+  EXPECT_GT(SizeOf(*pzBlock), 0);
+  const auto With = [&](auto&& pfnChange) {
+    auto pzBad = NewBlock<BrepLike>();
+    pfnChange(*pzBad);
+    return SizeOf(*pzBad);
+  };
+  EXPECT_EQ(With([](BrepLike& z) { z.m_zHeader.m_iTag = 6; }), -10);
+  EXPECT_EQ(With([](BrepLike& z) { z.m_zHeader.m_afBoxMin[2] = 1; }), -40);
+  EXPECT_EQ(With([](BrepLike& z) { z.m_zHeader.m_iNodeState = 3; }), -50);
+  EXPECT_EQ(With([](BrepLike& z) { z.m_zHeader.m_iEntryCount = 1; }), -580);
+  EXPECT_EQ(With([](BrepLike& z) { z.m_iFirst = 1000; }), -999);
+  EXPECT_EQ(With([](BrepLike& z) { z.AddEntry(1).m_zFrame.m_iKind = 10001; }), 0);
+  EXPECT_EQ(With([](BrepLike& z) { z.AddGap(11); }), 0);
+  auto pzTree = NewBlock<TreeLike>();
+  pzTree->m_zHeader.m_iEntryCount = 2;
+  EXPECT_EQ(SizeOf(*pzTree), -80);
+  auto pzIds = NewBlock<IdLike>();
+  pzIds->m_zHeader.m_iEntryCount = 2;
+  EXPECT_EQ(SizeOf(*pzIds), 80 + 8 + 4);
+}
+
+TEST(Element, ABoxWithALowCornerAboveItsHighOneFailsOnReadAndOnWriteOfABrep) {
+  auto pzBlock = NewBlock<BrepLike>();
+  Bytes vc = BuildRecord(*pzBlock);
+  vc[42] = 0x80;  // the low corner's x is 1
+  vc[43] = 0x3F;
+  auto pzRead = NewBlock<BrepLike>();
+  EXPECT_FALSE(ReadRecord(vc, *pzRead));
+  EXPECT_EQ(SizeOf(*pzRead), -40);
+  auto pzModel = NewBlock<ModelLike>();
+  vc[0] = 3;
+  EXPECT_TRUE(ReadRecord(
+      [&] {
+        Bytes vcModel = BuildRecord(*pzModel);
+        vcModel[42] = 0x80;
+        vcModel[43] = 0x3F;
+        return vcModel;
+      }(),
+      *pzModel));
+}
+
+TEST(Element, EveryTruncationOfARecordIsRefusedAndKeepsToItsBytes) {
+  auto pzBlock = NewBlock<ModelLike>();
+  pzBlock->m_vzItem = {{1, true}, {2, false}};
+  pzBlock->AddEntry(1).m_vzAttribute = {{6, {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11}}};
+  pzBlock->AddEntry(2);
+  const Bytes vc = BuildRecord(*pzBlock);
+  auto pzRead = NewBlock<ModelLike>();
+  for (size_t n = 1; n < vc.size(); ++n) {
+    const uint64_t nBefore = Reports();
+    EXPECT_FALSE(ReadRecord(Bytes(vc.begin(), vc.begin() + static_cast<ptrdiff_t>(n)), *pzRead)) << n;
+    EXPECT_GT(Reports(), nBefore) << n;
+  }
+}
+
+TEST(Element, ACountOfItemsIsComparedWithTheBytesThatRemain) {
+  auto pzBlock = NewBlock<ModelLike>();
+  Bytes vc = BuildRecord(*pzBlock);
+  auto pzRead = NewBlock<ModelLike>();
+  for (const uint32_t n : {1u, 0x7FFFFFFFu, 0xFFFFFFFFu}) {
+    KivStore<uint32_t>(&vc[88], n);
+    EXPECT_FALSE(ReadRecord(vc, *pzRead)) << n;
+    EXPECT_TRUE(pzRead->m_vzItem.empty());
+  }
+}
+
+TEST(Element, AListKeepsTheMemoryOfItsItemsBetweenReads) {
+  auto pzBlock = NewBlock<ModelLike>();
+  for (int i = 0; i < 10; ++i) pzBlock->AddEntry(1);
+  const Bytes vc = BuildRecord(*pzBlock);
+  auto pzRead = NewBlock<ModelLike>();
+  ASSERT_TRUE(ReadRecord(vc, *pzRead));
+  const ProbeEntry* const pzFirst = pzRead->m_vzEntry.begin();
+  ASSERT_TRUE(ReadRecord(vc, *pzRead));
+  EXPECT_EQ(pzRead->m_vzEntry.begin(), pzFirst);
+  EXPECT_EQ(pzRead->m_vzEntry.size(), 10u);
+}
+
+// --- Elements in a store --------------------------------------------------------------------------------------------
+
+namespace {
+
+class ElementStore : public StoreTest {
+ protected:
+  ElementStore() {
+    KivOutOfCoreManager::SetElementClass(1, Make<MeshLike>);
+    KivOutOfCoreManager::SetElementClass(3, Make<ModelLike>);
+    KivOutOfCoreManager::SetElementClass(5, Make<BrepLike>);
+    KivOutOfCoreManager::SetElementClass(6, Make<TreeLike>);
+  }
+  ~ElementStore() override {
+    Space().SetBlockPerElement(false);
+    Space().SetKeepRawData(1);
+    Space().SetStackBufferLimit(200000);
+    const NoThrowScope zNoThrow;
+    Space().RemoveAllModels();
+    for (const uint32_t i : {1u, 3u, 5u, 6u}) KivOutOfCoreManager::SetElementClass(i, nullptr);
+  }
+  // bTables: keys are stable.
+  void OpenEmpty(int32_t iLimit = 4, bool bTables = true) {
+    m_pzModel = Open(MakeFile(u"a.kiv", bTables), true, iLimit);
+    ASSERT_NE(m_pzModel, nullptr);
+  }
+  // A record of these bytes; the element is fetched from it.
+  template <typename Block>
+  Probe<Block>* Put(const Bytes& vc) {
+    uint64_t iPosition = 0;
+    const KivContainerData zData(vc.data(), static_cast<uint32_t>(vc.size()), 0);
+    EXPECT_EQ(ManagerOf(m_pzModel)->GetStorage()->AddRecord(zData, iPosition), KivStorageResult::Done);
+    m_iPosition = iPosition;
+    return Fetch<Block>();
+  }
+  template <typename Block>
+  Probe<Block>* Fetch() {
+    return KivOutOfCoreHandle(m_pzModel->GetKey(), m_iPosition).Fetch<Probe<Block>>();
+  }
+  Bytes Stored(const KivOutOfCoreData& zElement) {
+    KivContainerRecord zRecord;
+    KivOutOfCoreMemoryStorage* pzStorage = ManagerOf(m_pzModel)->GetStorage();
+    EXPECT_EQ(pzStorage->FindRecord(zElement.GetPosition(), zRecord), KivStorageResult::Done);
+    Bytes vc(zRecord.m_iFileSize);
+    EXPECT_EQ(pzStorage->ReadRecord(zElement.GetPosition(), vc.data(), vc.size(), zRecord), KivStorageResult::Done);
+    return vc;
+  }
+  template <typename Block>
+  static Bytes Sample(uint32_t iFirst, uint32_t nEntries = 2) {
+    auto pzBlock = NewBlock<Block>();
+    pzBlock->m_iFirst = iFirst;
+    for (uint32_t i = 0; i < nEntries; ++i) pzBlock->AddEntry(i);
+    return BuildRecord(*pzBlock);
+  }
+
+  KivModelStatusBase* m_pzModel = nullptr;
+  uint64_t m_iPosition = 0;
+};
+
+}  // namespace
+
+TEST_F(ElementStore, ARecordOfSizeZeroGivesABlockOfDefaultsAndLoadIsTrue) {
+  OpenEmpty();
+  Probe<ModelLike> zNew(m_pzModel->GetKey());
+  ASSERT_TRUE(zNew.Load(false));
+  EXPECT_EQ(zNew.Held()->m_iFirst, 7u);
+  EXPECT_EQ(zNew.GetElementType(), 3u);
+  zNew.Release();
+}
+
+TEST_F(ElementStore, ANewElementIsStoredAndComesBack) {
+  OpenEmpty();
+  auto pzNew = std::make_unique<Probe<ModelLike>>(m_pzModel->GetKey());
+  ModelLike* pzBlock = pzNew->GetMemoryBlockForWrite();
+  ASSERT_NE(pzBlock, nullptr);
+  pzBlock->m_iFirst = 99;
+  pzBlock->m_zHeader.m_iDataOffset = 80;
+  pzBlock->m_zHeader.m_afBoxMax = {1, 2, 3};
+  KivOutOfCoreHandle zHandle = KivStoreNewElement(std::move(pzNew));
+  ASSERT_TRUE(zHandle);
+  auto* pzBack = zHandle.Fetch<Probe<ModelLike>>();
+  ASSERT_NE(pzBack, nullptr);
+  EXPECT_EQ(pzBack->GetMemoryBlock()->m_iFirst, 99u);
+  float fX = 0;
+  std::memcpy(&fX, pzBack->GetBoxCorners() + 12, 4);
+  EXPECT_EQ(fX, 1.0f);  // the fifth corner is the first with the high x
+}
+
+TEST_F(ElementStore, WritingRaisesTheFormatUnlessOnlyKeysChange) {
+  OpenEmpty();
+  Bytes vc = Sample<ModelLike>(5);
+  vc[8] = 1;
+  auto* pz = Put<ModelLike>(vc);
+  ASSERT_NE(pz, nullptr);
+  ASSERT_NE(pz->GetMemoryBlock(), nullptr);
+  EXPECT_EQ(pz->Held()->m_iSecond, 70u);
+  ASSERT_TRUE(pz->Save(true));
+  EXPECT_EQ(pz->Held()->m_zHeader.m_iFormat, 1u);
+  // The newest layout under the old number.
+  Bytes vcStored = Stored(*pz);
+  EXPECT_EQ(vcStored[8], 1);
+  EXPECT_EQ(KivLoad<uint32_t>(&vcStored[72]), 70u);
+  ASSERT_TRUE(pz->Save(false));
+  EXPECT_EQ(pz->Held()->m_zHeader.m_iFormat, 2u);
+  EXPECT_EQ(Stored(*pz)[8], 2);
+}
+
+TEST_F(ElementStore, AFormatOutsideTheKnownOnesIsReadAndNotWritten) {
+  OpenEmpty();
+  for (const uint8_t iFormat : {0, 3}) {
+    Bytes vc = Sample<ModelLike>(5);
+    vc[8] = iFormat;
+    auto* pz = Put<ModelLike>(vc);
+    ASSERT_NE(pz->GetMemoryBlock(), nullptr);
+    EXPECT_FALSE(pz->Save(false));
+    EXPECT_FALSE(pz->Save(true));
+    EXPECT_EQ(Stored(*pz), vc);
+    pz->Held()->m_zHeader.m_iFormat = 2;
+    EXPECT_TRUE(pz->Save(false));
+  }
+}
+
+TEST_F(ElementStore, AFailedWriteKeepsThePreviousRecordAndTheRaisedFormat) {
+  OpenEmpty();
+  Bytes vc = Sample<ModelLike>(5);
+  vc[8] = 1;
+  auto* pz = Put<ModelLike>(vc);
+  ModelLike* pzBlock = pz->GetMemoryBlockForWrite();
+  ASSERT_NE(pzBlock, nullptr);
+  pzBlock->m_iFirst = 1000;
+  const int nBefore = pzBlock->m_nBefore, nAfter = pzBlock->m_nAfter;
+  EXPECT_FALSE(pz->Save(false));
+  EXPECT_EQ(pzBlock->m_nBefore - nBefore, 1);
+  EXPECT_EQ(pzBlock->m_nAfter - nAfter, 1);
+  EXPECT_EQ(pzBlock->m_zHeader.m_iFormat, 2u);
+  EXPECT_EQ(Stored(*pz), vc);
+  EXPECT_TRUE(pz->IsModified());
+  pzBlock->m_iFirst = 6;
+  EXPECT_TRUE(pz->Save(false));
+  EXPECT_TRUE(pz->IsActive());  // the block stays
+}
+
+TEST_F(ElementStore, AReadThatFailsNeverThrowsOutOfLoadAndTheElementCanBeLoadedAgain) {
+  OpenEmpty();
+  const Bytes vc = Sample<ModelLike>(5);
+  Bytes vcBad = vc;
+  vcBad[64] = 3;
+  auto* pz = Put<ModelLike>(vcBad);
+  ASSERT_NE(pz, nullptr);
+  EXPECT_NO_REPORT(EXPECT_FALSE(pz->Load(false)));
+  {
+    const NoThrowScope zNoThrow;
+    EXPECT_FALSE(pz->Load(false));
+    EXPECT_FALSE(pz->Activate(false));
+    EXPECT_FALSE(pz->IsActive());
+  }
+  pz->m_vcRawData = vc;  // as if the bytes had been repaired
+  EXPECT_TRUE(pz->Activate(false));
+  EXPECT_EQ(pz->Held()->m_iFirst, 5u);
+}
+
+TEST_F(ElementStore, TheRawBytesServeTheNextLoadWhileTheyHaveTheRecordsSize) {
+  OpenEmpty();
+  auto* pz = Put<ModelLike>(Sample<ModelLike>(5));
+  ASSERT_NE(pz->GetMemoryBlock(), nullptr);
+  ASSERT_EQ(pz->m_vcRawData, Stored(*pz));
+  KivStore<uint32_t>(&pz->m_vcRawData[68], 6);
+  ASSERT_TRUE(pz->Load(false));
+  EXPECT_EQ(pz->Held()->m_iFirst, 6u);
+  pz->m_vcRawData.pop_back();
+  ASSERT_TRUE(pz->Load(false));
+  EXPECT_EQ(pz->Held()->m_iFirst, 5u);
+  pz->MarkModified();
+  EXPECT_TRUE(pz->m_vcRawData.empty());
+}
+
+TEST_F(ElementStore, NoRawBytesAreKeptWithoutTheSettingOrWithABlockOfItsOwn) {
+  OpenEmpty();
+  Space().SetKeepRawData(0);
+  auto* pz = Put<ModelLike>(Sample<ModelLike>(5));
+  ASSERT_NE(pz->GetMemoryBlock(), nullptr);
+  EXPECT_TRUE(pz->m_vcRawData.empty());
+  Space().SetKeepRawData(1);
+  Space().SetBlockPerElement(true);
+  auto* pzOther = Put<BrepLike>(Sample<BrepLike>(5));
+  ASSERT_NE(pzOther->GetMemoryBlock(), nullptr);
+  EXPECT_TRUE(pzOther->m_vcRawData.empty());
+}
+
+TEST_F(ElementStore, BulkyRecordsAreReadOnTheStackAndInTheLargeBufferAlike) {
+  OpenEmpty();
+  Space().SetKeepRawData(0);
+  const Bytes vc = Sample<MeshLike>(5, 100);
+  for (const uint32_t iLimit : {0u, static_cast<uint32_t>(vc.size()), 200000u, 0xFFFFFFFFu}) {
+    Space().SetStackBufferLimit(iLimit);
+    auto* pz = Put<MeshLike>(vc);
+    ASSERT_NE(pz->GetMemoryBlock(), nullptr) << iLimit;
+    EXPECT_EQ(pz->Held()->m_vzEntry.size(), 100u);
+    EXPECT_EQ(pz->Held()->m_vzEntry[99].m_iValue, 99u);
+  }
+  Space().SetStackBufferLimit(1000);
+  EXPECT_TRUE(KivIsReadOnStack(899));
+  EXPECT_FALSE(KivIsReadOnStack(900));  // nine tenths
+  Space().SetStackBufferLimit(0xFFFFFFFF);
+  EXPECT_FALSE(KivIsReadOnStack(kElementStackBytes + 1));
+}
+
+TEST_F(ElementStore, OneStaticBlockIsTakenFromItsOwnerWhoStoresItselfAndTakingsAreCounted) {
+  OpenEmpty();
+  auto* pzFirst = Put<ModelLike>(Sample<ModelLike>(5));
+  const uint64_t iFirst = m_iPosition;
+  const uint64_t nTaken = Probe<ModelLike>::GetBlockAcquireNum();
+  ModelLike* pzBlock = pzFirst->GetMemoryBlockForWrite();
+  ASSERT_NE(pzBlock, nullptr);
+  pzBlock->m_iFirst = 55;
+  auto* pzSecond = Put<ModelLike>(Sample<ModelLike>(6));
+  EXPECT_EQ(pzSecond->GetMemoryBlock(), pzBlock);
+  EXPECT_EQ(pzBlock->m_iFirst, 6u);
+  EXPECT_EQ(Probe<ModelLike>::GetBlockAcquireNum(), nTaken + 2);
+  m_iPosition = iFirst;
+  auto* pzAgain = Fetch<ModelLike>();
+  ASSERT_NE(pzAgain, nullptr);
+  EXPECT_EQ(pzAgain->GetMemoryBlock()->m_iFirst, 55u);
+}
+
+TEST_F(ElementStore, WithABlockPerElementTwoAreLoadedAtOnce) {
+  OpenEmpty();
+  Space().SetBlockPerElement(true);
+  auto* pzFirst = Put<ModelLike>(Sample<ModelLike>(5));
+  auto* pzSecond = Put<ModelLike>(Sample<ModelLike>(6));
+  ModelLike* pzA = pzFirst->GetMemoryBlock();
+  ModelLike* pzB = pzSecond->GetMemoryBlock();
+  EXPECT_NE(pzA, pzB);
+  EXPECT_EQ(pzA->m_iFirst, 5u);
+  EXPECT_EQ(pzB->m_iFirst, 6u);
+  EXPECT_TRUE(pzFirst->IsActive());
+}
+
+// --- Keys -----------------------------------------------------------------------------------------------------------
+
+namespace {
+
+// Two links, a key of the body, an attribute of a type with keys (the index of the test notes) and one without.
+Bytes RecordWithKeys() {
+  auto pzBlock = NewBlock<BrepLike>();
+  pzBlock->m_zHeader.m_aiLink = {11, 0, 22};
+  pzBlock->m_iKey = 33;
+  pzBlock->AddEntry(1).m_vzAttribute = {{kTestNoteIndex, {44, 0, 0, 0, 0, 0, 0, 0}}, {200, {55, 0, 0, 0, 0, 0, 0, 0}}};
+  return BuildRecord(*pzBlock);
+}
+
+}  // namespace
+
+TEST_F(ElementStore, KeysAreTheLinksThenThoseOfTheBodyAndOfAttributesWithAHandler) {
+  OpenEmpty();
+  auto* pz = Put<BrepLike>(RecordWithKeys());
+  std::vector<uint64_t> viKey = {1, 2, 3};
+  ASSERT_TRUE(pz->GetAllPosition(viKey));
+  EXPECT_EQ(viKey, (std::vector<uint64_t>{11, 22, 33, 44}));
+  ASSERT_TRUE(pz->ReplaceAllPosition({{11, 111}, {22, 222}, {33, 333}, {44, 444}}));
+  EXPECT_TRUE(pz->IsModified());
+  ASSERT_TRUE(pz->GetAllPosition(viKey));
+  EXPECT_EQ(viKey, (std::vector<uint64_t>{111, 222, 333, 444}));
+  EXPECT_EQ(pz->Held()->m_vzEntry[0].m_vzAttribute[1].m_vcBytes[0], 55);
+}
+
+TEST_F(ElementStore, AKeyThatTheMapLacksFailsWithoutAnExceptionAndThoseBeforeItStayReplaced) {
+  OpenEmpty();
+  auto* pz = Put<BrepLike>(RecordWithKeys());
+  EXPECT_NO_REPORT(EXPECT_FALSE(pz->ReplaceAllPosition({{11, 111}, {22, 222}, {44, 444}})));
+  EXPECT_EQ(pz->Held()->m_zHeader.m_aiLink[2], 222u);
+  EXPECT_EQ(pz->Held()->m_iKey, 33u);
+  EXPECT_NO_REPORT(EXPECT_FALSE(pz->ReplaceAllPosition({{111, 1}, {222, 2}, {33, 3}})));  // the attribute's key
+}
+
+TEST_F(ElementStore, AHandlerThatRefusesAnAttributeFailsTheListing) {
+  OpenEmpty();
+  auto pzBlock = NewBlock<BrepLike>();
+  pzBlock->AddEntry(1).m_vzAttribute = {{kTestNoteIndex, {44}}};
+  auto* pz = Put<BrepLike>(BuildRecord(*pzBlock));
+  std::vector<uint64_t> viKey;
+  EXPECT_NO_REPORT(EXPECT_FALSE(pz->GetAllPosition(viKey)));
+}
+
+TEST_F(ElementStore, AnElementThatCannotBeLoadedListsNoKeysWithoutAnException) {
+  OpenEmpty();
+  Bytes vc = RecordWithKeys();
+  vc[64] = 9;
+  auto* pz = Put<BrepLike>(vc);
+  std::vector<uint64_t> viKey;
+  EXPECT_NO_REPORT(EXPECT_FALSE(pz->GetAllPosition(viKey)));
+  EXPECT_NO_REPORT(EXPECT_FALSE(pz->ReplaceAllPosition({})));
+}
+
+TEST_F(ElementStore, ABulkyElementIsStoredAndLoadedAnewForItsKeysAndItsObjectStays) {
+  for (const int32_t iLimit : {1, 4}) {
+    OpenEmpty(iLimit);
+    auto* pz = Put<MeshLike>(Sample<MeshLike>(5));
+    MeshLike* pzBlock = pz->GetMemoryBlockForWrite();
+    ASSERT_NE(pzBlock, nullptr);
+    pzBlock->m_iKey = 77;
+    std::vector<uint64_t> viKey;
+    ASSERT_TRUE(pz->GetAllPosition(viKey));
+    EXPECT_EQ(viKey, std::vector<uint64_t>{77});
+    EXPECT_TRUE(pz->IsActive());
+    EXPECT_FALSE(pz->IsModified());
+    EXPECT_EQ(KivLoad<uint64_t>(&Stored(*pz)[100]), 77u);
+    Close(m_pzModel);
+  }
+}
+
+TEST_F(ElementStore, AKeyOnlyWriteOfABulkyElementGoesOverTheOldRecordAndLeavesGapsAndLayout) {
+  OpenEmpty();
+  auto pzBlock = NewBlock<MeshLike>();
+  pzBlock->m_iKey = 1;
+  pzBlock->AddEntry(1);
+  pzBlock->AddGap(16);
+  Bytes vc = BuildRecord(*pzBlock);
+  for (size_t i = vc.size() - 4; i < vc.size(); ++i) vc[i] = 0xAB;
+  // The same in revision 1, which lacks the second field: it is written in that layout.
+  for (const uint8_t iFormat : {2, 1}) {
+    vc[8] = iFormat;
+    auto* pz = Put<MeshLike>(vc);
+    ASSERT_TRUE(pz->Activate(true));
+    ASSERT_TRUE(pz->ReplaceAllPosition({{1, 9}}));
+    ASSERT_TRUE(pz->Save(true));
+    Bytes vcExpected = vc;
+    vcExpected[100] = 9;
+    if (iFormat == 1) KivStore<uint32_t>(&vcExpected[72], 0);
+    EXPECT_EQ(Stored(*pz), vcExpected) << int{iFormat};
+  }
+}
+
+TEST_F(ElementStore, AKeyOnlyWriteThatNoLongerFitsTheOldRecordIsRefused) {
+  OpenEmpty();
+  const Bytes vc = Sample<MeshLike>(5);
+  auto* pz = Put<MeshLike>(vc);
+  MeshLike* pzBlock = pz->GetMemoryBlockForWrite();
+  ASSERT_NE(pzBlock, nullptr);
+  pzBlock->m_vzEntry[0].m_vzAttribute = {{1, Bytes(30)}};
+  EXPECT_FALSE(pz->Save(true));
+  EXPECT_TRUE(pz->IsModified());
+  pzBlock->m_vzEntry[0].m_vzAttribute.clear();
+  pzBlock->m_vzEntry[1].m_vzAttribute = {{1, Bytes(30)}};
+  EXPECT_FALSE(pz->Save(true));
+  EXPECT_EQ(Stored(*pz), vc);
+}
