@@ -211,6 +211,35 @@ TEST(PositionTable, RewritingStoresEveryBlockAnewAndNamesTheFirst) {
   EXPECT_EQ(z->ResolveKey(kTop + 32769), 1000u + 32769u);
 }
 
+TEST(PositionTable, SavingAChainOfWhichOneBlockIsLoadedKeepsTheRest) {
+  Tables z;
+  Fill(z, 2 * 32768 + 1);
+  ASSERT_EQ(z->SaveTables(), KivSaveTablesResult::Done);
+  const std::vector<Position> viPosition = z->GetBlockPositions();
+  ASSERT_EQ(viPosition.size(), 3u);
+  z.pzContainer->Flush();
+  for (const bool bRewrite : {false, true}) {
+    z.Open();
+    EXPECT_EQ(z->ResolveKey(kTop + 5), 1005u);
+    EXPECT_EQ(z->GetLoadedBlockNum(), 1u);
+    if (bRewrite) {
+      EXPECT_EQ(z->RewriteAllTables(), KivRewriteAllTablesResult::Done);
+      EXPECT_NE(z->GetBlockPositions(), viPosition);
+    } else {
+      EXPECT_EQ(z->SaveTables(), KivSaveTablesResult::Done);
+      EXPECT_EQ(z->GetBlockPositions(), viPosition);
+    }
+    z.pzContainer->Flush();
+    z.Open();
+    EXPECT_EQ(z->ResolveKey(kTop + 2 * 32768), 1000u + 2 * 32768u);
+    EXPECT_EQ(z->GetPositionNum(), 2 * 32768u + 1);
+    const std::vector<Position> viNow = z->GetBlockPositions();
+    ASSERT_EQ(viNow.size(), 3u);
+    EXPECT_EQ(z.pzStore->ReadTable(viNow[1])->m_iPreviousTable, viNow[0]);
+    EXPECT_EQ(z.pzStore->ReadTable(viNow[2])->m_iPreviousTable, viNow[1]);
+  }
+}
+
 TEST(PositionTable, RemovingFreesEveryTable) {
   Tables z;
   Fill(z, 32770);

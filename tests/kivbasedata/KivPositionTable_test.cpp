@@ -169,6 +169,92 @@ TEST_F(PositionTableElement, ABlockBehindTheFirstEntersTheChainWithSaveTables) {
   EXPECT_EQ(ManagerOf(pzModel)->GetPositionTableManager()->ResolveKey(iKey), 264U + 32768);
 }
 
+TEST_F(PositionTableElement, KeysOfBlocksThatWereNotLoadedSurviveSnapshotSaveAndPatch) {
+  const KivWString csFirst = MakeFile(u"a.kiv", true);
+  KivModelStatusBase* pzModel = Open(csFirst, true);
+  const uint64_t iFirstKey = AddNote(pzModel, "in block 0").GetPosition();
+  KivPositionTableManager* pzTables = ManagerOf(pzModel)->GetPositionTableManager();
+  uint64_t iKey = 0;
+  for (uint64_t i = 1; i < 2 * 32768; ++i) ASSERT_TRUE(pzTables->AddKey(264, &iKey));
+  const uint64_t iLastKey = AddNote(pzModel, "in block 2").GetPosition();
+  ASSERT_EQ(iLastKey, 0x8000000000010000U);
+  ASSERT_TRUE(ManagerOf(pzModel)->SaveChanges());
+  Close(pzModel);
+  const std::string strWhole = FileBytes(csFirst);
+  const auto ExpectBoth = [&](KivModelStatusBase* pzSaved, const char* szFirst) {
+    EXPECT_EQ(TextOf(KivOutOfCoreHandle(pzSaved->GetKey(), iFirstKey)), szFirst);
+    EXPECT_EQ(TextOf(KivOutOfCoreHandle(pzSaved->GetKey(), iLastKey)), "in block 2");
+    EXPECT_EQ(ManagerOf(pzSaved)->GetPositionTableManager()->GetPositionNum(), 65537U);
+  };
+
+  for (const int32_t iLimit : {1, 2, 9}) {
+    SCOPED_TRACE(iLimit);
+    const KivWString csPath = m_zFolder / (KivWString(u"limit") + static_cast<char16_t>(u'0' + iLimit));
+    PutFileBytes(csPath, strWhole);
+    // Read: a snapshot, a copy and a patch are made while block 0 alone is loaded.
+    pzModel = Open(csPath, false, iLimit);
+    KivOutOfCoreHandle zFirst(pzModel->GetKey(), iFirstKey);
+    ASSERT_TRUE(SetText(zFirst, "moved "  + std::string(500, 'm')));
+    ASSERT_EQ(ManagerOf(pzModel)->GetPositionTableManager()->GetLoadedBlockNum(), 1U);
+    ASSERT_EQ(Space().CreateSnapShot(), KivCreateSnapShotResult::Done);
+    ASSERT_TRUE(SetText(zFirst, "changed"));
+    ASSERT_EQ(Space().SaveSnapShot(pzModel, csPath + u".copy", 0), KivSaveSnapShotResult::Done);
+    ASSERT_TRUE(KivOutOfCoreManager::SaveAs(pzModel->GetKey(), csPath + u".patch", false));
+    ASSERT_EQ(Space().UndoSnapShot(1), KivUndoResult::Done);
+    ExpectBoth(pzModel, ("moved " + std::string(500, 'm')).c_str());
+    Close(pzModel);
+    pzModel = Open(csPath + u".copy", false, iLimit);
+    ExpectBoth(pzModel, "changed");
+    Close(pzModel);
+    KivModelOpenInfo zInfo;
+    zInfo.m_csPatchPath = csPath + u".patch";
+    ASSERT_EQ(Space().AddModel(csPath, zInfo, &pzModel), KivAddModelResult::Done);
+    ExpectBoth(pzModel, "changed");
+    Close(pzModel);
+    // In place: the tables are stored when the model is closed.
+    pzModel = Open(csPath, true, iLimit);
+    zFirst = KivOutOfCoreHandle(pzModel->GetKey(), iFirstKey);
+    ASSERT_TRUE(SetText(zFirst, std::string(700, 'w')));
+    Close(pzModel);
+    pzModel = Open(csPath, false, iLimit);
+    ExpectBoth(pzModel, std::string(700, 'w').c_str());
+    Close(pzModel);
+  }
+}
+
+TEST_F(PositionTableElement, TablesThatOverlapAreNotFollowed) {
+  // Each table would begin a few bytes behind the one before, so that a small file makes any number of blocks.
+  const KivWString csPath = MakeFile(u"a.kiv");
+  KivModelStatusBase* pzModel = Open(csPath, true);
+  constexpr uint64_t kStep = 104;
+  constexpr uint64_t kTables = 300;
+  const std::vector<uint8_t> vcRoom(static_cast<size_t>(kStep * kTables) + 300000);
+  const uint64_t iFirst = AddRecord(pzModel, vcRoom);
+  Close(pzModel);
+  std::string strBytes = FileBytes(csPath);
+  for (uint64_t i = 0; i < kTables; ++i) {
+    const uint64_t iAt = iFirst + i * kStep;
+    KivStore<uint64_t>(&strBytes[iAt], 262220 + 24);  // a record's sizes, and no back pointer
+    KivStore<uint64_t>(&strBytes[iAt + 8], 262220);
+    KivStore<uint32_t>(&strBytes[iAt + 16], 10);
+    KivStore<uint32_t>(&strBytes[iAt + 16 + 8], 1);
+    KivStore<uint32_t>(&strBytes[iAt + 16 + 12], 68);
+    KivStore<uint64_t>(&strBytes[iAt + 16 + 24], iAt + kStep);
+  }
+  std::string strFirst(8, '\0');
+  KivStore<uint64_t>(strFirst.data(), iFirst);
+  PutFileBytes(csPath, strBytes);
+  PatchHeader(csPath, KivContainerHeader::FirstPositionTable, strFirst);
+  PatchHeader(csPath, KivContainerHeader::FilePositionTableMode, std::string("\1\0\0\0", 4));
+  pzModel = Open(csPath, false);
+  KivPositionTableManager* pzTables = ManagerOf(pzModel)->GetPositionTableManager();
+  EXPECT_REPORT(pzTables->GetPositionNum(), "0");
+  const NoThrowScope zNoThrow;
+  pzTables->GetPositionNum();
+  EXPECT_EQ(pzTables->GetLoadedBlockNum(), 1U);
+  EXPECT_EQ(pzTables->GetBlockPositions().size(), 1U);
+}
+
 TEST_F(PositionTableElement, ATableChainThatLeadsToAnotherClassIsReported) {
   const KivWString csPath = MakeFile(u"a.kiv", false);
   KivModelStatusBase* pzModel = Open(csPath, true);

@@ -136,9 +136,14 @@ uint64_t KivPositionTableManager::GetPositionNum() {
          m_vpzBlock[static_cast<size_t>(iBlockNum - 1)]->m_iPositionNum;
 }
 
-// False, with a report, if the chain must not be followed to iNext: it was there before, or it is no position.
+// False, with a report, if the chain must not be followed to iNext: it is no position, or its table would overlap one
+// that was there before. So no file makes more blocks than it has room for.
 bool KivPositionTableManager::MayFollow(const std::vector<Position>& viSeen, Position iNext) {
-  if (!IsTableKey(iNext) && std::find(viSeen.begin(), viSeen.end(), iNext) == viSeen.end()) return true;
+  constexpr uint64_t kLeastDistance = KivMemoryBlockPositionTable::kRecordSize19;
+  const bool bApart = std::all_of(viSeen.begin(), viSeen.end(), [iNext](Position iSeen) {
+    return iSeen == NULL_FILE_INDEX || std::max(iSeen, iNext) - std::min(iSeen, iNext) >= kLeastDistance;
+  });
+  if (!IsTableKey(iNext) && bApart) return true;
   KIV_FAIL();
   return false;
 }
@@ -202,13 +207,15 @@ std::vector<Position> KivPositionTableManager::GetBlockPositions() {
 // --- Storing -------------------------------------------------------------------------------------
 
 // Brings one block to its element: the element's fields stay, the entries are the manager's, the links follow the list.
+// Behind the last block of the list the chain goes on with those that were not loaded yet.
 IKivPositionTableStore::Change KivPositionTableManager::StoreBlock(IKivPositionTableStore& zStore, size_t iBlock) {
   return zStore.ChangeTable(m_viBlockPosition[iBlock], [&](KivMemoryBlockPositionTable& zTable) {
     KivMemoryBlockPositionTable& zBlock = *m_vpzBlock[iBlock];
     zBlock.CopyFieldsFrom(zTable);
     zTable.CopyFrom(zBlock);
     zTable.m_iPreviousTable = iBlock > 0 ? m_viBlockPosition[iBlock - 1] : NULL_FILE_INDEX;
-    zTable.m_iNextTable = iBlock + 1 < m_viBlockPosition.size() ? m_viBlockPosition[iBlock + 1] : NULL_FILE_INDEX;
+    zTable.m_iNextTable =
+        iBlock + 1 < m_viBlockPosition.size() ? m_viBlockPosition[iBlock + 1] : m_iNextBlockPosition;
     zTable.m_iThirdLink = 0;
   });
 }
@@ -238,6 +245,7 @@ KivSaveTablesResult KivPositionTableManager::SaveTables() {
 KivRewriteAllTablesResult KivPositionTableManager::RewriteAllTables() {
   if (m_viBlockPosition.size() != m_vpzBlock.size()) return KivRewriteAllTablesResult::UnequalLengths;
   if (m_viBlockPosition.empty()) return KivRewriteAllTablesResult::NoBlocks;
+  GetPositionNum();  // a block that was not loaded would not be rewritten
   IKivPositionTableStore* pzStore = GetStore();
   if (pzStore == nullptr) return KivRewriteAllTablesResult::NewTableNotStored;
 
