@@ -369,7 +369,7 @@ TEST_P(SnapShots, AListenerThatAnswersFalseGivesTheLastCode) {
     EXPECT_EQ(Undo(2), KivUndoResult::ListenerFailed);
     // The undo inside a redo has failed by its listener.
     EXPECT_EQ(Redo(1), KivRedoResult::NoEntry);
-    EXPECT_EQ(Space().CreateSnapShot(), KivCreateSnapShotResult::ListenerFailed);
+    EXPECT_EQ(Space().CreateSnapShot(), KivCreateSnapShotResult::Failed);
   }
   Space().RemoveListener(&zListener);
   EXPECT_EQ(Read(), "st-0");

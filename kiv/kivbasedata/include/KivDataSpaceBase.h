@@ -7,6 +7,7 @@
 
 #include <array>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <set>
@@ -36,7 +37,8 @@ struct KivModelOpenInfo {
 enum class KivAddModelResult : int32_t { Done = 0, HistoryNotDiscarded = 2, NotOpened = 30 };
 enum class KivRemoveModelResult : int32_t { Done = 0, HistoryNotDiscarded = 5, NoModel = 10, UnknownModel = 20 };
 enum class KivRemoveAllModelsResult : int32_t { Done = 0, NotAllRemoved = 10 };
-enum class KivCreateSnapShotResult : int32_t { Done = 0, ListenerFailed = 10 };
+// Failed: a listener said so, or a model could not be copied, and then there is no new entry.
+enum class KivCreateSnapShotResult : int32_t { Done = 0, Failed = 10 };
 enum class KivUndoResult : int32_t {
   Done = 0,
   OutsideHistory = 10,
@@ -170,8 +172,13 @@ class KivDataSpaceBase : public KivDataSpaceFields {
   struct AsSnapShot {};
   explicit KivDataSpaceBase(AsSnapShot) : m_bSnapShot(true) {}
 
+  // Calls each listener that is registered when its turn comes, in the order of registration. A false answer is
+  // reported and is the result; bGoOn calls the others all the same.
+  bool CallListeners(bool bGoOn, const std::function<bool(KivDataSpaceListener&)>& call);
   void CopyCleanedTables(KivModelStatusBase& zModel);
   bool IsCurBaseSnapShotValid() const;
+  bool CopyInto(KivDataSpaceBase& zEntry);
+  void AbandonEntry(std::unique_ptr<KivDataSpaceBase> pzEntry);
   void DiscardRedoTail();
   void DestroyEntry(KivDataSpaceBase* pzEntry);
   void FinishOptimiserJob(KivDataSpaceBase* pzEntry);

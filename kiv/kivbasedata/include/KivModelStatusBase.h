@@ -56,6 +56,10 @@ class KivModelStatusBase {
   KivOutOfCoreManager* GetManager() const;
   // Stores what was changed, position tables included. False after a report.
   bool SaveChanges();
+  // True for a model that was opened for reading: its copies hold its files' state.
+  bool CanBeUndone() const;
+  // Of a copy: everything that a restore needs is there.
+  bool IsWholeCopy() const;
   // Of a copy that was made last, while nothing has been written since: its files are as if it had never been made.
   void Abandon();
 

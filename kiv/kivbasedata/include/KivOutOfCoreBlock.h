@@ -15,15 +15,18 @@ template <typename Block>
 class KivOutOfCoreBlock {
  public:
   // A block for this element, which has none. The static block is taken from its present owner, who is deactivated
-  // first. Null, after a report, if that fails.
+  // first, or gives up what it loaded without being active. Null, after a report, if that fails.
   static Block* Acquire(KivOutOfCoreData* pzElement) {
     if (HasOwnBlock(*pzElement)) return new Block;
     State& zState = GetState();
-    if (zState.m_pzOwner != nullptr && zState.m_pzOwner != pzElement)
-      if (!zState.m_pzOwner->Deactivate() || zState.m_pzOwner != nullptr) {
+    KivOutOfCoreData* const pzOwner = zState.m_pzOwner;
+    if (pzOwner != nullptr && pzOwner != pzElement) {
+      const bool bLet = pzOwner->IsActive() ? pzOwner->Deactivate() : pzOwner->Release();
+      if (!bLet || zState.m_pzOwner != nullptr) {
         KivReportFailure("0", kSource, __LINE__);
         return nullptr;
       }
+    }
     zState.m_pzOwner = pzElement;
     ++zState.m_nAcquired;
     return &zState.m_zBlock;

@@ -50,7 +50,8 @@ class KivOutOfCoreData {
   // The first nCount bytes of the record's payload.
   bool ReadData(void* pBuffer, uint64_t nCount);
   // Stores the data: in place while it fits and fills at least half of the reserved size, else in a new record. A keyed
-  // element keeps its key.
+  // element keeps its key. An element whose record had to be freed and that found no place for a new one has none until
+  // a later call; it is still found by its key, or by its former position while nothing else stands there.
   bool WriteData(const void* pBuffer, uint64_t nCount);
   // Stores and deactivates the element and gives the key by which others refer to it: a new one in a container with
   // position tables, else its position. 0 on failure. The object may be gone.
@@ -92,7 +93,7 @@ class KivOutOfCoreData {
   }
 
   uint32_t m_iManagerKey;
-  KivModelStatusBase* m_pzModelStatus = nullptr;  // found on first use
+  KivModelStatusBase* m_pzModelStatus = nullptr;  // as last asked for
   uint64_t m_iPosition = 0;                       // 0 while there is no record
   uint64_t m_iPositionKey = 0;                    // by which others refer to it; 0 if they use the position
   uint64_t m_iDataSize = 0;
@@ -109,6 +110,8 @@ class KivOutOfCoreData {
   friend class KivOutOfCoreManager;
 
   bool IsKeyed() const { return m_iPositionKey != 0 && m_iPositionKey != m_iPosition; }
+  bool StoreAnew(KivOutOfCoreManager& zManager, const KivContainerData& zData);
+  void LoseRecordIfGone(KivOutOfCoreManager& zManager) noexcept;
   void DropRecordReference() { m_zRecordRef = KivContainerRecord(); }
   bool StoreAndRelease();
   bool SaveForPosition(uint64_t& iPosition);
@@ -117,6 +120,7 @@ class KivOutOfCoreData {
   KivOutOfCoreData* m_pzPrevActive = nullptr;  // toward the newer end of the manager's list
   KivOutOfCoreData* m_pzNextActive = nullptr;  // toward the older end
   uint64_t m_iMapPosition = 0;                 // where the manager's map holds this object; 0: the map does not know it
+  uint64_t m_iLostPosition = 0;                // of a record that was freed without a new one; m_iPosition is 0 then
 };
 
 }  // namespace kiv

@@ -88,7 +88,7 @@ class KivOutOfCoreMemoryStorage {
 
  private:
   KivOutOfCoreMemoryStorage();
-  void CreateTemporary(const KivStoreSource& zSource, uint32_t iManagerKey);
+  void CreateTemporary(const KivStoreSource& zSource, uint32_t iManagerKey, bool& bMainMade);
   void OpenForReading(const KivStoreSource& zSource, uint32_t iManagerKey);
   void OpenForWriting(const KivStoreSource& zSource, uint32_t iManagerKey);
   void MakePositionTableManager(uint32_t iManagerKey);
@@ -155,7 +155,7 @@ class KivOutOfCoreManager {
   uint32_t GetKey() const { return m_iKey; }
   bool IsVer19Data() const { return m_bVer19Data; }
   int32_t GetMaxActiveOutOfCoreElement() const { return m_iMaxActiveOutOfCoreElement; }
-  uint32_t GetActiveElementNum() const;  // at a limit of 1 the newest counts
+  uint32_t GetActiveElementNum() const;
   size_t GetKnownElementNum() const { return m_mapPositionToElement.size(); }
   KivOutOfCoreMemoryStorage* GetStorage() const { return m_pzStorage.get(); }
   KivFastFileContainerBase* GetContainer() const;
@@ -193,6 +193,9 @@ class KivOutOfCoreManager {
   bool DeactivateAllElements();
   void DestroyElement(KivOutOfCoreData* pzElement);
   void MoveMapEntry(KivOutOfCoreData* pzElement, uint64_t iOldPosition, uint64_t iNewPosition);
+  bool IsRecordFree(uint64_t iPosition) noexcept;
+  void KeepWithoutRecord(KivOutOfCoreData* pzElement) noexcept;
+  KivOutOfCoreData* FindWithoutRecord(uint64_t iKey, uint64_t iPosition);
   bool IsStoreForReading() const;
 
   bool SaveTables(KivPositionTableManager& zTables);
@@ -217,13 +220,15 @@ class KivOutOfCoreManager {
   std::unique_ptr<KivOutOfCoreMemoryStorage> m_pzStorage;
   KivModelStatusBase* m_pzModelStatus = nullptr;
   bool m_bKeepRecords = false;
-  std::map<uint64_t, KivOutOfCoreData*> m_mapPositionToElement;  // by plain position; owns the objects
+  // By plain position; those without a record stand behind them, numbered from the top bit on. Owns the objects.
+  std::map<uint64_t, KivOutOfCoreData*> m_mapPositionToElement;
+  uint64_t m_iNextWithoutRecord = uint64_t{1} << 63;
   std::set<uint64_t> m_setPrefetched;
   bool m_bVer19Data = false;
   int32_t m_iMaxActiveOutOfCoreElement;
   uint64_t m_iRefCount = 0;
   uint32_t m_iActiveElementNum = 0;
-  std::set<KivOutOfCoreData*> m_setActiveElement;  // not used at a limit of 1
+  std::set<KivOutOfCoreData*> m_setActiveElement;  // at a limit of 1: those beside the newest
   KivOutOfCoreData* m_pzOldestActive = nullptr;
   KivOutOfCoreData* m_pzNewestActive = nullptr;
   bool m_bIsSnapShot = false;

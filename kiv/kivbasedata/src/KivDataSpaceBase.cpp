@@ -223,6 +223,19 @@ void KivDataSpaceBase::RemoveListener(KivDataSpaceListener* pzListener) {
   std::erase(m_vpzListener, pzListener);
 }
 
+bool KivDataSpaceBase::CallListeners(bool bGoOn, const std::function<bool(KivDataSpaceListener&)>& call) {
+  bool bAll = true;
+  // A listener may add and remove listeners; one that was removed may be gone.
+  for (KivDataSpaceListener* pzListener : std::vector<KivDataSpaceListener*>(m_vpzListener)) {
+    if (std::find(m_vpzListener.begin(), m_vpzListener.end(), pzListener) == m_vpzListener.end()) continue;
+    if (call(*pzListener)) continue;
+    KIV_FAIL();
+    bAll = false;
+    if (!bGoOn) break;
+  }
+  return bAll;
+}
+
 void KivDataSpaceBase::AddCanSavePatchFunction(bool (*pfnCanSavePatch)()) {
   if (pfnCanSavePatch == nullptr) return;
   if (std::find(m_vpfnCanSavePatch.begin(), m_vpfnCanSavePatch.end(), pfnCanSavePatch) == m_vpfnCanSavePatch.end())
@@ -260,8 +273,7 @@ KivAddModelResult KivDataSpaceBase::AddModel(const KivWString& csRootKivFile, co
   m_spModel.insert(pzModel.get());
   KivModelStatusBase* const pzAdded = pzModel.release();
   if (ppzModel != nullptr) *ppzModel = pzAdded;
-  for (KivDataSpaceListener* pzListener : std::vector<KivDataSpaceListener*>(m_vpzListener))
-    if (!pzListener->ModelAdded(pzAdded, zInfo.m_aiListenerData)) KIV_FAIL();
+  CallListeners(true, [&](KivDataSpaceListener& z) { return z.ModelAdded(pzAdded, zInfo.m_aiListenerData); });
   return KivAddModelResult::Done;
 }
 
@@ -279,8 +291,7 @@ KivRemoveModelResult KivDataSpaceBase::RemoveModel(KivModelStatusBase* pzModel) 
     KIV_FAIL();
     return KivRemoveModelResult::UnknownModel;
   }
-  for (KivDataSpaceListener* pzListener : std::vector<KivDataSpaceListener*>(m_vpzListener))
-    if (!pzListener->ModelRemoved(pzModel)) KIV_FAIL();
+  CallListeners(true, [&](KivDataSpaceListener& z) { return z.ModelRemoved(pzModel); });
   const std::unique_ptr<KivModelStatusBase> pzGone(pzModel);
   const uint32_t iKey = pzModel->GetKey();
   // Elements that are stored at the end still find their model.

@@ -18,16 +18,20 @@ namespace {
 
 constexpr char kSource[] = "src\\KivDataSpaceBase";
 
-// Sets the flag, and clears it on every way out.
+// Sets the flag, and brings its former value back on every way out: a listener may work on the history while an undo
+// is under way.
 class DiscardingScope {
  public:
-  explicit DiscardingScope(bool& bDiscarding) : m_bDiscarding(bDiscarding) { m_bDiscarding = true; }
-  ~DiscardingScope() { m_bDiscarding = false; }
+  explicit DiscardingScope(bool& bDiscarding) : m_bDiscarding(bDiscarding), m_bBefore(bDiscarding) {
+    m_bDiscarding = true;
+  }
+  ~DiscardingScope() { m_bDiscarding = m_bBefore; }
   DiscardingScope(const DiscardingScope&) = delete;
   DiscardingScope& operator=(const DiscardingScope&) = delete;
 
  private:
   bool& m_bDiscarding;
+  const bool m_bBefore;
 };
 
 }  // namespace
@@ -67,30 +71,44 @@ KivCreateSnapShotResult KivDataSpaceBase::CreateSnapShot() {
   m_vpSnapShotData.reserve(m_vpSnapShotData.size() + 1);
   ++m_iCurBaseSnapShot;
   std::unique_ptr<KivDataSpaceBase> pzEntry;
+  bool bWhole = true;
   try {
     pzEntry.reset(new KivDataSpaceBase(AsSnapShot()));
-    static_cast<KivDataSpaceValues&>(*pzEntry) = *this;
-    for (KivModelStatusBase* pzModel : m_spModel) {
-      std::unique_ptr<KivModelStatusBase> pModel = pzModel->CreateSnapShot();
-      if (KIV_CHECK(pModel != NULL)) {
-        pzEntry->m_spModel.insert(pModel.get());
-        pModel.release();
-      }
-    }
+    bWhole = CopyInto(*pzEntry);
   } catch (...) {
-    if (pzEntry != nullptr)
-      for (KivModelStatusBase* pzCopy : pzEntry->m_spModel) pzCopy->Abandon();
-    pzEntry.reset();
-    --m_iCurBaseSnapShot;
+    AbandonEntry(std::move(pzEntry));
     throw;
   }
+  if (!bWhole) {
+    // The files of the models number their snapshots like the history, so there is no entry without all of them.
+    AbandonEntry(std::move(pzEntry));
+    return KivCreateSnapShotResult::Failed;
+  }
   m_vpSnapShotData.push_back(pzEntry.release());
-  for (KivDataSpaceListener* pzListener : std::vector<KivDataSpaceListener*>(m_vpzListener))
-    if (!pzListener->SnapShotCreated()) {
-      KIV_FAIL();
-      return KivCreateSnapShotResult::ListenerFailed;
-    }
-  return KivCreateSnapShotResult::Done;
+  const auto Call = [](KivDataSpaceListener& zListener) { return zListener.SnapShotCreated(); };
+  return CallListeners(false, Call) ? KivCreateSnapShotResult::Done : KivCreateSnapShotResult::Failed;
+}
+
+// False if a model that can be in a snapshot was not copied whole; reported.
+bool KivDataSpaceBase::CopyInto(KivDataSpaceBase& zEntry) {
+  static_cast<KivDataSpaceValues&>(zEntry) = *this;
+  bool bWhole = true;
+  for (KivModelStatusBase* pzModel : m_spModel) {
+    std::unique_ptr<KivModelStatusBase> pModel = pzModel->CreateSnapShot();
+    if (!KIV_CHECK(pModel != NULL)) continue;
+    if (pzModel->CanBeUndone() && !pModel->IsWholeCopy()) bWhole = false;
+    zEntry.m_spModel.insert(pModel.get());
+    pModel.release();
+  }
+  return bWhole;
+}
+
+// Of a snapshot that is not finished: history and files are as if it had never been begun.
+void KivDataSpaceBase::AbandonEntry(std::unique_ptr<KivDataSpaceBase> pzEntry) {
+  if (pzEntry != nullptr)
+    for (KivModelStatusBase* pzCopy : pzEntry->m_spModel) pzCopy->Abandon();
+  pzEntry.reset();
+  --m_iCurBaseSnapShot;
 }
 
 KivUndoResult KivDataSpaceBase::UndoSnapShot(int32_t iSteps) {
@@ -117,12 +135,8 @@ KivUndoResult KivDataSpaceBase::UndoToSnapShot(int32_t iSteps) {
     KIV_FAIL();
     return KivUndoResult::NotRestored;
   }
-  for (KivDataSpaceListener* pzListener : std::vector<KivDataSpaceListener*>(m_vpzListener))
-    if (!pzListener->Undone(nCount)) {
-      KIV_FAIL();
-      return KivUndoResult::ListenerFailed;
-    }
-  return KivUndoResult::Done;
+  const auto Call = [nCount](KivDataSpaceListener& zListener) { return zListener.Undone(nCount); };
+  return CallListeners(false, Call) ? KivUndoResult::Done : KivUndoResult::ListenerFailed;
 }
 
 KivRedoResult KivDataSpaceBase::RedoSnapShot(int32_t iSteps) {
@@ -150,12 +164,8 @@ KivRedoResult KivDataSpaceBase::RedoSnapShot(int32_t iSteps) {
     KIV_FAIL();
     return KivRedoResult::NotRestored;
   }
-  for (KivDataSpaceListener* pzListener : std::vector<KivDataSpaceListener*>(m_vpzListener))
-    if (!pzListener->Redone(n)) {
-      KIV_FAIL();
-      return KivRedoResult::ListenerFailed;
-    }
-  return KivRedoResult::Done;
+  const auto Call = [n](KivDataSpaceListener& zListener) { return zListener.Redone(n); };
+  return CallListeners(false, Call) ? KivRedoResult::Done : KivRedoResult::ListenerFailed;
 }
 
 KivRestoreSnapShotResult KivDataSpaceBase::RestoreFromSnapShot(KivDataSpaceBase* pzEntry) {
@@ -193,14 +203,16 @@ int32_t KivDataSpaceBase::GetRedoNum() const {
 }
 
 int32_t KivDataSpaceBase::GetRedoEntryNum() const {
-  const auto itBehind = m_vpSnapShotData.begin() + (m_iCurBaseSnapShot + 1);
-  return static_cast<int32_t>(std::count_if(itBehind, m_vpSnapShotData.end(),
-                                            [](const KivDataSpaceBase* pzEntry) { return pzEntry != nullptr; }));
+  int32_t nCount = 0;
+  for (int64_t i = int64_t{m_iCurBaseSnapShot} + 1; i < static_cast<int64_t>(m_vpSnapShotData.size()); ++i)
+    if (i >= 0 && m_vpSnapShotData[static_cast<size_t>(i)] != nullptr) ++nCount;
+  return nCount;
 }
 
 int32_t KivDataSpaceBase::DiscardSnapShots(int32_t n) {
   int32_t nDiscarded = 0;
-  for (int32_t i = 0; i < m_iCurBaseSnapShot && nDiscarded < n; ++i) {
+  const int64_t iEnd = std::min<int64_t>(m_iCurBaseSnapShot, static_cast<int64_t>(m_vpSnapShotData.size()));
+  for (int64_t i = 0; i < iEnd && nDiscarded < n; ++i) {
     KivDataSpaceBase*& pzEntry = m_vpSnapShotData[static_cast<size_t>(i)];
     if (pzEntry == nullptr) continue;
     DestroyEntry(pzEntry);
@@ -258,8 +270,13 @@ KivSaveSnapShotResult KivDataSpaceBase::SaveSnapShot(KivModelStatusBase* pzModel
   // After an undo the main file is as long as its base until something behind that is read; the copy in slices wants
   // a file that goes on behind its records.
   KivFastFileContainerBase* pzContainer = pzManager->GetContainer();
+  const KivSharedPtr<ISnapShotFile> pzFile = pzContainer != nullptr ? pzContainer->GetBaseFile() : nullptr;
+  if (!pzFile) {
+    KIV_FAIL();
+    return KivSaveSnapShotResult::NotCopied;
+  }
   uint8_t iByte = 0;
-  if (pzContainer != nullptr) pzContainer->GetBaseFile()->Read(pzContainer->GetEndPosition(), &iByte, sizeof iByte);
+  pzFile->Read(pzContainer->GetEndPosition(), &iByte, sizeof iByte);
   pzOwn->m_mapSnapShotFile[csPath] = 0;
   if (pzManager->SaveInSlices(csPath, iDeadline) != KivSaveInSlicesResult::Done)
     return KivSaveSnapShotResult::NotCopied;

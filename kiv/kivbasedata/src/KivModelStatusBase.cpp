@@ -36,6 +36,19 @@ bool KivModelStatusBase::SaveChanges() {
   return pzManager->SaveChanges();
 }
 
+bool KivModelStatusBase::CanBeUndone() const {
+  const KivOutOfCoreManager* pzManager = GetManager();
+  return pzManager != nullptr && pzManager->GetStorage() != nullptr &&
+         pzManager->GetStorage()->GetMode() == KivStoreMode::Read;
+}
+
+bool KivModelStatusBase::IsWholeCopy() const {
+  KivFastFileContainerBase* pzContainer =
+      m_pOutOfCoreManager != nullptr ? m_pOutOfCoreManager->GetContainer() : nullptr;
+  return m_pPositionTableManager != nullptr && pzContainer != nullptr && pzContainer->GetBaseFile() &&
+         pzContainer->GetUnusedRecordFile();
+}
+
 void KivModelStatusBase::Abandon() {
   if (m_pOutOfCoreManager != nullptr && m_pOutOfCoreManager->GetStorage() != nullptr)
     m_pOutOfCoreManager->GetStorage()->Abandon();

@@ -17,10 +17,11 @@ constexpr char kSource[] = "src\\KivOutOfCoreData";
 KivOutOfCoreData::KivOutOfCoreData(uint32_t iManagerKey) : m_iManagerKey(iManagerKey) {}
 
 KivOutOfCoreData::~KivOutOfCoreData() {
-  // A restore destroys all elements of a manager and clears its list itself.
-  if (KivDataSpaceFields::GetInstance()->m_bDiscardingSnapShot) return;
   KivOutOfCoreManager* pzManager = KivOutOfCoreManager::FindWithStore(m_iManagerKey);
   if (pzManager == nullptr) return;
+  pzManager->ForgetElement(this);
+  // While the history moves, the store is not the one that this element belongs to.
+  if (KivDataSpaceFields::GetInstance()->m_bDiscardingSnapShot) return;
   try {
     if (m_bTemporary && m_iPosition != 0) {
       pzManager->FreeRecord(m_iPosition);
@@ -29,7 +30,6 @@ KivOutOfCoreData::~KivOutOfCoreData() {
   } catch (...) {
     // A destructor lets no exception out; the report has been made.
   }
-  pzManager->ForgetElement(this);
   if (m_bTemporary) pzManager->Release();
 }
 
@@ -53,9 +53,9 @@ bool KivOutOfCoreData::IsVer19Data() const {
 }
 
 KivModelStatusBase* KivOutOfCoreData::GetModelStatus() {
-  if (m_pzModelStatus != nullptr) return m_pzModelStatus;
+  // The manager's answer is kept there; a model may have gone since the last call.
   KivOutOfCoreManager* pzManager = KivOutOfCoreManager::Find(m_iManagerKey);
-  if (pzManager != nullptr) m_pzModelStatus = pzManager->GetModelStatus();
+  m_pzModelStatus = pzManager != nullptr ? pzManager->GetModelStatus() : nullptr;
   return m_pzModelStatus;
 }
 
@@ -80,12 +80,12 @@ bool KivOutOfCoreData::Activate(bool bModifyOnlyForPosition) {
   try {
     if (pzManager->TouchElement(this)) {
       m_bActive = true;
-      m_bModified = false;
       bLoaded = Load(bModifyOnlyForPosition);
     }
   } catch (...) {
     pzManager->UnlinkElement(this);
     m_bActive = false;
+    WithoutThrow([this] { return Release(); });
     throw;
   }
   if (bLoaded) return true;
@@ -107,6 +107,8 @@ bool KivOutOfCoreData::StoreAndRelease() {
   }
   if (!Release()) KIV_FAIL();
   m_bActive = false;
+  // An object that is not the manager's may outlive the store, and must not keep its files.
+  if (m_iMapPosition == 0) DropRecordReference();
   return true;
 }
 
@@ -193,8 +195,10 @@ uint64_t KivOutOfCoreData::AssignPositionKey() {
 bool KivOutOfCoreData::ReadData(void* pBuffer, uint64_t nCount) {
   KivOutOfCoreManager* pzManager = KivOutOfCoreManager::FindWithStore(m_iManagerKey);
   KivOutOfCoreMemoryStorage* pzStorage = pzManager != nullptr ? pzManager->GetStorage() : nullptr;
-  if (pzStorage == nullptr || m_iPosition == 0 ||
-      pzStorage->ReadRecord(m_iPosition, pBuffer, nCount, m_zRecordRef) != KivStorageResult::Done) {
+  const bool bRead = pzStorage != nullptr && m_iPosition != 0 &&
+                     pzStorage->ReadRecord(m_iPosition, pBuffer, nCount, m_zRecordRef) == KivStorageResult::Done;
+  if (m_iMapPosition == 0 && !m_bActive) DropRecordReference();
+  if (!bRead) {
     KIV_FAIL();
     return false;
   }
@@ -218,7 +222,7 @@ bool KivOutOfCoreData::WriteData(const void* pBuffer, uint64_t nCount) {
     KIV_FAIL();
     return false;
   }
-  if (IsKeyed() && m_iPosition == 0) {
+  if (IsKeyed() && m_iPosition == 0 && m_iLostPosition == 0) {
     KIV_FAIL();
     return false;
   }
@@ -240,13 +244,8 @@ bool KivOutOfCoreData::WriteData(const void* pBuffer, uint64_t nCount) {
     return false;
   }
   const uint64_t iOldPosition = m_iPosition;
-  if (iOldPosition != 0 && !pzManager->FreeRecord(iOldPosition)) {
-    KIV_FAIL();
-    return false;
-  }
-  m_iPosition = 0;
   const KivContainerData zData(pBuffer, static_cast<uint32_t>(nCount + iPadding), static_cast<uint32_t>(iPadding));
-  if (pzStorage->AddRecord(zData, m_iPosition) != KivStorageResult::Done) {
+  if (!StoreAnew(*pzManager, zData)) {
     KIV_FAIL();
     return false;
   }
@@ -257,6 +256,35 @@ bool KivOutOfCoreData::WriteData(const void* pBuffer, uint64_t nCount) {
     return false;
   }
   return true;
+}
+
+// Frees the record and puts the data into a new one.
+bool KivOutOfCoreData::StoreAnew(KivOutOfCoreManager& zManager, const KivContainerData& zData) {
+  uint64_t iNew = 0;
+  try {
+    if (m_iPosition != 0 && !zManager.FreeRecord(m_iPosition)) return false;
+    zManager.GetStorage()->AddRecord(zData, iNew);
+  } catch (...) {
+    LoseRecordIfGone(zManager);
+    throw;
+  }
+  if (iNew == 0) {
+    LoseRecordIfGone(zManager);
+    return false;
+  }
+  m_iPosition = iNew;
+  m_iLostPosition = 0;
+  return true;
+}
+
+// A record that was freed is another one's as soon as one is added, so the element lets go of its position.
+void KivOutOfCoreData::LoseRecordIfGone(KivOutOfCoreManager& zManager) noexcept {
+  if (m_iPosition == 0 || !zManager.IsRecordFree(m_iPosition)) return;
+  m_iLostPosition = m_iPosition;
+  m_iPosition = 0;
+  DropRecordReference();
+  if (m_bActive) m_bModified = true;
+  zManager.KeepWithoutRecord(this);
 }
 
 bool KivOutOfCoreData::MoveRecord(uint64_t& iStart) {
@@ -270,7 +298,15 @@ bool KivOutOfCoreData::MoveRecord(uint64_t& iStart) {
   const uint64_t iOldPosition = m_iPosition;
   uint64_t iMovedTo = 0;
   uint64_t iStoredAt = iOldPosition;
-  if (pzStorage->MoveRecord(iOldPosition, iStart, iMovedTo, iStoredAt) != KivStorageResult::Done) {
+  KivStorageResult iResult = KivStorageResult::Done;
+  try {
+    iResult = pzStorage->MoveRecord(iOldPosition, iStart, iMovedTo, iStoredAt);
+  } catch (...) {
+    LoseRecordIfGone(*pzManager);
+    throw;
+  }
+  if (iResult != KivStorageResult::Done) {
+    LoseRecordIfGone(*pzManager);
     KIV_FAIL();
     return false;
   }

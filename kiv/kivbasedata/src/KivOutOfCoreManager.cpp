@@ -23,6 +23,7 @@ constexpr int32_t kFreeSlot = -1;
 constexpr int32_t kLimitOfKeyOwners = 1;
 constexpr int kTemporaryTries = 10;
 constexpr size_t kElementClassNum = 14;
+constexpr uint64_t kFirstWithoutRecord = uint64_t{1} << 63;  // in the map of elements
 
 KivOutOfCoreData* MakePositionTable(uint32_t, uint32_t iManagerKey) {
   return new KivPositionTable(iManagerKey);
@@ -142,7 +143,11 @@ void KivOutOfCoreManager::OpenStore(uint32_t iKey, const KivStoreSource& zSource
     zTemporary.m_csPath = m_strOutOfCoreFileBase;
     zTemporary.m_csPath += sys::kSeparator;
     zTemporary.m_csPath += u"Kiv" + csUnique + Widen("_" + std::to_string(n));
-    if (Try(zTemporary)) return;
+    try {
+      if (Try(zTemporary)) return;
+    } catch (const std::exception&) {
+      if (n + 1 == kTemporaryTries) throw;  // what a try reports does not end the tries
+    }
   }
 }
 
@@ -295,7 +300,9 @@ KivOutOfCoreData* KivOutOfCoreManager::FindElement(uint64_t iKey) {
   KivPositionTableManager* pzTables = GetPositionTableManager();
   if (pzTables == nullptr) return nullptr;
   const uint64_t iPosition = pzTables->ResolveKey(iKey);
-  const auto itKnown = m_mapPositionToElement.find(iPosition);
+  // A table entry of a damaged file may be no position.
+  const auto itKnown =
+      iPosition < kFirstWithoutRecord ? m_mapPositionToElement.find(iPosition) : m_mapPositionToElement.end();
   if (itKnown != m_mapPositionToElement.end()) {
     KivOutOfCoreData* pzKnown = itKnown->second;
     // A first fetch by the plain position does not hide the key from later ones.
@@ -303,6 +310,8 @@ KivOutOfCoreData* KivOutOfCoreManager::FindElement(uint64_t iKey) {
     if (pzKnown->m_bActive && m_iMaxActiveOutOfCoreElement >= 2 && !TouchElement(pzKnown)) KIV_FAIL();
     return pzKnown;
   }
+  KivOutOfCoreData* pzWithoutRecord = FindWithoutRecord(iKey, iPosition);
+  if (pzWithoutRecord != nullptr) return pzWithoutRecord;
   KivContainerRecord zRecord;
   KivElementFrame acFrame;
   std::unique_ptr<KivOutOfCoreData> pzElement = MakeElement(iPosition, zRecord, acFrame);
@@ -323,7 +332,9 @@ std::unique_ptr<KivOutOfCoreData> KivOutOfCoreManager::GetTemporaryElement(uint3
   if (pzTables == nullptr) return nullptr;
   const uint64_t iPlain = pzTables->ResolveKey(iPosition);
   std::unique_ptr<KivOutOfCoreData> pzElement = pzManager->MakeElement(iPlain, zRecord, acFrame);
-  if (pzElement != nullptr) pzElement->m_iPositionKey = iPosition == iPlain ? 0 : iPosition;
+  if (pzElement == nullptr) return nullptr;
+  pzElement->m_iPositionKey = iPosition == iPlain ? 0 : iPosition;
+  pzElement->DropRecordReference();  // the object may outlive the store
   return pzElement;
 }
 
@@ -366,6 +377,7 @@ std::unique_ptr<KivOutOfCoreData> KivOutOfCoreManager::MakeElement(uint64_t iPos
 }
 
 void KivOutOfCoreManager::DestroyElement(KivOutOfCoreData* pzElement) {
+  UnlinkElement(pzElement);
   const auto itKnown = m_mapPositionToElement.find(pzElement->m_iMapPosition);
   if (itKnown != m_mapPositionToElement.end() && itKnown->second == pzElement) m_mapPositionToElement.erase(itKnown);
   pzElement->m_iMapPosition = 0;
@@ -396,11 +408,62 @@ void KivOutOfCoreManager::MoveMapEntry(KivOutOfCoreData* pzElement, uint64_t iOl
   if (bTaken) KIV_FAIL();
 }
 
+// False also where nobody can tell.
+bool KivOutOfCoreManager::IsRecordFree(uint64_t iPosition) noexcept {
+  try {
+    KivContainerRecord zRecord;
+    return m_pzStorage != nullptr && m_pzStorage->FindRecord(iPosition, zRecord) == KivStorageResult::NoRecord;
+  } catch (...) {
+    return false;
+  }
+}
+
+// An element whose record was freed without a new one leaves its place to whatever record comes there. Its object stays
+// the map's, and its key leads nowhere until it is stored.
+void KivOutOfCoreManager::KeepWithoutRecord(KivOutOfCoreData* pzElement) noexcept {
+  const uint64_t iLost = pzElement->m_iLostPosition;
+  const auto itHeld = m_mapPositionToElement.find(pzElement->m_iMapPosition != 0 ? pzElement->m_iMapPosition : iLost);
+  if (itHeld != m_mapPositionToElement.end() && itHeld->second != pzElement) {
+    DestroyElement(itHeld->second);  // of the same record, which is no more
+  } else if (itHeld != m_mapPositionToElement.end()) {
+    auto zNode = m_mapPositionToElement.extract(itHeld);
+    zNode.key() = m_iNextWithoutRecord++;
+    pzElement->m_iMapPosition = zNode.key();
+    m_mapPositionToElement.insert(std::move(zNode));
+  }
+  if (!pzElement->IsKeyed()) return;
+  try {
+    SetTablesChanged();
+    GetPositionTableManager()->ReplacePosition(NULL_FILE_INDEX, pzElement->m_iPositionKey);
+  } catch (...) {
+    // The report has been made.
+  }
+}
+
+// An element without a record by what others know it by: its key, or its former position while that is free.
+KivOutOfCoreData* KivOutOfCoreManager::FindWithoutRecord(uint64_t iKey, uint64_t iPosition) {
+  if (m_mapPositionToElement.empty() || m_mapPositionToElement.rbegin()->first < kFirstWithoutRecord) return nullptr;
+  for (auto it = m_mapPositionToElement.lower_bound(kFirstWithoutRecord); it != m_mapPositionToElement.end(); ++it) {
+    KivOutOfCoreData* pzElement = it->second;
+    const bool bKeyed = pzElement->IsKeyed();
+    if (bKeyed && pzElement->m_iPositionKey == iKey) return pzElement;
+    if (!bKeyed && iPosition != 0 && pzElement->m_iLostPosition == iPosition && IsRecordFree(iPosition))
+      return pzElement;
+  }
+  return nullptr;
+}
+
 bool KivOutOfCoreManager::DeleteElement(uint32_t iKey, uint64_t iPosition) {
   KivOutOfCoreManager* pzManager = FindOrReport(iKey);
   KivPositionTableManager* pzTables = pzManager != nullptr ? pzManager->GetPositionTableManager() : nullptr;
   const uint64_t iPlain = pzTables != nullptr ? pzTables->ResolveKey(iPosition) : 0;
-  if (iPlain == 0) {
+  KivOutOfCoreData* pzWithoutRecord =
+      pzTables != nullptr ? pzManager->FindWithoutRecord(iPosition, iPlain) : nullptr;
+  if (pzWithoutRecord != nullptr) {
+    pzManager->DestroyElement(pzWithoutRecord);
+    return true;
+  }
+  if (iPlain == 0 || iPlain >= kFirstWithoutRecord) {
     KIV_FAIL();
     return false;
   }
@@ -413,15 +476,15 @@ bool KivOutOfCoreManager::DeleteElementObject(uint32_t iKey, KivOutOfCoreData*& 
   KivOutOfCoreData* pzGone = pzElement;
   pzElement = nullptr;
   KivOutOfCoreManager* pzManager = FindOrReport(iKey);
-  if (pzManager == nullptr || pzGone == nullptr) return false;
-  const uint64_t iPosition = pzGone->m_iPosition;
-  const auto itKnown = pzManager->m_mapPositionToElement.find(iPosition);
-  if (pzGone->m_bTemporary || itKnown == pzManager->m_mapPositionToElement.end() || itKnown->second != pzGone) {
+  if (pzManager == nullptr) return false;
+  const auto itKnown = pzManager->m_mapPositionToElement.find(pzGone != nullptr ? pzGone->m_iMapPosition : 0);
+  if (itKnown == pzManager->m_mapPositionToElement.end() || itKnown->second != pzGone || pzGone->m_bTemporary) {
     KIV_FAIL();
     return false;
   }
+  const uint64_t iPosition = pzGone->m_iPosition;
   pzManager->DestroyElement(pzGone);
-  return pzManager->FreeRecord(iPosition);
+  return iPosition == 0 || pzManager->FreeRecord(iPosition);
 }
 
 bool KivOutOfCoreManager::FreeRecord(uint64_t iPosition) {

@@ -1,5 +1,5 @@
-// The list of active elements, from the oldest to the newest. At a limit of 1 it is one pointer, and the set and the
-// count are not used.
+// The list of active elements, from the oldest to the newest. At a limit of 1 it is one pointer, the count is not used,
+// and the set holds those that are still active because they could not be stored when another one took their place.
 #include "KivException.h"
 #include "KivOutOfCoreManager.h"
 #include "KivOutOfCoreTreeNode.h"
@@ -21,21 +21,20 @@ bool MayBeUnstored(KivOutOfCoreData* pzElement) {
 }  // namespace
 
 uint32_t KivOutOfCoreManager::GetActiveElementNum() const {
-  if (m_iMaxActiveOutOfCoreElement == 1) return m_pzNewestActive != nullptr ? 1 : 0;
-  return m_iActiveElementNum;
+  if (m_iMaxActiveOutOfCoreElement != 1) return m_iActiveElementNum;
+  return static_cast<uint32_t>(m_setActiveElement.size()) + (m_pzNewestActive != nullptr ? 1 : 0);
 }
 
 bool KivOutOfCoreManager::IsListed(KivOutOfCoreData* pzElement) const {
-  if (m_iMaxActiveOutOfCoreElement == 1) return m_pzNewestActive == pzElement;
+  if (m_iMaxActiveOutOfCoreElement == 1 && m_pzNewestActive == pzElement) return true;
   return m_setActiveElement.count(pzElement) != 0;
 }
 
-// In set order.
+// In set order; at a limit of 1 the newest comes last.
 std::vector<KivOutOfCoreData*> KivOutOfCoreManager::GetActiveElements() const {
-  if (m_iMaxActiveOutOfCoreElement != 1)
-    return std::vector<KivOutOfCoreData*>(m_setActiveElement.begin(), m_setActiveElement.end());
-  if (m_pzNewestActive == nullptr) return {};
-  return {m_pzNewestActive};
+  std::vector<KivOutOfCoreData*> vpzActive(m_setActiveElement.begin(), m_setActiveElement.end());
+  if (m_iMaxActiveOutOfCoreElement == 1 && m_pzNewestActive != nullptr) vpzActive.push_back(m_pzNewestActive);
+  return vpzActive;
 }
 
 bool KivOutOfCoreManager::DeactivateAllElements() {
@@ -80,7 +79,13 @@ bool KivOutOfCoreManager::TouchElement(KivOutOfCoreData* pzElement) {
   }
   if (pzElement == m_pzNewestActive) return true;
   if (m_iMaxActiveOutOfCoreElement == 1) {
-    if (m_pzNewestActive != nullptr && !m_pzNewestActive->Deactivate()) KIV_FAIL();
+    KivOutOfCoreData* const pzReplaced = m_pzNewestActive;
+    if (pzReplaced != nullptr && !pzReplaced->Deactivate()) {
+      KIV_FAIL();
+      // Its change is not lost: it is tried again whenever all are stored.
+      if (pzReplaced == m_pzNewestActive && pzReplaced->m_bActive) m_setActiveElement.insert(pzReplaced);
+    }
+    m_setActiveElement.erase(pzElement);
     m_pzOldestActive = pzElement;
     m_pzNewestActive = pzElement;
     return true;
@@ -144,6 +149,7 @@ bool KivOutOfCoreManager::IsObjectKept(const KivOutOfCoreData* pzElement) const 
 
 void KivOutOfCoreManager::UnlinkElement(KivOutOfCoreData* pzElement) noexcept {
   if (m_iMaxActiveOutOfCoreElement == 1) {
+    m_setActiveElement.erase(pzElement);
     if (m_pzNewestActive != pzElement) return;
     m_pzOldestActive = nullptr;
     m_pzNewestActive = nullptr;

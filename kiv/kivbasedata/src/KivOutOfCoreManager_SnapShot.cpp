@@ -85,10 +85,11 @@ KivManagerRestoreResult KivOutOfCoreManager::RestoreFromUndo(KivOutOfCoreManager
   m_bKeepRecords = pUndo->m_bKeepRecords;
   m_bTablesChanged = false;
 
-  // What the elements hold is of no state any more.
+  // What the elements hold is of no state any more. Map and list are set right before anything is reported.
   AbandonForeignElements();
   const std::map<uint64_t, KivOutOfCoreData*> mapGone = std::move(m_mapPositionToElement);
   m_mapPositionToElement.clear();
+  ClearList();
   for (const auto& [iPosition, pzElement] : mapGone) {
     pzElement->m_iMapPosition = 0;
     delete pzElement;
@@ -97,7 +98,6 @@ KivManagerRestoreResult KivOutOfCoreManager::RestoreFromUndo(KivOutOfCoreManager
   KIV_CHECK(pOriginal->m_bVer19Data == pUndo->m_bVer19Data);
   KIV_CHECK(pOriginal->m_iMaxActiveOutOfCoreElement == pUndo->m_iMaxActiveOutOfCoreElement);
   m_iRefCount = 1;
-  ClearList();
   return KivManagerRestoreResult::Done;
 }
 

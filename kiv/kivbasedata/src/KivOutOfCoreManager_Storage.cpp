@@ -15,6 +15,7 @@
 #include "KivPositionTableManager.h"
 #include "KivSysClock.h"
 #include "KivSysFile.h"
+#include "KivSysFolder.h"
 
 namespace kiv {
 namespace {
@@ -55,7 +56,9 @@ KivSharedPtr<ISnapShotFile> OpenPath(const KivWString& csPath) {
   }
   KivSysFile zBackGround;
   if (KivDataSpaceFields::GetInstance()->m_bBackGroundRead) zBackGround = KivSysFile::Open(csPath, kOpenForReading);
-  return KivCreateReadOnlyMappedFile(std::move(zFile), std::move(zBackGround));
+  KivSharedPtr<ISnapShotFile> pzFile = KivCreateReadOnlyMappedFile(std::move(zFile), std::move(zBackGround));
+  if (!pzFile) KIV_FAIL();
+  return pzFile;
 }
 
 // What the container is read from. URLs have no file class yet and so never come up.
@@ -93,10 +96,16 @@ std::unique_ptr<KivFastFileContainerBase> MakeContainer(const char16_t* szWords,
 
 KivOutOfCoreMemoryStorage::KivOutOfCoreMemoryStorage(const KivStoreSource& zSource, uint32_t iManagerKey)
     : m_eMode(zSource.m_eMode) {
+  bool bMainMade = false;
+  // A main file that was made for nothing goes again.
+  const auto Undo = [&] {
+    DropFiles();
+    if (bMainMade) sys::RemoveFileAt(zSource.m_csPath);
+  };
   try {
     switch (m_eMode) {
       case KivStoreMode::NewTemporary:
-        CreateTemporary(zSource, iManagerKey);
+        CreateTemporary(zSource, iManagerKey, bMainMade);
         break;
       case KivStoreMode::Read:
         OpenForReading(zSource, iManagerKey);
@@ -109,10 +118,10 @@ KivOutOfCoreMemoryStorage::KivOutOfCoreMemoryStorage(const KivStoreSource& zSour
         break;
     }
   } catch (...) {
-    DropFiles();
+    Undo();
     throw;
   }
-  if (m_pzFileContainer == nullptr) DropFiles();
+  if (m_pzFileContainer == nullptr) Undo();
 }
 
 KivOutOfCoreMemoryStorage::KivOutOfCoreMemoryStorage() = default;
@@ -139,7 +148,7 @@ void KivOutOfCoreMemoryStorage::MakePositionTableManager(uint32_t iManagerKey) {
   m_pzPositionTableManager->SetStore(m_pzTableStore.get());
 }
 
-void KivOutOfCoreMemoryStorage::CreateTemporary(const KivStoreSource& zSource, uint32_t iManagerKey) {
+void KivOutOfCoreMemoryStorage::CreateTemporary(const KivStoreSource& zSource, uint32_t iManagerKey, bool& bMainMade) {
   const void* const pvData = zSource.m_pvData;
   KIV_CHECK(pvData == NULL);
   KivSysFile zMain = KivSysFile::Open(zSource.m_csPath, kCreateMain);
@@ -147,6 +156,7 @@ void KivOutOfCoreMemoryStorage::CreateTemporary(const KivStoreSource& zSource, u
     KIV_FAIL();
     return;
   }
+  bMainMade = true;
   KivSysFile zSub = KivSysFile::Open(zSource.m_csPath + kSideFileSuffix, kCreateSub);
   if (!zSub.IsOpen()) {
     KIV_FAIL();
