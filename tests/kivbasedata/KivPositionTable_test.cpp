@@ -194,7 +194,7 @@ TEST_F(PositionTableElement, KeysOfBlocksThatWereNotLoadedSurviveSnapshotSaveAnd
     // Read: a snapshot, a copy and a patch are made while block 0 alone is loaded.
     pzModel = Open(csPath, false, iLimit);
     KivOutOfCoreHandle zFirst(pzModel->GetKey(), iFirstKey);
-    ASSERT_TRUE(SetText(zFirst, "moved "  + std::string(500, 'm')));
+    ASSERT_TRUE(SetText(zFirst, "moved " + std::string(500, 'm')));
     ASSERT_EQ(ManagerOf(pzModel)->GetPositionTableManager()->GetLoadedBlockNum(), 1U);
     ASSERT_EQ(Space().CreateSnapShot(), KivCreateSnapShotResult::Done);
     ASSERT_TRUE(SetText(zFirst, "changed"));

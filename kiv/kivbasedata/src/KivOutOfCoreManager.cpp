@@ -457,8 +457,7 @@ bool KivOutOfCoreManager::DeleteElement(uint32_t iKey, uint64_t iPosition) {
   KivOutOfCoreManager* pzManager = FindOrReport(iKey);
   KivPositionTableManager* pzTables = pzManager != nullptr ? pzManager->GetPositionTableManager() : nullptr;
   const uint64_t iPlain = pzTables != nullptr ? pzTables->ResolveKey(iPosition) : 0;
-  KivOutOfCoreData* pzWithoutRecord =
-      pzTables != nullptr ? pzManager->FindWithoutRecord(iPosition, iPlain) : nullptr;
+  KivOutOfCoreData* pzWithoutRecord = pzTables != nullptr ? pzManager->FindWithoutRecord(iPosition, iPlain) : nullptr;
   if (pzWithoutRecord != nullptr) {
     pzManager->DestroyElement(pzWithoutRecord);
     return true;

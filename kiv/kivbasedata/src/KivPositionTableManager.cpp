@@ -214,8 +214,7 @@ IKivPositionTableStore::Change KivPositionTableManager::StoreBlock(IKivPositionT
     zBlock.CopyFieldsFrom(zTable);
     zTable.CopyFrom(zBlock);
     zTable.m_iPreviousTable = iBlock > 0 ? m_viBlockPosition[iBlock - 1] : NULL_FILE_INDEX;
-    zTable.m_iNextTable =
-        iBlock + 1 < m_viBlockPosition.size() ? m_viBlockPosition[iBlock + 1] : m_iNextBlockPosition;
+    zTable.m_iNextTable = iBlock + 1 < m_viBlockPosition.size() ? m_viBlockPosition[iBlock + 1] : m_iNextBlockPosition;
     zTable.m_iThirdLink = 0;
   });
 }
