@@ -7,6 +7,7 @@
 #include "KivExProcLib.h"
 #include "KivException.h"
 #include "KivSysClock.h"
+#include "KivSysFile.h"
 #include "KivSysFolder.h"
 #include "KivSysProcess.h"
 
@@ -29,6 +30,36 @@ KivWString AbsolutePath(const KivWString& csPath) {
   return sys::IsRelativePath(csPath) ? std::filesystem::absolute(csPath).u16string() : csPath;
 }
 
+// Where a program stands that was started by this path.
+KivWString FolderOfProgram(const KivWString& csPath) {
+  KivWString csFolder, csName;
+  KivSplitPath(csPath, csFolder, csName);
+  if (csFolder.empty()) return KivGetModuleFolder();
+  std::error_code zError;
+  const std::filesystem::path zReal = std::filesystem::canonical(AbsolutePath(csPath), zError);
+  return zError ? AbsolutePath(csFolder) : zReal.parent_path().u16string();
+}
+
+// Removes the work folders of dead processes and leaves the folder itself, also when nothing else stands in it.
+void RemoveOrphansIn(const KivWString& csFolder) {
+  const KivSysFile hKeeper =
+      KivSysFile::Open(csFolder + sys::kSeparator + u"dor_clean_" + Decimal(sys::CurrentProcessNumber()),
+                       {KivSysAccess::ReadWrite, KivSysShare::None, KivSysDisposition::CreateAlways,
+                        KivSysFileFlags::Temporary | KivSysFileFlags::DeleteOnClose});
+  KivRemoveOrphanFolders(csFolder, true);
+}
+
+// True if a work folder of one of these processes stands in the folder.
+bool HasFolderOf(const std::set<int32_t>& spPids, const KivWString& csFolder) {
+  std::vector<KivSysFolderEntry> vzEntries;
+  sys::ListFolder(csFolder, vzEntries);
+  return std::any_of(vzEntries.begin(), vzEntries.end(), [&](const KivSysFolderEntry& zEntry) {
+    if (!zEntry.m_bFolder || !zEntry.m_csName.starts_with(kGeneratedPrefix)) return false;
+    return std::any_of(spPids.begin(), spPids.end(),
+                       [&](int32_t iPid) { return zEntry.m_csName.ends_with(u"-" + Decimal(iPid)); });
+  });
+}
+
 // Root mode serves its own loop only until the tick ends it: from then on the host is in charge.
 int32_t EndLoopAtOnce() {
   return -1;
@@ -46,12 +77,26 @@ DorClient::DorClient(const DorClientOptions& zOptions) {
   m_csRootFolder = KivExProcLib_GetRootFolder();
   m_bOpen = true;
 
-  const KivWString csRelay = zOptions.m_csRelay.empty() ? KivFindModule(u"DorRelay") : zOptions.m_csRelay;
-  const int32_t iStart = KivExProcLib_StartChild(csRelay, zOptions.m_csRelayArguments, m_iRelayPid);
+  KivWString csRelay;
+  int32_t iStart = 0;
+  try {
+    iStart = StartRelay(zOptions, csRelay);
+  } catch (const std::exception& e) {
+    Close();
+    throw DorClientError("the relay " + sys::WideToUtf8(csRelay) + " could not be started: " + e.what());
+  }
   if (iStart == 0) return;
   Close();
   throw DorClientError("the relay " + sys::WideToUtf8(csRelay) + " could not be started (code " +
                        std::to_string(iStart) + ")");
+}
+
+int32_t DorClient::StartRelay(const DorClientOptions& zOptions, KivWString& csRelay) {
+  csRelay = zOptions.m_csRelay.empty() ? KivFindModule(u"DorRelay") : zOptions.m_csRelay;
+  m_csRelayFolder = FolderOfProgram(csRelay);
+  const int32_t iStart = KivExProcLib_StartChild(csRelay, zOptions.m_csRelayArguments, m_iRelayPid);
+  RememberTree();
+  return iStart;
 }
 
 DorClient::~DorClient() {
@@ -68,7 +113,7 @@ int32_t DorClient::CallUnchecked(const KivWString& csRequest, const KivByteBuffe
   int32_t iResult = 0;
   try {
     iResult = KivExProcLib_SendMessage(m_iRelayPid, csRequest, vcPayload, iStatus, vcResult);
-  } catch (const KivException& e) {
+  } catch (const std::exception& e) {
     // A relay that ends behind its answer takes the answer with it.
     m_bRelayEnded = true;
     KivExProcLib_CloseDown(kKivExProcFatal, false);
@@ -82,35 +127,53 @@ int32_t DorClient::CallUnchecked(const KivWString& csRequest, const KivByteBuffe
   return static_cast<int32_t>(iStatus);
 }
 
-void DorClient::CheckRequest(const KivWString& csRequest, const KivByteBuffer& vcPayload) const {
-  const DorRequestRow* pzRow = DorFindRequest(csRequest);
+int64_t DorClient::CheckRequest(const DorRequestRow* pzRow, const KivWString& csRequest,
+                                const KivByteBuffer& vcPayload) const {
   if (pzRow == nullptr || pzRow->m_iFamily == DorRequestFamily::Refused)
     throw DorClientError("the relay does not serve " + sys::WideToUtf8(csRequest));
-  if (pzRow->m_iFamily == DorRequestFamily::Open) return;
+  if (!DorFitsForm(*pzRow, vcPayload)) throw DorClientError("the payload does not fit " + sys::WideToUtf8(csRequest));
+  if (pzRow->m_iFamily == DorRequestFamily::Open) return -1;
   uint64_t iCursor = 0;
   int64_t iModel = 0;
-  if (vcPayload.size() < sizeof iModel) throw DorClientError("the request has no model id");
   KivGetInt64(iCursor, vcPayload, &iModel);
-  if (std::find(m_viModels.begin(), m_viModels.end(), iModel) == m_viModels.end())
-    throw DorClientError("model " + std::to_string(iModel) + " is not open");
+  if (!m_mapModels.contains(iModel)) throw DorClientError("model " + std::to_string(iModel) + " is not open");
+  return iModel;
 }
 
 DorAnswer DorClient::Call(const KivWString& csRequest, const KivByteBuffer& vcPayload) {
-  CheckRequest(csRequest, vcPayload);
+  const DorRequestRow* pzRow = DorFindRequest(csRequest);
+  const int64_t iModel = CheckRequest(pzRow, csRequest, vcPayload);
   DorAnswer zAnswer;
+  if (csRequest == kDorPickOneElement && vcPayload.size() > sizeof iModel && !m_mapModels[iModel]) {
+    // A tail for a model that could not be read would end the relay.
+    zAnswer.m_iStatus = GetReadStatus(iModel);
+    if (zAnswer.m_iStatus != kDorStatusServed) return zAnswer;
+  }
+  if (pzRow->m_iFamily == DorRequestFamily::Close) {
+    RememberTree();
+    m_mapModels.erase(iModel);
+  }
   zAnswer.m_iStatus = CallUnchecked(csRequest, vcPayload, zAnswer.m_vcResult);
+  if (pzRow->m_iFamily == DorRequestFamily::Open) {
+    uint64_t iCursor = 0;
+    int64_t iNew = 0;
+    if (zAnswer.m_iStatus != 0 || zAnswer.m_vcResult.size() != sizeof iNew ||
+        !KivGetInt64(iCursor, zAnswer.m_vcResult, &iNew))
+      throw DorClientError("the relay gave no model id");
+    m_mapModels[iNew] = false;
+  } else if (pzRow->m_iFamily == DorRequestFamily::Forward && zAnswer.m_iStatus == kDorStatusServed) {
+    m_mapModels[iModel] = true;
+  }
   return zAnswer;
 }
 
 int64_t DorClient::StartOpen(const KivWString& csPath) {
-  KivByteBuffer vcPayload, vcResult;
+  KivByteBuffer vcPayload;
   KivPutString(vcPayload, AbsolutePath(csPath));
-  const int32_t iStatus = CallUnchecked(KivWString(kDorReadDor), vcPayload, vcResult);
+  const DorAnswer zAnswer = Call(KivWString(kDorReadDor), vcPayload);
   uint64_t iCursor = 0;
   int64_t iModel = 0;
-  if (iStatus != 0 || vcResult.size() != sizeof iModel || !KivGetInt64(iCursor, vcResult, &iModel))
-    throw DorClientError("the relay gave no model id");
-  m_viModels.push_back(iModel);
+  KivGetInt64(iCursor, zAnswer.m_vcResult, &iModel);
   return iModel;
 }
 
@@ -124,6 +187,7 @@ void DorClient::AwaitOpen(int64_t iModel, const std::function<bool()>& pfnWaitin
   uint32_t iPauseMs = kFirstPauseMs;
   for (;;) {
     const int32_t iStatus = GetReadStatus(iModel);
+    if (iStatus != kDorStatusReading) RememberTree();  // its handler is up
     if (iStatus == kDorStatusReadFailed) throw DorReadError("the model could not be read");
     if (iStatus != kDorStatusReading) return;
     if (pfnWaiting != nullptr && !pfnWaiting()) throw DorReadError("gave up waiting for the model");
@@ -139,14 +203,9 @@ int64_t DorClient::Open(const KivWString& csPath, const std::function<bool()>& p
 }
 
 void DorClient::Clear(int64_t iModel) {
-  const auto itModel = std::find(m_viModels.begin(), m_viModels.end(), iModel);
-  if (itModel == m_viModels.end()) throw DorClientError("model " + std::to_string(iModel) + " is not open");
-  for (int32_t iPid : ListTree())
-    if (std::find(m_viSeenPids.begin(), m_viSeenPids.end(), iPid) == m_viSeenPids.end()) m_viSeenPids.push_back(iPid);
-  KivByteBuffer vcPayload, vcResult;
+  KivByteBuffer vcPayload;
   KivPutInt64(vcPayload, iModel);
-  m_viModels.erase(itModel);
-  CallUnchecked(KivWString(kDorClearModel), vcPayload, vcResult);
+  Call(KivWString(kDorClearModel), vcPayload);
 }
 
 std::vector<int32_t> DorClient::ListTree() const {
@@ -163,37 +222,42 @@ std::vector<int32_t> DorClient::ListTree() const {
   return viPids;
 }
 
+void DorClient::RememberTree() {
+  for (int32_t iPid : ListTree()) m_spSeenPids.insert(iPid);
+}
+
 bool DorClient::Close() {
   if (!m_bOpen) return true;
   m_bOpen = false;
-  std::vector<int32_t> viPids = ListTree();
-  viPids.insert(viPids.end(), m_viSeenPids.begin(), m_viSeenPids.end());
+  RememberTree();
   if (m_iRelayPid != 0 && !m_bRelayEnded) KivExProcLib_CloseChild(m_iRelayPid);
   KivExProcLib_CloseDown(0, false);
 
-  KivWString csFolder, csName;
-  KivSplitPath(m_csRootFolder, csFolder, csName);
   KivCloseLog();  // of a report in this process; it would hold the folder back
   const KivRemoveTreeResult iRemoved = KivRemoveTree(m_csRootFolder);
   const bool bClean = iRemoved == KivRemoveTreeResult::Done || !sys::PathExists(m_csRootFolder);
+  return RemoveGeneratedFolders() && bClean;
+}
 
-  // The work folders that relay and handlers generated go when the system has forgotten the processes.
-  const auto HasFolderOfTree = [&] {
-    std::vector<KivSysFolderEntry> vzEntries;
-    sys::ListFolder(csFolder, vzEntries);
-    return std::any_of(vzEntries.begin(), vzEntries.end(), [&](const KivSysFolderEntry& zEntry) {
-      if (!zEntry.m_bFolder || !zEntry.m_csName.starts_with(kGeneratedPrefix)) return false;
-      return std::any_of(viPids.begin(), viPids.end(),
-                         [&](int32_t iPid) { return zEntry.m_csName.ends_with(u"-" + Decimal(iPid)); });
-    });
-  };
-  bool bLeft = HasFolderOfTree();
-  for (int iTry = 0; bLeft && iTry < kCleanUpTries; ++iTry) {
-    if (iTry != 0) sys::SleepMs(kCleanUpPauseMs);
-    KivRemoveOrphanFolders(csFolder, true);
-    bLeft = HasFolderOfTree();
+bool DorClient::RemoveGeneratedFolders() {
+  KivWString csBesideRoot, csName;
+  KivSplitPath(m_csRootFolder, csBesideRoot, csName);
+  // Programs generate their folders beside themselves or, where they cannot write, in the user's temporary folder.
+  std::set<KivWString> scsFolders{csBesideRoot, m_csRelayFolder};
+  const KivWString csTemp = sys::PrivateTempFolder();
+  if (HasFolderOf(m_spSeenPids, csTemp)) scsFolders.insert(csTemp);
+  bool bLeft = false;
+  for (const KivWString& csFolder : scsFolders) {
+    if (!sys::FolderExists(csFolder)) continue;
+    // The folders can go when the system has forgotten the processes.
+    for (int iTry = 0; iTry < kCleanUpTries; ++iTry) {
+      if (iTry != 0) sys::SleepMs(kCleanUpPauseMs);
+      RemoveOrphansIn(csFolder);
+      if (!HasFolderOf(m_spSeenPids, csFolder)) break;
+    }
+    if (HasFolderOf(m_spSeenPids, csFolder)) bLeft = true;
   }
-  return bClean && !bLeft;
+  return !bLeft;
 }
 
 }  // namespace kiv

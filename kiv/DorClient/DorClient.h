@@ -12,6 +12,8 @@
 
 #include <cstdint>
 #include <functional>
+#include <map>
+#include <set>
 #include <stdexcept>
 #include <vector>
 
@@ -53,7 +55,8 @@ class DorClient {
   DorClient& operator=(const DorClient&) = delete;
 
   // Sends one request and waits for its answer. Throws DorClientError if the relay has ended, and without sending
-  // anything for a name that the relay does not know or a model that is not open here: both would end it.
+  // anything for what would end the relay: a name that it does not serve, a payload that does not fit the request's
+  // form to the last byte, a model that is not open here.
   DorAnswer Call(const KivWString& csRequest, const KivByteBuffer& vcPayload);
   // The same without the checks, into a buffer that is used again; gives the status. For those who measure.
   int32_t CallUnchecked(const KivWString& csRequest, const KivByteBuffer& vcPayload, KivByteBuffer& vcResult);
@@ -68,8 +71,8 @@ class DorClient {
   int64_t Open(const KivWString& csPath, const std::function<bool()>& pfnWaiting = nullptr);
   void Clear(int64_t iModel);
 
-  // Ends the relay and its handlers and removes the root folder and the work folders that they generated. True if
-  // nothing was left behind.
+  // Ends the relay and its handlers and removes the root folder and the work folders that they generated, beside the
+  // root folder and beside the relay; orphans of earlier trees there go as well. True if nothing was left behind.
   bool Close();
 
   const KivWString& GetRootFolder() const { return m_csRootFolder; }
@@ -79,14 +82,19 @@ class DorClient {
   std::vector<int32_t> ListTree() const;
 
  private:
-  void CheckRequest(const KivWString& csRequest, const KivByteBuffer& vcPayload) const;
+  // The id of the model that the request is about; -1 if it opens one.
+  int64_t CheckRequest(const DorRequestRow* pzRow, const KivWString& csRequest, const KivByteBuffer& vcPayload) const;
+  int32_t StartRelay(const DorClientOptions& zOptions, KivWString& csRelay);
+  void RememberTree();
+  bool RemoveGeneratedFolders();
 
   KivWString m_csRootFolder;
+  KivWString m_csRelayFolder;  // where the relay's program stands
   int32_t m_iRelayPid = 0;
   bool m_bOpen = false;
   bool m_bRelayEnded = false;
-  std::vector<int64_t> m_viModels;    // open ones
-  std::vector<int32_t> m_viSeenPids;  // all processes of the tree that were seen, for the clean-up
+  std::map<int64_t, bool> m_mapModels;  // open ones; true once a request was served
+  std::set<int32_t> m_spSeenPids;       // all processes of the tree that were seen, for the clean-up
 };
 
 // Builds a payload from text, one word or a few for each field of a row's form. The model id is given.

@@ -1,7 +1,7 @@
 // The dor command: one model, one request, shown on standard output.
 //
 // Exit codes: 0 good; 1 the request was refused or failed; 2 wrong use; 3 the model could not be read; 4 the tree could
-// not be started or has ended.
+// not be started or has ended; 5 good, but folders are left behind.
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cctype>
@@ -19,7 +19,7 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-enum ExitCode { kGood = 0, kRefused = 1, kWrongUse = 2, kNotRead = 3, kTreeEnded = 4 };
+enum ExitCode { kGood = 0, kRefused = 1, kWrongUse = 2, kNotRead = 3, kTreeEnded = 4, kLeftBehind = 5 };
 
 constexpr const char* kPrefix = "DorHandler_";
 constexpr size_t kShownBytes = 256;
@@ -71,7 +71,9 @@ const char* StatusText(int32_t iStatus) {
 // A spinner on a terminal while a read runs; nothing elsewhere.
 class Spinner {
  public:
+  // False if the user wants to stop.
   bool Turn() {
+    if (sys::IsStopRequested()) return false;
     if (!sys::IsErrorTerminal()) return true;
     static const char* const aszFrames[] = {"|", "/", "-", "\\"};
     std::fprintf(stderr, "\r%s reading", aszFrames[m_iFrame++ % 4]);
@@ -99,6 +101,23 @@ DorClientOptions Options(const Settings& zSettings) {
 
 void Print(const Json& zJson) {
   std::printf("%s\n", zJson.dump(2, ' ', false, Json::error_handler_t::replace).c_str());
+}
+
+// Says why nothing came of it: as JSON on standard output if asked for, else as a line on standard error.
+int Fail(const Settings& zSettings, ExitCode iCode, const std::string& strWhy) {
+  if (zSettings.m_bJson) {
+    Print({{"error", strWhy}, {"exit_code", static_cast<int>(iCode)}});
+  } else {
+    std::fprintf(stderr, "dor: %s\n", strWhy.c_str());
+  }
+  return iCode;
+}
+
+// The exit code behind the end of the tree.
+int CodeOf(bool bGood, bool bClean) {
+  if (!bClean) std::fprintf(stderr, "dor: folders are left behind\n");
+  if (!bGood) return kRefused;
+  return bClean ? kGood : kLeftBehind;
 }
 
 // What every answer of the handler begins with: its result code, and a reason where that is not 0.
@@ -135,7 +154,8 @@ Json AnswerFields(const KivWString& csRequest, const KivByteBuffer& vcResult) {
   return zFields;
 }
 
-int ShowAnswer(const Settings& zSettings, const KivWString& csRequest, const DorAnswer& zAnswer, double dMs) {
+// True if the handler did what it was asked for.
+bool ShowAnswer(const Settings& zSettings, const KivWString& csRequest, const DorAnswer& zAnswer, double dMs) {
   const HandlerAnswer zHandler = ReadHandlerAnswer(zAnswer.m_vcResult);
   const bool bGood = zAnswer.m_iStatus == kDorStatusServed && (!zHandler.m_bKnown || zHandler.m_iCode == 0);
   const Json zFields = bGood ? AnswerFields(csRequest, zAnswer.m_vcResult) : Json::object();
@@ -150,7 +170,7 @@ int ShowAnswer(const Settings& zSettings, const KivWString& csRequest, const Dor
     zJson["bytes"] = Hex(zAnswer.m_vcResult, zAnswer.m_vcResult.size());
     zJson["milliseconds"] = dMs;
     Print(zJson);
-    return bGood ? kGood : kRefused;
+    return bGood;
   }
   std::printf("%s: %s (status %d), %zu bytes, %.3f ms\n", sys::WideToUtf8(csRequest).c_str(),
               StatusText(zAnswer.m_iStatus), zAnswer.m_iStatus, zAnswer.m_vcResult.size(), dMs);
@@ -162,7 +182,7 @@ int ShowAnswer(const Settings& zSettings, const KivWString& csRequest, const Dor
   if (zFields.empty() && zAnswer.m_vcResult.size() > 8)
     std::printf("  %s%s\n", Hex(zAnswer.m_vcResult, kShownBytes).c_str(),
                 zAnswer.m_vcResult.size() > kShownBytes ? "..." : "");
-  return bGood ? kGood : kRefused;
+  return bGood;
 }
 
 // The row of a request that may be called; the prefix of the name may be left out.
@@ -202,7 +222,7 @@ int RunOpen(const Settings& zSettings) {
     zJson["milliseconds"] = {{"start", dStartMs}, {"open", dOpenMs}, {"ask", dAskMs}, {"close", dCloseMs}};
     zJson["left_behind"] = !bClean;
     Print(zJson);
-    return bGood ? kGood : kRefused;
+    return CodeOf(bGood, bClean);
   }
   std::printf("tree      started in %.1f ms, root folder %s\n", dStartMs,
               sys::WideToUtf8(zClient.GetRootFolder()).c_str());
@@ -214,22 +234,18 @@ int RunOpen(const Settings& zSettings) {
                 (zValue.is_string() ? zValue.get<std::string>() : zValue.dump()).c_str());
   std::printf("asked     in %.3f ms\nclosed    in %.1f ms, %s\n", dAskMs, dCloseMs,
               bClean ? "nothing left behind" : "folders are left behind");
-  return bGood ? kGood : kRefused;
+  return CodeOf(bGood, bClean);
 }
 
 int RunCall(const Settings& zSettings) {
   const DorRequestRow* pzRow = FindRow(zSettings.m_strRequest);
-  if (pzRow == nullptr) {
-    std::fprintf(stderr, "dor: the relay serves no request '%s' (dor requests lists them)\n",
-                 zSettings.m_strRequest.c_str());
-    return kWrongUse;
-  }
+  if (pzRow == nullptr)
+    return Fail(zSettings, kWrongUse,
+                "the relay serves no request '" + zSettings.m_strRequest + "' (dor requests lists them)");
   KivByteBuffer vcPayload;
   std::string strError;
-  if (!DorBuildPayload(*pzRow, 0, zSettings.m_vstrWords, vcPayload, strError)) {
-    std::fprintf(stderr, "dor: %s: %s\n", zSettings.m_strRequest.c_str(), strError.c_str());
-    return kWrongUse;
-  }
+  if (!DorBuildPayload(*pzRow, 0, zSettings.m_vstrWords, vcPayload, strError))
+    return Fail(zSettings, kWrongUse, zSettings.m_strRequest + ": " + strError);
   DorClient zClient(Options(zSettings));
   const int64_t iModel = OpenModel(zClient, zSettings);
   DorBuildPayload(*pzRow, iModel, zSettings.m_vstrWords, vcPayload, strError);
@@ -238,8 +254,8 @@ int RunCall(const Settings& zSettings) {
   const DorAnswer zAnswer = zClient.Call(csRequest, vcPayload);
   const double dMs = MsSince(iStart);
   zClient.Clear(iModel);
-  zClient.Close();
-  return ShowAnswer(zSettings, csRequest, zAnswer, dMs);
+  const bool bClean = zClient.Close();
+  return CodeOf(ShowAnswer(zSettings, csRequest, zAnswer, dMs), bClean);
 }
 
 int RunBench(const Settings& zSettings) {
@@ -258,11 +274,13 @@ int RunBench(const Settings& zSettings) {
   for (int i = 0; i < nWarmUp + zSettings.m_nRequests; ++i) {
     if (i == nWarmUp) iTotal = sys::SteadyNs();
     const uint64_t iStart = sys::SteadyNs();
-    if (zClient.CallUnchecked(csRequest, vcPayload, vcResult) != 0) return kRefused;
+    if (zClient.CallUnchecked(csRequest, vcPayload, vcResult) != 0)
+      return Fail(zSettings, kRefused, "a request was not served");
+    if (sys::IsStopRequested()) throw DorClientError("stopped");
     if (i >= nWarmUp) vdMicroSeconds.push_back(static_cast<double>(sys::SteadyNs() - iStart) / 1e3);
   }
   const double dSeconds = MsSince(iTotal) / 1e3;
-  zClient.Close();
+  const bool bClean = zClient.Close();
   std::sort(vdMicroSeconds.begin(), vdMicroSeconds.end());
   const double dMedian = vdMicroSeconds[vdMicroSeconds.size() / 2];
   const double dP99 = vdMicroSeconds[vdMicroSeconds.size() * 99 / 100];
@@ -273,12 +291,12 @@ int RunBench(const Settings& zSettings) {
            {"requests_per_second", zSettings.m_nRequests / dSeconds},
            {"median_us", dMedian},
            {"p99_us", dP99}});
-    return kGood;
+    return CodeOf(true, bClean);
   }
   std::printf("%d requests of %zu bytes, %d idle handlers: %.0f/s, median %.1f us, p99 %.1f us\n",
               zSettings.m_nRequests, vcPayload.size(), zSettings.m_nIdle, zSettings.m_nRequests / dSeconds, dMedian,
               dP99);
-  return kGood;
+  return CodeOf(true, bClean);
 }
 
 int RunRequests(const Settings& zSettings) {
@@ -315,14 +333,12 @@ int Guarded(int (*pfnRun)(const Settings&), const Settings& zSettings) {
   try {
     return pfnRun(zSettings);
   } catch (const DorReadError& e) {
-    std::fprintf(stderr, "dor: %s: %s\n", zSettings.m_strModel.c_str(), e.what());
-    return kNotRead;
+    return Fail(zSettings, kNotRead, zSettings.m_strModel + ": " + e.what());
   } catch (const DorClientError& e) {
-    std::fprintf(stderr, "dor: %s\n", e.what());
-  } catch (const KivException& e) {
-    std::fprintf(stderr, "dor: the exchange broke down: %s\n", e.what());
+    return Fail(zSettings, kTreeEnded, e.what());
+  } catch (const std::exception& e) {
+    return Fail(zSettings, kTreeEnded, std::string("the exchange broke down: ") + e.what());
   }
-  return kTreeEnded;
 }
 
 }  // namespace
@@ -367,5 +383,8 @@ int32_t kiv::KivMain(const std::vector<KivWString>& vcsArguments) {
     return zApp.exit(e) == 0 ? kGood : kWrongUse;
   }
   for (std::string& strWord : zSettings.m_vstrWords) strWord = ShowSign(strWord);
+  for (std::string* pstrWord : {&zSettings.m_strModel, &zSettings.m_strRequest, &zSettings.m_strRelay})
+    *pstrWord = ShowSign(*pstrWord);
+  sys::CatchStopRequests();
   return Guarded(pfnRun, zSettings);
 }

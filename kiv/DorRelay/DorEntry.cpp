@@ -3,6 +3,7 @@
 #include <string>
 
 #include "KivDataSpaceBase.h"
+#include "KivExProcLib.h"
 #include "KivSysFile.h"
 #include "KivSysFolder.h"
 #include "KivSysLocale.h"
@@ -11,6 +12,7 @@
 namespace kiv {
 
 void DorPrepareProcess() {
+  sys::SetUncaughtExitCode(kKivExProcFatal);
   sys::SetUserLocaleWithPoint();
   KivDataSpaceBase::GetInstance()->m_iLanguageId = static_cast<uint16_t>(sys::LanguageId());
 }

@@ -3,7 +3,8 @@
 
 namespace kiv {
 
-// The user's locale with the numbers of the C locale; the system's language id into the data space. Never fails.
+// A report that nobody catches ends the process with 999. The user's locale with the numbers of the C locale; the
+// system's language id into the data space. Never fails.
 void DorPrepareProcess();
 
 // If TW_PROCESS_MONITOR_FOLDER is set and not empty: the file ZurProc<process id> in that folder, which lives as long

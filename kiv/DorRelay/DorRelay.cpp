@@ -43,6 +43,7 @@ bool PassString(uint64_t& iCursor, const KivByteBuffer& vcIn, KivByteBuffer& vcO
   static KivWString csValue;
   if (!KivGetString(iCursor, vcIn, &csValue)) return false;
   KivPutString(vcOut, csValue);
+  KivDropLargeBuffer(csValue);
   return true;
 }
 
@@ -61,6 +62,7 @@ bool PassCurve(uint64_t& iCursor, const KivByteBuffer& vcIn, KivByteBuffer& vcOu
   if (vcBlock.size() < nSize) vcBlock.resize(nSize);
   if (!KivGetBlock(iCursor, vcIn, vcBlock.data(), nSize)) return false;
   KivPutBlock(vcOut, vcBlock.data(), nSize);
+  KivDropLargeBuffer(vcBlock);
   return true;
 }
 
@@ -168,11 +170,10 @@ int32_t ForwardRequest(const DorRequestRow& zRow, const KivWString& csRequest, c
   const DorModelRecord* pzModel = DorRelay_FindModel(iModelId);
   if (pzModel == nullptr) return ProtocolFailure(__LINE__);
   if (PassGate(*pzModel, iStatus)) {
-    if (bTail) {
-      KivPutBytes(vcForward, vcPayload.data() + iCursor, vcPayload.size() - iCursor);
-      iCursor = vcPayload.size();
-    }
-    DorRelay_Forward(pzModel->m_iChildPid, csRequest, vcForward, iStatus, vcResult);
+    if (bTail) iCursor = vcPayload.size();
+    // With a tail the new payload is the old one, byte for byte.
+    DorRelay_Forward(pzModel->m_iChildPid, csRequest, bTail ? vcPayload : vcForward, iStatus, vcResult);
+    KivDropLargeBuffer(vcForward);
   } else if (bTail && iStatus == kDorStatusReading) {
     // Only here: on a failed model, or without a child, a tail is an excess of bytes.
     iCursor = vcPayload.size();

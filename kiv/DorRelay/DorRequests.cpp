@@ -1,5 +1,7 @@
 #include "DorRequests.h"
 
+#include "KivLittleEndian.h"
+
 namespace kiv {
 namespace {
 
@@ -58,6 +60,64 @@ constexpr DorRequestRow kRows[] = {
     {u"DorHandler_DoNothing", DorRequestFamily::Forward, "m"},
 };
 
+// Walks over the fields of a payload, which stays as it is.
+class FormWalk {
+ public:
+  explicit FormWalk(const KivByteBuffer& vcPayload) : m_vcPayload(vcPayload) {}
+
+  bool IsAtEnd() const { return m_iCursor == m_vcPayload.size(); }
+
+  bool Pass(char cKind) {
+    int64_t iValue = 0;
+    switch (cKind) {
+      case 'm':
+      case 'i':
+      case 'f':
+        return Integer(iValue);
+      case 'c':
+        return Skip(24);
+      case 's':
+        return Integer(iValue) && iValue >= 0 && static_cast<uint64_t>(iValue) <= Left() / 2 &&
+               Skip(static_cast<uint64_t>(iValue) * 2);
+      case 'k':
+        return Curve();
+      case 'n': {
+        int64_t nCurves = 0;
+        if (!Integer(nCurves) || (nCurves != 1 && nCurves != 2)) return false;
+        return Curve() && (nCurves == 1 || Curve());
+      }
+      case 't':
+        return Skip(Left());
+      default:
+        return false;
+    }
+  }
+
+ private:
+  uint64_t Left() const { return m_vcPayload.size() - m_iCursor; }
+
+  bool Skip(uint64_t nBytes) {
+    if (nBytes > Left()) return false;
+    m_iCursor += nBytes;
+    return true;
+  }
+  bool Integer(int64_t& iValue) {
+    if (Left() < sizeof iValue) return false;
+    iValue = KivLoad<int64_t>(m_vcPayload.data() + m_iCursor);
+    return Skip(sizeof iValue);
+  }
+  bool Curve() {
+    int64_t iKind = 0, iSize = 0, iOwnSize = 0;
+    if (!Integer(iKind)) return false;
+    if (iKind == 0) return Skip(48);
+    return iKind == 1 && Integer(iSize) && iSize >= 1 && Integer(iOwnSize) && iOwnSize == iSize &&
+           Skip(static_cast<uint64_t>(iSize));
+  }
+
+  const KivByteBuffer& m_vcPayload;
+  uint64_t m_iCursor = 0;
+};
+
 }  // namespace
 
 std::span<const DorRequestRow> DorRequestTable() {
@@ -68,6 +128,13 @@ const DorRequestRow* DorFindRequest(KivWStringView csName) {
   for (const DorRequestRow& zRow : kRows)
     if (zRow.m_csName == csName) return &zRow;
   return nullptr;
+}
+
+bool DorFitsForm(const DorRequestRow& zRow, const KivByteBuffer& vcPayload) {
+  FormWalk zWalk(vcPayload);
+  for (const char* p = zRow.m_szForm; *p != '\0'; ++p)
+    if (!zWalk.Pass(*p)) return false;
+  return zWalk.IsAtEnd();
 }
 
 }  // namespace kiv

@@ -15,6 +15,7 @@
 #include <cstdint>
 #include <span>
 
+#include "KivByteBuffer.h"
 #include "KivSysText.h"
 
 namespace kiv {
@@ -57,5 +58,7 @@ enum DorStatus : int32_t {
 std::span<const DorRequestRow> DorRequestTable();
 // The row of exactly this name, or null.
 const DorRequestRow* DorFindRequest(KivWStringView csName);
+// True if the payload fits the row's form to the last byte. Reports nothing, allocates nothing.
+bool DorFitsForm(const DorRequestRow& zRow, const KivByteBuffer& vcPayload);
 
 }  // namespace kiv

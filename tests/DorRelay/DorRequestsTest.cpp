@@ -10,8 +10,10 @@
 #include <sstream>
 
 #include "DorClient.h"
+#include "DorRelayFake.h"
 
 using namespace kiv;
+using namespace kivtest;
 
 namespace {
 
@@ -125,6 +127,43 @@ TEST(DorRequests, NamesAreComparedExactly) {
   EXPECT_EQ(DorFindRequest(u"DorHandler_Und"), nullptr);
   EXPECT_EQ(DorFindRequest(u"DorHandler_Undo "), nullptr);
   EXPECT_EQ(DorFindRequest(u""), nullptr);
+}
+
+TEST(DorForm, APayloadFitsItsFormToTheLastByteAndNoOther) {
+  for (const DorRequestRow& zRow : DorRequestTable()) {
+    SCOPED_TRACE(sys::WideToUtf8(zRow.m_csName));
+    for (const auto& [nBlock, nCurves] : {std::pair<uint64_t, int64_t>{0, 1}, {0, 2}, {1, 1}, {5, 2}}) {
+      KivByteBuffer vcPayload = MakePayload(zRow.m_szForm, 3, nBlock, nCurves);
+      EXPECT_TRUE(DorFitsForm(zRow, vcPayload));
+      const bool bTail = std::string(zRow.m_szForm).ends_with('t');
+      for (size_t nKept = 0; nKept < vcPayload.size(); ++nKept)
+        EXPECT_FALSE(
+            DorFitsForm(zRow, KivByteBuffer(vcPayload.begin(), vcPayload.begin() + static_cast<ptrdiff_t>(nKept))))
+            << nKept;
+      vcPayload.push_back(0);
+      EXPECT_EQ(DorFitsForm(zRow, vcPayload), bTail);
+    }
+  }
+}
+
+TEST(DorForm, LyingCountsKindsAndSizesDoNotFit) {
+  const auto Fits = [](KivWStringView csName, const std::vector<int64_t>& viFields) {
+    KivByteBuffer vcPayload;
+    for (int64_t i : viFields) KivPutInt64(vcPayload, i);
+    return DorFitsForm(*DorFindRequest(csName), vcPayload);
+  };
+  constexpr int64_t iMost = INT64_MAX, iLeast = INT64_MIN;
+  for (int64_t nUnits : {int64_t{5}, int64_t{-1}, iMost, iLeast, int64_t{1} << 62})
+    EXPECT_FALSE(Fits(u"DorHandler_ReadDor", {nUnits, 0})) << nUnits;
+  EXPECT_TRUE(Fits(u"DorHandler_ReadDor", {4, 0}));
+  for (int64_t iKind : {int64_t{2}, int64_t{-1}, int64_t{1} << 32})
+    EXPECT_FALSE(Fits(u"DorHandler_IsLinearCurve", {1, 2, 3, iKind, 0, 0, 0, 0, 0, 0})) << iKind;
+  for (int64_t iSize : {int64_t{0}, int64_t{-1}, int64_t{9}, iMost, iLeast})
+    EXPECT_FALSE(Fits(u"DorHandler_IsLinearCurve", {1, 2, 3, 1, iSize, iSize, 0})) << iSize;
+  EXPECT_FALSE(Fits(u"DorHandler_IsLinearCurve", {1, 2, 3, 1, 8, 7, 0}));
+  EXPECT_TRUE(Fits(u"DorHandler_IsLinearCurve", {1, 2, 3, 1, 8, 8, 0}));
+  for (int64_t nCurves : {int64_t{0}, int64_t{3}, int64_t{-1}, iMost})
+    EXPECT_FALSE(Fits(u"DorHandler_IsParallelLinearCurve", {1, 2, 3, 4, 5, nCurves, 0, 0, 0, 0, 0, 0, 0})) << nCurves;
 }
 
 TEST(DorPayload, WordsBecomeTheFieldsOfTheForm) {

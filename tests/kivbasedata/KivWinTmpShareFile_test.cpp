@@ -5,6 +5,7 @@
 #include <optional>
 
 #include "KivDataSpaceBase.h"
+#include "KivSysFault.h"
 #include "KivSysFile.h"
 #include "KivSysFolder.h"
 #include "KivTestFolder.h"
@@ -190,4 +191,76 @@ TEST(ShareFile, WithoutDirectBuffersTheSlotGrowsWithItsMessages) {
   EXPECT_EQ(zReader.GetLength(), 10u);
   EXPECT_EQ(ReadAll(zReader, 4, 100), "456789");
   KivSetNoDirectBuffer(false);
+}
+
+TEST(ShareFile, WithoutTheLargerMappingTheCapacityCountsAndTheBytesGoThroughTheHandle) {
+  TestFolder zFolder;
+  NoThrowScope zNoThrow;
+  KivWinTmpShareFileOwner zOwner;
+  ASSERT_TRUE(zOwner.Create(zFolder / u"slot"));
+  const std::string strLong(100000, 'h');
+  {
+    KivSysFaultPlan zPlan;
+    zPlan.m_iCall = KivSysCall::MappingCreate;
+    zPlan.m_iNth = 1;
+    const KivSysFaultScope zFault(zPlan);
+    Write(zOwner, 0, strLong);
+    EXPECT_TRUE(zFault.HasFired());
+  }
+  EXPECT_EQ(zOwner.GetCapacity(), 0x20000u);
+  Write(zOwner, 2, "still");
+  KivWinTmpShareFileReader zReader;
+  ASSERT_TRUE(zReader.Open(zFolder / u"slot"));
+  EXPECT_EQ(ReadAll(zReader, 0, 9), "hhstillhh");
+  EXPECT_EQ(ReadAll(zReader, strLong.size() - 2, 2), "hh");
+}
+
+TEST(ShareFile, AnEndThatNoDoublingReachesIsReportedAndNothingIsWritten) {
+  TestFolder zFolder;
+  KivWinTmpShareFileOwner zOwner;
+  ASSERT_TRUE(zOwner.Create(zFolder / u"slot"));
+  Write(zOwner, 0, "before");
+  for (uint64_t iOffset : {(uint64_t{1} << 63) + 1, UINT64_MAX - 2, UINT64_MAX}) {
+    EXPECT_REPORT(Write(zOwner, iOffset, "abc"), "0");
+    NoThrowScope zNoThrow;
+    Write(zOwner, iOffset, "abc");
+    EXPECT_EQ(zOwner.GetCapacity(), 0x10000u);
+  }
+  KivWinTmpShareFileReader zReader;
+  ASSERT_TRUE(zReader.Open(zFolder / u"slot"));
+  EXPECT_EQ(ReadAll(zReader, 0, 6), "before");
+}
+
+TEST(ShareFile, ARangeIsReadWholeIntoABufferOfAnySizeBefore) {
+  TestFolder zFolder;
+  KivWinTmpShareFileOwner zOwner;
+  ASSERT_TRUE(zOwner.Create(zFolder / u"slot"));
+  KivWinTmpShareFileReader zReader;
+  KivByteBuffer vcBytes;
+  for (uint64_t nBytes : {uint64_t{5}, uint64_t{0}, uint64_t{70000}, uint64_t{3}, uint64_t{1} << 20}) {
+    const std::string strBytes(nBytes, static_cast<char>('a' + nBytes % 7));
+    Write(zOwner, 16, strBytes);
+    ASSERT_TRUE(zReader.Open(zFolder / u"slot"));
+    ASSERT_TRUE(zReader.ReadAll(16, nBytes, vcBytes));
+    EXPECT_TRUE(std::string(vcBytes.begin(), vcBytes.end()) == strBytes) << nBytes;
+    zReader.Release();
+  }
+}
+
+TEST(ShareFile, ASlotThatIsCutUnderAReaderEndsTheReadAndNotTheProcess) {
+  TestFolder zFolder;
+  // A slot by hand: its owner may cut it, which a mapped one cannot.
+  KivSysFile zSlot =
+      KivSysFile::Open(zFolder / u"slot", {KivSysAccess::ReadWrite, KivSysShare::All, KivSysDisposition::CreateAlways,
+                                           KivSysFileFlags::Temporary | KivSysFileFlags::DeleteOnClose});
+  ASSERT_TRUE(zSlot.SetLength(1 << 20));
+  NoThrowScope zNoThrow;
+  KivWinTmpShareFileReader zReader;
+  ASSERT_TRUE(zReader.Open(zFolder / u"slot"));
+  if (!zSlot.SetLength(100)) GTEST_SKIP() << "the system cuts no file that is mapped";
+  KivByteBuffer vcBytes;
+  EXPECT_FALSE(zReader.ReadAll(0, 1 << 20, vcBytes));
+  zReader.Release();
+  ASSERT_TRUE(zReader.Open(zFolder / u"slot"));
+  EXPECT_EQ(zReader.GetLength(), 100u);
 }

@@ -4,6 +4,8 @@
 #include <cstdlib>
 #include <filesystem>
 
+#include "KivSysFault.h"
+
 using namespace kiv;
 using namespace kivtest;
 
@@ -158,10 +160,24 @@ KIV_TEST_CHILD(KilledHost) {
   sys::EndProcess(9);
 }
 
+// Work folders of these processes beside the real programs, which stand elsewhere than the tree's root folder.
+size_t CountGeneratedFolders(const DorClientOptions& zOptions, const std::vector<int32_t>& viPids) {
+  KivWString csFolder, csName;
+  KivSplitPath(zOptions.m_csRelay, csFolder, csName);
+  std::vector<KivSysFolderEntry> vzEntries;
+  EXPECT_TRUE(sys::ListFolder(csFolder, vzEntries));
+  size_t nFolders = 0;
+  for (const KivSysFolderEntry& zEntry : vzEntries)
+    for (int32_t iPid : viPids)
+      if (zEntry.m_csName.starts_with(u"ZUR_TMP_FOLDER") && zEntry.m_csName.ends_with(u"-" + Decimal(iPid))) ++nFolders;
+  return nFolders;
+}
+
 TEST(DorTree, AModelIsOpenedAskedAndClosedAndNothingIsLeftBehind) {
   TestFolder zFolder;
   WriteModelFile(zFolder / u"model.kiv");
-  DorClient zClient(RealPrograms(zFolder));
+  const DorClientOptions zOptions = RealPrograms(zFolder);
+  DorClient zClient(zOptions);
   EXPECT_EQ(zClient.ListTree().size(), 2u);
   const int64_t iModel = zClient.Open(zFolder / u"model.kiv");
   EXPECT_EQ(iModel, 0);
@@ -172,11 +188,51 @@ TEST(DorTree, AModelIsOpenedAskedAndClosedAndNothingIsLeftBehind) {
   int64_t iCode = -1;
   ASSERT_TRUE(KivGetInt64(iCursor, zAnswer.m_vcResult, &iCode));
   EXPECT_EQ(iCode, 0);
+  const std::vector<int32_t> viPids = zClient.ListTree();
+  EXPECT_GE(CountGeneratedFolders(zOptions, viPids), 1u);  // the relay's, beside its program
   zClient.Clear(iModel);
   const KivWString csRoot = zClient.GetRootFolder();
   EXPECT_TRUE(zClient.Close());
   EXPECT_FALSE(sys::PathExists(csRoot));
+  EXPECT_EQ(CountGeneratedFolders(zOptions, viPids), 0u);
   EXPECT_TRUE(zClient.Close());
+}
+
+TEST(DorTree, ARelayThatEndsWithAReportLeavesNoFolderBehindEither) {
+  TestFolder zFolder;
+  WriteModelFile(zFolder / u"model.kiv");
+  const DorClientOptions zOptions = RealPrograms(zFolder);
+  DorClient zClient(zOptions);
+  zClient.Open(zFolder / u"model.kiv");
+  const std::vector<int32_t> viPids = zClient.ListTree();
+  KivByteBuffer vcResult;
+  EXPECT_THROW(zClient.CallUnchecked(u"DorHandler_CopyAsm", {}, vcResult), DorClientError);
+  EXPECT_TRUE(zClient.Close());
+  EXPECT_EQ(CountGeneratedFolders(zOptions, viPids), 0u);
+  EXPECT_FALSE(sys::PathExists(zFolder / u"root"));
+}
+
+TEST(DorTree, FoldersOfAnEarlierTreeThatWasKilledGoWithTheNextClose) {
+  TestFolder zFolder;
+  // Ids beyond those of any process.
+  const KivWString csOld = zFolder / u"ZUR_TMP_FOLDER-20200101-000000-999999999";
+  ASSERT_TRUE(sys::MakeFolder(csOld));
+  WriteFile(Join(csOld, u"KivLog.txt"), "old");
+  DorClient zClient(OddPrograms(zFolder));
+  EXPECT_TRUE(zClient.Close());
+  EXPECT_FALSE(sys::PathExists(csOld));
+  EXPECT_TRUE(sys::PathExists(zFolder.Path()));  // stays, although it is empty now
+}
+
+TEST(DorTree, AReportWhileTheRelayIsStartedIsAnErrorAndNothingIsLeftBehind) {
+  TestFolder zFolder;
+  KivSysFaultPlan zPlan;
+  zPlan.m_iCall = KivSysCall::MappingCreate;
+  zPlan.m_iNth = 2;  // the first one asks whether files can be mapped
+  const KivSysFaultScope zFault(zPlan);
+  EXPECT_THROW({ DorClient zClient(OddPrograms(zFolder)); }, DorClientError);
+  EXPECT_TRUE(zFault.HasFired());
+  EXPECT_FALSE(sys::PathExists(zFolder / u"root"));
 }
 
 TEST(DorTree, PackagesAndThePreviousGenerationAreReadable) {
@@ -234,7 +290,36 @@ TEST(DorTree, TheClientRefusesWhatWouldEndTheRelay) {
   EXPECT_THROW(zClient.Call(u"DorHandler_DoNothing", IdPayload(iModel + 1)), DorClientError);
   EXPECT_THROW(zClient.Call(u"DorHandler_DoNothing", {}), DorClientError);
   EXPECT_THROW(zClient.Clear(iModel + 1), DorClientError);
+  KivByteBuffer vcCut = IdPayload(iModel);
+  vcCut.pop_back();
+  EXPECT_THROW(zClient.Call(u"DorHandler_DoNothing", vcCut), DorClientError);
+  KivByteBuffer vcLong = IdPayload(iModel);
+  vcLong.push_back(0);
+  EXPECT_THROW(zClient.Call(u"DorHandler_DoNothing", vcLong), DorClientError);
+  EXPECT_THROW(zClient.Call(u"DorHandler_ReadDor", Bytes("x")), DorClientError);
   EXPECT_EQ(zClient.Call(u"DorHandler_DoNothing", IdPayload(iModel)).m_iStatus, 0);
+}
+
+TEST(DorTree, ModelsThatAreReadAndClearedByTheirRequestsAreKnownToTheClient) {
+  TestFolder zFolder;
+  DorClient zClient(OddPrograms(zFolder));
+  KivByteBuffer vcPath;
+  KivPutString(vcPath, u"a");
+  EXPECT_EQ(zClient.Call(KivWString(kDorReadDor), vcPath).m_vcResult, IdPayload(0));
+  zClient.AwaitOpen(0);
+  EXPECT_EQ(zClient.Call(KivWString(kDorClearModel), IdPayload(0)).m_iStatus, 0);
+  EXPECT_THROW(zClient.Call(KivWString(kDorDoNothing), IdPayload(0)), DorClientError);
+  EXPECT_THROW(zClient.Clear(0), DorClientError);
+  EXPECT_EQ(zClient.Open(u"b"), 1);
+}
+
+TEST(DorTree, ATailForAModelThatCouldNotBeReadIsNotSentAndGivesStatus2) {
+  TestFolder zFolder;
+  DorClient zClient(OddPrograms(zFolder));
+  const int64_t iModel = zClient.StartOpen(u"read status 10");
+  EXPECT_THROW(zClient.AwaitOpen(iModel), DorReadError);
+  EXPECT_EQ(zClient.Call(KivWString(kDorPickOneElement), PickPayload(iModel, "tail")).m_iStatus, 2);
+  EXPECT_EQ(zClient.Open(u"b"), iModel + 1);  // the tree goes on
 }
 
 TEST(DorTree, ARelayThatCannotBeStartedIsAnErrorAndNothingIsLeftBehind) {

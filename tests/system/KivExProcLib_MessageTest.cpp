@@ -185,6 +185,31 @@ TEST_F(Channel, ACallbackMaySendTheChildAway) {
   EXPECT_EQ(KivExProcLib_ServeChildren(), 0);  // its death is no alarm
 }
 
+TEST_F(Channel, ACallbackThatServesAnotherPassKeepsItsAnswer) {
+  int32_t iSecond = 0;
+  ASSERT_EQ(StartBody("Answers", iSecond), 0);
+  static std::string strFirst, strBehindPass, strSecond;
+  ASSERT_EQ(KivExProcLib_PostMessage(m_iPid, u"echo", Bytes("first answer"),
+                                     [](int32_t, const KivByteBuffer& vcAnswer) -> int32_t {
+                                       strFirst = Text(vcAnswer);
+                                       while (strSecond.empty()) KivExProcLib_ServeChildren();
+                                       strBehindPass = Text(vcAnswer);
+                                       return 0;
+                                     }),
+            0);
+  ASSERT_EQ(KivExProcLib_PostMessage(iSecond, u"echo", Bytes("second, longer"),
+                                     [](int32_t, const KivByteBuffer& vcAnswer) -> int32_t {
+                                       strSecond = Text(vcAnswer);
+                                       return 0;
+                                     }),
+            0);
+  ASSERT_EQ(KivSysEvent::Open(EventName(Decimal(m_iPid), OwnPid())).Wait(kLongMs), KivSysWait::Signalled);
+  EXPECT_EQ(KivExProcLib_ServeChildren(), 0);
+  EXPECT_EQ(strFirst, "first answer");
+  EXPECT_EQ(strBehindPass, "first answer");
+  EXPECT_EQ(strSecond, "second, longer");
+}
+
 TEST_F(Channel, WithoutChildrenAPassReturnsAtOnce) {
   ASSERT_EQ(KivExProcLib_CloseChild(m_iPid), 0);
   const KivSysFaultScope zCalls{KivSysFaultPlan()};

@@ -23,6 +23,13 @@ namespace kiv {
 
 using KivByteBuffer = std::vector<uint8_t>;
 
+// Gives the memory of a buffer that is used again and again back if it has grown past this.
+constexpr uint64_t kKivKeptBufferBytes = uint64_t{16} << 20;
+template <typename Buffer>
+void KivDropLargeBuffer(Buffer& zBuffer) {
+  if (zBuffer.capacity() * sizeof zBuffer[0] > kKivKeptBufferBytes) Buffer().swap(zBuffer);
+}
+
 bool KivGetBytes(uint64_t& iCursor, const KivByteBuffer& vcBuffer, void* pDestination, uint64_t nCount);
 bool KivGetInt64(uint64_t& iCursor, const KivByteBuffer& vcBuffer, int64_t* piValue);
 bool KivGetInt64(uint64_t& iCursor, const KivByteBuffer& vcBuffer, uint64_t* piValue);

@@ -80,7 +80,7 @@ class KivWinFile : public KivCacheUseFile {
   uint64_t DoGetLength() override;
 
   // For readers that keep a delete-on-close file open between uses: see KivSysFile.
-  bool IsStillThere() const { return m_hFile.IsStillThere(); }
+  bool IsStillThere(uint64_t& iLength) const { return m_hFile.IsStillThere(iLength); }
 
   // True once after a write that the device did not take whole, for a host whose reports return.
   bool TakeWriteFailure();

@@ -25,6 +25,7 @@ class KivWinMappedFile : public KivWinFile {
   // the present length. Pointers into the old mapping die.
   bool PrepareDirectBuffer(uint64_t iSize) override;
   uint64_t GetDirectBufferSize() override { return m_iMappingSize; }
+  bool HasLostPages() const noexcept { return m_zMapping.HasLostPages(); }  // see KivSysMapping
 
   // The bytes of a range that the present view holds, else null; nothing is mapped for it and no direct buffer is out
   // behind it. They move with the next call that maps or unmaps. Who writes them sets m_bModified.

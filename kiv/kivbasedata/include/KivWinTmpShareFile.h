@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <set>
 
+#include "KivByteBuffer.h"
 #include "KivSharedPtr.h"
 #include "KivSysText.h"
 #include "KivWinMappedFile.h"
@@ -23,7 +24,8 @@ class KivWinTmpShareFileOwner {
 
   // Makes the file anew with 64 KiB of capacity. False for an empty path or a file that cannot be made.
   bool Create(const KivWString& csPath);
-  // Doubles the capacity until the range fits. Does nothing without a file.
+  // Doubles the capacity until the range fits. Does nothing without a file, and reports a range that no doubling
+  // reaches.
   void Write(uint64_t iOffset, const void* pSource, uint64_t nSize);
   uint64_t GetCapacity() const noexcept { return m_iCapacity; }
   bool IsOpen() const noexcept { return static_cast<bool>(m_pzFile); }
@@ -73,6 +75,8 @@ class KivWinTmpShareFileReader {
   uint64_t GetLength() const noexcept { return m_iLength; }  // at the open
   // The number of bytes read.
   uint64_t Read(uint64_t iOffset, void* pDestination, uint64_t nSize);
+  // Makes vcBytes hold exactly this range, which ends before the length. False if not all of it could be read.
+  bool ReadAll(uint64_t iOffset, uint64_t nSize, KivByteBuffer& vcBytes);
   // The message has been read.
   void Release();
 

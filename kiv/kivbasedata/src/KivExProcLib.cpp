@@ -14,8 +14,6 @@ namespace kiv {
 namespace {
 
 constexpr char kSource[] = "src\\KivExProcLib";
-// Larger buffers go back to the system when their message is done.
-constexpr uint64_t kKeptBufferBytes = uint64_t{16} << 20;
 
 KivExProcHandler g_pfnTick = nullptr;
 KivExProcHandler g_pfnPoll = nullptr;
@@ -39,10 +37,6 @@ bool IsAlive(KivExProcChild& zChild) {
   return zChild.m_zPresence.Exists(zChild.m_csProcessFile);
 }
 
-void DropLargeBuffer(KivByteBuffer& vcBuffer) {
-  if (vcBuffer.capacity() > kKeptBufferBytes) KivByteBuffer().swap(vcBuffer);
-}
-
 KivExProcChild* FindChild(int32_t iPid) {
   for (KivExProcChild& zChild : KivExProcState::GetInstance().m_lstChildren)
     if (zChild.m_iPid == iPid) return &zChild;
@@ -59,12 +53,10 @@ void RemoveChild(int32_t iPid) {
 }
 
 // A child has gone. Comes back only in a process that survives it.
-int32_t BuryChild(KivExProcChild& zChild) {
+int32_t BuryChild(int32_t iPid) {
   if (!KivExProcState::GetInstance().m_bSurviveChildDeath) KivExProcLib_CloseDown(kKivExProcFatal, true);
   KivExProcLib_CloseDown(kKivExProcFatal, false);
-  zChild.m_hRequestEvent.Close();
-  zChild.m_hAnswerEvent.Close();
-  RemoveChild(zChild.m_iPid);
+  RemoveChild(iPid);  // if the close-down handler has left it in the list; closes its two events
   return Code(KivExProcSendResult::ChildDied);
 }
 
@@ -96,12 +88,12 @@ int32_t StartExchange(int32_t iChildPid, const KivWString& csRequest, const KivB
 // Reads what the child has written. Anything that does not fit is fatal.
 void ReadAnswer(KivExProcChild& zChild, int64_t& iStatus, KivByteBuffer& vcAnswer) {
   iStatus = 0;
-  vcAnswer.clear();
   KivWinTmpShareFileReader& zReader = zChild.m_zAnswerReader;
   if (!zReader.Open(zChild.m_csAnswerFile)) KivExProcFail(__LINE__);
   const uint64_t iLength = zReader.GetLength();
   if (iLength < kAnswerLeast) {
     zReader.Release();
+    vcAnswer.clear();
     return;
   }
   uint8_t acHead[kAnswerHead];
@@ -110,10 +102,7 @@ void ReadAnswer(KivExProcChild& zChild, int64_t& iStatus, KivByteBuffer& vcAnswe
   if (iLength < kAnswerHead || nPayload > iLength - kAnswerHead) KivExProcFail(__LINE__);
   if (zReader.Read(kAnswerStatusOffset, acHead + 8, 8) != 8) KivExProcFail(__LINE__);
   iStatus = KivLoad<int64_t>(acHead + 8);
-  if (nPayload != 0) {
-    vcAnswer.resize(nPayload);
-    if (zReader.Read(kAnswerHead, vcAnswer.data(), nPayload) != nPayload) KivExProcFail(__LINE__);
-  }
+  if (!zReader.ReadAll(kAnswerHead, nPayload, vcAnswer)) KivExProcFail(__LINE__);
   zReader.Release();
 }
 
@@ -133,9 +122,7 @@ bool ReadRequest(KivExProcState& zState) {
   std::memcpy(acName, acHead + kRequestNameOffset, sizeof acName);
   if (acName[kRequestNameUnits - 1] != 0) KivExProcFail(__LINE__);
   zState.m_csRequest.assign(acName);
-  zState.m_vcRequest.resize(nPayload);
-  if (nPayload != 0 && zReader.Read(kRequestHead, zState.m_vcRequest.data(), nPayload) != nPayload)
-    KivExProcFail(__LINE__);
+  if (!zReader.ReadAll(kRequestHead, nPayload, zState.m_vcRequest)) KivExProcFail(__LINE__);
   zReader.Release();
   return true;
 }
@@ -149,7 +136,7 @@ void ServeRequest(KivExProcState& zState) {
   zState.m_vcResult.clear();
   if (zState.m_pfnDispatch(zState.m_csRequest, zState.m_vcRequest, iStatus, zState.m_vcResult) != 0)
     KivExProcFail(__LINE__);
-  DropLargeBuffer(zState.m_vcRequest);
+  KivDropLargeBuffer(zState.m_vcRequest);
 
   uint8_t acHead[kAnswerHead];
   KivStore<uint64_t>(acHead, zState.m_vcResult.size());
@@ -157,7 +144,7 @@ void ServeRequest(KivExProcState& zState) {
   KivWinTmpShareFileOwner& zSlot = zState.m_zOutputFile.Owner();
   zSlot.Write(0, acHead, kAnswerHead);
   if (!zState.m_vcResult.empty()) zSlot.Write(kAnswerHead, zState.m_vcResult.data(), zState.m_vcResult.size());
-  DropLargeBuffer(zState.m_vcResult);
+  KivDropLargeBuffer(zState.m_vcResult);
   // In this order: between the two the slot counts as full.
   if (!zState.m_hRequestEvent.Reset()) KivExProcFail(__LINE__);
   if (!zState.m_hAnswerEvent.Set()) KivExProcFail(__LINE__);
@@ -316,6 +303,7 @@ int32_t KivExProcLib_Run(const std::vector<KivWString>& vcsArguments) {
 }
 
 int32_t KivExProcLib_StartRoot(const KivWString& csRootFolder) {
+  sys::SetUncaughtExitCode(kKivExProcFatal);
   KivExProcState& zState = KivExProcState::GetInstance();
   if (csRootFolder.empty()) {
     if (!KivSetWorkFolder(csRootFolder)) return Code(KivExProcRunResult::NoPollHandler);
@@ -406,7 +394,7 @@ int32_t KivExProcLib_SendMessage(int32_t iChildPid, const KivWString& csRequest,
       StartExchange(iChildPid, csRequest, vcPayload, nullptr, KivExProcSendResult::SendUnknownChild, pzChild);
   if (iResult != 0) return iResult;
   for (;;) {
-    if (!IsAlive(*pzChild)) return BuryChild(*pzChild);
+    if (!IsAlive(*pzChild)) return BuryChild(iChildPid);
     const KivSysWait iWait = pzChild->m_hAnswerEvent.Wait(kAnswerWaitMs);
     if (iWait == KivSysWait::Signalled) break;
     if (iWait != KivSysWait::TimedOut) KivExProcFail(__LINE__);
@@ -429,7 +417,7 @@ int32_t KivExProcLib_ServeChildren() {
   std::vector<const KivSysEvent*>& vpEvents = zState.m_vpEvents;
   vpEvents.clear();
   for (KivExProcChild& zChild : zState.m_lstChildren) {
-    if (!IsAlive(zChild)) return BuryChild(zChild);
+    if (!IsAlive(zChild)) return BuryChild(zChild.m_iPid);
     vpEvents.push_back(&zChild.m_hAnswerEvent);
   }
   const size_t nChildren = vpEvents.size();
@@ -446,11 +434,15 @@ int32_t KivExProcLib_ServeChildren() {
         KivExProcChild& zChild = *std::next(zState.m_lstChildren.begin(), zWait.m_iIndex);
         const KivExProcAnswer pfnAnswer = zChild.m_pfnAnswer;
         int64_t iStatus = 0;
-        if (pfnAnswer != nullptr) ReadAnswer(zChild, iStatus, zState.m_vcAnswer);
+        // Its own during the callback, which may serve another pass.
+        KivByteBuffer vcAnswer;
+        vcAnswer.swap(zState.m_vcAnswer);
+        if (pfnAnswer != nullptr) ReadAnswer(zChild, iStatus, vcAnswer);
         if (!zChild.m_hAnswerEvent.Reset()) KivExProcFail(__LINE__);
         // May take the child out of the list.
-        if (pfnAnswer != nullptr) pfnAnswer(static_cast<int32_t>(iStatus), zState.m_vcAnswer);
-        DropLargeBuffer(zState.m_vcAnswer);
+        if (pfnAnswer != nullptr) pfnAnswer(static_cast<int32_t>(iStatus), vcAnswer);
+        KivDropLargeBuffer(vcAnswer);
+        zState.m_vcAnswer.swap(vcAnswer);
       }
     } else if (zWait.m_iState != KivSysWait::TimedOut) {
       KivExProcFail(__LINE__);

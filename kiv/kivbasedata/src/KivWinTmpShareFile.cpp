@@ -10,6 +10,7 @@ namespace {
 
 constexpr char kSource[] = "src\\KivWinTmpShareFile";
 constexpr uint64_t kFirstCapacity = 0x10000;
+constexpr uint64_t kMostOfOneView = 0x10000000;
 
 constexpr KivSysOpenMode kWriterMode{
     KivSysAccess::ReadWrite, KivSysShare::All, KivSysDisposition::CreateAlways,
@@ -33,8 +34,15 @@ void KivWinTmpShareFileOwner::Write(uint64_t iOffset, const void* pSource, uint6
   if (!m_pzFile) return;
   if (m_pzFile->CanUseDirectBuffer() && (iOffset > m_iCapacity || nSize > m_iCapacity - iOffset)) {
     uint64_t iCapacity = std::max(m_iCapacity, kFirstCapacity);
-    while (iOffset > iCapacity || nSize > iCapacity - iOffset) iCapacity *= 2;
-    if (!m_pzFile->PrepareDirectBuffer(iCapacity)) return;
+    while (iOffset > iCapacity || nSize > iCapacity - iOffset) {
+      if (iCapacity > UINT64_MAX / 2) {
+        KIV_FAIL();
+        return;
+      }
+      iCapacity *= 2;
+    }
+    // The capacity counts as reached in any case: without a mapping the bytes go through the handle.
+    m_pzFile->PrepareDirectBuffer(iCapacity);
     m_iCapacity = iCapacity;
   }
   m_pzFile->Write(iOffset, pSource, nSize);
@@ -77,22 +85,43 @@ void KivWinTmpShareFileCopiable::DropImpl() {
 
 bool KivWinTmpShareFileReader::Open(const KivWString& csPath) {
   if (csPath.empty()) return false;
-  if (m_pzFile && (csPath != m_csPath || !m_pzFile->IsStillThere())) m_pzFile = KivSharedPtr<KivWinMappedFile>();
+  uint64_t iLength = 0;
+  if (m_pzFile && (csPath != m_csPath || !m_pzFile->IsStillThere(iLength))) m_pzFile = KivSharedPtr<KivWinMappedFile>();
   if (!m_pzFile) {
     KivSysFile zFile = KivSysFile::Open(csPath, kReaderMode);
     if (!zFile.IsOpen()) return false;
     m_pzFile = KivSharedPtr<KivWinMappedFile>(new KivWinMappedFile(std::move(zFile), true, false, KivSysFile()));
     m_csPath = csPath;
+    iLength = m_pzFile->GetLength();
   }
-  m_iLength = m_pzFile->DoGetLength();  // GetLength would remember the first one
-  // A file that stays open is read without a mapping: that costs no more, and a peer that cuts the file short gives a
-  // short read and no signal.
-  if (!KivSysFile::ReadersMayStay() && m_pzFile->CanUseDirectBuffer()) m_pzFile->PrepareDirectBuffer(m_iLength);
+  m_iLength = iLength;
+  // A mapping that stays is made anew when the slot has grown.
+  if (iLength != 0 && m_pzFile->CanUseDirectBuffer() && m_pzFile->GetDirectBufferSize() != iLength)
+    m_pzFile->PrepareDirectBuffer(iLength);
   return true;
 }
 
 uint64_t KivWinTmpShareFileReader::Read(uint64_t iOffset, void* pDestination, uint64_t nSize) {
   return m_pzFile ? m_pzFile->Read(iOffset, pDestination, nSize) : 0;
+}
+
+bool KivWinTmpShareFileReader::ReadAll(uint64_t iOffset, uint64_t nSize, KivByteBuffer& vcBytes) {
+  if (!m_pzFile) return false;
+  if (nSize == 0 || nSize > kMostOfOneView || iOffset > m_pzFile->GetDirectBufferSize() ||
+      nSize > m_pzFile->GetDirectBufferSize() - iOffset) {
+    vcBytes.resize(nSize);
+    return nSize == 0 || m_pzFile->Read(iOffset, vcBytes.data(), nSize) == nSize;
+  }
+  // Straight from the view: the bytes are not filled with zeros first. Nothing throws while the direct buffer is out.
+  if (vcBytes.capacity() < nSize) {
+    KivByteBuffer().swap(vcBytes);
+    vcBytes.reserve(nSize);
+  }
+  const uint8_t* pBytes = m_pzFile->GetDirectBuffer(true, iOffset, nSize);
+  if (pBytes == nullptr) return false;
+  vcBytes.assign(pBytes, pBytes + nSize);
+  m_pzFile->ReleaseDirectBuffer();
+  return !m_pzFile->HasLostPages();
 }
 
 void KivWinTmpShareFileReader::Release() {

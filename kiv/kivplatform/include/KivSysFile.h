@@ -79,9 +79,9 @@ class KivSysFile {
   bool SetSparse();
   // False for what is no communication device, with sys::LastError() set.
   bool GetCommTimeouts(KivSysCommTimeouts& zTimeouts) const;
-  // True if the path of a delete-on-close file that is open here for reading still leads to it and its owner lives.
-  // False where that cannot be told (always on Windows).
-  bool IsStillThere() const;
+  // True if the path of a delete-on-close file that is open here for reading still leads to it and its owner lives;
+  // iLength is its present length then. False where that cannot be told (always on Windows).
+  bool IsStillThere(uint64_t& iLength) const;
   // True if a reader may keep a delete-on-close file open without being seen. Not on Windows, where a handle that is
   // left open holds the name of a deleted file back.
   static bool ReadersMayStay() noexcept;

@@ -319,11 +319,13 @@ bool KivSysFile::SetLength(uint64_t iLength) {
   return Cut(static_cast<int>(m_iHandle), iLength, zStat.st_size);
 }
 
-bool KivSysFile::IsStillThere() const {
+bool KivSysFile::IsStillThere(uint64_t& iLength) const {
   struct stat zStat;
-  return IsOpen() && fstat(static_cast<int>(m_iHandle), &zStat) == 0 && zStat.st_nlink != 0 &&
-         (zStat.st_mode & S_ISVTX) != 0 &&
-         sys::posix::BytesHeld(static_cast<int>(m_iHandle), sys::posix::kLockOwner, 1);
+  if (!IsOpen() || fstat(static_cast<int>(m_iHandle), &zStat) != 0 || zStat.st_nlink == 0 ||
+      (zStat.st_mode & S_ISVTX) == 0 || !sys::posix::BytesHeld(static_cast<int>(m_iHandle), sys::posix::kLockOwner, 1))
+    return false;
+  iLength = static_cast<uint64_t>(zStat.st_size);
+  return true;
 }
 
 bool KivSysFile::ReadersMayStay() noexcept {

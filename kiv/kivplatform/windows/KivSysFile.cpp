@@ -142,7 +142,7 @@ bool KivSysFile::SetLength(uint64_t iLength) {
   return SetFilePointerEx(hFile, zTarget, nullptr, FILE_BEGIN) != FALSE && SetEndOfFile(hFile) != FALSE;
 }
 
-bool KivSysFile::IsStillThere() const {
+bool KivSysFile::IsStillThere(uint64_t&) const {
   return false;
 }
 
