@@ -3,12 +3,8 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <memory>
-
 #include "KivLittleEndian.h"
-#include "KivTestMesh.h"
-#include "KivTestStore.h"
+#include "KivTestElement.h"
 
 namespace {
 
@@ -73,6 +69,12 @@ class ProbeBlock : public KivElementBlock {
   void BeforeSave(bool) { ++m_nBefore; }
   void AfterSave() { ++m_nAfter; }
 
+  // With room for both fields before the data.
+  static std::unique_ptr<ProbeBlock> New() {
+    auto pzBlock = NewBlock<ProbeBlock>();
+    pzBlock->m_zHeader.m_iDataOffset = std::max(pzBlock->m_zHeader.m_iDataOffset, 80u);
+    return pzBlock;
+  }
   ProbeEntry& AddEntry(uint32_t iValue) {
     ProbeEntry& zEntry = m_vzEntry.Add();
     zEntry.m_zFrame.m_iKind = kLiveKind;
@@ -107,7 +109,6 @@ using MeshLike = ProbeBlock<1, true>;  // newest revision 2, least offset 100
 using ModelLike = ProbeBlock<3>;       // newest revision 2, least offset 72, box not tested
 using BrepLike = ProbeBlock<5>;        // newest revision 1, box tested
 using TreeLike = ProbeBlock<6>;        // newest revision 5, raised on read
-using FilterLike = ProbeBlock<11>;     // without the rule of generation 19
 using IdLike = ProbeBlock<9>;          // number of entries not tested
 
 template <typename Block>
@@ -115,52 +116,12 @@ KivOutOfCoreData* Make(uint32_t, uint32_t iManagerKey) {
   return new Probe<Block>(iManagerKey);
 }
 
-// The bytes of a block as a record.
-template <typename Block>
-Bytes BuildRecord(Block& zBlock) {
-  typename Block::Memory zMemory;
-  const int64_t n = KivSizeElement(zBlock, zMemory);
-  EXPECT_GT(n, 0);
-  if (n <= 0) return {};
-  Bytes vc(static_cast<size_t>(n));
-  EXPECT_TRUE(KivWriteElement(std::span<uint8_t>(vc), KivRulesOf<Block>().m_iFormat, zBlock, zMemory));
-  return vc;
-}
-
-template <typename Block>
-std::unique_ptr<Block> NewBlock() {
-  auto pzBlock = std::make_unique<Block>();
-  typename Block::Memory zMemory;
-  KivResetElement(*pzBlock, zMemory);
-  pzBlock->m_zHeader.m_iDataOffset = std::max(pzBlock->m_zHeader.m_iDataOffset, 80u);  // room for both fields
-  return pzBlock;
-}
-
-// Reads from a fresh allocation of just these bytes.
-template <typename Block>
-bool ReadRecord(const Bytes& vc, Block& zBlock, bool bVer19 = false) {
-  const std::unique_ptr<uint8_t[]> pOwn(new uint8_t[vc.size()]);
-  std::copy(vc.begin(), vc.end(), pOwn.get());
-  typename Block::Memory zMemory;
-  return KivReadElement(std::span<const uint8_t>(pOwn.get(), vc.size()), bVer19, false, zBlock, zMemory);
-}
-
-template <typename Block>
-int64_t SizeOf(Block& zBlock) {
-  typename Block::Memory zMemory;
-  return KivSizeElement(zBlock, zMemory);
-}
-
-uint64_t Reports() {
-  return KivLastQuietReport().m_iNumber;
-}
-
 }  // namespace
 
 // --- Records --------------------------------------------------------------------------------------------------------
 
 TEST(Element, ARecordIsWrittenAndReadByOneDescription) {
-  auto pzBlock = NewBlock<ModelLike>();
+  auto pzBlock = ModelLike::New();
   pzBlock->m_iFirst = 0x11;
   pzBlock->m_iSecond = 0x22;
   pzBlock->m_iKey = 0x33;
@@ -181,7 +142,7 @@ TEST(Element, ARecordIsWrittenAndReadByOneDescription) {
       "8C000000 16270000 1E000000 66000000  00 00000000000000000000000000");
   EXPECT_EQ(vc, vcExpected);
 
-  auto pzRead = NewBlock<ModelLike>();
+  auto pzRead = ModelLike::New();
   ASSERT_TRUE(ReadRecord(vc, *pzRead));
   EXPECT_EQ(pzRead->m_iSecond, 0x22u);
   EXPECT_EQ(pzRead->m_zHeader.m_iDataOffset, 80u);
@@ -197,10 +158,10 @@ TEST(Element, ARecordIsWrittenAndReadByOneDescription) {
 }
 
 TEST(Element, ARecordWithAGapHoldsOneMoreItemThanItsEntryCount) {
-  auto pzBlock = NewBlock<TreeLike>();
+  auto pzBlock = TreeLike::New();
   pzBlock->AddGap(40);
   pzBlock->AddEntry(5);
-  auto pzRead = NewBlock<TreeLike>();
+  auto pzRead = TreeLike::New();
   ASSERT_TRUE(ReadRecord(BuildRecord(*pzBlock), *pzRead));
   EXPECT_EQ(pzRead->m_zHeader.m_iEntryCount, 1u);
   ASSERT_EQ(pzRead->m_vzEntry.size(), 2u);
@@ -208,7 +169,7 @@ TEST(Element, ARecordWithAGapHoldsOneMoreItemThanItsEntryCount) {
 }
 
 TEST(Element, AnAttributeListOfThreeBytesTakesFourteenAndTheNextEntryStartsBehindThem) {
-  auto pzBlock = NewBlock<TreeLike>();
+  auto pzBlock = TreeLike::New();
   pzBlock->AddEntry(1);
   pzBlock->AddEntry(2);
   BuildRecord(*pzBlock);
@@ -216,7 +177,7 @@ TEST(Element, AnAttributeListOfThreeBytesTakesFourteenAndTheNextEntryStartsBehin
 }
 
 TEST(Element, NoBytesGiveTheDefaults) {
-  auto pzBlock = NewBlock<ModelLike>();
+  auto pzBlock = ModelLike::New();
   pzBlock->m_iFirst = 1;
   pzBlock->AddEntry(3);
   ASSERT_TRUE(ReadRecord(Bytes(), *pzBlock));
@@ -229,10 +190,10 @@ TEST(Element, NoBytesGiveTheDefaults) {
 }
 
 TEST(Element, AnOldRevisionLacksItsFieldsAndZeroReadsAsTheOldestAndALargeOneAsTheNewest) {
-  auto pzBlock = NewBlock<ModelLike>();
+  auto pzBlock = ModelLike::New();
   pzBlock->m_iSecond = 0x22;
   const Bytes vc = BuildRecord(*pzBlock);
-  auto pzRead = NewBlock<ModelLike>();
+  auto pzRead = ModelLike::New();
   for (const auto& [iFormat, iSecond] :
        {std::pair<uint8_t, uint32_t>{0, 70}, {1, 70}, {2, 0x22}, {3, 0x22}, {255, 0x22}}) {
     Bytes vcOther = vc;
@@ -244,10 +205,10 @@ TEST(Element, AnOldRevisionLacksItsFieldsAndZeroReadsAsTheOldestAndALargeOneAsTh
 }
 
 TEST(Element, InGeneration19AModelRecordBelow72BytesIsAcceptedAndRefusedWithAFormat) {
-  auto pzBlock = NewBlock<ModelLike>();
+  auto pzBlock = ModelLike::New();
   Bytes vc = BuildRecord(*pzBlock);
   vc.resize(71);
-  auto pzRead = NewBlock<ModelLike>();
+  auto pzRead = ModelLike::New();
   EXPECT_FALSE(ReadRecord(vc, *pzRead));
   // 64 bytes of header and the first field; the rest of the body is said to begin inside it.
   Bytes vc19 = FromHex(
@@ -261,11 +222,11 @@ TEST(Element, InGeneration19AModelRecordBelow72BytesIsAcceptedAndRefusedWithAFor
 }
 
 TEST(Element, TypesThatAreRaisedOnReadComeWithTheNewestRevisionAndALeastDataOffset) {
-  auto pzBlock = NewBlock<TreeLike>();
+  auto pzBlock = TreeLike::New();
   pzBlock->AddEntry(9);
   Bytes vc = BuildRecord(*pzBlock);
   vc[8] = 2;
-  auto pzRead = NewBlock<TreeLike>();
+  auto pzRead = TreeLike::New();
   ASSERT_TRUE(ReadRecord(vc, *pzRead));
   EXPECT_EQ(pzRead->m_zHeader.m_iFormat, 5u);
   EXPECT_EQ(pzRead->m_zHeader.m_iDataOffset, 80u);
@@ -279,10 +240,10 @@ TEST(Element, TypesThatAreRaisedOnReadComeWithTheNewestRevisionAndALeastDataOffs
 }
 
 TEST(Element, TheSizingAnswersTheCodesOfHeaderCountAndFields) {
-  auto pzBlock = NewBlock<BrepLike>();
+  auto pzBlock = BrepLike::New();
   EXPECT_GT(SizeOf(*pzBlock), 0);
   const auto With = [&](auto&& pfnChange) {
-    auto pzBad = NewBlock<BrepLike>();
+    auto pzBad = BrepLike::New();
     pfnChange(*pzBad);
     return SizeOf(*pzBad);
   };
@@ -293,23 +254,23 @@ TEST(Element, TheSizingAnswersTheCodesOfHeaderCountAndFields) {
   EXPECT_EQ(With([](BrepLike& z) { z.m_iFirst = 1000; }), -999);
   EXPECT_EQ(With([](BrepLike& z) { z.AddEntry(1).m_zFrame.m_iKind = 10001; }), 0);
   EXPECT_EQ(With([](BrepLike& z) { z.AddGap(11); }), 0);
-  auto pzTree = NewBlock<TreeLike>();
+  auto pzTree = TreeLike::New();
   pzTree->m_zHeader.m_iEntryCount = 2;
   EXPECT_EQ(SizeOf(*pzTree), -80);
-  auto pzIds = NewBlock<IdLike>();
+  auto pzIds = IdLike::New();
   pzIds->m_zHeader.m_iEntryCount = 2;
   EXPECT_EQ(SizeOf(*pzIds), 80 + 8 + 4);
 }
 
 TEST(Element, ABoxWithALowCornerAboveItsHighOneFailsOnReadAndOnWriteOfABrep) {
-  auto pzBlock = NewBlock<BrepLike>();
+  auto pzBlock = BrepLike::New();
   Bytes vc = BuildRecord(*pzBlock);
   vc[42] = 0x80;  // the low corner's x is 1
   vc[43] = 0x3F;
-  auto pzRead = NewBlock<BrepLike>();
+  auto pzRead = BrepLike::New();
   EXPECT_FALSE(ReadRecord(vc, *pzRead));
   EXPECT_EQ(SizeOf(*pzRead), -40);
-  auto pzModel = NewBlock<ModelLike>();
+  auto pzModel = ModelLike::New();
   vc[0] = 3;
   EXPECT_TRUE(ReadRecord(
       [&] {
@@ -322,23 +283,23 @@ TEST(Element, ABoxWithALowCornerAboveItsHighOneFailsOnReadAndOnWriteOfABrep) {
 }
 
 TEST(Element, EveryTruncationOfARecordIsRefusedAndKeepsToItsBytes) {
-  auto pzBlock = NewBlock<ModelLike>();
+  auto pzBlock = ModelLike::New();
   pzBlock->m_vzItem = {{1, true}, {2, false}};
   pzBlock->AddEntry(1).m_vzAttribute = {{6, {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11}}};
   pzBlock->AddEntry(2);
   const Bytes vc = BuildRecord(*pzBlock);
-  auto pzRead = NewBlock<ModelLike>();
+  auto pzRead = ModelLike::New();
   for (size_t n = 1; n < vc.size(); ++n) {
-    const uint64_t nBefore = Reports();
+    const uint64_t nBefore = QuietReports();
     EXPECT_FALSE(ReadRecord(Bytes(vc.begin(), vc.begin() + static_cast<ptrdiff_t>(n)), *pzRead)) << n;
-    EXPECT_GT(Reports(), nBefore) << n;
+    EXPECT_GT(QuietReports(), nBefore) << n;
   }
 }
 
 TEST(Element, ACountOfItemsIsComparedWithTheBytesThatRemain) {
-  auto pzBlock = NewBlock<ModelLike>();
+  auto pzBlock = ModelLike::New();
   Bytes vc = BuildRecord(*pzBlock);
-  auto pzRead = NewBlock<ModelLike>();
+  auto pzRead = ModelLike::New();
   for (const uint32_t n : {1u, 0x7FFFFFFFu, 0xFFFFFFFFu}) {
     KivStore<uint32_t>(&vc[88], n);
     EXPECT_FALSE(ReadRecord(vc, *pzRead)) << n;
@@ -347,10 +308,10 @@ TEST(Element, ACountOfItemsIsComparedWithTheBytesThatRemain) {
 }
 
 TEST(Element, AListKeepsTheMemoryOfItsItemsBetweenReads) {
-  auto pzBlock = NewBlock<ModelLike>();
+  auto pzBlock = ModelLike::New();
   for (int i = 0; i < 10; ++i) pzBlock->AddEntry(1);
   const Bytes vc = BuildRecord(*pzBlock);
-  auto pzRead = NewBlock<ModelLike>();
+  auto pzRead = ModelLike::New();
   ASSERT_TRUE(ReadRecord(vc, *pzRead));
   const ProbeEntry* const pzFirst = pzRead->m_vzEntry.begin();
   ASSERT_TRUE(ReadRecord(vc, *pzRead));
@@ -362,7 +323,7 @@ TEST(Element, AListKeepsTheMemoryOfItsItemsBetweenReads) {
 
 namespace {
 
-class ElementStore : public StoreTest {
+class ElementStore : public ElementStoreTest {
  protected:
   ElementStore() {
     KivOutOfCoreManager::SetElementClass(1, Make<MeshLike>);
@@ -371,49 +332,25 @@ class ElementStore : public StoreTest {
     KivOutOfCoreManager::SetElementClass(6, Make<TreeLike>);
   }
   ~ElementStore() override {
-    Space().SetBlockPerElement(false);
-    Space().SetKeepRawData(1);
-    Space().SetStackBufferLimit(200000);
     const NoThrowScope zNoThrow;
     Space().RemoveAllModels();
     for (const uint32_t i : {1u, 3u, 5u, 6u}) KivOutOfCoreManager::SetElementClass(i, nullptr);
   }
-  // bTables: keys are stable.
-  void OpenEmpty(int32_t iLimit = 4, bool bTables = true) {
-    m_pzModel = Open(MakeFile(u"a.kiv", bTables), true, iLimit);
-    ASSERT_NE(m_pzModel, nullptr);
-  }
-  // A record of these bytes; the element is fetched from it.
   template <typename Block>
   Probe<Block>* Put(const Bytes& vc) {
-    uint64_t iPosition = 0;
-    const KivContainerData zData(vc.data(), static_cast<uint32_t>(vc.size()), 0);
-    EXPECT_EQ(ManagerOf(m_pzModel)->GetStorage()->AddRecord(zData, iPosition), KivStorageResult::Done);
-    m_iPosition = iPosition;
-    return Fetch<Block>();
+    return ElementStoreTest::Put<Probe<Block>>(vc);
   }
   template <typename Block>
   Probe<Block>* Fetch() {
-    return KivOutOfCoreHandle(m_pzModel->GetKey(), m_iPosition).Fetch<Probe<Block>>();
-  }
-  Bytes Stored(const KivOutOfCoreData& zElement) {
-    KivContainerRecord zRecord;
-    KivOutOfCoreMemoryStorage* pzStorage = ManagerOf(m_pzModel)->GetStorage();
-    EXPECT_EQ(pzStorage->FindRecord(zElement.GetPosition(), zRecord), KivStorageResult::Done);
-    Bytes vc(zRecord.m_iFileSize);
-    EXPECT_EQ(pzStorage->ReadRecord(zElement.GetPosition(), vc.data(), vc.size(), zRecord), KivStorageResult::Done);
-    return vc;
+    return ElementStoreTest::Fetch<Probe<Block>>();
   }
   template <typename Block>
   static Bytes Sample(uint32_t iFirst, uint32_t nEntries = 2) {
-    auto pzBlock = NewBlock<Block>();
+    auto pzBlock = Block::New();
     pzBlock->m_iFirst = iFirst;
     for (uint32_t i = 0; i < nEntries; ++i) pzBlock->AddEntry(i);
     return BuildRecord(*pzBlock);
   }
-
-  KivModelStatusBase* m_pzModel = nullptr;
-  uint64_t m_iPosition = 0;
 };
 
 }  // namespace
@@ -601,7 +538,7 @@ namespace {
 
 // Two links, a key of the body, an attribute of a type with keys (the index of the test notes) and one without.
 Bytes RecordWithKeys() {
-  auto pzBlock = NewBlock<BrepLike>();
+  auto pzBlock = BrepLike::New();
   pzBlock->m_zHeader.m_aiLink = {11, 0, 22};
   pzBlock->m_iKey = 33;
   pzBlock->AddEntry(1).m_vzAttribute = {{kTestNoteIndex, {44, 0, 0, 0, 0, 0, 0, 0}}, {200, {55, 0, 0, 0, 0, 0, 0, 0}}};
@@ -634,7 +571,7 @@ TEST_F(ElementStore, AKeyThatTheMapLacksFailsWithoutAnExceptionAndThoseBeforeItS
 
 TEST_F(ElementStore, AHandlerThatRefusesAnAttributeFailsTheListing) {
   OpenEmpty();
-  auto pzBlock = NewBlock<BrepLike>();
+  auto pzBlock = BrepLike::New();
   pzBlock->AddEntry(1).m_vzAttribute = {{kTestNoteIndex, {44}}};
   auto* pz = Put<BrepLike>(BuildRecord(*pzBlock));
   std::vector<uint64_t> viKey;
@@ -670,7 +607,7 @@ TEST_F(ElementStore, ABulkyElementIsStoredAndLoadedAnewForItsKeysAndItsObjectSta
 
 TEST_F(ElementStore, AKeyOnlyWriteOfABulkyElementGoesOverTheOldRecordAndLeavesGapsAndLayout) {
   OpenEmpty();
-  auto pzBlock = NewBlock<MeshLike>();
+  auto pzBlock = MeshLike::New();
   pzBlock->m_iKey = 1;
   pzBlock->AddEntry(1);
   pzBlock->AddGap(16);

@@ -1,0 +1,22 @@
+#include "KivElementClasses.h"
+
+#include "KivFaceEdgeData.h"
+#include "KivPolyElemData.h"
+
+namespace kiv {
+namespace {
+
+template <typename Element>
+void Register() {
+  KivOutOfCoreManager::SetElementClass(
+      Element::kTag, [](uint32_t, uint32_t iManagerKey) -> KivOutOfCoreData* { return new Element(iManagerKey); });
+}
+
+}  // namespace
+
+void KivRegisterElementClasses() {
+  Register<KivFaceEdgeData>();
+  Register<KivPolyElemData>();
+}
+
+}  // namespace kiv

@@ -1,0 +1,76 @@
+#include "KivPolyElemData.h"
+
+#include <algorithm>
+
+namespace kiv {
+namespace {
+
+constexpr char kSource[] = "src\\KivPolyElemData";
+
+}  // namespace
+
+void KivPolyFace::Clear() {
+  KivMeshFace::Clear();
+  m_bFlatNormals = 0;
+  m_vfCompactVertex.clear();
+  m_vfCompactNormal.clear();
+  m_viCompactIndex.clear();
+  m_bSwapped = false;
+}
+
+KivMeshFaceView KivPolyFace::View() const {
+  KivMeshFaceView zView = KivMeshFace::View();
+  if (IsFlat()) zView.m_iNormalCount = m_iTriangleCount;
+  return zView;
+}
+
+bool KivPolyFace::Expand() {
+  const size_t nCorners = m_viIndex.size();
+  if (nCorners == 0) return true;
+  const size_t nVertices = m_vfVertex.size() / 3;
+  if (!KIV_ASSERT(*std::max_element(m_viIndex.begin(), m_viIndex.end()) < nVertices)) return false;
+  if (!KIV_ASSERT((nCorners + 2) / 3 <= m_vfNormal.size() / 3)) return false;
+  m_vfCompactVertex.swap(m_vfVertex);
+  m_vfCompactNormal.swap(m_vfNormal);
+  m_viCompactIndex.swap(m_viIndex);
+  m_vfVertex.resize(3 * nCorners);
+  m_vfNormal.resize(3 * nCorners);
+  m_viIndex.resize(nCorners);
+  for (size_t j = 0; j < nCorners; ++j) {
+    std::copy_n(&m_vfCompactVertex[3 * static_cast<size_t>(m_viCompactIndex[j])], 3, &m_vfVertex[3 * j]);
+    std::copy_n(&m_vfCompactNormal[3 * (j / 3)], 3, &m_vfNormal[3 * j]);
+    m_viIndex[j] = static_cast<uint32_t>(j);
+  }
+  m_iVertexCount = static_cast<uint32_t>(nCorners);
+  m_iTriangleCount = static_cast<uint32_t>(nCorners / 3);
+  return true;
+}
+
+void KivPolyFace::Swap() {
+  m_vfVertex.swap(m_vfCompactVertex);
+  m_vfNormal.swap(m_vfCompactNormal);
+  m_viIndex.swap(m_viCompactIndex);
+  m_iVertexCount = static_cast<uint32_t>(m_vfVertex.size() / 3);
+  m_iTriangleCount = static_cast<uint32_t>(m_viIndex.size() / 3);
+  m_bSwapped = !m_bSwapped;
+}
+
+void KivPolyFace::SwapForSave() {
+  if (m_bSwapped || m_viCompactIndex.empty()) return;
+  Swap();
+  m_bFlatNormals = 1;
+}
+
+void KivPolyFace::SwapAfterSave() {
+  if (m_bSwapped) Swap();
+}
+
+void KivMemoryBlockPolyElem::BeforeSave(bool) {
+  for (KivPolyFace& zFace : m_vzFace) zFace.SwapForSave();
+}
+
+void KivMemoryBlockPolyElem::AfterSave() {
+  for (KivPolyFace& zFace : m_vzFace) zFace.SwapAfterSave();
+}
+
+}  // namespace kiv

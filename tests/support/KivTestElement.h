@@ -1,0 +1,128 @@
+// Records of model elements for tests: blocks from bytes and back, with and without a store.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <memory>
+#include <span>
+
+#include "KivElement.h"
+#include "KivTestMesh.h"
+#include "KivTestStore.h"
+
+namespace kivtest {
+
+inline uint64_t QuietReports() {
+  return kiv::KivLastQuietReport().m_iNumber;
+}
+
+template <typename Block>
+std::unique_ptr<Block> NewBlock() {
+  auto pzBlock = std::make_unique<Block>();
+  typename Block::Memory zMemory;
+  kiv::KivResetElement(*pzBlock, zMemory);
+  return pzBlock;
+}
+
+// Reads from a fresh allocation of just these bytes.
+template <typename Block>
+bool ReadRecord(const Bytes& vc, Block& zBlock, bool bVer19 = false, bool bKeysOnly = false) {
+  const std::unique_ptr<uint8_t[]> pOwn(new uint8_t[vc.size()]);
+  std::copy(vc.begin(), vc.end(), pOwn.get());
+  typename Block::Memory zMemory;
+  return kiv::KivReadElement(std::span<const uint8_t>(pOwn.get(), vc.size()), bVer19, bKeysOnly, zBlock, zMemory);
+}
+
+template <typename Block>
+int64_t SizeOf(Block& zBlock) {
+  typename Block::Memory zMemory;
+  return kiv::KivSizeElement(zBlock, zMemory);
+}
+
+// The block as a record of the newest revision; empty if it cannot be one. The sizing must agree with the writer.
+template <typename Block>
+Bytes BuildRecord(Block& zBlock) {
+  typename Block::Memory zMemory;
+  const uint32_t iFormat = kiv::KivRulesOf<Block>().m_iFormat;
+  zBlock.m_zHeader.m_iFormat = iFormat;
+  zBlock.BeforeSave(false);
+  Bytes vc;
+  const int64_t nBytes = kiv::KivSizeElement(zBlock, zMemory);
+  if (nBytes > 0) {
+    vc.resize(static_cast<size_t>(nBytes));
+    EXPECT_TRUE(kiv::KivWriteElement(std::span<uint8_t>(vc), iFormat, zBlock, zMemory));
+  }
+  zBlock.AfterSave();
+  return vc;
+}
+
+// A damaged record must be read within its bytes. What can be read must be writable as it then is, unless the sizing
+// refuses it, and be read once more as the same.
+template <typename Block>
+void ExpectReadsSafely(const Bytes& vc, bool bVer19) {
+  static Block zBlock, zAgain;
+  if (!ReadRecord(vc, zBlock, bVer19)) return;
+  const Bytes vcOut = BuildRecord(zBlock);
+  if (vcOut.empty()) return;
+  ASSERT_TRUE(ReadRecord(vcOut, zAgain));
+  const Bytes vcTwice = BuildRecord(zAgain);
+  EXPECT_EQ(vcTwice.size(), vcOut.size());
+}
+
+// Each cut of a record must be refused, but for those that end where a gap behind the last live entry ends or begins;
+// each byte with each bit turned, as 0 and as 0xFF is read without harm.
+template <typename Block>
+void ExpectDamageIsRefusedOrHarmless(const Bytes& vc, bool bVer19, size_t nGoodFrom) {
+  static Block zBlock;
+  for (size_t n = 1; n < vc.size(); ++n) {
+    const bool bRead = ReadRecord(Bytes(vc.begin(), vc.begin() + static_cast<ptrdiff_t>(n)), zBlock, bVer19);
+    EXPECT_EQ(bRead, n >= nGoodFrom) << "cut at " << n;
+  }
+  for (size_t i = 0; i < vc.size(); ++i) {
+    for (int k = 0; k < 10; ++k) {
+      Bytes vcBad = vc;
+      vcBad[i] = k < 8 ? static_cast<uint8_t>(vc[i] ^ (1 << k)) : k == 8 ? 0x00 : 0xFF;
+      ExpectReadsSafely<Block>(vcBad, bVer19);
+    }
+  }
+}
+
+// A model that is changed in place, with records of given bytes in it.
+class ElementStoreTest : public StoreTest {
+ protected:
+  ~ElementStoreTest() override {
+    Space().SetBlockPerElement(false);
+    Space().SetKeepRawData(1);
+    Space().SetStackBufferLimit(200000);
+  }
+  void OpenEmpty(int32_t iLimit = 4, bool bTables = true) {
+    m_pzModel = Open(MakeFile(u"a.kiv", bTables), true, iLimit);
+    ASSERT_NE(m_pzModel, nullptr);
+  }
+  // Stores a record of these bytes and fetches its element.
+  template <typename Element>
+  Element* Put(const Bytes& vc) {
+    const kiv::KivContainerData zData(vc.data(), static_cast<uint32_t>(vc.size()), 0);
+    EXPECT_EQ(ManagerOf(m_pzModel)->GetStorage()->AddRecord(zData, m_iPosition), kiv::KivStorageResult::Done);
+    return Fetch<Element>();
+  }
+  template <typename Element>
+  Element* Fetch() {
+    return kiv::KivOutOfCoreHandle(m_pzModel->GetKey(), m_iPosition).template Fetch<Element>();
+  }
+  Bytes Stored(const kiv::KivOutOfCoreData& zElement) {
+    kiv::KivContainerRecord zRecord;
+    kiv::KivOutOfCoreMemoryStorage* pzStorage = ManagerOf(m_pzModel)->GetStorage();
+    EXPECT_EQ(pzStorage->FindRecord(zElement.GetPosition(), zRecord), kiv::KivStorageResult::Done);
+    Bytes vc(zRecord.m_iFileSize);
+    EXPECT_EQ(pzStorage->ReadRecord(zElement.GetPosition(), vc.data(), vc.size(), zRecord),
+              kiv::KivStorageResult::Done);
+    return vc;
+  }
+
+  kiv::KivModelStatusBase* m_pzModel = nullptr;
+  uint64_t m_iPosition = 0;  // of the last record
+};
+
+}  // namespace kivtest
