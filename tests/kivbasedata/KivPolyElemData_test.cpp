@@ -207,15 +207,26 @@ TEST(PolyElemData, AFlatIndexBeyondTheVerticesRefusesTheRecord) {
   EXPECT_TRUE(ReadRecord(vc, *pz));
 }
 
-TEST(PolyElemData, AFlatCornerWithoutANormalRefusesTheRecord) {
+TEST(PolyElemData, AFlatTriangleWithoutANormalAndAFlatStripRefuseTheRecord) {
+  // Six stored indices, but one triangle and one normal.
+  Bytes vc = Golden();
+  vc[4] = 1;
+  vc[88] = 1;
+  vc[137] = 1;
+  vc.erase(vc.begin() + 173, vc.begin() + 175);
+  vc.insert(vc.begin() + 173, {6, 0, 0, 0});
   auto pz = NewBlock<Block>();
+  EXPECT_FALSE(ReadRecord(vc, *pz));
+  vc[173] = 3;  // the other three are then taken as attributes: none, and zeros
+  vc[177 + 3] = 0;
+  EXPECT_TRUE(ReadRecord(vc, *pz));
+  EXPECT_EQ(pz->m_vzFace[0].m_iVertexCount, 3u);
   ASSERT_TRUE(ReadRecord(Golden(), *pz));
   pz->m_iMeshFlags = kMeshIndexCount;
-  KivPolyFace& z = pz->m_vzFace[0];
-  z.m_viCompactIndex.push_back(0);  // a strip behind the triangles
-  const Bytes vc = BuildRecord(*pz);
-  ASSERT_FALSE(vc.empty());
-  EXPECT_FALSE(ReadRecord(vc, *pz));
+  pz->m_vzFace[0].m_viCompactIndex.push_back(0);
+  const Bytes vcStrip = BuildRecord(*pz);
+  ASSERT_FALSE(vcStrip.empty());
+  EXPECT_FALSE(ReadRecord(vcStrip, *pz));
 }
 
 TEST(PolyElemData, AFlatMeshWithoutIndicesStaysAsItIs) {

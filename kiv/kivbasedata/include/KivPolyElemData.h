@@ -19,8 +19,8 @@ struct KivPolyFace : KivMeshFace {
   void Clear();
   KivMeshFaceView View() const;
 
-  // From the stored form to the one in memory. False, after a report, for an index beyond the vertices and for a corner
-  // without a normal. A mesh without indices stays as it is.
+  // From the stored form to the one in memory. False, after a report, for an index beyond the vertices, for a number of
+  // indices that is no multiple of 3, and for a triangle without a normal. A mesh without indices stays as it is.
   bool Expand();
   // Puts the stored form in the place of the expanded one, if there is one, and back again.
   void SwapForSave();

@@ -29,7 +29,7 @@ bool KivPolyFace::Expand() {
   if (nCorners == 0) return true;
   const size_t nVertices = m_vfVertex.size() / 3;
   if (!KIV_ASSERT(*std::max_element(m_viIndex.begin(), m_viIndex.end()) < nVertices)) return false;
-  if (!KIV_ASSERT((nCorners + 2) / 3 <= m_vfNormal.size() / 3)) return false;
+  if (!KIV_ASSERT(nCorners % 3 == 0 && nCorners / 3 <= m_vfNormal.size() / 3)) return false;
   m_vfCompactVertex.swap(m_vfVertex);
   m_vfCompactNormal.swap(m_vfNormal);
   m_viCompactIndex.swap(m_viIndex);
