@@ -314,6 +314,11 @@ TEST(PolyElemData, EveryCutAndEveryDamagedByteOfEachRevisionIsRefusedOrHarmless)
   ExpectDamageIsRefusedOrHarmless<Block>(Golden19(), true, Golden19().size());
 }
 
+TEST(PolyElemData, RandomBytesAreRefusedOrHarmless) {
+  ExpectRandomBytesAreHarmless<Block>(Golden(), 100, 3);
+  ExpectRandomBytesAreHarmless<Block>(GoldenPerVertex(), 112, 4);
+}
+
 // --- In a store -----------------------------------------------------------------------------------------------------
 
 namespace {
