@@ -245,6 +245,26 @@ TEST(PolyElemData, AFlatMeshWithoutIndicesStaysAsItIs) {
   EXPECT_EQ(BuildRecord(*pz), vc);
 }
 
+TEST(PolyElemData, ABlockThatHeldAFlatMeshForgetsItsListsWithTheNextRecord) {
+  auto pz = NewBlock<Block>();
+  ASSERT_TRUE(ReadRecord(Golden(), *pz));
+  ASSERT_TRUE(ReadRecord(GoldenPerVertex(), *pz));
+  EXPECT_TRUE(pz->m_vzFace[0].m_viCompactIndex.empty());
+  EXPECT_EQ(BuildRecord(*pz), GoldenPerVertex());
+  ASSERT_TRUE(ReadRecord(Golden(), *pz));
+  EXPECT_EQ(BuildRecord(*pz), Golden());
+  // A gap in the place of the face, and a face that ends in the middle.
+  Bytes vc = FromHex(kHeader + "64000000 10270000 0C000000");
+  vc[4] = 0;
+  ASSERT_TRUE(ReadRecord(vc, *pz));
+  EXPECT_EQ(pz->m_vzFace[0].m_vfVertex.size() + pz->m_vzFace[0].m_viCompactIndex.size(), 0u);
+  ASSERT_TRUE(ReadRecord(Golden(), *pz));
+  vc = Golden();
+  vc.resize(170);
+  ASSERT_FALSE(ReadRecord(vc, *pz));
+  EXPECT_EQ(pz->m_vzFace[0].m_vfVertex.size() + pz->m_vzFace[0].m_viCompactIndex.size(), 0u);
+}
+
 TEST(PolyElemData, TheSizingAnswersMinus90AndMinus95ForFacesAlone) {
   const auto With = [](auto&& pfnChange) {
     auto pz = NewBlock<Block>();
