@@ -215,6 +215,27 @@ TEST(Fault, APlanOfAllKindsCountsThemTogether) {
   EXPECT_EQ(zScope.GetCount(KivSysCall::EventSignal), 2u);
 }
 
+TEST(Fault, WhatOthersDoMeanwhileIsDoneBeforeTheCallAndOnce) {
+  const TestFolder zFolder;
+  int nRun = 0;
+  KivSysFaultPlan zPlan;
+  zPlan.m_iCall = KivSysCall::FolderList;
+  zPlan.m_iNth = 2;
+  zPlan.m_iKind = KivSysFaultKind::Meanwhile;
+  zPlan.m_pfnMeanwhile = [&] {
+    ++nRun;
+    zFolder.WriteBytes(u"made", "");
+  };
+  const KivSysFaultScope zFault(zPlan);
+  std::vector<KivSysFolderEntry> vzEntries;
+  for (size_t nExpected : {0u, 1u, 1u}) {
+    EXPECT_TRUE(sys::ListFolder(zFolder.Path(), vzEntries));
+    EXPECT_EQ(vzEntries.size(), nExpected);
+  }
+  EXPECT_EQ(nRun, 1);
+  EXPECT_TRUE(zFault.HasFired());
+}
+
 TEST(Fault, NumberZeroOnlyCounts) {
   Calls zCalls;
   const KivSysFaultScope zScope(Plan(KivSysCall::FileFlush, 0, true));

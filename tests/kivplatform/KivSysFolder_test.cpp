@@ -99,6 +99,33 @@ TEST(Folder, ReadOnlyFilesCanBeRemovedOnceCleared) {
   EXPECT_FALSE(sys::RemoveFileAt(zFolder / u"a"));
 }
 
+TEST(Folder, ALinkToAFolderIsListedAsALinkAndGoesWithoutItsTarget) {
+  const TestFolder zFolder;
+  const TestFolder zTarget;
+  zTarget.WriteBytes(u"kept", "x");
+  ASSERT_TRUE(zFolder.LinkToFolder(u"link", zTarget));
+  ASSERT_TRUE(sys::MakeFolder(zFolder / u"sub"));
+  zFolder.WriteBytes(u"file", "x");
+  std::vector<KivSysFolderEntry> vzEntries;
+  ASSERT_TRUE(sys::ListFolder(zFolder.Path(), vzEntries));
+  ASSERT_EQ(vzEntries.size(), 3u);
+  for (const KivSysFolderEntry& zEntry : vzEntries) {
+    EXPECT_EQ(zEntry.m_bLink, zEntry.m_csName == u"link");
+    EXPECT_EQ(zEntry.m_bFolder, zEntry.m_csName == u"sub");
+  }
+  EXPECT_TRUE(sys::IsLink(zFolder / u"link"));
+  EXPECT_TRUE(sys::IsLink((zFolder / u"link") + sys::kSeparator));
+  EXPECT_FALSE(sys::IsLink(zFolder / u"sub"));
+  EXPECT_FALSE(sys::IsLink(zFolder / u"file"));
+  EXPECT_FALSE(sys::IsLink(zFolder / u"missing"));
+  EXPECT_FALSE(sys::IsLink(u""));
+  EXPECT_TRUE(sys::FolderExists(zFolder / u"link")) << "it leads to one";
+  EXPECT_TRUE(sys::ClearReadOnly(zFolder / u"link"));
+  EXPECT_TRUE(sys::RemoveFileAt(zFolder / u"link"));
+  EXPECT_FALSE(sys::PathExists(zFolder / u"link"));
+  EXPECT_EQ(zTarget.ReadBytes(u"kept"), "x");
+}
+
 TEST(Folder, RelativeAndAbsolutePaths) {
   KivWString csProgram;
   ASSERT_TRUE(sys::ProgramPath(csProgram));

@@ -7,10 +7,19 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <linux/audit.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
+#include <pty.h>
+#include <sys/prctl.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
+#include <clocale>
+#include <cstddef>
 #include <cstdlib>
 #include <thread>
 #include <vector>
@@ -19,6 +28,7 @@
 #include "KivSysFolder.h"
 #include "KivSysLocale.h"
 #include "KivSysMapping.h"
+#include "KivSysTerminal.h"
 #include "KivTestFolder.h"
 #include "KivTestScale.h"
 
@@ -44,17 +54,34 @@ size_t RawEntries(const KivWString& csFolder) {
   return nEntries - 2;
 }
 
-// Both ways of making a locked file.
-class LockedFile : public testing::TestWithParam<bool> {
+// The ways of making a locked file.
+enum Way { kWithoutName, kTemporaryNameLinked, kTemporaryNameRenamed };
+
+void TakeWay(int iWay) {
+  sys::posix::g_bNoTmpFile = iWay != kWithoutName;
+  sys::posix::g_iLinkError = iWay == kTemporaryNameRenamed ? EPERM : 0;
+}
+
+class LockedFile : public testing::TestWithParam<int> {
  protected:
-  void SetUp() override { sys::posix::g_bNoTmpFile = GetParam(); }
-  void TearDown() override { sys::posix::g_bNoTmpFile = false; }
+  void SetUp() override { TakeWay(GetParam()); }
+  void TearDown() override { TakeWay(kWithoutName); }
+};
+
+// Turns switches of the backend back at the end.
+struct Switches {
+  ~Switches() {
+    sys::posix::g_bNoFutexWaitv = false;
+    sys::posix::g_bNoPidFd = false;
+    sys::posix::g_iRenameError = 0;
+    sys::posix::g_iLinkError = 0;
+  }
 };
 
 }  // namespace
 
 KIV_TEST_CHILD(PosixMarkerHolder) {
-  sys::posix::g_bNoTmpFile = vcsArgs[2] == u"1";
+  TakeWay(vcsArgs[2][0] - u'0');
   const KivSysFile zMarker = MakeMarker(vcsArgs[1]);
   return zMarker.IsOpen() ? ReadyUntilKilled(vcsArgs[0]) : 1;
 }
@@ -62,7 +89,7 @@ KIV_TEST_CHILD(PosixMarkerHolder) {
 TEST_P(LockedFile, AMarkerLivesAndDiesWithItsProcess) {
   const TestFolder zFolder;
   const KivWString csPath = zFolder / u"KivProc1";
-  ReadyChild zChild("PosixMarkerHolder", {csPath, GetParam() ? u"1" : u"0"});
+  ReadyChild zChild("PosixMarkerHolder", {csPath, KivWString(1, static_cast<char16_t>(u'0' + GetParam()))});
   ASSERT_TRUE(zChild.IsReady());
   EXPECT_TRUE(sys::PathExists(csPath));
   EXPECT_EQ(ModeOf(csPath), 01600u);
@@ -124,7 +151,7 @@ TEST_P(LockedFile, AMarkerNeverStandsUnlocked) {
   EXPECT_EQ(RawEntries(zFolder.Path()), 0u);
 }
 
-INSTANTIATE_TEST_SUITE_P(Posix, LockedFile, testing::Bool());
+INSTANTIATE_TEST_SUITE_P(Posix, LockedFile, testing::Values(kWithoutName, kTemporaryNameLinked, kTemporaryNameRenamed));
 
 TEST(Posix, FilesAndFoldersAreForTheUserAlone) {
   const mode_t iBefore = umask(0);
@@ -179,6 +206,7 @@ TEST(Posix, AnEventFileOfGarbageIsNoDanger) {
 }
 
 TEST(Posix, WithoutFutexWaitvAWaitOnSeveralEventsStillWorks) {
+  const Switches zSwitches;
   sys::posix::g_bNoFutexWaitv = true;
   bool bExisted = false;
   std::vector<KivSysEvent> vzEvents;
@@ -203,7 +231,59 @@ TEST(Posix, WithoutFutexWaitvAWaitOnSeveralEventsStillWorks) {
     zAnswer.Set();
   }
   zSetter.join();
-  sys::posix::g_bNoFutexWaitv = false;
+}
+
+namespace {
+
+// From here on this process gets an error from one system call, as under the filters of containers.
+bool RefuseSystemCall(uint32_t iNumber, uint32_t iError) {
+  sock_filter azFilter[] = {
+      BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, iNumber, 0, 1),
+      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | iError),
+      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
+  };
+  sock_fprog zProgram{static_cast<unsigned short>(std::size(azFilter)), azFilter};
+  return prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 && prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &zProgram) == 0;
+}
+
+}  // namespace
+
+KIV_TEST_CHILD(PosixWaitsWhereTheCallIsRefused) {
+  constexpr uint32_t kFutexWaitv = 449;
+  if (!RefuseSystemCall(kFutexWaitv, static_cast<uint32_t>(std::stoul(sys::WideToUtf8(vcsArgs[0]))))) return 90;
+  bool bExisted = false;
+  KivSysEvent zFirst = KivSysEvent::Create(UniqueName("Refused"), bExisted);
+  KivSysEvent zSecond = KivSysEvent::Create(UniqueName("Refused"), bExisted);
+  const KivSysEvent* const vpEvents[] = {&zFirst, &zSecond};
+  if (KivSysEvent::WaitAny(vpEvents, 2).m_iState != KivSysWait::TimedOut) return 1;
+  if (!sys::posix::g_bNoFutexWaitv) return 2;  // else each wait would be a loop of refused calls
+  std::thread zSetter([&] { zSecond.Set(); });
+  const KivSysWaitResult zResult = KivSysEvent::WaitAny(vpEvents, kLong);
+  zSetter.join();
+  return zResult.m_iState == KivSysWait::Signalled && zResult.m_iIndex == 1 ? 0 : 3;
+}
+
+TEST(Posix, AKernelOrAFilterThatRefusesFutexWaitvMakesWaitsPoll) {
+  for (const int iError : {ENOSYS, EPERM, EINVAL}) {
+    KivSysProcess zChild = StartTestChild("PosixWaitsWhereTheCallIsRefused", {sys::Utf8ToWide(std::to_string(iError))});
+    ASSERT_EQ(zChild.Wait(kLong), KivSysWait::Signalled);
+    int32_t iCode = -1;
+    ASSERT_TRUE(zChild.GetExitCode(iCode));
+    EXPECT_EQ(iCode, 0) << "refused with " << iError;
+  }
+}
+
+TEST(Posix, WaitsOnSeveralEventsSleepInOneCallWhereTheKernelHasIt) {
+  bool bExisted = false;
+  std::vector<KivSysEvent> vzEvents;
+  std::vector<const KivSysEvent*> vpEvents;
+  for (int i = 0; i < 3; ++i) vzEvents.push_back(KivSysEvent::Create(UniqueName("Waitv"), bExisted));
+  for (const KivSysEvent& zEvent : vzEvents) vpEvents.push_back(&zEvent);
+  EXPECT_EQ(KivSysEvent::WaitAny(vpEvents, 3).m_iState, KivSysWait::TimedOut);
+  // The kernel answers a call without anything to wait for with EINVAL if it knows the call.
+  const bool bKnown = syscall(SYS_futex_waitv, nullptr, 0, 0, nullptr, 0) != 0 && errno == EINVAL;
+  EXPECT_EQ(sys::posix::g_bNoFutexWaitv, !bKnown) << "a time-out is no refusal";
 }
 
 KIV_TEST_CHILD(PosixCountsDescriptors) {
@@ -373,6 +453,194 @@ TEST(Posix, TheLanguageComesFromTheEnvironment) {
   EXPECT_EQ(sys::LanguageId(), 0x040Cu);
 }
 
+TEST(Posix, TheLocaleIsTheUsersButForNumbers) {
+  setenv("LC_ALL", "C.UTF-8", 1);
+  ASSERT_TRUE(sys::SetUserLocaleWithPoint());
+  EXPECT_STREQ(std::setlocale(LC_CTYPE, nullptr), "C.UTF-8");
+  EXPECT_STREQ(std::setlocale(LC_NUMERIC, nullptr), "C");
+}
+
+TEST(Posix, ATerminalBehindStandardErrorIsOne) {
+  int iMaster = -1, iSlave = -1;
+  ASSERT_EQ(openpty(&iMaster, &iSlave, nullptr, nullptr, nullptr), 0);
+  const int iKept = dup(STDERR_FILENO);
+  dup2(iSlave, STDERR_FILENO);
+  const bool bTerminal = sys::IsErrorTerminal();
+  dup2(iKept, STDERR_FILENO);
+  EXPECT_TRUE(bTerminal);
+  for (const int iFd : {iMaster, iSlave, iKept}) close(iFd);
+}
+
+TEST(Posix, NamesThatAreNoValidUtf8GoBothWays) {
+  const TestFolder zFolder;
+  const std::string strBase = Native(zFolder.Path()) + "/";
+  const std::vector<std::string> vstrNames = {"\xff", "a\xc3", "\xc3\xa4\x80z", "\xed\xa0\x80", "\xf0\x9f\x98\x80\xb2"};
+  for (const std::string& strName : vstrNames) {
+    const int iFd = open((strBase + strName).c_str(), O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC, 0600);
+    ASSERT_GE(iFd, 0);
+    close(iFd);
+    EXPECT_EQ(sys::posix::NativeName(sys::posix::WideName(strName)), strName);
+  }
+  std::vector<KivSysFolderEntry> vzEntries;
+  ASSERT_TRUE(sys::ListFolder(zFolder.Path(), vzEntries));
+  ASSERT_EQ(vzEntries.size(), vstrNames.size());
+  for (const KivSysFolderEntry& zEntry : vzEntries) {
+    EXPECT_TRUE(sys::PathExists(zFolder / zEntry.m_csName));
+    KivSysFile zFile = KivSysFile::Open(zFolder / zEntry.m_csName, {});
+    EXPECT_TRUE(zFile.IsOpen());
+    EXPECT_EQ(zFile.GetName(), zFolder / zEntry.m_csName);
+    zFile.Close();
+    EXPECT_TRUE(sys::RemoveFileAt(zFolder / zEntry.m_csName));
+  }
+  EXPECT_EQ(RawEntries(zFolder.Path()), 0u);
+  for (uint32_t iUnit = 1; iUnit <= 0xFFFF; ++iUnit) {
+    const KivWString csUnit{u'a', static_cast<char16_t>(iUnit), u'b'};
+    const bool bOtherSurrogate = (iUnit >= 0xD800 && iUnit < 0xDC80) || (iUnit > 0xDCFF && iUnit <= 0xDFFF);
+    const KivWString csBack = sys::posix::WideName(sys::posix::NativeName(csUnit));
+    if (bOtherSurrogate)
+      EXPECT_EQ(csBack, u"a\uFFFDb");
+    else
+      ASSERT_EQ(csBack, csUnit) << iUnit;
+  }
+}
+
+TEST(Posix, ARenameReplacesNothingAlsoWhereTheKernelCannotRefuseTo) {
+  const Switches zSwitches;
+  const TestFolder zFolder;
+  for (const int iLinkError : {0, EPERM}) {
+    for (const int iError : {EINVAL, ENOSYS, EPERM}) {
+      sys::posix::g_iRenameError = iError;
+      sys::posix::g_iLinkError = iLinkError;
+      zFolder.WriteBytes(u"from", "new");
+      zFolder.WriteBytes(u"taken", "old");
+      EXPECT_NE(sys::RenamePath(zFolder / u"from", zFolder / u"taken"), 0);
+      EXPECT_EQ(sys::LastError(), EEXIST);
+      EXPECT_EQ(zFolder.ReadBytes(u"taken"), "old");
+      EXPECT_EQ(sys::RenamePath(zFolder / u"from", zFolder / u"to"), 0);
+      EXPECT_EQ(zFolder.ReadBytes(u"to"), "new");
+      EXPECT_FALSE(sys::PathExists(zFolder / u"from"));
+      ASSERT_TRUE(sys::MakeFolder(zFolder / u"folder"));
+      EXPECT_NE(sys::RenamePath(zFolder / u"folder", zFolder / u"to"), 0);
+      EXPECT_EQ(sys::RenamePath(zFolder / u"folder", zFolder / u"moved"), 0);
+      EXPECT_TRUE(sys::FolderExists(zFolder / u"moved"));
+      EXPECT_TRUE(sys::RemoveFolder(zFolder / u"moved"));
+      EXPECT_TRUE(sys::RemoveFileAt(zFolder / u"to"));
+    }
+  }
+}
+
+// As the rename of the other target does.
+TEST(Posix, AFileMovesToAnotherFileSystemByACopyAndAFolderDoesNot) {
+  const Switches zSwitches;
+  const TestFolder zFolder;
+  const std::string strBytes(100'000, 'x');
+  sys::posix::g_iRenameError = EXDEV;
+  zFolder.WriteBytes(u"from", strBytes);
+  zFolder.WriteBytes(u"taken", "old");
+  EXPECT_NE(sys::RenamePath(zFolder / u"from", zFolder / u"taken"), 0);
+  EXPECT_EQ(zFolder.ReadBytes(u"taken"), "old");
+  EXPECT_EQ(sys::RenamePath(zFolder / u"from", zFolder / u"to"), 0);
+  EXPECT_TRUE(zFolder.ReadBytes(u"to") == strBytes);
+  EXPECT_FALSE(sys::PathExists(zFolder / u"from"));
+  ASSERT_TRUE(sys::MakeFolder(zFolder / u"folder"));
+  EXPECT_NE(sys::RenamePath(zFolder / u"folder", zFolder / u"moved"), 0);
+  EXPECT_EQ(sys::LastError(), EXDEV);
+  EXPECT_TRUE(sys::FolderExists(zFolder / u"folder"));
+  {
+    KivSysFaultPlan zPlan;
+    zPlan.m_iCall = KivSysCall::FileCopy;
+    zPlan.m_iNth = 1;
+    const KivSysFaultScope zFault(zPlan);
+    EXPECT_NE(sys::RenamePath(zFolder / u"to", zFolder / u"again"), 0);
+    EXPECT_TRUE(zFault.HasFired());
+  }
+  EXPECT_TRUE(zFolder.ReadBytes(u"to") == strBytes);
+  EXPECT_FALSE(sys::PathExists(zFolder / u"again"));
+}
+
+TEST(Posix, PrivateTempFoldersAreLookedForInTheirOrder) {
+  const TestFolder zRuntime, zTemp, zShared;
+  const std::string strShared = Native(zShared.Path());
+  const KivWString csPrivate = sys::Utf8ToWide("kiv-" + std::to_string(geteuid()));
+  const KivWString csLast = u"/tmp/" + csPrivate;
+  for (const TestFolder* pzFolder : {&zRuntime, &zTemp}) chmod(Native(pzFolder->Path()).c_str(), 0700);
+  chmod(strShared.c_str(), 01777);
+  const auto Ask = [](const std::string& strRuntime, const std::string& strTemp) {
+    setenv("XDG_RUNTIME_DIR", strRuntime.c_str(), 1);
+    setenv("TMPDIR", strTemp.c_str(), 1);
+    return sys::PrivateTempFolder();
+  };
+  const std::string strRuntime = Native(zRuntime.Path());
+  const std::string strTemp = Native(zTemp.Path());
+  EXPECT_EQ(Ask(strRuntime, strTemp), zRuntime.Path());
+  EXPECT_EQ(Ask(strRuntime + "//", strTemp), zRuntime.Path());
+  EXPECT_EQ(Ask("", strTemp), zTemp.Path());
+  EXPECT_EQ(Ask("relative", strTemp), zTemp.Path());
+  EXPECT_EQ(Ask(strRuntime + "/missing", strTemp), zTemp.Path());
+  EXPECT_EQ(Ask("", ""), csLast);
+  unsetenv("XDG_RUNTIME_DIR");
+  unsetenv("TMPDIR");
+  EXPECT_EQ(sys::PrivateTempFolder(), csLast);
+  EXPECT_EQ(ModeOf(csLast), 0700u);
+  // In a shared folder one of the user's own.
+  EXPECT_EQ(Ask("", strShared), zShared / csPrivate);
+  EXPECT_EQ(ModeOf(zShared / csPrivate), 0700u);
+  chmod(Native(zShared / csPrivate).c_str(), 0755);
+  EXPECT_EQ(Ask("", strShared), zShared / csPrivate);
+  EXPECT_EQ(ModeOf(zShared / csPrivate), 0700u) << "barred again";
+  // Where somebody else holds that name, or could put something else there, the next one is taken.
+  ASSERT_TRUE(sys::RemoveFolder(zShared / csPrivate));
+  ASSERT_EQ(symlink(strTemp.c_str(), Native(zShared / csPrivate).c_str()), 0);
+  EXPECT_EQ(Ask("", strShared), csLast);
+  chmod(strTemp.c_str(), 0777);
+  EXPECT_EQ(Ask(strTemp, strShared), csLast);
+}
+
+TEST(Posix, ObjectsOfKilledMakersAreSweptAndThoseOfLivingOnesStay) {
+  const KivWString csLiving = UniqueName("Sweep");
+  const KivWString csDead = UniqueName("Sweep");
+  ReadyChild zChild("PosixMakesObjects", {csDead});
+  ASSERT_TRUE(zChild.IsReady());
+  std::string strFolder;
+  ASSERT_TRUE(sys::posix::PrivateObjectFolder(strFolder));
+  const std::string strTemporary = strFolder + "/.kiv1-" + Native(csDead);
+  close(open(strTemporary.c_str(), O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC, 0600));
+  bool bExisted = false;
+  const KivSysEvent zEvent = KivSysEvent::Create(csLiving, bExisted);
+  const KivSysJob zJob = KivSysJob::Create(csLiving);
+  const auto Stands = [](char cKind, const KivWString& csName) {
+    std::string strPath;
+    return sys::posix::ObjectPath(cKind, csName, strPath) && access(strPath.c_str(), F_OK) == 0;
+  };
+  EXPECT_TRUE(Stands('e', csDead) && Stands('j', csDead));
+  sys::posix::SweepObjects();
+  EXPECT_TRUE(Stands('e', csDead) && Stands('j', csDead)) << "their maker lives";
+  ASSERT_TRUE(zChild.Kill());
+  EXPECT_TRUE(Stands('e', csDead) && Stands('j', csDead));
+  sys::posix::SweepObjects();
+  EXPECT_FALSE(Stands('e', csDead));
+  EXPECT_FALSE(Stands('j', csDead));
+  EXPECT_NE(access(strTemporary.c_str(), F_OK), 0);
+  EXPECT_TRUE(Stands('e', csLiving) && Stands('j', csLiving));
+}
+
+KIV_TEST_CHILD(PosixMakesObjects) {
+  bool bExisted = false;
+  const KivSysEvent zEvent = KivSysEvent::Create(vcsArgs[1], bExisted);
+  const KivSysJob zJob = KivSysJob::Create(vcsArgs[1]);
+  return zEvent.IsOpen() && zJob.IsOpen() ? ReadyUntilKilled(vcsArgs[0]) : 1;
+}
+
+TEST(Posix, ClearingReadOnlyOpensAFolderForItsUserAlone) {
+  const TestFolder zFolder;
+  ASSERT_TRUE(sys::MakeFolder(zFolder / u"sub"));
+  for (const mode_t iMode : {0500u, 0400u, 0555u}) {
+    ASSERT_EQ(chmod(Native(zFolder / u"sub").c_str(), iMode), 0);
+    EXPECT_TRUE(sys::ClearReadOnly(zFolder / u"sub"));
+    EXPECT_EQ(ModeOf(zFolder / u"sub"), iMode | 0300u);
+  }
+}
+
 TEST(Posix, ALinkIsListedAsNoFolderAndItsTargetIsNotTouched) {
   const TestFolder zFolder;
   const TestFolder zTarget;
@@ -384,12 +652,20 @@ TEST(Posix, ALinkIsListedAsNoFolderAndItsTargetIsNotTouched) {
   ASSERT_TRUE(sys::ListFolder(zFolder.Path(), vzEntries));
   ASSERT_EQ(vzEntries.size(), 1u);
   EXPECT_FALSE(vzEntries[0].m_bFolder);
+  EXPECT_TRUE(vzEntries[0].m_bLink);
   EXPECT_TRUE(sys::ClearReadOnly(csLink));
   struct stat zStat;
   ASSERT_EQ(stat(strTarget.c_str(), &zStat), 0);
   EXPECT_EQ(zStat.st_mode & 0777, 0555u);
   EXPECT_TRUE(sys::RemoveFileAt(csLink));
   EXPECT_TRUE(sys::FolderExists(zTarget.Path()));
+  // One that leads nowhere is listed as well, so that it can be removed.
+  ASSERT_EQ(symlink("missing", sys::WideToUtf8(csLink).c_str()), 0);
+  ASSERT_TRUE(sys::ListFolder(zFolder.Path(), vzEntries));
+  ASSERT_EQ(vzEntries.size(), 1u);
+  EXPECT_TRUE(vzEntries[0].m_bLink);
+  EXPECT_TRUE(sys::IsLink(csLink));
+  EXPECT_TRUE(sys::RemoveFileAt(csLink));
   chmod(strTarget.c_str(), 0700);
 }
 

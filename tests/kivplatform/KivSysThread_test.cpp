@@ -41,6 +41,35 @@ TEST(Thread, HasTheStackThatWasAskedFor) {
   EXPECT_GT(iSum, 0u);
 }
 
+TEST(Thread, TheLockLetsReadersInTogetherAndAWriterAlone) {
+  KivSysSharedLock zLock;
+  // Asked from another thread, as the rules are about others.
+  const auto Others = [&zLock](bool bExclusive) {
+    std::atomic<int> iGot{-1};
+    sys::StartThread(
+        [&] {
+          const bool bGot = bExclusive ? zLock.try_lock() : zLock.try_lock_shared();
+          if (bGot && bExclusive) zLock.unlock();
+          if (bGot && !bExclusive) zLock.unlock_shared();
+          iGot = bGot;
+        },
+        0x10000);
+    EXPECT_TRUE(Eventually([&] { return iGot.load() != -1; }));
+    return iGot.load() == 1;
+  };
+  EXPECT_TRUE(Others(true));
+  EXPECT_TRUE(Others(false));
+  zLock.lock_shared();
+  EXPECT_TRUE(Others(false));
+  EXPECT_FALSE(Others(true));
+  zLock.unlock_shared();
+  zLock.lock();
+  EXPECT_FALSE(Others(false));
+  EXPECT_FALSE(Others(true));
+  zLock.unlock();
+  EXPECT_TRUE(Others(true));
+}
+
 TEST(Thread, ManyAtOnceAndTheLockKeepsWritersApart) {
   KivSysSharedLock zLock;
   int nCount = 0;

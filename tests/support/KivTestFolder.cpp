@@ -5,7 +5,9 @@
 #include <sstream>
 #include <vector>
 
+#include "KivSysEvent.h"
 #include "KivSysFolder.h"
+#include "KivSysProcess.h"
 
 namespace kivtest {
 
@@ -51,6 +53,34 @@ std::string TestFolder::ReadBytes(const kiv::KivWString& csName) const {
   std::stringstream zText;
   zText << zFile.rdbuf();
   return zText.str();
+}
+
+bool TestFolder::LinkToFolder(const kiv::KivWString& csName, const TestFolder& zTarget) const {
+  const kiv::KivWString csLink = *this / csName;
+  std::error_code zError;
+  std::filesystem::create_directory_symlink(zTarget.m_zPath, m_zPath / csName, zError);
+  if (kiv::sys::IsLink(csLink)) return true;
+  if (kiv::sys::kSeparator == u'/') return false;
+  // The shell's way, and that of the system below Wine, which has neither.
+  const auto Slashed = [](kiv::KivWString csPath) {
+    for (char16_t& c : csPath)
+      if (c == u'\\') c = u'/';
+    return csPath;
+  };
+  kiv::KivWString csVariable;
+  std::vector<kiv::KivWString> vcsLines = {u"cmd.exe /c mklink /J \"" + csLink + u"\" \"" + zTarget.Path() + u"\""};
+  // The folder for temporary files stands on a drive that leads to the prefix; relative names need no translation.
+  vcsLines.push_back(u"\"Z:\\bin\\ln\" -s \"../" + Slashed(zTarget.m_zPath.filename().u16string()) + u"\" \"" + csName +
+                     u"\"");
+  for (const kiv::KivWString& csLine : vcsLines) {
+    kiv::KivSysProcessStart zStart;
+    zStart.m_csCommandLine = csLine;
+    zStart.m_csFolder = m_csPath;
+    kiv::KivSysProcess zProcess = kiv::KivSysProcess::Start(zStart);
+    if (zProcess.IsOpen()) zProcess.Wait(kiv::KivSysEvent::kInfinite);
+    if (kiv::sys::IsLink(csLink)) return true;
+  }
+  return false;
 }
 
 }  // namespace kivtest

@@ -19,6 +19,8 @@ class TestFolder {
   // Whole files, for looking at bytes from outside of the library.
   void WriteBytes(const kiv::KivWString& csName, const std::string& strBytes) const;
   std::string ReadBytes(const kiv::KivWString& csName) const;
+  // A link of this name to a folder (on Windows a junction where there is no right to make a symbolic link).
+  bool LinkToFolder(const kiv::KivWString& csName, const TestFolder& zTarget) const;
 
  private:
   std::filesystem::path m_zPath;

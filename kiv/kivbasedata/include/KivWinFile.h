@@ -7,7 +7,6 @@
 #include <deque>
 #include <map>
 #include <mutex>
-#include <shared_mutex>
 #include <vector>
 
 #include "KivCacheUseFile.h"

@@ -68,9 +68,10 @@ bool KivIsDeveloperMode() {
     KivSplitPath(csProgram, csFolder, csName);
     if (!KivFileExists(csFolder + sys::kSeparator + u"_DeveloperMode")) return false;
   }
-  KivWString csDomain;
-  if (sys::DnsDomain(csDomain) && DiffersFromConfigured(csDomain)) return false;
-  if (sys::PhysicalDnsDomain(csDomain) && DiffersFromConfigured(csDomain)) return false;
+  for (const sys::KivSysDomain iDomain : {sys::KivSysDomain::Logical, sys::KivSysDomain::Physical}) {
+    KivWString csDomain;
+    if (sys::DnsDomain(iDomain, csDomain) && DiffersFromConfigured(csDomain)) return false;
+  }
   return true;
 }
 

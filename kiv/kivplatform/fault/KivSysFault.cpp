@@ -43,6 +43,10 @@ FaultAnswer AskFaultPlan(KivSysCall iCall) noexcept {
   if (iNumber != g_zPlan.m_iNth && !(g_zPlan.m_bFromThenOn && iNumber > g_zPlan.m_iNth)) return FaultAnswer::Go;
   g_bFired.store(true, std::memory_order_relaxed);
   if (g_zPlan.m_iKind == KivSysFaultKind::ShortCount) return FaultAnswer::Short;
+  if (g_zPlan.m_iKind == KivSysFaultKind::Meanwhile) {
+    if (g_zPlan.m_pfnMeanwhile) g_zPlan.m_pfnMeanwhile();
+    return FaultAnswer::Go;
+  }
   SetLastErrorNumber(g_zPlan.m_iKind == KivSysFaultKind::DiskFull ? kDiskFullError : kInputOutputError);
   return FaultAnswer::Fail;
 }

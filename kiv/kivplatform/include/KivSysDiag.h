@@ -17,8 +17,8 @@ struct KivSysStack {
 namespace sys {
 
 // Takes at most 512 frames of the calling thread and leaves out the innermost nSkip, CaptureStack itself counted as
-// the first.
-KivSysStack CaptureStack(uint32_t nSkip);
+// the first. Without memory there are no frames.
+KivSysStack CaptureStack(uint32_t nSkip) noexcept;
 
 // One line for each frame, each ended by a line feed and at most 520 bytes long:
 //   0x<address, 16 hex digits>(0x<offset in the module, 8 hex digits>)<module>: <symbol>[ + <n> bytes](<source>, Line
@@ -37,6 +37,10 @@ void SetMessageHook(std::function<void(const KivWString& csText)> pfnHook);
 
 // Validates up to 100 process heaps; true if all are sound. Always true on Linux.
 bool ValidateHeaps();
+// Stands in for the validation while it is set. Null takes it off.
+void SetHeapHook(std::function<bool()> pfnHook);
+// The validation without the hook.
+bool ValidateSystemHeaps();
 
 }  // namespace sys
 }  // namespace kiv

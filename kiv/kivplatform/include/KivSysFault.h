@@ -6,6 +6,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <functional>
 
 namespace kiv {
 
@@ -38,6 +39,7 @@ enum class KivSysFaultKind {
   Fail,        // the call fails with an input/output error
   DiskFull,    // the call fails, and the last error is the system's "disk full"
   ShortCount,  // a transfer does half of its bytes (at least 1 less than asked) and succeeds
+  Meanwhile,   // m_pfnMeanwhile runs before the call, which then goes on: what others do in between
 };
 
 struct KivSysFaultPlan {
@@ -46,6 +48,7 @@ struct KivSysFaultPlan {
   bool m_bFromThenOn = false;
   KivSysFaultKind m_iKind = KivSysFaultKind::Fail;
   bool m_bAnyCall = false;  // counts and fails calls of every kind
+  std::function<void()> m_pfnMeanwhile = nullptr;
 };
 
 // Sets a plan for its lifetime. One at a time in a process; the seam may be used from several threads meanwhile.

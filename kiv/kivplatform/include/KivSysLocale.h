@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 
 #include "KivSysText.h"
 
@@ -19,7 +20,11 @@ void SystemVersion(uint32_t& iMajor, uint32_t& iMinor);
 // The unit of the start of file views; 0 if the system gives none (Linux).
 uint32_t AllocationGranularity();
 // DNS domains of this machine; false if the query fails.
-bool DnsDomain(KivWString& csDomain);
-bool PhysicalDnsDomain(KivWString& csDomain);
+enum class KivSysDomain { Logical, Physical };
+bool DnsDomain(KivSysDomain iDomain, KivWString& csDomain);
+// Answers the queries in place of the system while it is set. Null takes it off.
+void SetDomainHook(std::function<bool(KivSysDomain iDomain, KivWString& csDomain)> pfnHook);
+// The query without the hook.
+bool SystemDnsDomain(KivSysDomain iDomain, KivWString& csDomain);
 
 }  // namespace kiv::sys

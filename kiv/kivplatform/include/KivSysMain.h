@@ -1,5 +1,6 @@
 // The entry of a program with wide arguments. A program that links the target kivmain defines KivMain, and the target
-// brings the system's own entry (wmain on Windows, main elsewhere; arguments that are no valid text there hold U+FFFD).
+// brings the system's own entry (wmain on Windows, main elsewhere; bytes of an argument that are no valid text there
+// stand as lone surrogates, as in paths).
 #pragma once
 
 #include <cstdint>

@@ -3,12 +3,28 @@
 
 #include <cstdint>
 #include <functional>
-#include <shared_mutex>
 
 namespace kiv {
 
-// Slim reader/writer lock: SRWLOCK on Windows.
-using KivSysSharedLock = std::shared_mutex;
+// Slim reader/writer lock: SRWLOCK on Windows, a read/write lock of the thread library on Linux. Fits std::unique_lock
+// and std::shared_lock.
+class KivSysSharedLock {
+ public:
+  KivSysSharedLock() noexcept;
+  ~KivSysSharedLock();
+  KivSysSharedLock(const KivSysSharedLock&) = delete;
+  KivSysSharedLock& operator=(const KivSysSharedLock&) = delete;
+
+  void lock() noexcept;
+  bool try_lock() noexcept;
+  void unlock() noexcept;
+  void lock_shared() noexcept;
+  bool try_lock_shared() noexcept;
+  void unlock_shared() noexcept;
+
+ private:
+  alignas(8) unsigned char m_acState[64];  // the system's own object
+};
 
 namespace sys {
 

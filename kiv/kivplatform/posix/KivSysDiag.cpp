@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <exception>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -24,8 +25,9 @@ constexpr size_t kMaxLine = 520;
 constexpr size_t kMaxSymbol = 260;
 
 struct Walk {
-  KivSysStack* m_pzStack;
-  uint32_t m_nSkip;
+  uint32_t m_nSkip = 0;
+  size_t m_nFrames = 0;
+  uint64_t m_viAddress[kMaxFrames];
 };
 
 _Unwind_Reason_Code TakeFrame(_Unwind_Context* pContext, void* pArgument) {
@@ -36,8 +38,8 @@ _Unwind_Reason_Code TakeFrame(_Unwind_Context* pContext, void* pArgument) {
     --zWalk.m_nSkip;
     return _URC_NO_REASON;
   }
-  if (zWalk.m_pzStack->m_viAddress.size() == kMaxFrames) return _URC_END_OF_STACK;
-  zWalk.m_pzStack->m_viAddress.push_back(iAddress);
+  if (zWalk.m_nFrames == kMaxFrames) return _URC_END_OF_STACK;
+  zWalk.m_viAddress[zWalk.m_nFrames++] = iAddress;
   return _URC_NO_REASON;
 }
 
@@ -157,12 +159,17 @@ std::function<void(const KivWString&)> g_pfnMessage;
 
 }  // namespace
 
-__attribute__((noinline)) KivSysStack CaptureStack(uint32_t nSkip) {
-  KivSysStack zStack;
-  zStack.m_viAddress.reserve(32);
-  Walk zWalk{&zStack, nSkip};
+__attribute__((noinline)) KivSysStack CaptureStack(uint32_t nSkip) noexcept {
+  Walk zWalk;
+  zWalk.m_nSkip = nSkip;
   // The walk begins with this function.
   _Unwind_Backtrace(TakeFrame, &zWalk);
+  KivSysStack zStack;
+  try {
+    zStack.m_viAddress.assign(zWalk.m_viAddress, zWalk.m_viAddress + zWalk.m_nFrames);
+  } catch (const std::exception&) {
+    // The report goes on without its frames.
+  }
   return zStack;
 }
 
@@ -217,7 +224,7 @@ void SetMessageHook(std::function<void(const KivWString&)> pfnHook) {
   g_pfnMessage = std::move(pfnHook);
 }
 
-bool ValidateHeaps() {
+bool ValidateSystemHeaps() {
   return true;
 }
 

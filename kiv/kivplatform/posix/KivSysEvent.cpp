@@ -1,6 +1,5 @@
 #include "KivSysEvent.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <linux/futex.h>
 #include <sched.h>
@@ -13,7 +12,6 @@
 #include <array>
 #include <cerrno>
 #include <climits>
-#include <cstring>
 #include <new>
 #include <string>
 
@@ -65,33 +63,6 @@ EventWords* MapWords(int iFd) {
   return pBase == MAP_FAILED ? nullptr : static_cast<EventWords*>(pBase);
 }
 
-// Removes the file if no process holds it. False if one does.
-bool RemoveDead(const char* szPath) {
-  const Descriptor zFd(open(szPath, O_RDWR | O_CLOEXEC | O_NOFOLLOW));
-  if (!zFd.IsOpen()) return errno == ENOENT;
-  if (!sys::posix::LockBytes(zFd.Get(), F_WRLCK, 0, 1)) return false;
-  struct stat zOpen, zNamed;
-  if (fstat(zFd.Get(), &zOpen) != 0 || lstat(szPath, &zNamed) != 0 || zOpen.st_ino != zNamed.st_ino) return true;
-  unlink(szPath);
-  return true;
-}
-
-// Names of killed holders that nobody asks for again would stay in memory; looked through once in a process.
-void SweepFolderOnce() {
-  static std::atomic<bool> s_bDone{false};
-  std::string strFolder;
-  if (s_bDone.exchange(true) || !sys::posix::PrivateObjectFolder(strFolder)) return;
-  DIR* const pDirectory = opendir(strFolder.c_str());
-  if (pDirectory == nullptr) return;
-  int nLooked = 0;
-  while (const dirent* pEntry = readdir(pDirectory)) {
-    if (std::strncmp(pEntry->d_name, "e-", 2) != 0) continue;
-    RemoveDead((strFolder + "/" + pEntry->d_name).c_str());
-    if (++nLooked == 1000) break;
-  }
-  closedir(pDirectory);
-}
-
 EventObject* MakeObject(EventWords* pzWords, const std::string& strPath) {
   auto* const pzObject = new EventObject;
   pzObject->m_pzWords = pzWords;
@@ -107,7 +78,7 @@ EventObject* OpenLiving(const std::string& strPath) {
       return nullptr;
     }
     if (!sys::posix::BytesHeld(zFd.Get(), 0, 1)) {
-      RemoveDead(strPath.c_str());
+      sys::posix::RemoveUnheld(strPath.c_str());
       FailWith(ENOENT);
       return nullptr;
     }
@@ -213,14 +184,15 @@ void Sleep(const WaitSet& zSet, uint64_t iUntil, bool bForever) {
     return;
   }
 #ifdef SYS_futex_waitv
-  static std::atomic<bool> s_bMissing{false};
-  if (!s_bMissing.load(std::memory_order_relaxed) && !sys::posix::g_bNoFutexWaitv.load(std::memory_order_relaxed)) {
+  if (!sys::posix::g_bNoFutexWaitv.load(std::memory_order_relaxed)) {
     std::array<struct futex_waitv, kWaitLimit> vzWait;
     for (uint32_t i = 0; i < zSet.m_nWords; ++i)
       vzWait[i] = {zSet.m_viSeen[i], reinterpret_cast<uintptr_t>(&zSet.m_vpWords[i]->m_iState), FUTEX_32, 0};
-    if (syscall(SYS_futex_waitv, vzWait.data(), zSet.m_nWords, 0, pUntil, CLOCK_MONOTONIC) >= 0 || errno != ENOSYS)
-      return;
-    s_bMissing.store(true, std::memory_order_relaxed);
+    if (syscall(SYS_futex_waitv, vzWait.data(), zSet.m_nWords, 0, pUntil, CLOCK_MONOTONIC) >= 0) return;
+    if (errno == EAGAIN || errno == ETIMEDOUT || errno == EINTR) return;
+    // Out of memory for a moment is no answer about the call. All else is a kernel without it, or a filter of system
+    // calls, which answers as it likes: to come back at once each time would be a loop without sleep.
+    if (errno != ENOMEM) sys::posix::g_bNoFutexWaitv.store(true, std::memory_order_relaxed);
   }
 #endif
   // An older kernel waits on one word only: on the first, and looks at the others every half millisecond.
@@ -293,7 +265,7 @@ KivSysEvent KivSysEvent::Create(const KivWString& csName, bool& bExisted) {
   bExisted = false;
   std::string strPath;
   if (!FaultAllows(KivSysCall::EventCreate) || !sys::posix::ObjectPath('e', csName, strPath)) return zEvent;
-  SweepFolderOnce();
+  sys::posix::SweepObjectsOnce();
   for (int iTry = 0; iTry < 1000; ++iTry) {
     EventObject* pzObject = MakeNew(strPath);
     if (pzObject == nullptr && sys::LastError() == EEXIST) {
@@ -321,7 +293,7 @@ void KivSysEvent::Close() noexcept {
   m_iHandle = 0;
   munmap(pzObject->m_pzWords, kFileSize);
   // The last holder takes the name away, unless it is another event's by now: that one is locked.
-  RemoveDead(pzObject->m_strPath.c_str());
+  sys::posix::RemoveUnheld(pzObject->m_strPath.c_str());
   delete pzObject;
 }
 

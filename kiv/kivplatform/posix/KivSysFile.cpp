@@ -233,7 +233,7 @@ KivSysFile KivSysFile::Open(const KivWString& csPath, const KivSysOpenMode& zMod
     if (HasFlag(zMode.m_iFlags, KivSysFileFlags::RandomAccess)) posix_fadvise(zFd.Get(), 0, 0, POSIX_FADV_RANDOM);
     if (HasFlag(zMode.m_iFlags, KivSysFileFlags::SequentialScan)) posix_fadvise(zFd.Get(), 0, 0, POSIX_FADV_SEQUENTIAL);
   }
-  if (bDelete) zFile.m_csDeletePath = sys::Utf8ToWide(AbsolutePath(strPath));
+  if (bDelete) zFile.m_csDeletePath = sys::posix::WideName(AbsolutePath(strPath));
   zFile.m_iHandle = zFd.Release();
   return zFile;
 }
@@ -242,7 +242,7 @@ void KivSysFile::Close() noexcept {
   if (m_iHandle == kNoHandle) return;
   const int iFd = static_cast<int>(m_iHandle);
   if (!m_csDeletePath.empty()) {
-    const std::string strPath = sys::WideToUtf8(m_csDeletePath);
+    const std::string strPath = sys::posix::NativeName(m_csDeletePath);
     struct stat zOpen, zNamed;
     if (fstat(iFd, &zOpen) == 0 && lstat(strPath.c_str(), &zNamed) == 0 && zOpen.st_ino == zNamed.st_ino &&
         zOpen.st_dev == zNamed.st_dev)
@@ -376,7 +376,7 @@ KivWString KivSysFile::GetName() const {
     FailWithErrno();
     return u"";
   }
-  return sys::Utf8ToWide({szName, static_cast<size_t>(nName)});
+  return sys::posix::WideName({szName, static_cast<size_t>(nName)});
 }
 
 }  // namespace kiv

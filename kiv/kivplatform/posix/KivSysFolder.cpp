@@ -32,10 +32,17 @@ struct CloseDirectory {
 };
 using Directory = std::unique_ptr<DIR, CloseDirectory>;
 
-bool IsUsableFolder(const char* szFolder) {
+// The folder itself if nobody else can write there, a private one in it if it is shared; false if it is neither.
+bool PrivateFolderIn(const char* szBase, std::string& strFolder) {
   struct stat zStat;
-  return szFolder != nullptr && szFolder[0] == '/' && stat(szFolder, &zStat) == 0 && S_ISDIR(zStat.st_mode) &&
-         access(szFolder, W_OK | X_OK) == 0;
+  if (szBase == nullptr || szBase[0] != '/' || stat(szBase, &zStat) != 0 || !S_ISDIR(zStat.st_mode)) return false;
+  if (access(szBase, W_OK | X_OK) != 0) return false;
+  strFolder = szBase;
+  while (strFolder.size() > 1 && strFolder.back() == '/') strFolder.pop_back();
+  if (zStat.st_uid == geteuid() && (zStat.st_mode & 022) == 0) return true;
+  if ((zStat.st_mode & S_ISVTX) == 0) return false;  // others can put another folder in the place of one made here
+  strFolder += "/kiv-" + std::to_string(geteuid());
+  return posix::SafeFolder(strFolder);
 }
 
 // Calls pfnEntry for each entry that exists, dead delete-on-close files being removed on the way.
@@ -47,15 +54,13 @@ bool ForEntries(const std::string& strFolder, Entry&& pfnEntry) {
   while (const dirent* pEntry = readdir(pDirectory.get())) {
     const char* const szName = pEntry->d_name;
     if (std::strcmp(szName, ".") == 0 || std::strcmp(szName, "..") == 0) continue;
-    if (pEntry->d_type == DT_DIR) {
-      pfnEntry(szName, true);
-      continue;
-    }
     struct stat zStat;
-    if (fstatat(iFolderFd, szName, &zStat, AT_SYMLINK_NOFOLLOW) == 0 && S_ISLNK(zStat.st_mode))
-      pfnEntry(szName, false);  // never a folder: who removes a tree must not leave it
+    if (pEntry->d_type == DT_DIR)
+      pfnEntry(szName, true, false);
+    else if (fstatat(iFolderFd, szName, &zStat, AT_SYMLINK_NOFOLLOW) == 0 && S_ISLNK(zStat.st_mode))
+      pfnEntry(szName, false, true);
     else if (posix::ExistsAt(iFolderFd, szName, zStat))
-      pfnEntry(szName, S_ISDIR(zStat.st_mode));
+      pfnEntry(szName, S_ISDIR(zStat.st_mode), false);
   }
   return true;
 }
@@ -85,12 +90,20 @@ bool FolderExists(const KivWString& csPath) {
   return NativePath(csPath, strPath) && stat(strPath.c_str(), &zStat) == 0 && S_ISDIR(zStat.st_mode);
 }
 
+bool IsLink(const KivWString& csPath) {
+  std::string strPath;
+  if (!NativePath(csPath, strPath)) return false;
+  while (strPath.size() > 1 && strPath.back() == '/') strPath.pop_back();  // a path with one at its end is the target's
+  struct stat zStat;
+  return lstat(strPath.c_str(), &zStat) == 0 && S_ISLNK(zStat.st_mode);
+}
+
 bool ListFolder(const KivWString& csFolder, std::vector<KivSysFolderEntry>& vzEntries) {
   vzEntries.clear();
   std::string strFolder;
   if (!FaultAllows(KivSysCall::FolderList) || !NativePath(csFolder, strFolder)) return false;
-  return ForEntries(strFolder, [&vzEntries](const char* szName, bool bFolder) {
-    vzEntries.push_back({Utf8ToWide(szName), bFolder});
+  return ForEntries(strFolder, [&vzEntries](const char* szName, bool bFolder, bool bLink) {
+    vzEntries.push_back({posix::WideName(szName), bFolder, bLink});
   });
 }
 
@@ -106,7 +119,7 @@ bool RemoveFolder(const KivWString& csFolder) {
   if (rmdir(strFolder.c_str()) == 0) return true;
   if (errno != ENOTEMPTY && errno != EEXIST) return FailWithErrno();
   // Dead delete-on-close files do not count.
-  ForEntries(strFolder, [](const char*, bool) {});
+  ForEntries(strFolder, [](const char*, bool, bool) {});
   return rmdir(strFolder.c_str()) == 0 ? true : FailWithErrno();
 }
 
@@ -126,28 +139,52 @@ bool ClearReadOnly(const KivWString& csPath) {
   struct stat zStat;
   if (!NativePath(csPath, strPath)) return false;
   if (lstat(strPath.c_str(), &zStat) != 0) return FailWithErrno();
-  if (S_ISLNK(zStat.st_mode) || (zStat.st_mode & S_IWUSR)) return true;  // what a link leads to is not touched
-  return chmod(strPath.c_str(), (zStat.st_mode & 07777) | S_IWUSR) == 0 ? true : FailWithErrno();
+  if (S_ISLNK(zStat.st_mode)) return true;
+  const mode_t iNeeded = S_ISDIR(zStat.st_mode) ? S_IWUSR | S_IXUSR : S_IWUSR;
+  if ((zStat.st_mode & iNeeded) == iNeeded) return true;
+  return chmod(strPath.c_str(), (zStat.st_mode & 07777) | iNeeded) == 0 ? true : FailWithErrno();
 }
 
-int32_t RenamePath(const KivWString& csFrom, const KivWString& csTo) {
-  constexpr int32_t kFailed = -1;
-  std::string strFrom, strTo;
-  if (!FaultAllows(KivSysCall::FileMove) || !NativePath(csFrom, strFrom) || !NativePath(csTo, strTo)) return kFailed;
-  struct stat zStat;
-  if (!posix::ExistsAt(AT_FDCWD, strFrom.c_str(), zStat)) return FailWith(ENOENT), kFailed;
-  if (S_ISREG(zStat.st_mode) && posix::DeletionDenied(strFrom.c_str())) return FailWith(EBUSY), kFailed;
-  if (posix::ExistsAt(AT_FDCWD, strTo.c_str(), zStat)) return FailWith(EEXIST), kFailed;
-  if (renameat2(AT_FDCWD, strFrom.c_str(), AT_FDCWD, strTo.c_str(), RENAME_NOREPLACE) == 0) return 0;
-  if (errno != EINVAL && errno != ENOSYS) return FailWithErrno(), kFailed;
-  // A file system that cannot refuse to replace: link fails where the name is taken, and folders replace no folder
-  // that holds anything.
-  if (link(strFrom.c_str(), strTo.c_str()) == 0) {
-    unlink(strFrom.c_str());
-    return 0;
+namespace {
+
+constexpr int32_t kRenameFailed = -1;
+
+// To another file system.
+int32_t MoveByCopy(const KivWString& csFrom, const KivWString& csTo) {
+  if (!CopyFileTo(csFrom, csTo)) return kRenameFailed;
+  RemoveFileAt(csFrom);
+  return 0;
+}
+
+// On a file system that cannot refuse to replace: a link fails where the name is taken, and folders replace no folder
+// that holds anything.
+int32_t MoveByLink(const char* szFrom, const char* szTo) {
+  if (posix::LinkName(szFrom, szTo) == 0) {
+    if (unlink(szFrom) == 0) return 0;
+    FailWithErrno();
+    unlink(szTo);
+    return kRenameFailed;
   }
-  if (errno == EEXIST || access(strTo.c_str(), F_OK) == 0) return FailWith(EEXIST), kFailed;
-  return std::rename(strFrom.c_str(), strTo.c_str()) == 0 ? 0 : (FailWithErrno(), kFailed);
+  struct stat zStat;
+  if (errno == EEXIST || lstat(szTo, &zStat) == 0) return FailWith(EEXIST), kRenameFailed;
+  return std::rename(szFrom, szTo) == 0 ? 0 : (FailWithErrno(), kRenameFailed);
+}
+
+}  // namespace
+
+int32_t RenamePath(const KivWString& csFrom, const KivWString& csTo) {
+  std::string strFrom, strTo;
+  if (!FaultAllows(KivSysCall::FileMove) || !NativePath(csFrom, strFrom) || !NativePath(csTo, strTo))
+    return kRenameFailed;
+  struct stat zFrom, zTo;
+  if (!posix::ExistsAt(AT_FDCWD, strFrom.c_str(), zFrom)) return FailWith(ENOENT), kRenameFailed;
+  if (S_ISREG(zFrom.st_mode) && posix::DeletionDenied(strFrom.c_str())) return FailWith(EBUSY), kRenameFailed;
+  if (posix::ExistsAt(AT_FDCWD, strTo.c_str(), zTo)) return FailWith(EEXIST), kRenameFailed;
+  if (posix::RenameNoReplace(strFrom.c_str(), strTo.c_str()) == 0) return 0;
+  if (errno == EXDEV && S_ISREG(zFrom.st_mode)) return MoveByCopy(csFrom, csTo);
+  // A file system or a kernel without this call, or a filter of system calls; EPERM may be meant, and is met again.
+  if (errno == EINVAL || errno == ENOSYS || errno == EPERM) return MoveByLink(strFrom.c_str(), strTo.c_str());
+  return FailWithErrno(), kRenameFailed;
 }
 
 bool CopyFileTo(const KivWString& csFrom, const KivWString& csTo) {
@@ -180,7 +217,7 @@ bool ProgramPath(KivWString& csPath) {
   const ssize_t nPath = readlink("/proc/self/exe", szPath, sizeof szPath);
   if (nPath <= 0) return FailWithErrno();
   if (static_cast<size_t>(nPath) == sizeof szPath) return FailWith(ENAMETOOLONG);
-  csPath = Utf8ToWide({szPath, static_cast<size_t>(nPath)});
+  csPath = posix::WideName({szPath, static_cast<size_t>(nPath)});
   return true;
 }
 
@@ -194,20 +231,17 @@ bool CanWriteFolder(const KivWString& csFolder) {
 }
 
 KivWString PrivateTempFolder() {
-  for (const char* szVariable : {"XDG_RUNTIME_DIR", "TMPDIR"}) {
-    const char* const szFolder = std::getenv(szVariable);
-    if (!IsUsableFolder(szFolder)) continue;
-    std::string strFolder = szFolder;
-    while (strFolder.size() > 1 && strFolder.back() == '/') strFolder.pop_back();
-    return Utf8ToWide(strFolder);
-  }
-  return u"/tmp";
+  std::string strFolder;
+  const char* const vszBases[] = {std::getenv("XDG_RUNTIME_DIR"), std::getenv("TMPDIR"), "/tmp"};
+  for (const char* szBase : vszBases)
+    if (PrivateFolderIn(szBase, strFolder)) return posix::WideName(strFolder);
+  return u"/dev/null";  // others hold the name everywhere: nothing can be made below this one
 }
 
 bool EnvironmentText(const KivWString& csName, KivWString& csValue) {
-  const char* const szValue = std::getenv(WideToUtf8(csName).c_str());
+  const char* const szValue = std::getenv(posix::NativeName(csName).c_str());
   if (szValue == nullptr) return false;
-  csValue = Utf8ToWide(szValue);
+  csValue = posix::WideName(szValue);
   return true;
 }
 

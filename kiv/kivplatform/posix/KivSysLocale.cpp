@@ -37,7 +37,10 @@ constexpr Language kLanguages[] = {
     {"uk", 0x0422},    {"vi", 0x042A},
 };
 
-bool HostDomain(KivWString& csDomain) {
+}  // namespace
+
+// Linux has one domain.
+bool SystemDnsDomain(KivSysDomain, KivWString& csDomain) {
   char szHost[256] = {};
   if (gethostname(szHost, sizeof szHost - 1) != 0) return posix::FailWithErrno();
   if (const char* const pDot = std::strchr(szHost, '.')) {
@@ -49,8 +52,6 @@ bool HostDomain(KivWString& csDomain) {
   csDomain = std::strcmp(szDomain, "(none)") == 0 ? u"" : Utf8ToWide(szDomain);
   return true;
 }
-
-}  // namespace
 
 bool SetUserLocaleWithPoint() {
   std::setlocale(LC_ALL, "");  // without effect for a locale that is not installed
@@ -83,13 +84,6 @@ void SystemVersion(uint32_t& iMajor, uint32_t& iMinor) {
 // the same block size on every target.
 uint32_t AllocationGranularity() {
   return 0;
-}
-
-bool DnsDomain(KivWString& csDomain) {
-  return HostDomain(csDomain);
-}
-bool PhysicalDnsDomain(KivWString& csDomain) {
-  return HostDomain(csDomain);
 }
 
 }  // namespace kiv::sys

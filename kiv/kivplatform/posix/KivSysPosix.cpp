@@ -1,9 +1,11 @@
 #include "KivSysPosix.h"
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <sys/syscall.h>
 #include <time.h>
 #include <unistd.h>
+#include <utf8.h>
 
 #include <cerrno>
 #include <cstdio>
@@ -34,6 +36,8 @@ namespace sys::posix {
 std::atomic<bool> g_bNoTmpFile{false};
 std::atomic<bool> g_bNoFutexWaitv{false};
 std::atomic<bool> g_bNoPidFd{false};
+std::atomic<int> g_iRenameError{0};
+std::atomic<int> g_iLinkError{0};
 
 bool FailWith(int iError) noexcept {
   SetLastErrorNumber(iError);
@@ -44,11 +48,55 @@ bool FailWithErrno() noexcept {
   return FailWith(errno);
 }
 
+KivWString WideName(std::string_view strName) {
+  KivWString csName;
+  while (!strName.empty()) {
+    const auto itInvalid = utf8::find_invalid(strName.begin(), strName.end());
+    const auto nValid = static_cast<size_t>(itInvalid - strName.begin());
+    csName += Utf8ToWide(strName.substr(0, nValid));
+    if (nValid == strName.size()) break;
+    csName += static_cast<char16_t>(0xDC00 + static_cast<unsigned char>(strName[nValid]));
+    strName.remove_prefix(nValid + 1);
+  }
+  return csName;
+}
+
+std::string NativeName(KivWStringView csName) {
+  std::string strName;
+  size_t iStart = 0;
+  for (size_t i = 0; i < csName.size(); ++i) {
+    if ((csName[i] & 0xFC00) == 0xD800 && i + 1 < csName.size() && (csName[i + 1] & 0xFC00) == 0xDC00) {
+      ++i;
+    } else if (csName[i] >= 0xDC80 && csName[i] <= 0xDCFF) {
+      strName += WideToUtf8(csName.substr(iStart, i - iStart));
+      strName += static_cast<char>(csName[i] - 0xDC00);
+      iStart = i + 1;
+    }
+  }
+  return strName + WideToUtf8(csName.substr(iStart));
+}
+
 bool NativePath(KivWStringView csPath, std::string& strPath) {
   if (csPath.empty()) return FailWith(ENOENT);
   if (csPath.find(u'\0') != KivWStringView::npos) return FailWith(EINVAL);
-  strPath = WideToUtf8(csPath);
+  strPath = NativeName(csPath);
   return true;
+}
+
+int RenameNoReplace(const char* szFrom, const char* szTo) noexcept {
+  if (const int iError = g_iRenameError.load(std::memory_order_relaxed)) {
+    errno = iError;
+    return -1;
+  }
+  return renameat2(AT_FDCWD, szFrom, AT_FDCWD, szTo, RENAME_NOREPLACE);
+}
+
+int LinkName(const char* szFrom, const char* szTo) noexcept {
+  if (const int iError = g_iLinkError.load(std::memory_order_relaxed)) {
+    errno = iError;
+    return -1;
+  }
+  return link(szFrom, szTo);
 }
 
 Descriptor& Descriptor::operator=(Descriptor&& zOther) noexcept {
@@ -157,12 +205,13 @@ int MakeByTmpName(const char* szPath, const std::string& strFolder, uint32_t iLo
       errno = iError;
       return -1;
     }
-    const int iResult = link(strTemp.c_str(), szPath);
+    const int iResult = LinkName(strTemp.c_str(), szPath);
     const int iError = errno;
     if (iResult != 0 && (iError == EPERM || iError == EOPNOTSUPP || iError == EMLINK)) {
       // A file system without hard links.
-      if (renameat2(AT_FDCWD, strTemp.c_str(), AT_FDCWD, szPath, RENAME_NOREPLACE) == 0) return zFd.Release();
+      if (RenameNoReplace(strTemp.c_str(), szPath) == 0) return zFd.Release();
       const int iRenameError = errno;
+      if (iRenameError == ENOENT) continue;  // taken for dead and removed before it was locked
       unlink(strTemp.c_str());
       errno = iRenameError;
       return -1;
@@ -193,8 +242,6 @@ int MakeLockedFile(const char* szPath, uint32_t iLockSet, bool bSticky, int64_t 
   return MakeByTmpName(szPath, strFolder, iLockSet, iMode, iLength);
 }
 
-namespace {
-
 bool SafeFolder(const std::string& strFolder) {
   if (mkdir(strFolder.c_str(), 0700) != 0 && errno != EEXIST) return FailWithErrno();
   struct stat zStat;
@@ -203,8 +250,6 @@ bool SafeFolder(const std::string& strFolder) {
   if ((zStat.st_mode & 077) != 0 && chmod(strFolder.c_str(), 0700) != 0) return FailWithErrno();
   return true;
 }
-
-}  // namespace
 
 bool PrivateObjectFolder(std::string& strFolder) {
   const std::string strName = "/kiv-" + std::to_string(geteuid());
@@ -242,6 +287,40 @@ bool ObjectPath(char cKind, const KivWString& csName, std::string& strPath) {
   }
   strPath = strPath + "/" + cKind + "-" + strName;
   return true;
+}
+
+bool RemoveUnheld(const char* szPath) noexcept {
+  const Descriptor zFd(open(szPath, O_RDWR | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY));
+  if (!zFd.IsOpen()) return errno == ENOENT;
+  if (!LockBytes(zFd.Get(), F_WRLCK, 0, 1)) return false;
+  struct stat zOpen, zNamed;
+  if (fstat(zFd.Get(), &zOpen) != 0 || lstat(szPath, &zNamed) != 0 || zOpen.st_ino != zNamed.st_ino) return true;
+  unlink(szPath);
+  return true;
+}
+
+void SweepObjects() {
+  std::string strFolder;
+  if (!PrivateObjectFolder(strFolder)) return;
+  DIR* const pDirectory = opendir(strFolder.c_str());
+  if (pDirectory == nullptr) return;
+  int nLooked = 0;
+  while (const dirent* pEntry = readdir(pDirectory)) {
+    // Events, and temporary names whose makers were killed before they gave them their own: both live by their lock.
+    if (std::strncmp(pEntry->d_name, "e-", 2) == 0 || std::strncmp(pEntry->d_name, ".kiv", 4) == 0)
+      RemoveUnheld((strFolder + "/" + pEntry->d_name).c_str());
+    else if (std::strncmp(pEntry->d_name, "j-", 2) == 0)
+      RemoveIfDead(dirfd(pDirectory), pEntry->d_name);
+    else
+      continue;
+    if (++nLooked == 1000) break;
+  }
+  closedir(pDirectory);
+}
+
+void SweepObjectsOnce() {
+  static std::atomic<bool> s_bDone{false};
+  if (!s_bDone.exchange(true)) SweepObjects();
 }
 
 uint64_t NowNs() noexcept {

@@ -20,6 +20,7 @@
 #include <cstdint>
 #include <functional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "KivSysFault.h"
@@ -27,10 +28,13 @@
 
 namespace kiv::sys::posix {
 
-// Test switches. Each is off at the start; set them before the calls under test.
+// Test switches. Each is off at the start; set them before the calls under test. The backend itself turns
+// g_bNoFutexWaitv on when the kernel refuses the call.
 extern std::atomic<bool> g_bNoTmpFile;     // delete-on-close files: a temporary name that is linked in
 extern std::atomic<bool> g_bNoFutexWaitv;  // waits on several events: plain futex with a short poll
 extern std::atomic<bool> g_bNoPidFd;       // waits on children: a short poll
+extern std::atomic<int> g_iRenameError;    // what a rename that replaces nothing answers; 0: the kernel is asked
+extern std::atomic<int> g_iLinkError;      // what a hard link answers
 
 // Keeps errno for sys::LastError and gives false.
 bool FailWithErrno() noexcept;
@@ -41,7 +45,11 @@ inline bool FaultAllows(KivSysCall iCall) noexcept {
   return AskFault(iCall) != FaultAnswer::Fail;
 }
 
-// UTF-8 of a path; false with the last error set for an empty one and one that holds a NUL.
+// Names of the system as wide text and back. A byte that is no valid UTF-8 stands as the unit 0xDC00 + byte, so that
+// every name of the system goes both ways.
+KivWString WideName(std::string_view strName);
+std::string NativeName(KivWStringView csName);
+// A path as the system takes it; false with the last error set for an empty one and one that holds a NUL.
 bool NativePath(KivWStringView csPath, std::string& strPath);
 
 class Descriptor {
@@ -83,10 +91,22 @@ bool DeletionDenied(const char* szPath) noexcept;
 // with bSticky, the mark, and a length. -1 with errno; EEXIST if the name is taken.
 int MakeLockedFile(const char* szPath, uint32_t iLockSet, bool bSticky, int64_t iLength = 0) noexcept;
 
+// Renames; EEXIST if the new name is taken. 0, or -1 with errno.
+int RenameNoReplace(const char* szFrom, const char* szTo) noexcept;
+int LinkName(const char* szFrom, const char* szTo) noexcept;
+
+// Makes the folder, or takes an old one of this user and bars everybody else. False if it is another user's, or a link.
+bool SafeFolder(const std::string& strFolder);
+
 // The user's private folder for events and jobs, "/dev/shm/kiv-<user>"; false if it is not to be had or not safe.
 bool PrivateObjectFolder(std::string& strFolder);
 // File in that folder that stands for a named object of the kind ('e', 'j').
 bool ObjectPath(char cKind, const KivWString& csName, std::string& strPath);
+// Removes an event's file if no process holds it. False if one does.
+bool RemoveUnheld(const char* szPath) noexcept;
+// Names of killed holders that nobody asks for again would stay in memory: looks through the folder, once in a process.
+void SweepObjectsOnce();
+void SweepObjects();
 
 uint64_t NowNs() noexcept;
 

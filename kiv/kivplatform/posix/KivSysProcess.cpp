@@ -315,7 +315,7 @@ std::vector<std::string> SplitCommandLine(KivWStringView csLine) {
   } else {
     for (; i < csLine.size() && !IsBlank(csLine[i]); ++i) csPart += csLine[i];
   }
-  vstrArgs.push_back(WideToUtf8(csPart));
+  vstrArgs.push_back(NativeName(csPart));
   for (;;) {
     while (i < csLine.size() && IsBlank(csLine[i])) ++i;
     if (i == csLine.size()) return vstrArgs;
@@ -340,7 +340,7 @@ std::vector<std::string> SplitCommandLine(KivWStringView csLine) {
         bQuoted = !bQuoted;
       }
     }
-    vstrArgs.push_back(WideToUtf8(csPart));
+    vstrArgs.push_back(NativeName(csPart));
   }
 }
 
@@ -495,6 +495,7 @@ KivSysJob KivSysJob::Create(const KivWString& csName) {
   KivSysJob zJob;
   std::string strPath;
   if (!ObjectPath('j', csName, strPath)) return zJob;
+  SweepObjectsOnce();
   for (int iTry = 0; iTry < 100; ++iTry) {
     Descriptor zFd(MakeLockedFile(strPath.c_str(), 1u << kLockOwner, true));
     if (!zFd.IsOpen()) {

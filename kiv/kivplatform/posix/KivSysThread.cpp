@@ -6,11 +6,48 @@
 
 #include <algorithm>
 #include <memory>
+#include <new>
 #include <utility>
 
 #include "KivSysPosix.h"
 
-namespace kiv::sys {
+namespace kiv {
+namespace {
+
+pthread_rwlock_t* LockOf(unsigned char* pState) {
+  return std::launder(reinterpret_cast<pthread_rwlock_t*>(pState));
+}
+
+}  // namespace
+
+KivSysSharedLock::KivSysSharedLock() noexcept {
+  static_assert(sizeof(pthread_rwlock_t) <= sizeof m_acState && alignof(pthread_rwlock_t) <= 8);
+  pthread_rwlock_init(new (m_acState) pthread_rwlock_t, nullptr);
+}
+KivSysSharedLock::~KivSysSharedLock() {
+  pthread_rwlock_destroy(LockOf(m_acState));
+}
+
+void KivSysSharedLock::lock() noexcept {
+  pthread_rwlock_wrlock(LockOf(m_acState));
+}
+bool KivSysSharedLock::try_lock() noexcept {
+  return pthread_rwlock_trywrlock(LockOf(m_acState)) == 0;
+}
+void KivSysSharedLock::unlock() noexcept {
+  pthread_rwlock_unlock(LockOf(m_acState));
+}
+void KivSysSharedLock::lock_shared() noexcept {
+  pthread_rwlock_rdlock(LockOf(m_acState));
+}
+bool KivSysSharedLock::try_lock_shared() noexcept {
+  return pthread_rwlock_tryrdlock(LockOf(m_acState)) == 0;
+}
+void KivSysSharedLock::unlock_shared() noexcept {
+  pthread_rwlock_unlock(LockOf(m_acState));
+}
+
+namespace sys {
 namespace {
 
 void* RunBody(void* pArgument) {
@@ -44,4 +81,5 @@ bool posix::StartDetached(std::function<void()> pfnBody, uint32_t iStackSize) {
   return true;
 }
 
-}  // namespace kiv::sys
+}  // namespace sys
+}  // namespace kiv

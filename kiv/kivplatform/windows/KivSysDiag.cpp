@@ -9,6 +9,7 @@
 #include <atomic>
 #include <cinttypes>
 #include <cstdio>
+#include <exception>
 #include <map>
 #include <mutex>
 #include <string>
@@ -96,9 +97,8 @@ void AppendLine(HANDLE hProcess, uint64_t iAddress, std::string& strLine) {
   strLine += ")";
 }
 
-}  // namespace
-
-KivSysStack CaptureStack(uint32_t nSkip) {
+// The frames behind the first nSkip, this function counted as the first.
+[[gnu::noinline]] KivSysStack WalkStack(uint32_t nSkip) {
   KivSysStack zStack;
   const std::lock_guard zGuard(g_zSymbolLock);
   InitializeSymbols();
@@ -131,6 +131,16 @@ KivSysStack CaptureStack(uint32_t nSkip) {
   const size_t nDrop = nSkip < zStack.m_viAddress.size() ? nSkip : zStack.m_viAddress.size();
   zStack.m_viAddress.erase(zStack.m_viAddress.begin(), zStack.m_viAddress.begin() + static_cast<ptrdiff_t>(nDrop));
   return zStack;
+}
+
+}  // namespace
+
+[[gnu::noinline]] KivSysStack CaptureStack(uint32_t nSkip) noexcept {
+  try {
+    return WalkStack(nSkip + 1);
+  } catch (const std::exception&) {
+    return {};  // the report goes on without its frames
+  }
 }
 
 KivWString StackText(const KivSysStack& zStack) {
@@ -198,10 +208,11 @@ void ShowMessage(const KivWString& csText) {
 }
 
 void SetMessageHook(std::function<void(const KivWString&)> pfnHook) {
+  const std::lock_guard zGuard(g_zHookLock);
   g_pfnMessageHook = std::move(pfnHook);
 }
 
-bool ValidateHeaps() {
+bool ValidateSystemHeaps() {
   HANDLE ahHeap[100];
   const DWORD nHeaps = GetProcessHeaps(100, ahHeap);
   bool bSound = true;

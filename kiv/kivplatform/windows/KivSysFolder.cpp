@@ -22,6 +22,12 @@ DWORD Attributes(const KivWString& csPath) {
   return IsUsable(csPath) ? GetFileAttributesW(ToSystem(csPath).c_str()) : INVALID_FILE_ATTRIBUTES;
 }
 
+// A reparse point that stands for another name; others (such as those of cloud storage) are files and folders like any.
+bool IsLink(const WIN32_FIND_DATAW& zFound) {
+  const bool bReparse = (zFound.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0;
+  return bReparse && (zFound.dwReserved0 == 0 || IsReparseTagNameSurrogate(zFound.dwReserved0));
+}
+
 }  // namespace
 
 const char16_t kSeparator = u'\\';
@@ -36,6 +42,18 @@ bool FolderExists(const KivWString& csPath) {
   return iAttributes != INVALID_FILE_ATTRIBUTES && (iAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
 }
 
+bool IsLink(const KivWString& csPath) {
+  KivWString csName = csPath;
+  while (!csName.empty() && (csName.back() == u'\\' || csName.back() == u'/')) csName.pop_back();
+  const DWORD iAttributes = Attributes(csName);
+  if (iAttributes == INVALID_FILE_ATTRIBUTES || (iAttributes & FILE_ATTRIBUTE_REPARSE_POINT) == 0) return false;
+  WIN32_FIND_DATAW zFound;
+  const HANDLE hFind = FindFirstFileW(ToSystem(csName).c_str(), &zFound);
+  if (hFind == INVALID_HANDLE_VALUE) return false;
+  FindClose(hFind);
+  return IsLink(zFound);
+}
+
 bool ListFolder(const KivWString& csFolder, std::vector<KivSysFolderEntry>& vzEntries) {
   vzEntries.clear();
   if (!IsUsable(csFolder) || FaultFails(KivSysCall::FolderList)) return false;
@@ -45,7 +63,8 @@ bool ListFolder(const KivWString& csFolder, std::vector<KivSysFolderEntry>& vzEn
   do {
     KivSysFolderEntry zEntry;
     zEntry.m_csName = FromSystem(zFound.cFileName);
-    zEntry.m_bFolder = (zFound.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+    zEntry.m_bLink = IsLink(zFound);
+    zEntry.m_bFolder = !zEntry.m_bLink && (zFound.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
     if (zEntry.m_csName != u"." && zEntry.m_csName != u"..") vzEntries.push_back(std::move(zEntry));
   } while (FindNextFileW(hFind, &zFound));
   FindClose(hFind);
@@ -64,7 +83,9 @@ bool RemoveFolder(const KivWString& csFolder) {
 
 bool RemoveFileAt(const KivWString& csPath) {
   if (!IsUsable(csPath) || FaultFails(KivSysCall::FileRemove)) return false;
-  return DeleteFileW(ToSystem(csPath).c_str()) != FALSE;
+  const std::wstring csSystem = ToSystem(csPath);
+  if (FolderExists(csPath) && IsLink(csPath)) return RemoveDirectoryW(csSystem.c_str()) != FALSE;  // the link alone
+  return DeleteFileW(csSystem.c_str()) != FALSE;
 }
 
 bool ClearReadOnly(const KivWString& csPath) {

@@ -25,16 +25,6 @@ bool IsVersionAtLeast(DWORD iMajor, DWORD iMinor) {
   return VerifyVersionInfoW(&zAsked, VER_MAJORVERSION | VER_MINORVERSION, iMask) != FALSE;
 }
 
-bool ComputerName(COMPUTER_NAME_FORMAT iFormat, KivWString& csName) {
-  DWORD nLength = 0;
-  GetComputerNameExW(iFormat, nullptr, &nLength);
-  std::wstring csText(nLength + 1, L'\0');
-  nLength = static_cast<DWORD>(csText.size());
-  if (!GetComputerNameExW(iFormat, csText.data(), &nLength)) return false;
-  csName = FromSystem(std::wstring_view(csText.data(), nLength));
-  return true;
-}
-
 }  // namespace
 
 bool SetUserLocaleWithPoint() {
@@ -74,11 +64,15 @@ uint32_t AllocationGranularity() {
   return zInfo.dwAllocationGranularity;
 }
 
-bool DnsDomain(KivWString& csDomain) {
-  return ComputerName(ComputerNameDnsDomain, csDomain);
-}
-bool PhysicalDnsDomain(KivWString& csDomain) {
-  return ComputerName(ComputerNamePhysicalDnsDomain, csDomain);
+bool SystemDnsDomain(KivSysDomain iDomain, KivWString& csDomain) {
+  const auto iFormat = iDomain == KivSysDomain::Logical ? ComputerNameDnsDomain : ComputerNamePhysicalDnsDomain;
+  DWORD nLength = 0;
+  GetComputerNameExW(iFormat, nullptr, &nLength);
+  std::wstring csText(nLength + 1, L'\0');
+  nLength = static_cast<DWORD>(csText.size());
+  if (!GetComputerNameExW(iFormat, csText.data(), &nLength)) return false;
+  csDomain = FromSystem(std::wstring_view(csText.data(), nLength));
+  return true;
 }
 
 }  // namespace kiv::sys

@@ -1,11 +1,18 @@
 #include "KivSysText.h"
 
+#include <climits>
+
 #include "KivSysWindows.h"
 
 namespace kiv::sys {
+namespace {
+
+constexpr size_t kMost = INT_MAX;  // what the system converts in one call; a longer text gives an empty one
+
+}  // namespace
 
 std::string WideToAnsi(KivWStringView csText) {
-  if (csText.empty()) return {};
+  if (csText.empty() || csText.size() > kMost) return {};
   const std::wstring csSystem = ToSystem(csText);
   const int nUnits = static_cast<int>(csSystem.size());
   const int nBytes = WideCharToMultiByte(CP_ACP, 0, csSystem.data(), nUnits, nullptr, 0, nullptr, nullptr);
@@ -15,7 +22,7 @@ std::string WideToAnsi(KivWStringView csText) {
 }
 
 KivWString AnsiToWide(std::string_view strText) {
-  if (strText.empty()) return {};
+  if (strText.empty() || strText.size() > kMost) return {};
   const int nBytes = static_cast<int>(strText.size());
   const int nUnits = MultiByteToWideChar(CP_ACP, 0, strText.data(), nBytes, nullptr, 0);
   std::wstring csText(static_cast<size_t>(nUnits), L'\0');

@@ -7,7 +7,41 @@
 
 #include "KivSysWindows.h"
 
-namespace kiv::sys {
+namespace kiv {
+namespace {
+
+SRWLOCK* LockOf(unsigned char* pState) {
+  return reinterpret_cast<SRWLOCK*>(pState);
+}
+
+}  // namespace
+
+KivSysSharedLock::KivSysSharedLock() noexcept {
+  static_assert(sizeof(SRWLOCK) <= sizeof m_acState && alignof(SRWLOCK) <= 8);
+  InitializeSRWLock(LockOf(m_acState));
+}
+KivSysSharedLock::~KivSysSharedLock() = default;
+
+void KivSysSharedLock::lock() noexcept {
+  AcquireSRWLockExclusive(LockOf(m_acState));
+}
+bool KivSysSharedLock::try_lock() noexcept {
+  return TryAcquireSRWLockExclusive(LockOf(m_acState)) != FALSE;
+}
+void KivSysSharedLock::unlock() noexcept {
+  ReleaseSRWLockExclusive(LockOf(m_acState));
+}
+void KivSysSharedLock::lock_shared() noexcept {
+  AcquireSRWLockShared(LockOf(m_acState));
+}
+bool KivSysSharedLock::try_lock_shared() noexcept {
+  return TryAcquireSRWLockShared(LockOf(m_acState)) != FALSE;
+}
+void KivSysSharedLock::unlock_shared() noexcept {
+  ReleaseSRWLockShared(LockOf(m_acState));
+}
+
+namespace sys {
 namespace {
 
 unsigned __stdcall RunBody(void* pArgument) {
@@ -28,4 +62,5 @@ bool StartThread(std::function<void()> pfnBody, uint32_t iStackSize) {
   return true;
 }
 
-}  // namespace kiv::sys
+}  // namespace sys
+}  // namespace kiv
