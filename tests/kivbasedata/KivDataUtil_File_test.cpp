@@ -110,6 +110,45 @@ TEST(RemoveTree, FoldersAndReadOnlyFilesGoWithIt) {
   EXPECT_FALSE(std::filesystem::exists(zTop));
 }
 
+TEST(RemoveTree, LinksInTheTreeGoAndWhatTheyLeadToStays) {
+  kivtest::TestFolder zFolder;
+  kivtest::TestFolder zTarget;
+  zTarget.WriteBytes(u"kept", "x");
+  sys::MakeFolder(zTarget / u"sub");
+  std::filesystem::create_directories(std::filesystem::path(zFolder / u"top") / "a");
+  ASSERT_TRUE(zFolder.LinkToFolder(u"link", zTarget));
+  std::filesystem::rename(std::filesystem::path(zFolder / u"link"),
+                          std::filesystem::path(zFolder / u"top") / "a" / "link");
+  EXPECT_EQ(static_cast<uint32_t>(KivRemoveTree(zFolder / u"top")), 0u);
+  EXPECT_FALSE(KivFileExists(zFolder / u"top"));
+  EXPECT_EQ(zTarget.ReadBytes(u"kept"), "x");
+  EXPECT_TRUE(KivFileExists(zTarget / u"sub"));
+}
+
+TEST(RemoveTree, ALinkInThePlaceOfTheFolderGoesAloneAndWhatItLeadsToStays) {
+  for (const KivWString& csEnd : {KivWString(), KivWString(1, sys::kSeparator)}) {
+    kivtest::TestFolder zFolder;
+    kivtest::TestFolder zTarget;
+    zTarget.WriteBytes(u"kept", "x");
+    ASSERT_TRUE(zFolder.LinkToFolder(u"link", zTarget));
+    EXPECT_EQ(static_cast<uint32_t>(KivRemoveTree((zFolder / u"link") + csEnd)), 0u);
+    EXPECT_FALSE(KivFileExists(zFolder / u"link"));
+    EXPECT_EQ(zTarget.ReadBytes(u"kept"), "x");
+  }
+}
+
+TEST(RemoveTree, ALinkThatCannotBeRemovedIsThirty) {
+  kivtest::TestFolder zFolder;
+  kivtest::TestFolder zTarget;
+  ASSERT_TRUE(zFolder.LinkToFolder(u"link", zTarget));
+  {
+    KivSysFaultScope zFault({KivSysCall::FileRemove, 1, true, KivSysFaultKind::Fail, false});
+    EXPECT_EQ(static_cast<uint32_t>(KivRemoveTree(zFolder / u"link")), 30u);
+    EXPECT_TRUE(zFault.HasFired());
+  }
+  EXPECT_TRUE(sys::RemoveFileAt(zFolder / u"link"));
+}
+
 TEST(RemoveTree, AFolderThatCannotBeRemovedIsThirtyAfterFiveMoreTries) {
   kivtest::TestFolder zFolder;
   sys::MakeFolder(zFolder / u"top");
@@ -158,6 +197,49 @@ TEST(OrphanFolders, AFolderOfALivingProcessIsKeptAndGoesWhenTheProcessHasEnded) 
   zChild.Close();
   EXPECT_TRUE(KivRemoveOrphanFolders(zFolder.Path(), false));
   EXPECT_FALSE(KivFileExists(csOrphan));
+}
+
+// A process that starts while the orphans are looked for, with a folder made in that instant.
+TEST(OrphanFolders, AProcessThatStartsMeanwhileKeepsItsFolder) {
+  kivtest::TestFolder zFolder;
+  sys::MakeFolder(zFolder / u"sub");
+  const KivWString csTag = NumberText(sys::CurrentProcessNumber());
+  const KivWString csReady = u"kivtest-orphan-ready-" + csTag;
+  const KivWString csGo = u"kivtest-orphan-go-" + csTag;
+  bool bExisted = false;
+  const KivSysEvent zReady = KivSysEvent::Create(csReady, bExisted);
+  KivSysEvent zGo = KivSysEvent::Create(csGo, bExisted);
+  KivSysProcess zChild;
+  KivWString csOwn;
+  KivSysFaultPlan zPlan;
+  zPlan.m_iCall = KivSysCall::FolderList;
+  zPlan.m_iNth = 1;
+  zPlan.m_iKind = KivSysFaultKind::Meanwhile;
+  zPlan.m_pfnMeanwhile = [&] {
+    zChild = kivtest::StartTestChild("WaitsForItsEvent", {csReady, csGo});
+    zReady.Wait(KivSysEvent::kInfinite);
+    csOwn = zFolder / TempName(zChild.GetId());
+    sys::MakeFolder(csOwn);
+  };
+  {
+    const KivSysFaultScope zFault(zPlan);
+    EXPECT_TRUE(KivRemoveOrphanFolders(zFolder.Path(), false));
+    ASSERT_TRUE(zFault.HasFired());
+  }
+  EXPECT_TRUE(KivFileExists(csOwn));
+  zGo.Set();
+  zChild.Wait(KivSysEvent::kInfinite);
+}
+
+TEST(OrphanFolders, ALinkWithTheNameOfAnOrphanDoesNotLeadToADeletion) {
+  kivtest::TestFolder zFolder;
+  kivtest::TestFolder zTarget;
+  zTarget.WriteBytes(u"kept", "x");
+  ASSERT_TRUE(zFolder.LinkToFolder(u"ZUR_TMP_FOLDER-", zTarget));
+  EXPECT_TRUE(KivRemoveOrphanFolders(zFolder.Path(), false));
+  EXPECT_EQ(zTarget.ReadBytes(u"kept"), "x");
+  EXPECT_TRUE(sys::IsLink(zFolder / u"ZUR_TMP_FOLDER-")) << "a link is no sub-folder";
+  sys::RemoveFileAt(zFolder / u"ZUR_TMP_FOLDER-");
 }
 
 TEST(OrphanFolders, TheKeepMarkerSavesAFolder) {

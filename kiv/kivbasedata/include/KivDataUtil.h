@@ -72,6 +72,7 @@ void KivGetReadQueueSizes(uint32_t& nUrgent, uint32_t& nIdle);
 // --- Files ----------------------------------------------------------------------------------------------------------
 
 enum class KivRemoveTreeResult : uint32_t { Done = 0, NoFolder = 10, NotListed = 20, NotRemoved = 30 };
+// Links in the tree, and a link in its place, are removed and never followed.
 KivRemoveTreeResult KivRemoveTree(const KivWString& csFolder);
 // Removes the generated work folders of ended processes below a folder, and the folder itself if it is then empty.
 bool KivRemoveOrphanFolders(const KivWString& csFolder, bool bLeaveOutThisProcess);

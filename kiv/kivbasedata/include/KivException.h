@@ -15,7 +15,8 @@
 
 namespace kiv {
 
-// Thrown by value. Copies share the call stack, which is turned into text when it is first asked for.
+// Thrown by value. Copies share the call stack, which is turned into text when it is first asked for. Where memory is
+// short an exception is made all the same, with those of its texts that could be had.
 class KivException : public std::exception {
  public:
   // bRecord writes the report to the timing log and the system log. No failure of theirs leaves the constructor.
@@ -24,7 +25,7 @@ class KivException : public std::exception {
   const KivWString& GetMessageText() const noexcept { return m_csMessage; }  // the condition; "0" where none is tested
   const KivWString& GetFile() const noexcept { return m_csFile; }            // such as "src\KivDataUtil"
   int32_t GetLine() const noexcept { return m_iLine; }
-  const KivWString& GetCallStack() const;
+  const KivWString& GetCallStack() const noexcept;  // empty if there is no memory for it
   // "<source>(<line>) <condition>" in UTF-8.
   const char* what() const noexcept override;
 

@@ -33,6 +33,11 @@ int32_t TryAgain(Try&& pfnTry) {
   return iResult;
 }
 
+KivWString WithoutEnd(const KivWString& csPath) {
+  const size_t iLast = csPath.find_last_not_of(sys::kSeparator == u'/' ? u"/" : u"\\/");
+  return csPath.substr(0, iLast + 1);
+}
+
 // The text behind the last dash; empty without one.
 KivWString ProcessNumberOf(const KivWString& csFolderName) {
   const size_t iDash = csFolderName.rfind(u'-');
@@ -43,6 +48,10 @@ KivWString ProcessNumberOf(const KivWString& csFolderName) {
 
 KivRemoveTreeResult KivRemoveTree(const KivWString& csFolder) {
   if (csFolder.empty() || !sys::PathExists(csFolder)) return KivRemoveTreeResult::NoFolder;
+  // A link goes itself, here as below: what it leads to is no part of the tree.
+  if (sys::IsLink(csFolder))
+    return sys::RemoveFileAt(WithoutEnd(csFolder)) ? KivRemoveTreeResult::Done : KivRemoveTreeResult::NotRemoved;
+  if (sys::FolderExists(csFolder)) sys::ClearReadOnly(csFolder);  // first, since on Linux it keeps the entries as well
   std::vector<KivSysFolderEntry> vzEntries;
   if (!sys::ListFolder(csFolder, vzEntries)) return KivRemoveTreeResult::NotListed;
   for (const KivSysFolderEntry& zEntry : vzEntries) {
@@ -54,12 +63,14 @@ KivRemoveTreeResult KivRemoveTree(const KivWString& csFolder) {
       sys::RemoveFileAt(csPath);
     }
   }
-  sys::ClearReadOnly(csFolder);
   const int32_t iResult = TryAgain([&] { return sys::RemoveFolder(csFolder) ? 0 : 1; });
   return iResult == 0 ? KivRemoveTreeResult::Done : KivRemoveTreeResult::NotRemoved;
 }
 
 bool KivRemoveOrphanFolders(const KivWString& csFolder, bool bLeaveOutThisProcess) {
+  // The folders before the processes: one that starts in between has no folder in the list.
+  std::vector<KivSysFolderEntry> vzEntries;
+  if (!csFolder.empty()) sys::ListFolder(csFolder, vzEntries);
   std::vector<uint32_t> viIds;
   if (!sys::ListProcesses(viIds)) return false;  // who cannot tell the living must not delete
   if (!bLeaveOutThisProcess) viIds.push_back(sys::CurrentProcessNumber());
@@ -69,8 +80,6 @@ bool KivRemoveOrphanFolders(const KivWString& csFolder, bool bLeaveOutThisProces
       scsLiving.insert(KivWidenAscii(std::to_string(iId)));
 
   bool bAllRemoved = true;
-  std::vector<KivSysFolderEntry> vzEntries;
-  if (!csFolder.empty()) sys::ListFolder(csFolder, vzEntries);
   for (const KivSysFolderEntry& zEntry : vzEntries) {
     if (!zEntry.m_bFolder || !zEntry.m_csName.starts_with(kTempFolderWord)) continue;
     if (scsLiving.contains(ProcessNumberOf(zEntry.m_csName))) continue;

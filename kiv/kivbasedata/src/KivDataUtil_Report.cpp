@@ -1,6 +1,7 @@
 #include <climits>
 #include <map>
 #include <mutex>
+#include <new>
 #include <set>
 #include <utility>
 
@@ -22,6 +23,7 @@ constexpr uint64_t kFilterFileLimit = 16u << 20;
 constexpr uint32_t kOwnFrames = 2;
 
 KivReportSwitches g_zSwitches;
+const KivWString& g_csNoText = *new KivWString;  // never destroyed, as all that reports use
 uint64_t g_nReports = 0;
 
 struct AppName {
@@ -57,17 +59,29 @@ KivWString FullText(const KivWString& csMessage, const KivWString& csFile, int32
   return csText;
 }
 
-// Writes the one full account of a process. Whatever fails here must not hide the failure that is being reported.
-void Record(const KivWString& csText) noexcept {
+// Does the step, and gives false where it fails: nothing on the way of a report may hide the failure that is reported.
+template <typename Step>
+bool Attempt(Step&& pfnStep) noexcept {
   try {
-    KivLogNumber(0, csText);
+    pfnStep();
+    return true;
   } catch (...) {
+    return false;
   }
-  try {
+}
+
+// Writes the one full account of a process; without the stack, if its text cannot be had.
+template <typename StackText>
+void Record(const KivWString& csMessage, const KivWString& csFile, int32_t iLine, StackText&& pfnStackText) noexcept {
+  KivWString csStack;
+  Attempt([&] { csStack = pfnStackText(); });
+  KivWString csText;
+  if (!Attempt([&] { csText = FullText(csMessage, csFile, iLine, csStack); })) return;
+  Attempt([&] { KivLogNumber(0, csText); });
+  Attempt([&] {
     const KivWString& csName = KivGetAppName();
     sys::WriteSystemLog(csName.empty() ? KivWString(u"KivBase") : csName, csText.substr(0, kSystemLogLimit));
-  } catch (...) {
-  }
+  });
 }
 
 // --- Filter ---------------------------------------------------------------------------------------------------------
@@ -178,32 +192,37 @@ struct KivException::Stack {
 
 KivException::KivException(const char* szCondition, const char* szSource, int32_t iLine, bool bRecord,
                            KivSysStack zStack)
-    : m_csMessage(sys::Utf8ToWide(OrEmpty(szCondition))),
-      m_csFile(sys::Utf8ToWide(OrEmpty(szSource))),
-      m_iLine(iLine),
-      m_pzStack(std::make_shared<Stack>()),
-      m_pzWhat(std::make_shared<const std::string>(ShortText(szCondition, szSource, iLine))) {
-  m_pzStack->m_zFrames = std::move(zStack);
-  if (bRecord) Record(FullText(m_csMessage, m_csFile, m_iLine, GetCallStack()));
+    : m_iLine(iLine) {
+  // Without memory the exception holds less, but it is this one.
+  Attempt([&] { m_csMessage = sys::Utf8ToWide(OrEmpty(szCondition)); });
+  Attempt([&] { m_csFile = sys::Utf8ToWide(OrEmpty(szSource)); });
+  Attempt([&] {
+    m_pzStack = std::make_shared<Stack>();
+    m_pzStack->m_zFrames = std::move(zStack);
+  });
+  Attempt([&] { m_pzWhat = std::make_shared<const std::string>(ShortText(szCondition, szSource, iLine)); });
+  if (bRecord) Record(m_csMessage, m_csFile, m_iLine, [this] { return GetCallStack(); });
 }
 
-const KivWString& KivException::GetCallStack() const {
-  std::call_once(m_pzStack->m_zOnce, [this] { m_pzStack->m_csText = sys::StackText(m_pzStack->m_zFrames); });
+const KivWString& KivException::GetCallStack() const noexcept {
+  if (m_pzStack == nullptr) return g_csNoText;
+  Attempt([this] {
+    std::call_once(m_pzStack->m_zOnce, [this] { m_pzStack->m_csText = sys::StackText(m_pzStack->m_zFrames); });
+  });
   return m_pzStack->m_csText;
 }
 
 const char* KivException::what() const noexcept {
-  return m_pzWhat->c_str();
+  return m_pzWhat != nullptr ? m_pzWhat->c_str() : "KivException";
 }
 
 KivDispatchException::KivDispatchException(uint16_t iCode, KivWString csSource, KivWString csText)
-    : m_iCode(iCode),
-      m_csSource(std::move(csSource)),
-      m_csText(std::move(csText)),
-      m_pzWhat(std::make_shared<const std::string>(sys::WideToUtf8(m_csText))) {}
+    : m_iCode(iCode), m_csSource(std::move(csSource)), m_csText(std::move(csText)) {
+  Attempt([this] { m_pzWhat = std::make_shared<const std::string>(sys::WideToUtf8(m_csText)); });
+}
 
 const char* KivDispatchException::what() const noexcept {
-  return m_pzWhat->c_str();
+  return m_pzWhat != nullptr ? m_pzWhat->c_str() : "KivDispatchException";
 }
 
 // --- KivReportFailure -----------------------------------------------------------------------------------------------
@@ -213,7 +232,11 @@ uint64_t KivGetReportCount() {
 }
 
 [[gnu::noinline]] void KivReportFailure(const char* szCondition, const char* szSource, int32_t iLine) {
-  if (g_zSwitches.m_bFilter && IsSuppressed(szSource, iLine)) return;
+  try {
+    if (g_zSwitches.m_bFilter && IsSuppressed(szSource, iLine)) return;
+  } catch (const std::bad_alloc&) {
+    // Not found in the list for want of memory: the report is made.
+  }
   const bool bFirst = !std::exchange(g_zSwitches.m_bReported, true);
   ++g_nReports;
   if (!g_zSwitches.m_bDispatchMode) {
@@ -221,11 +244,18 @@ uint64_t KivGetReportCount() {
     if (!g_zSwitches.m_bNoThrow) throw zException;
     return;
   }
-  const KivWString csCondition = sys::Utf8ToWide(OrEmpty(szCondition));
-  const KivWString csSource = sys::Utf8ToWide(OrEmpty(szSource));
-  if (bFirst) Record(FullText(csCondition, csSource, iLine, sys::StackText(sys::CaptureStack(kOwnFrames))));
-  KivDispatchException zException(1, KivGetAppName(), sys::Utf8ToWide(ShortText(szCondition, szSource, iLine)));
-  if (!g_zSwitches.m_bNoThrow) throw zException;
+  if (bFirst) {
+    const KivSysStack zStack = sys::CaptureStack(kOwnFrames);
+    KivWString csCondition, csSource;
+    Attempt([&] { csCondition = sys::Utf8ToWide(OrEmpty(szCondition)); });
+    Attempt([&] { csSource = sys::Utf8ToWide(OrEmpty(szSource)); });
+    Record(csCondition, csSource, iLine, [&zStack] { return sys::StackText(zStack); });
+  }
+  if (g_zSwitches.m_bNoThrow) return;
+  KivWString csName, csText;
+  Attempt([&] { csName = KivGetAppName(); });
+  Attempt([&] { csText = sys::Utf8ToWide(ShortText(szCondition, szSource, iLine)); });
+  throw KivDispatchException(1, std::move(csName), std::move(csText));
 }
 
 const KivReportSwitches& KivGetReportSwitches() {
