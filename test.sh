@@ -46,6 +46,8 @@ stage() { # name command...
 
 checks() {
   python3 cmake/check_layers.py . || return 1
+  python3 cmake/check_layers_test.py || return 1
+  scripts/check_names.sh || return 1
   git ls-files '*.h' '*.cpp' | xargs clang-format --dry-run --Werror || return 1
   echo "format: $(git ls-files '*.h' '*.cpp' | wc -l) files as .clang-format says"
 }
@@ -53,24 +55,29 @@ checks() {
 native() { build linux && run_tests linux; }
 asan() { build linux-asan && run_tests linux-asan; }
 
+# A server that stays holds this script's output open, and whoever reads it waits for ever: it ends on every way out.
+wine_server=
+end_wine_server() { [ -z "$wine_server" ] || "$wine_server" -k || true; wine_server=; }
+trap end_wine_server EXIT
+trap 'exit 130' INT TERM HUP
+
 windows() {
   build windows || return 1
   export WINEPREFIX="$PWD/build/wine" WINEARCH=win64 WINEDEBUG=-all
   export WINEDLLOVERRIDES="mscoree=;mshtml=;winemenubuilder.exe=d;winedbg.exe=d"
   unset DISPLAY http_proxy https_proxy HTTP_PROXY HTTPS_PROXY
-  local server
-  server=$(command -v wineserver || ls /usr/lib/wine/wineserver64 /usr/lib/wine/wineserver 2>/dev/null | head -n 1)
-  [ -n "$server" ] || { echo "wineserver is not there"; return 1; }
+  wine_server=$(command -v wineserver || ls /usr/lib/wine/wineserver64 /usr/lib/wine/wineserver 2>/dev/null | head -n 1)
+  [ -n "$wine_server" ] || { echo "wineserver is not there"; return 1; }
   # One server for all tests: a fresh one for each would cost over a second.
-  scripts/wine-run wineboot -i </dev/null >"$KIV_LOG_DIR/wineboot.log" 2>&1 || { cat "$KIV_LOG_DIR/wineboot.log"; return 1; }
-  "$server" -p </dev/null
+  scripts/wine-run wineboot -i </dev/null >"$KIV_LOG_DIR/wineboot.log" 2>&1 || { cat "$KIV_LOG_DIR/wineboot.log"; end_wine_server; return 1; }
+  "$wine_server" -p </dev/null
   local code=0
   # About once in a thousand starts Wine ends a program before its first line: such a test gets a second try.
   # Open: these four fail under Wine (names of killed jobs and of mapped files live longer there).
   local open_under_wine='^(ExProcStart.EventNamesThatExistGive60Or70AndAreNotReused|ExProcCloseChild.AnOrderlyEndIsNoAlarmAndTakesTheInputAway|ExProcDeath.WithSurvivalOnADeath.*EndsTheOtherChildren)$'
   echo "not run here, known to fail under Wine: $open_under_wine"
   run_tests windows --repeat until-pass:2 -E "$open_under_wine" || code=$?
-  "$server" -k || true
+  end_wine_server
   return $code
 }
 

@@ -32,7 +32,7 @@ KIV_BUILD_PACKAGES=(g++ cmake ninja-build ccache python3 git zlib1g-dev libcurl4
   libutfcpp-dev libcli11-dev nlohmann-json3-dev)
 KIV_TEST_PACKAGES=(googletest)
 KIV_WINDOWS_PACKAGES=(g++-mingw-w64-x86-64-posix libz-mingw-w64-dev wine wine64)
-KIV_CHECK_PACKAGES=(clang-format)
+KIV_CHECK_PACKAGES=(clang-format clang-tidy)
 # Peers of the benchmarks (the preset linux-bench).
 KIV_BENCHMARK_PACKAGES=(libsqlite3-dev liblmdb-dev libleveldb-dev libzmq3-dev cppzmq-dev libmeshoptimizer-dev libdraco-dev
   libeigen3-dev)
