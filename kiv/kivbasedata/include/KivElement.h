@@ -179,8 +179,9 @@ class KivElement : public KivOutOfCoreBlockNode<Block> {
       return Fetch(vcBytes.data()) && pfnParse(std::span<const uint8_t>(vcBytes));
     }
   }
+  // Not inlined: only these calls take the room.
   template <typename Parse>
-  bool WithBytesOnStack(Parse&& pfnParse) {
+  [[gnu::noinline]] bool WithBytesOnStack(Parse&& pfnParse) {
     alignas(16) uint8_t acBytes[kElementStackBytes];
     return Fetch(acBytes) && pfnParse(std::span<const uint8_t>(acBytes, static_cast<size_t>(this->m_iDataSize)));
   }
