@@ -5,10 +5,13 @@
 #include <cmath>
 #include <filesystem>
 #include <limits>
+#include <set>
 #include <sstream>
 
 #include "KivContainerHeader.h"
 #include "KivLittleEndian.h"
+#include "KivDataUtil.h"
+#include "KivSysFault.h"
 #include "KivSysFile.h"
 #include "KivSysFolder.h"
 #include "KivTestChild.h"
@@ -25,6 +28,15 @@ class DataSpace : public StoreTest {
   static bool IsClosed(const KivWString& csPath) {
     return KivSysFile::Open(csPath, {KivSysAccess::ReadWrite, KivSysShare::None, KivSysDisposition::OpenExisting})
         .IsOpen();
+  }
+  // Paths of all files in the test's folder and in the work folder, logs aside.
+  std::set<std::string> Files() {
+    std::set<std::string> strPaths;
+    for (const KivWString& csFolder : {m_zFolder.Path(), KivGetWorkFolder()})
+      for (const auto& zEntry : std::filesystem::recursive_directory_iterator(std::filesystem::path(csFolder)))
+        if (zEntry.is_regular_file() && zEntry.path().filename().string().find("Log") == std::string::npos)
+          strPaths.insert(zEntry.path().string());
+    return strPaths;
   }
   // The key that the next manager will get.
   uint32_t NextKey() {
@@ -75,6 +87,10 @@ TEST_F(DataSpace, SettersKeepTheirLimits) {
   EXPECT_EQ(zSpace.m_fSetting5, 1e6F);
   zSpace.SetSetting7(2);
   EXPECT_REPORT(zSpace.SetSetting7(3), "0");
+  {
+    const NoThrowScope zNoThrow;
+    zSpace.SetSetting7(3);
+  }
   EXPECT_EQ(zSpace.m_iSetting7, 2U);
 }
 
@@ -183,6 +199,7 @@ TEST_F(DataSpace, ModelsThatAreOpenWhenTheProcessEndsAreStoredAndClosed) {
 
 TEST_F(DataSpace, AddModelOnAFileThatCannotBeOpenedGivesThirtyAndLeavesNothing) {
   const uint32_t iKey = NextKey();
+  const std::set<std::string> strBefore = Files();
   KivModelStatusBase* pzModel = nullptr;
   EXPECT_REPORT(Space().AddModel(m_zFolder / u"none.kiv", KivModelOpenInfo(), &pzModel), "0");
   {
@@ -191,6 +208,7 @@ TEST_F(DataSpace, AddModelOnAFileThatCannotBeOpenedGivesThirtyAndLeavesNothing) 
   }
   EXPECT_EQ(pzModel, nullptr);
   EXPECT_TRUE(Space().GetModels().empty());
+  EXPECT_EQ(Files(), strBefore);
   EXPECT_EQ(NextKey(), iKey);
 }
 
@@ -296,11 +314,13 @@ TEST_F(DataSpace, RecordsWhoseFrameLiesAreReportedAndNothingElseHappens) {
         PutFileBytes(csPath, strBytes);
         pzModel = Open(csPath, bForWrite);
         ASSERT_NE(pzModel, nullptr);
+        const uint64_t nReports = KivGetReportCount();
         auto* pzNote = dynamic_cast<TestNote*>(KivOutOfCoreManager::GetElement(pzModel->GetKey(), iFirst));
         if (pzNote != nullptr) {
-          pzNote->GetMemoryBlock();
+          EXPECT_EQ(pzNote->GetMemoryBlock(), nullptr);
           KivOutOfCoreManager::DeleteElement(pzModel->GetKey(), iFirst);
         }
+        EXPECT_GT(KivGetReportCount(), nReports);
         EXPECT_EQ(TextOf(KivOutOfCoreHandle(pzModel->GetKey(), iSecond)), std::string(100, 'b'));
         Close(pzModel);
       }
@@ -408,6 +428,111 @@ TEST_F(DataSpace, APatchAndItsSideFileBringTheChangesBack) {
   Close(pzModel);
 }
 
+TEST_F(DataSpace, APatchThatIsDamagedOrCutOrHasNoSideFileOpensOrGivesThirtyAndLeavesNothing) {
+  const KivWString csPath = MakeFile(u"base.kiv");
+  KivModelStatusBase* pzModel = Open(csPath, true);
+  const uint64_t iPosition = AddNote(pzModel, "base").GetPosition();
+  KivOutOfCoreHandle zGone = AddNote(pzModel, std::string(5000, 'g'));
+  Close(pzModel);
+  pzModel = Open(csPath, false);
+  KivOutOfCoreHandle zNote(pzModel->GetKey(), iPosition);
+  ASSERT_TRUE(SetText(zNote, "part"));
+  zGone = KivOutOfCoreHandle(pzModel->GetKey(), zGone.GetPosition());
+  ASSERT_TRUE(zGone.Delete());
+  const KivWString csWhole = m_zFolder / u"whole.patch";
+  ASSERT_TRUE(KivOutOfCoreManager::SaveAs(pzModel->GetKey(), csWhole, false));
+  Close(pzModel);
+  const std::string strPatch = FileBytes(csWhole);
+  const std::string strSide = FileBytes(csWhole + u".urf");
+  ASSERT_GT(strPatch.size(), 100U);
+  ASSERT_GT(strSide.size(), 100U);
+
+  const KivWString csPatch = m_zFolder / u"try.patch";
+  KivModelOpenInfo zInfo;
+  zInfo.m_csPatchPath = csPatch;
+  const uint32_t iKey = NextKey();
+  const auto Try = [&](const std::string& strTried, const std::string* pstrSide) {
+    PutFileBytes(csPatch, strTried);
+    if (pstrSide != nullptr)
+      PutFileBytes(csPatch + u".urf", *pstrSide);
+    else
+      std::filesystem::remove(std::filesystem::path(csPatch + u".urf"));
+    const std::set<std::string> strBefore = Files();
+    bool bReported = false;
+    for (const bool bThrow : {true, false}) {
+      std::unique_ptr<NoThrowScope> pzNoThrow;
+      if (!bThrow) pzNoThrow = std::make_unique<NoThrowScope>();
+      KivModelStatusBase* pzTried = nullptr;
+      KivAddModelResult iResult = KivAddModelResult::NotOpened;
+      const uint64_t nReports = KivGetReportCount();
+      try {
+        iResult = Space().AddModel(csPath, zInfo, &pzTried);
+      } catch (const KivException&) {
+        bReported = true;
+      }
+      if (!bThrow) {
+        EXPECT_EQ(KivGetReportCount() > nReports, bReported);
+      }
+      if (iResult == KivAddModelResult::Done) {
+        const NoThrowScope zNoThrow;
+        TextOf(KivOutOfCoreHandle(pzTried->GetKey(), iPosition));
+        AddNote(pzTried, "more");
+        EXPECT_EQ(Space().RemoveModel(pzTried), KivRemoveModelResult::Done);
+      }
+      EXPECT_TRUE(Space().GetModels().empty());
+    }
+    EXPECT_EQ(Files(), strBefore);
+    EXPECT_TRUE(IsClosed(csPath));
+    EXPECT_TRUE(IsClosed(csPatch));
+    return bReported;
+  };
+  EXPECT_FALSE(Try(strPatch, &strSide));
+  EXPECT_FALSE(Try(strPatch, nullptr));  // the tree is the one that the main file has
+  for (size_t nCut = 0; nCut < strPatch.size(); nCut += strPatch.size() / 9) {
+    SCOPED_TRACE(nCut);
+    EXPECT_EQ(Try(strPatch.substr(0, nCut), &strSide), nCut != 0);
+  }
+  for (size_t nCut = 0; nCut < strSide.size(); nCut += strSide.size() / 5) {
+    const std::string strCut = strSide.substr(0, nCut);
+    Try(strPatch, &strCut);
+  }
+  for (size_t i = 0; i < strPatch.size(); i += strPatch.size() / 23) {
+    std::string strDamaged = strPatch;
+    strDamaged[i] = static_cast<char>(~strDamaged[i]);
+    Try(strDamaged, &strSide);
+  }
+  {
+    // Reads that come back short, those of the side file among them.
+    PutFileBytes(csPatch, strPatch);
+    PutFileBytes(csPatch + u".urf", strSide);
+    const std::set<std::string> strBefore = Files();
+    bool bFired = true;
+    int nReported = 0;
+    for (uint64_t iNth = 1; bFired && iNth < 100; ++iNth) {
+      KivSysFaultPlan zPlan;
+      zPlan.m_iCall = KivSysCall::FileRead;
+      zPlan.m_iNth = iNth;
+      zPlan.m_iKind = KivSysFaultKind::ShortCount;
+      KivModelStatusBase* pzTried = nullptr;
+      {
+        const KivSysFaultScope zScope(zPlan);
+        try {
+          Space().AddModel(csPath, zInfo, &pzTried);
+        } catch (const KivException&) {
+          ++nReported;
+          EXPECT_TRUE(Space().GetModels().empty());
+        }
+        bFired = zScope.HasFired();
+      }
+      EXPECT_EQ(Space().RemoveAllModels(), KivRemoveAllModelsResult::Done);
+      EXPECT_EQ(Files(), strBefore);
+    }
+    EXPECT_FALSE(bFired);
+    EXPECT_GT(nReported, 1);
+  }
+  EXPECT_EQ(NextKey(), iKey);
+}
+
 TEST_F(DataSpace, APatchThatCannotBeReadIsReportedAndGivesThirty) {
   KivModelOpenInfo zInfo;
   zInfo.m_csPatchPath = m_zFolder / u"none.patch";
@@ -444,12 +569,32 @@ TEST_F(DataSpace, ATableSetAfterTheFirstModelIsReported) {
   EXPECT_REPORT(Space().SetGetOutOfCoreData(9, nullptr), "m_spModel.empty()");
   EXPECT_REPORT(Space().SetGetAllPosition(0, 9, nullptr), "m_spModel.empty()");
   EXPECT_REPORT(Space().SetReplaceAllPosition(0, 9, nullptr), "m_spModel.empty()");
+  {
+    const NoThrowScope zNoThrow;
+    Space().SetGetOutOfCoreData(kTestNoteIndex, nullptr);
+    Space().SetGetAllPosition(0, kTestNoteIndex, nullptr);
+    Space().SetReplaceAllPosition(0, kTestNoteIndex, nullptr);
+  }
+  // Nothing was changed: the type counts for the next model.
+  const KivModelStatusBase* pzModel = Open(MakeFile(u"b.kiv"), false);
+  EXPECT_NE(pzModel->m_vpfnGetOutOfCoreData[kTestNoteIndex], nullptr);
+  EXPECT_NE(pzModel->m_vvpfnGetAllPosition[0][kTestNoteIndex], nullptr);
 }
 
 TEST_F(DataSpace, AnIndexOutsideTheTablesIsReported) {
   EXPECT_REPORT(Space().SetGetOutOfCoreData(256, nullptr), "0");
   EXPECT_REPORT(Space().SetGetAllPosition(8, 0, nullptr), "0");
   EXPECT_REPORT(Space().SetReplaceAllPosition(0, 256, nullptr), "0");
+  const NoThrowScope zNoThrow;
+  const uint64_t nReports = KivGetReportCount();
+  for (const uint32_t iOutside : {uint32_t{256}, ~uint32_t{0}}) {
+    Space().SetGetOutOfCoreData(iOutside, nullptr);
+    Space().SetGetAllPosition(0, iOutside, nullptr);
+    Space().SetGetAllPosition(iOutside, 0, nullptr);
+    Space().SetReplaceAllPosition(0, iOutside, nullptr);
+    Space().SetReplaceAllPosition(iOutside, 0, nullptr);
+  }
+  EXPECT_EQ(KivGetReportCount(), nReports + 10);
 }
 
 // --- Listeners
@@ -507,20 +652,38 @@ TEST_F(DataSpace, AListenerThatAnswersFalseIsReportedAndTheWorkGoesOn) {
   Space().RemoveListener(&zSecond);
 }
 
-TEST_F(DataSpace, WithAViewUndoOperationsAreReported) {
-  KivModelStatusBase* pzModel = Open(MakeFile(u"a.kiv"), false);
+// The flag stays for the rest of a process.
+KIV_TEST_CHILD(WorksWithAView) {
+  const TestFolder zFolder;
+  PrepareStoreProcess();
+  const KivWString csPath = zFolder / u"a.kiv";
+  MakeContainerFile(csPath, false);
+  KivDataSpaceBase& zSpace = *KivDataSpaceBase::GetInstance();
+  KivModelStatusBase* pzModel = nullptr;
+  EXPECT_EQ(zSpace.AddModel(csPath, KivModelOpenInfo(), &pzModel), KivAddModelResult::Done);
   KivSetDataSpaceWithView();
-  EXPECT_REPORT(Space().CreateSnapShot(), "!KivIsDataSpaceWithView()");
-  EXPECT_REPORT(Space().UndoSnapShot(1), "!KivIsDataSpaceWithView()");
-  EXPECT_REPORT(Space().RedoSnapShot(1), "!KivIsDataSpaceWithView()");
-  EXPECT_REPORT(Space().RestoreFromSnapShot(nullptr), "!KivIsDataSpaceWithView()");
-  EXPECT_REPORT(Space().AddModel(u"x", KivModelOpenInfo(), nullptr), "!KivIsDataSpaceWithView()");
-  EXPECT_REPORT(Space().RemoveModel(pzModel), "!KivIsDataSpaceWithView()");
-  EXPECT_FALSE(Space().m_bDiscardingSnapShot);
+  EXPECT_TRUE(KivIsDataSpaceWithView());
+  EXPECT_REPORT(zSpace.CreateSnapShot(), "!KivIsDataSpaceWithView()");
+  EXPECT_REPORT(zSpace.UndoSnapShot(1), "!KivIsDataSpaceWithView()");
+  EXPECT_REPORT(zSpace.RedoSnapShot(1), "!KivIsDataSpaceWithView()");
+  EXPECT_REPORT(zSpace.RestoreFromSnapShot(nullptr), "!KivIsDataSpaceWithView()");
+  EXPECT_REPORT(zSpace.AddModel(u"x", KivModelOpenInfo(), nullptr), "!KivIsDataSpaceWithView()");
+  EXPECT_REPORT(zSpace.RemoveModel(pzModel), "!KivIsDataSpaceWithView()");
+  EXPECT_FALSE(zSpace.m_bDiscardingSnapShot);
   // The form without the check goes on.
-  EXPECT_NO_REPORT(EXPECT_EQ(Space().UndoToSnapShot(1), KivUndoResult::Done));
+  EXPECT_NO_REPORT(EXPECT_EQ(zSpace.UndoToSnapShot(1), KivUndoResult::Done));
   const NoThrowScope zNoThrow;
-  Close(pzModel);
+  EXPECT_EQ(zSpace.RemoveModel(pzModel), KivRemoveModelResult::Done);
+  return testing::Test::HasFailure() ? 1 : 0;
+}
+
+TEST_F(DataSpace, WithAViewUndoOperationsAreReported) {
+  KivSysProcess zChild = StartTestChild("WorksWithAView", {});
+  ASSERT_TRUE(zChild.IsOpen());
+  zChild.Wait(60000);
+  int32_t iCode = -1;
+  ASSERT_TRUE(zChild.GetExitCode(iCode));
+  EXPECT_EQ(iCode, 0);
 }
 
 }  // namespace

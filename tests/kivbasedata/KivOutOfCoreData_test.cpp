@@ -196,18 +196,6 @@ TEST_F(OutOfCoreElement, ASaveThatFailsLeavesTheElementActiveWithItsChange) {
   EXPECT_EQ(TextOf(m_zNote), "changed");
 }
 
-TEST_F(OutOfCoreElement, MarkModifiedDropsTheRawBytes) {
-  KivModelStatusBase* pzModel = Open(MakeFile(u"a.kiv"), true);
-  const KivOutOfCoreHandle zBag = AddBag(pzModel, "raw");
-  auto* pzBag = zBag.Fetch<TestBag>();
-  ASSERT_NE(pzBag->GetMemoryBlock(), nullptr);
-  EXPECT_FALSE(pzBag->IsModified());
-  pzBag->MarkModified();
-  EXPECT_TRUE(pzBag->IsModified());
-  EXPECT_TRUE(pzBag->Deactivate());
-  EXPECT_EQ(TextOf(zBag), "raw");
-}
-
 TEST_F(OutOfCoreElement, ReadDataClearsTheModifiedMark) {
   OpenWithNote(10);
   auto* pzNote = m_zNote.Fetch<TestNote>();
@@ -496,6 +484,11 @@ TEST_F(OutOfCoreElement, AStackObjectWithoutARecordIsReportedWhenItLeavesTheList
   ASSERT_TRUE(zNote.Activate(false));
   EXPECT_REPORT(zNote.Deactivate(), "0");
   EXPECT_FALSE(zNote.IsActive());
+  const NoThrowScope zNoThrow;
+  ASSERT_TRUE(zNote.Activate(false));
+  EXPECT_FALSE(zNote.Deactivate());
+  EXPECT_FALSE(zNote.IsActive());
+  EXPECT_EQ(ManagerOf(m_pzModel)->GetActiveElementNum(), 0U);
 }
 
 TEST_F(OutOfCoreElement, AnActiveObjectThatEndsLeavesTheList) {

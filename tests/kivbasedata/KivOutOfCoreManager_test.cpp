@@ -9,6 +9,8 @@
 #include "KivPositionTable.h"
 #include "KivPositionTableManager.h"
 #include "KivSysFault.h"
+#include "KivSysProcess.h"
+#include "KivTestScale.h"
 #include "KivTestStore.h"
 
 namespace {
@@ -194,6 +196,10 @@ TEST_F(OutOfCoreManager, OnlyAReadStoreTakesMemory) {
     zSource.m_pvData = acData;
     zSource.m_iDataSize = sizeof acData;
     EXPECT_REPORT(KivOutOfCoreManagerKeyOwner zOwner(zSource), "pvData == NULL");
+    const NoThrowScope zNoThrow;
+    KivSetReported(false);
+    EXPECT_NE(KivOutOfCoreManagerKeyOwner(zSource).GetManager(), nullptr);  // the data is not looked at
+    EXPECT_TRUE(KivGetReportSwitches().m_bReported);
   }
 }
 
@@ -335,6 +341,8 @@ TEST_F(OutOfCoreManager, ARecordTooSmallForAFrameIsReported) {
   const std::vector<uint8_t> vcBytes(67);
   const uint64_t iPosition = ManagerOf(pzModel)->GetContainer()->AddRecord(KivContainerData(vcBytes.data(), 67));
   EXPECT_REPORT(KivOutOfCoreManager::GetElement(pzModel->GetKey(), iPosition), "0");
+  const NoThrowScope zNoThrow;
+  EXPECT_EQ(KivOutOfCoreManager::GetElement(pzModel->GetKey(), iPosition), nullptr);
 }
 
 TEST_F(OutOfCoreManager, TheElementsRecordSizeIsThatOfItsRecord) {
@@ -375,6 +383,14 @@ TEST_F(OutOfCoreManager, DeleteElementObjectTakesTheMapsObjectsAlone) {
   KivOutOfCoreData* pzElement = &zMine;
   EXPECT_REPORT(KivOutOfCoreManager::DeleteElementObject(pzModel->GetKey(), pzElement), "0");
   EXPECT_EQ(pzElement, nullptr);
+  EXPECT_REPORT(KivOutOfCoreManager::DeleteElementObject(pzModel->GetKey(), pzElement), "0");
+  {
+    const NoThrowScope zNoThrow;
+    EXPECT_FALSE(KivOutOfCoreManager::DeleteElementObject(pzModel->GetKey(), pzElement));
+    pzElement = &zMine;
+    EXPECT_FALSE(KivOutOfCoreManager::DeleteElementObject(pzModel->GetKey(), pzElement));
+    EXPECT_EQ(pzElement, nullptr);
+  }
   pzElement = zNote.Fetch();
   const int iObjects = TestCounts().m_iObjects;
   EXPECT_TRUE(KivOutOfCoreManager::DeleteElementObject(pzModel->GetKey(), pzElement));
@@ -411,8 +427,13 @@ TEST_F(OutOfCoreManager, APrefetchIsIssuedOnce) {
   KivModelStatusBase* pzModel = Open(MakeFile(u"a.kiv"), true);
   const KivOutOfCoreHandle zNote = AddNote(pzModel, "note");
   EXPECT_TRUE(KivOutOfCoreManager::PrefetchElement(pzModel->GetKey(), zNote.GetPosition(), 1));
-  EXPECT_TRUE(KivOutOfCoreManager::PrefetchElement(pzModel->GetKey(), zNote.GetPosition(), 1));
+  // A place that cannot be fetched: the second call does not ask the container again.
+  constexpr uint64_t kFar = uint64_t{0x7FFFFFFFFFFFFFFF};
+  EXPECT_FALSE(KivOutOfCoreManager::PrefetchElement(pzModel->GetKey(), kFar, 1));
+  EXPECT_TRUE(KivOutOfCoreManager::PrefetchElement(pzModel->GetKey(), kFar, 1));
   EXPECT_REPORT(KivOutOfCoreManager::PrefetchElement(pzModel->GetKey(), 0, 1), "0");
+  const NoThrowScope zNoThrow;
+  EXPECT_FALSE(KivOutOfCoreManager::PrefetchElement(pzModel->GetKey(), 0, 1));
 }
 
 // --- The list of active elements
@@ -533,6 +554,66 @@ TEST_F(ActiveList, AFailedSaveDuringEvictionLeavesOneTooManyInAHostWhoseReportsR
   EXPECT_EQ(TextOf(m_vzBag[0]), "changed");
 }
 
+TEST_F(ActiveList, AtALimitOfOneWhatCouldNotBeStoredWhenItWasReplacedIsTriedAgain) {
+  enum class End { DeactivateAll, Close, TouchedAgain, Destroyed };
+  for (const End eEnd : {End::DeactivateAll, End::Close, End::TouchedAgain, End::Destroyed}) {
+    SCOPED_TRACE(static_cast<int>(eEnd));
+    m_vzBag.clear();
+    OpenWithBags(3, 1);
+    const KivWString csPath = m_pzModel->m_csRootKivFile;
+    auto* pzFirst = m_vzBag[0].Fetch<TestBag>();
+    pzFirst->GetMemoryBlockForWrite()->m_strText = "new 0";
+    {
+      const NoThrowScope zNoThrow;
+      TestFaults().m_bSaveFails = true;
+      Use(1);
+      TestFaults().m_bSaveFails = false;
+    }
+    EXPECT_TRUE(pzFirst->IsActive());
+    EXPECT_EQ(ManagerOf(m_pzModel)->GetActiveElementNum(), 2U);
+    if (eEnd == End::DeactivateAll) {
+      EXPECT_TRUE(KivOutOfCoreManager::DeactivateAll(m_pzModel->GetKey()));
+      EXPECT_FALSE(pzFirst->IsActive());
+      EXPECT_EQ(ManagerOf(m_pzModel)->GetActiveElementNum(), 0U);
+    } else if (eEnd == End::TouchedAgain) {
+      EXPECT_EQ(pzFirst->GetMemoryBlock()->m_strText, "new 0");
+      EXPECT_EQ(ManagerOf(m_pzModel)->GetActiveElementNum(), 1U);
+      Use(2);
+      EXPECT_FALSE(pzFirst->IsActive());
+    } else if (eEnd == End::Destroyed) {
+      EXPECT_TRUE(m_vzBag[0].Delete());
+      EXPECT_EQ(ManagerOf(m_pzModel)->GetActiveElementNum(), 1U);
+      EXPECT_TRUE(KivOutOfCoreManager::DeactivateAll(m_pzModel->GetKey()));
+    }
+    const uint64_t iPosition = m_vzBag[0].GetPosition();
+    Close(m_pzModel);
+    if (eEnd == End::Destroyed) continue;
+    m_pzModel = Open(csPath, false);
+    EXPECT_EQ(TextOf(KivOutOfCoreHandle(m_pzModel->GetKey(), iPosition)), "new 0");
+    Close(m_pzModel);
+  }
+}
+
+TEST_F(ActiveList, AtALimitOfOneASnapshotHoldsWhatCouldNotBeStoredWhenItWasReplaced) {
+  OpenWithBags(2, 1);
+  const KivWString csPath = m_pzModel->m_csRootKivFile;
+  const uint64_t iPosition = m_vzBag[0].GetPosition();
+  const uint64_t iOther = m_vzBag[1].GetPosition();
+  Close(m_pzModel);
+  m_pzModel = Open(csPath, false);
+  const KivOutOfCoreHandle zBag(m_pzModel->GetKey(), iPosition);
+  zBag.Fetch<TestBag>()->GetMemoryBlockForWrite()->m_strText = "new 0";
+  {
+    const NoThrowScope zNoThrow;
+    TestFaults().m_bSaveFails = true;
+    EXPECT_EQ(TextOf(KivOutOfCoreHandle(m_pzModel->GetKey(), iOther)), "bag 1");
+    TestFaults().m_bSaveFails = false;
+  }
+  ASSERT_EQ(Space().CreateSnapShot(), KivCreateSnapShotResult::Done);
+  EXPECT_EQ(Space().UndoSnapShot(1), KivUndoResult::Done);
+  EXPECT_EQ(TextOf(zBag), "new 0");
+}
+
 TEST_F(ActiveList, TheLimitChangesWithAllElementsDeactivated) {
   OpenWithBags(4, 4);
   for (size_t i = 0; i < 4; ++i) Use(i);
@@ -575,23 +656,54 @@ TEST_F(ActiveList, AStackObjectThatOutlivesItsModelBecomesInactive) {
 // --- Memory
 // -----------------------------------------------------------------------------------------------------------
 
-TEST_F(OutOfCoreManager, AtALimitOfOneTheMapGrowsByAnObjectForEachFetchAndAboveItDoesNot) {
-  constexpr int kElements = 300;
+TEST_F(OutOfCoreManager, AtALimitOfOneTheMapGrowsByAnObjectForEachFetchAndAboveItMemoryStaysFlat) {
+  const uint64_t nElements = Scaled(200000, 3000);
+  // One record as the store writes it, then as many of it as are wanted, straight into the container.
   KivModelStatusBase* pzModel = Open(MakeFile(u"a.kiv"), true);
-  std::vector<KivOutOfCoreHandle> vzBag;
-  for (int i = 0; i < kElements; ++i) vzBag.push_back(AddBag(pzModel, std::to_string(i)));
-  for (int i = 0; i < kElements; ++i) EXPECT_EQ(TextOf(vzBag[static_cast<size_t>(i)]), std::to_string(i));
-  EXPECT_EQ(ManagerOf(pzModel)->GetKnownElementNum(), static_cast<size_t>(kElements));
   const KivWString csPath = pzModel->m_csRootKivFile;
+  TestBlock zBlock;
+  zBlock.m_strText = std::string(40, 'e');
+  const std::vector<uint8_t> vcBytes = BuildTestRecord((kTestBagIndex << 16) | 0x0202, zBlock);
+  const KivContainerData zData(vcBytes.data(), static_cast<uint32_t>(vcBytes.size()));
+  std::vector<uint64_t> viPosition;
+  for (uint64_t i = 0; i < nElements; ++i) viPosition.push_back(ManagerOf(pzModel)->GetContainer()->AddRecord(zData));
   Close(pzModel);
-  for (const int32_t iLimit : {2, 50}) {
+
+  const auto MemoryNow = [] {
+    KivSysMemoryCounters zCounters;
+    return sys::MemoryCounters(zCounters) ? zCounters.m_iWorkingSet : uint64_t{0};
+  };
+  for (const int32_t iLimit : {2, 1000, 1}) {
+    SCOPED_TRACE(iLimit);
     pzModel = Open(csPath, false, iLimit);
-    for (int i = 0; i < kElements; ++i) {
-      EXPECT_EQ(TextOf(KivOutOfCoreHandle(pzModel->GetKey(), vzBag[static_cast<size_t>(i)].GetPosition())),
-                std::to_string(i));
-      EXPECT_LE(ManagerOf(pzModel)->GetKnownElementNum(), static_cast<size_t>(iLimit));
+    const KivOutOfCoreManager* pzManager = ManagerOf(pzModel);
+    size_t nMost = 0;
+    uint64_t nRead = 0;
+    uint64_t iAfterATenth = 0;
+    const uint64_t nWalked = iLimit == 1 ? nElements / 10 : nElements;
+    for (uint64_t i = 0; i < nWalked; ++i) {
+      auto* pzBag = dynamic_cast<TestBag*>(KivOutOfCoreManager::GetElement(pzModel->GetKey(), viPosition[i]));
+      ASSERT_TRUE(pzBag != nullptr);
+      const TestBlock* pzBlock = pzBag->GetMemoryBlock();
+      ASSERT_TRUE(pzBlock != nullptr);
+      nRead += pzBlock->m_strText.size();
+      nMost = std::max(nMost, pzManager->GetKnownElementNum());
+      if (i == nWalked / 10) iAfterATenth = MemoryNow();
+    }
+    const uint64_t iAtTheEnd = MemoryNow();
+    EXPECT_EQ(nRead, 40 * nWalked);
+    if (iLimit == 1) {
+      EXPECT_EQ(nMost, nWalked);
+    } else {
+      EXPECT_LE(nMost, static_cast<size_t>(iLimit) + 1);
+      EXPECT_EQ(TestCounts().m_iObjects, std::min<int>(iLimit, static_cast<int>(nElements)));
+      // The file's own pages count too; objects of all elements would be ten times this.
+      if (!kSanitized && iAfterATenth != 0) {
+        EXPECT_LT(iAtTheEnd, iAfterATenth + 2 * FileBytes(csPath).size() + (16U << 20));
+      }
     }
     Close(pzModel);
+    EXPECT_EQ(TestCounts().m_iObjects, 0);
   }
 }
 

@@ -91,6 +91,7 @@ class TestBag : public kiv::KivOutOfCoreTreeNode {
   TestBlock* GetMemoryBlock() override;
   TestBlock* GetMemoryBlockForWrite() override;
   uint32_t GetElementType() override { return (kTestBagIndex << 16) | 0x0202; }
+  using KivOutOfCoreData::RawData;
 
  private:
   std::unique_ptr<TestBlock> m_pzMemoryBlock;

@@ -87,6 +87,7 @@ class KivOutOfCoreMemoryStorage {
   void Abandon();
 
  private:
+  friend struct KivOutOfCoreTestAccess;
   KivOutOfCoreMemoryStorage();
   void CreateTemporary(const KivStoreSource& zSource, uint32_t iManagerKey, bool& bMainMade);
   void OpenForReading(const KivStoreSource& zSource, uint32_t iManagerKey);
@@ -184,6 +185,7 @@ class KivOutOfCoreManager {
  private:
   friend class KivOutOfCoreData;
   friend class KivOutOfCoreManagerKeyOwner;
+  friend struct KivOutOfCoreTestAccess;
 
   explicit KivOutOfCoreManager(int32_t iMax);
   void OpenStore(uint32_t iKey, const KivStoreSource& zSource);
