@@ -9,8 +9,8 @@
 #include <sstream>
 
 #include "KivContainerHeader.h"
-#include "KivLittleEndian.h"
 #include "KivDataUtil.h"
+#include "KivLittleEndian.h"
 #include "KivSysFault.h"
 #include "KivSysFile.h"
 #include "KivSysFolder.h"

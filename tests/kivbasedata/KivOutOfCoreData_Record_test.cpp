@@ -137,8 +137,7 @@ TEST_P(LostRecord, WhileRecordsAreKeptNothingIsLost) {
   EXPECT_EQ(TextOf(m_zNote), "changed");
 }
 
-INSTANTIATE_TEST_SUITE_P(All, LostRecord,
-                         testing::Combine(testing::Values(1, 2, 9), testing::Bool(), testing::Bool()),
+INSTANTIATE_TEST_SUITE_P(All, LostRecord, testing::Combine(testing::Values(1, 2, 9), testing::Bool(), testing::Bool()),
                          [](const auto& zInfo) {
                            return "Limit" + std::to_string(std::get<0>(zInfo.param)) +
                                   (std::get<1>(zInfo.param) ? "Keyed" : "Plain") +
