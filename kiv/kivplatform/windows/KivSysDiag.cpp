@@ -40,12 +40,15 @@ struct ContextRequest {
   HANDLE m_hThread = nullptr;
   CONTEXT m_zContext = {};
   bool m_bOk = false;
+  std::atomic<bool> m_bWaiting{false};
   std::atomic<bool> m_bDone{false};
 };
 
 // Reads the registers of the thread that waits for m_bDone at a known place.
 unsigned __stdcall ReadContext(void* pArgument) {
   auto* pzRequest = static_cast<ContextRequest*>(pArgument);
+  // Until the other thread is back from starting this one, its registers are those of a system call.
+  while (!pzRequest->m_bWaiting.load(std::memory_order_acquire)) SwitchToThread();
   pzRequest->m_zContext.ContextFlags = 0x10000B;  // control, integer and floating-point registers
   pzRequest->m_bOk = GetThreadContext(pzRequest->m_hThread, &pzRequest->m_zContext) != FALSE;
   pzRequest->m_bDone.store(true, std::memory_order_release);
@@ -108,6 +111,7 @@ void AppendLine(HANDLE hProcess, uint64_t iAddress, std::string& strLine) {
     return zStack;
   const uintptr_t hHelper = _beginthreadex(nullptr, 0, ReadContext, &zRequest, 0, nullptr);
   if (hHelper != 0) {
+    zRequest.m_bWaiting.store(true, std::memory_order_release);
     while (!zRequest.m_bDone.load(std::memory_order_acquire)) {
     }
     CloseHandle(ToHandle(static_cast<intptr_t>(hHelper)));
