@@ -8,6 +8,8 @@
 #include "KivSysFolder.h"
 #include "KivTestContainer.h"
 #include "KivTestReport.h"
+#include "KivTestReportSource.h"
+#include "KivWritableMemFile.h"
 
 using namespace kiv;
 using namespace kivtest;
@@ -78,7 +80,7 @@ TEST_F(ContainerSave, ATargetWithContentIsNeverOverwritten) {
   KivFastFileContainer zContainer(MakeUnmanagedMemory(), MakeUnmanagedMemory(), nullptr);
   Make(zContainer, 100);
   m_zFolder.WriteBytes(u"full.kiv", "x");
-  EXPECT_REPORT(zContainer.SaveInSlices(m_zFolder / u"full.kiv", 0), "0");
+  EXPECT_REPORT_FROM(zContainer.SaveInSlices(m_zFolder / u"full.kiv", 0), "0", "src\\KivFastFileContainerBase");
   NoThrowScope zNoThrow;
   EXPECT_EQ(zContainer.SaveInSlices(m_zFolder / u"full.kiv", 0), Result::TargetExists);
   EXPECT_EQ(m_zFolder.ReadBytes(u"full.kiv"), "x");
@@ -97,7 +99,7 @@ TEST_F(ContainerSave, ATargetThatCannotBeMadeGives20) {
   KivFastFileContainer zContainer(MakeUnmanagedMemory(), MakeUnmanagedMemory(), nullptr);
   Make(zContainer, 100);
   for (const KivWString& csPath : {KivWString(), m_zFolder / u"missing" + sys::kSeparator + u"a.kiv"}) {
-    EXPECT_REPORT(zContainer.SaveInSlices(csPath, 0), "0");
+    EXPECT_REPORT_FROM(zContainer.SaveInSlices(csPath, 0), "0", "src\\KivFastFileContainerBase");
     NoThrowScope zNoThrow;
     EXPECT_EQ(zContainer.SaveInSlices(csPath, 0), Result::TargetNotCreated);
   }
@@ -106,7 +108,7 @@ TEST_F(ContainerSave, ATargetThatCannotBeMadeGives20) {
 TEST_F(ContainerSave, AMainFileNotLongerThanItsRecordsGives30) {
   KivFastFileContainer zContainer(MakeUnmanagedMemory(), MakeUnmanagedMemory(), nullptr);
   zContainer.AddRecord(KivContainerData("abc", 3));  // not flushed: no image
-  EXPECT_REPORT(zContainer.SaveInSlices(m_zFolder / u"a.kiv", 0), "0");
+  EXPECT_REPORT_FROM(zContainer.SaveInSlices(m_zFolder / u"a.kiv", 0), "0", "src\\KivFastFileContainerBase");
   sys::RemoveFileAt(m_zFolder / u"a.kiv");
   NoThrowScope zNoThrow;
   EXPECT_EQ(zContainer.SaveInSlices(m_zFolder / u"a.kiv", 0), Result::NothingBehindRecords);
@@ -116,7 +118,7 @@ TEST_F(ContainerSave, CancellingDeletesAnUnfinishedTargetAndKeepsACompleteOne) {
   KivFastFileContainer zContainer(MakeUnmanagedMemory(), MakeUnmanagedMemory(), nullptr);
   Make(zContainer, 10 * KivGetAllocationGranularity());
   const KivWString csTarget = m_zFolder / u"copy.kiv";
-  EXPECT_REPORT(zContainer.CancelSaveInSlices(csTarget), "0");
+  EXPECT_REPORT_FROM(zContainer.CancelSaveInSlices(csTarget), "0", "src\\KivFastFileContainerBase");
   zContainer.SaveInSlices(csTarget, PastDeadline());
   EXPECT_TRUE(KivFileExists(csTarget));
   zContainer.CancelSaveInSlices(csTarget);
@@ -143,9 +145,77 @@ TEST_F(ContainerSave, ASavedHeaderIsTheUpgradedOneAndTheFileOnDiskKeepsItsOwn) {
 TEST_F(ContainerSave, ASaveWithoutACacheBelowIsReportedAndFails) {
   KivFastFileContainer zContainer(MakeUnmanagedMemory(), MakeUnmanagedMemory(), nullptr);
   Make(zContainer, 100);
-  EXPECT_REPORT(zContainer.SaveAs(m_zFolder / u"a.patch", false), "0");
+  EXPECT_REPORT_FROM(zContainer.SaveAs(m_zFolder / u"a.patch", false), "0", "src\\KivHistoryFile");
   NoThrowScope zNoThrow;
   EXPECT_FALSE(zContainer.SaveAs(m_zFolder / u"a.patch", false));
+}
+
+TEST_F(ContainerSave, ASaveThatFailsBehindTheHeaderLeavesTheHeaderOfTheSaveInTheMainFile) {
+  const auto pzMain = MakeUnmanagedMemory();
+  KivFastFileContainer zContainer(pzMain, MakeUnmanagedMemory(), nullptr);
+  zContainer.AddRecord(KivContainerData("abc", 3));
+  EXPECT_EQ(U64At(Content(*pzMain), 8 + 72), 264u);
+  NoThrowScope zNoThrow;
+  EXPECT_FALSE(zContainer.SaveAs(m_zFolder / u"a.patch", false));
+  EXPECT_EQ(U64At(Content(*pzMain), 8 + 72), 291u);
+  EXPECT_EQ(U64At(Content(*pzMain), 8 + 80), 368u);
+  EXPECT_EQ(U64At(Content(*pzMain), 8 + 88), 1u);
+}
+
+TEST_F(ContainerSave, ASideFileThatCannotBeCreatedFailsTheSaveAndTheHeaderStays) {
+  {
+    KivFastFileContainer zContainer(MakeFile(FileKind::Plain, m_zFolder, u"base.kiv"), MakeUnmanagedMemory(), nullptr);
+    Make(zContainer, 1000);
+  }
+  ASSERT_TRUE(sys::MakeFolder(m_zFolder / u"a.patch.urf"));
+  for (const bool bThrow : {true, false}) {
+    const auto pzCached = OpenCached(m_zFolder / u"base.kiv");
+    KivFastFileContainer zContainer(pzCached, nullptr);
+    EXPECT_EQ(zContainer.AddRecord(KivContainerData("added", 5)), 264u);
+    const uint64_t iImage = zContainer.GetUnusedRecordFile()->GetLength();
+    if (bThrow) {
+      EXPECT_REPORT_FROM(zContainer.SaveAs(m_zFolder / u"a.patch", false), "0", "src\\KivFastFileContainerBase");
+    } else {
+      NoThrowScope zNoThrow;
+      EXPECT_FALSE(zContainer.SaveAs(m_zFolder / u"a.patch", false));
+    }
+    Bytes vcHeader(264);
+    pzCached->Read(0, vcHeader.data(), vcHeader.size());
+    EXPECT_EQ(U64At(vcHeader, 8 + 80), iImage);
+    EXPECT_EQ(U32At(vcHeader, 8 + 144), 0x14141414u);  // of the save: the first generation is remembered
+  }
+}
+
+TEST_F(ContainerSave, AnImageThatCannotBeReadFailsTheSaveBeforeItsSideFileIsCreated) {
+  // The unused record file says more than it gives.
+  class Short : public KivWritableMemFile {
+   public:
+    bool CanUseDirectBuffer() override { return false; }
+    uint64_t DoRead(uint64_t iOffset, void* lpBuf, uint64_t nCount) override {
+      return nCount > 360 ? 0 : KivWritableMemFile::DoRead(iOffset, lpBuf, nCount);
+    }
+  };
+  struct Opened : KivFastFileContainerBase {
+    Opened(KivSharedPtr<ISnapShotFile> pzMain, KivSharedPtr<ISnapShotFile> pzUnused)
+        : KivFastFileContainerBase(nullptr), m_pzMain(pzMain), m_pzUnused(pzUnused) {
+      Initialize();
+    }
+    KivSharedPtr<ISnapShotFile> GetBaseFile() override { return m_pzMain; }
+    KivSharedPtr<ISnapShotFile> GetUnusedRecordFile() override { return m_pzUnused; }
+    KivSharedPtr<ISnapShotFile> m_pzMain, m_pzUnused;
+  };
+  {
+    KivFastFileContainer zContainer(MakeFile(FileKind::Plain, m_zFolder, u"base.kiv"), MakeUnmanagedMemory(), nullptr);
+    Make(zContainer, 1000);
+  }
+  auto* const pShort = new Short;
+  pShort->m_vcData.assign(368, 0);
+  Opened zContainer(OpenCached(m_zFolder / u"base.kiv"), KivSharedPtr<ISnapShotFile>(pShort));
+  ASSERT_EQ(zContainer.GetStatus(), KivContainerStatus::Usable);
+  EXPECT_REPORT_FROM(zContainer.SaveAs(m_zFolder / u"a.patch", false), "0", "src\\KivFastFileContainerBase");
+  NoThrowScope zNoThrow;
+  EXPECT_FALSE(zContainer.SaveAs(m_zFolder / u"a.patch", false));
+  EXPECT_FALSE(KivFileExists(m_zFolder / u"a.patch.urf"));
 }
 
 TEST_F(ContainerSave, ASaveUnderACacheIsAPatchWithASideFileAndTheOpenFileStays) {

@@ -14,6 +14,7 @@
 #include "KivTestChild.h"
 #include "KivTestContainer.h"
 #include "KivTestReport.h"
+#include "KivTestReportSource.h"
 
 using namespace kiv;
 using namespace kivtest;
@@ -358,7 +359,7 @@ TEST_F(Container, ANodeOrderOutside2To20MakesTreeOperationsReportAndFail) {
     Bytes vcMain = Content(*z.pzMain);
     PutU32(vcMain, 8 + 128, iOrder);
     KivFastFileContainer zContainer(MakeUnmanagedMemory(vcMain), nullptr);
-    EXPECT_REPORT(AddText(zContainer, "abc"), "0");
+    EXPECT_REPORT_FROM(AddText(zContainer, "abc"), "0", "src\\KivFastFileContainerBase");
     NoThrowScope zNoThrow;
     EXPECT_EQ(AddText(zContainer, "more"), 291u);  // appended
     EXPECT_EQ(zContainer.FullCheck().m_vzFinding.at(0).m_iKind, KivContainerFindingKind::NodeOrder);
@@ -401,6 +402,20 @@ TEST_F(Container, AFlushKeepsOnDiskWhatIsNoMember) {
   EXPECT_EQ(U32At(vcAfter, 8 + 156), 77u);
   EXPECT_TRUE(std::equal(vcAfter.begin() + 8 + 176, vcAfter.begin() + 256, vcMain.begin() + 8 + 176));
   EXPECT_EQ(U64At(vcAfter, 8 + 72), 291u);
+}
+
+TEST_F(Container, AFlushOfADirtyHeaderAloneWritesItThoughNothingElseWasWritten) {
+  MemoryContainer z;
+  AddText(z.zContainer, "abc");
+  z.zContainer.Flush();
+  const auto pzFile = MakeUnmanagedMemory(Content(*z.pzMain));
+  KivFastFileContainer zContainer(pzFile, nullptr);
+  zContainer.SetFirstPositionTable(264);
+  zContainer.Flush();
+  EXPECT_EQ(U64At(Content(*pzFile), 8 + 120), 0u);
+  zContainer.SetHeaderDirty();
+  zContainer.Flush();
+  EXPECT_EQ(U64At(Content(*pzFile), 8 + 120), 264u);
 }
 
 TEST_F(Container, TheDestructorFlushes) {
@@ -489,6 +504,15 @@ TEST_F(Container, NullDataIsReported) {
   EXPECT_EQ(z.zContainer.GetEndPosition(), 264u);
 }
 
+TEST_F(Container, NullDataOfWhichNothingIsReadIsReportedAndStoredAsZeros) {
+  MemoryContainer z;
+  EXPECT_REPORT(z.zContainer.AddRecord(KivContainerData(nullptr, 3, 3)), "zData.m_pzData != NULL");
+  EXPECT_EQ(z.zContainer.GetEndPosition(), 264u);
+  NoThrowScope zNoThrow;
+  EXPECT_EQ(z.zContainer.AddRecord(KivContainerData(nullptr, 3, 3)), 264u);
+  EXPECT_EQ(TextOf(z.zContainer, 264), std::string(3, '\0'));
+}
+
 TEST_F(Container, AnEmptyPayloadIsARecordOf24Bytes) {
   MemoryContainer z;
   EXPECT_EQ(AddText(z.zContainer, ""), 264u);
@@ -533,7 +557,7 @@ TEST_F(Container, APayloadThatItsRecordCannotHoldIsReported) {
   AddText(z.zContainer, "abc");
   const uint64_t iTooMuch = 4;
   z.pzMain->Write(264 + 8, &iTooMuch, 8);
-  EXPECT_REPORT(z.zContainer.GetRecord(264), "0");
+  EXPECT_REPORT_FROM(z.zContainer.GetRecord(264), "0", "src\\KivFastFileContainerBase");
   NoThrowScope zNoThrow;
   EXPECT_FALSE(z.zContainer.GetRecord(264).m_pzFile);
 }
@@ -683,7 +707,7 @@ TEST_F(Container, WhatIsNoWholeRecordIsReportedAndNotFreed) {
     const Bytes vcBefore = Content(*z.pzMain);
     z.pzMain->Write(iOffset, &iValue, 8);
     const Bytes vcDamaged = Content(*z.pzMain);
-    EXPECT_REPORT(z.zContainer.DeleteRecord(388), "0") << iOffset << " " << iValue;
+    EXPECT_REPORT_FROM(z.zContainer.DeleteRecord(388), "0", "src\\KivFastFileContainerBase") << iOffset << " " << iValue;
     NoThrowScope zNoThrow;
     z.zContainer.DeleteRecord(388);
     EXPECT_EQ(Content(*z.pzMain), vcDamaged);
@@ -727,10 +751,30 @@ TEST_F(Container, ATreeThatNamesAFreeRecordThatIsNoneIsNotWrittenOver) {
   z.zContainer.DeleteRecord(264);
   const uint64_t iOther = 388;
   z.pzUnused->Write(8 + 48, &iOther, 8);  // the pair's position: a record in use
-  EXPECT_REPORT(AddSize(z.zContainer, 100), "0");
+  EXPECT_REPORT_FROM(AddSize(z.zContainer, 100), "0", "src\\KivFastFileContainerBase");
   NoThrowScope zNoThrow;
   EXPECT_EQ(AddSize(z.zContainer, 100), 512u);
   EXPECT_EQ(TextOf(z.zContainer, 388), std::string(100, 0x77));
+}
+
+TEST_F(Container, AFailedRemovalFromTheTreeLeavesTheMergedRecordWithAnEntryForItsOldPart) {
+  MemoryContainer z;
+  AddSize(z.zContainer, 100);
+  AddSize(z.zContainer, 100);
+  AddSize(z.zContainer, 1);
+  z.zContainer.DeleteRecord(264);
+  const uint64_t iMin = 125;  // the root does not admit the free record's size any more
+  z.pzUnused->Write(8 + 8, &iMin, 8);
+  EXPECT_REPORT_FROM(z.zContainer.DeleteRecord(388), "0", "src\\KivFastFileContainerBase");
+  NoThrowScope zNoThrow;
+  z.zContainer.DeleteRecord(388);
+  const Bytes vcUnused = Content(*z.pzUnused);
+  EXPECT_EQ(vcUnused[8 + 2], 2);
+  EXPECT_EQ(U64At(vcUnused, 8 + 40), 124u);
+  EXPECT_EQ(U64At(vcUnused, 8 + 48), 264u);
+  EXPECT_EQ(U64At(vcUnused, 8 + 56), 248u);
+  EXPECT_EQ(U64At(vcUnused, 8 + 64), 264u);
+  EXPECT_EQ(z.zContainer.GetRecordWithSizes(264).m_iRecordSize, 248u);
 }
 
 // --- Moving --------------------------------------------------------------------------------------
@@ -789,7 +833,7 @@ TEST_F(Container, MovingAFreeRecordOrNothingIsReportedAndGivesThePositionBack) {
   AddSize(z.zContainer, 10);
   z.zContainer.DeleteRecord(264);
   Position iStart = 0;
-  EXPECT_REPORT(z.zContainer.MoveRecord(264, iStart), "0");
+  EXPECT_REPORT_FROM(z.zContainer.MoveRecord(264, iStart), "0", "src\\KivFastFileContainerBase");
   EXPECT_REPORT(z.zContainer.MoveRecord(0, iStart), "iFile != NULL_FILE_INDEX");
   NoThrowScope zNoThrow;
   EXPECT_EQ(z.zContainer.MoveRecord(264, iStart), 264u);
@@ -807,7 +851,11 @@ TEST_F(Container, AMoveWhoseWalkStartsInsideAMergedFreeRecordEnds) {
   z.zContainer.DeleteRecord(264);
   z.zContainer.DeleteRecord(388);
   Position iStart = 388;  // zeros now
-  EXPECT_REPORT(z.zContainer.MoveRecord(iFile, iStart), "0");
+  Position iStoredAt = 0;
+  EXPECT_REPORT_FROM(z.zContainer.MoveRecord(iFile, iStart, &iStoredAt), "0", "src\\KivFastFileContainerBase");
+  EXPECT_EQ(iStart, 388u);
+  EXPECT_EQ(TextOf(z.zContainer, iStoredAt), "hello");  // the report does not take the payload along
+  EXPECT_EQ(z.Read().strError, "");
   MemoryContainer y;
   AddSize(y.zContainer, 100);
   AddSize(y.zContainer, 100);
@@ -817,7 +865,7 @@ TEST_F(Container, AMoveWhoseWalkStartsInsideAMergedFreeRecordEnds) {
   y.zContainer.DeleteRecord(264);
   y.zContainer.DeleteRecord(388);
   NoThrowScope zNoThrow;
-  Position iStoredAt = 0;
+  iStoredAt = 0;
   EXPECT_EQ(y.zContainer.MoveRecord(iFile, iStart, &iStoredAt), 0u);
   EXPECT_EQ(iStart, 388u);
   EXPECT_EQ(TextOf(y.zContainer, iStoredAt), "hello");
@@ -840,15 +888,6 @@ TEST_F(Container, ASweepWithOneStartCompactsTheFile) {
 }
 
 // --- Other ---------------------------------------------------------------------------------------
-
-TEST_F(Container, PrefetchAsksForHeadAndPayload) {
-  MemoryContainer z;
-  AddText(z.zContainer, "hello");
-  AddText(z.zContainer, "hello");
-  z.zContainer.DeleteRecord(264);
-  EXPECT_TRUE(z.zContainer.PrefetchRecord(264, 1));  // a free record counts as success
-  EXPECT_TRUE(z.zContainer.PrefetchRecord(293, 1));
-}
 
 TEST_F(Container, RecordsSurviveOnEveryKindOfFile) {
   for (const FileKind iKind : {FileKind::Memory, FileKind::Plain, FileKind::Mapped}) {
@@ -883,7 +922,7 @@ TEST_F(Container, AContainerThatWasNeverFlushedOpensAsEmpty) {
   KivFastFileContainer zContainer(MakeUnmanagedMemory(vcMain), nullptr);
   EXPECT_EQ(zContainer.GetStatus(), KivContainerStatus::Usable);
   EXPECT_EQ(zContainer.GetRootNode(), 0u);
-  EXPECT_REPORT(AddText(zContainer, "x"), "0");  // no root
+  EXPECT_REPORT_FROM(AddText(zContainer, "x"), "0", "src\\KivFastFileContainerBase");  // no root
 }
 
 KIV_TEST_CHILD(ContainerLocked) {

@@ -23,6 +23,7 @@ class KivContainerFileAccess {
     if (&zFile == m_pKnownFile && m_pzMapped != nullptr) {
       if (uint8_t* pBytes = m_pzMapped->PeekView(iOffset, nCount)) {
         if (!bReadOnly) m_pzMapped->m_bModified = true;
+        m_pzMapped->KivWinMappedFile::ReleaseDirectBuffer();  // reports pages that others took from the file
         return pBytes;
       }
     }
@@ -37,6 +38,8 @@ class KivContainerFileAccess {
   uint8_t* Window(ISnapShotFile& zFile, uint64_t& iSize);
   // Length of the file, without a system call where the bytes can be had.
   uint64_t GetLength(ISnapShotFile& zFile);
+  // True if a cache answers for the file: its reads never come short.
+  static bool IsCached(ISnapShotFile& zFile);
 
  private:
   void Look(ISnapShotFile& zFile);

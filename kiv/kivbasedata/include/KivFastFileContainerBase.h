@@ -68,9 +68,11 @@ class KivFastFileContainerBase {
   void DeleteRecordChecked(Position iFile);
   // Moves a record to the earliest place that fits, at or after iStart, and gives the new position, which iStart takes
   // too. 0 if there is no earlier place: the payload is then stored anew like any other, and *piStoredAt says where.
-  // iFile itself if it holds no record (reported).
+  // iFile itself if it holds no record (reported). A report that throws leaves the payload stored too, and *piStoredAt
+  // says where; it is 0 only if the payload could not be written any more.
   Position MoveRecord(Position iFile, Position& iStart, Position* piStoredAt = nullptr);
-  // True if the main file accepted to prefetch the record's head and payload. A free record counts as accepted.
+  // True if the main file accepted to prefetch the record's head and payload. A free record counts as accepted. False
+  // without a report for what lies outside the file.
   bool PrefetchRecord(Position iFile, uint32_t iMode);
 
   // --- Files -------------------------------------------------------------------------------------
@@ -183,7 +185,7 @@ class KivFastFileContainerBase {
 
   // Header (KivFastFileContainerBase.cpp)
   void PutMembers(KivContainerHeader& zHeader);
-  void RestoreUnusedRecordFile(uint64_t iLength);
+  void RestoreUnusedRecordFile(uint64_t iLength, uint64_t iFileLength);
   void CopyImage(uint64_t iLength, uint64_t iPresent);
   uint64_t CopyUnusedRecordFile(IWritableFile& zTarget, uint64_t iOffset, uint64_t iLength, bool bBaseFile);
   void CopyExtensionToManager();
@@ -194,6 +196,8 @@ class KivFastFileContainerBase {
   uint64_t WriteRecord(Position iFile, uint64_t iRecordSize, const KivContainerData& zData);
   void WriteFreeRecord(Position iFile, uint64_t iRecordSize);
   void FillBaseFileWithZeros(uint64_t iOffset, uint64_t nCount);
+  uint64_t GetBaseFileLength();
+  bool IsInBaseFile(uint64_t iOffset, uint64_t nCount);
   bool ReadSizes(Position iFile, uint64_t& iRecordSize, uint64_t& iFileSize);
   bool IsWholeRecord(Position iFile, uint64_t iRecordSize);
   // Takes a free record of size iFound at iFile for one of iRecordSize bytes and splits off the rest if it is worth a
@@ -201,6 +205,10 @@ class KivFastFileContainerBase {
   uint64_t SplitFreeRecord(Position iFile, uint64_t iFound, uint64_t iRecordSize);
   bool IsKnownZeroed(Position iFile, uint64_t iSize) const;
   void RememberZeroed(Position iFile, uint64_t iSize);
+  Position AppendRecord(const KivContainerData& zData);
+  Position MoveFreedPayload(Position iFile, const KivContainerData& zData, Position& iStart, Position& iStoredAt);
+  bool IsStillThere(Position iFile, uint64_t iRecordSize, uint64_t iFileSize);
+  Position StoreAgain(const KivContainerData& zData);
 
   // Size tree (KivFastFileContainerBase_SizeTree.cpp)
   bool FindFreeRecord(uint64_t iNode, uint64_t iSize, uint64_t& iFoundSize, Position& iFoundPosition);
@@ -222,9 +230,15 @@ class KivFastFileContainerBase {
   // Check and dump (KivFastFileContainerBase_Check.cpp)
   void CheckTree(uint64_t iDeletedFileNum, uint64_t& iCheckedNode, uint64_t& iFileInUnusedRecordFile);
 
-  bool m_bEndInsideFile = true;    // false for a damaged header, whose container takes no record and frees none
-  uint64_t m_iFixedCapacity = 0;   // capacity of a main file that did not grow when it was asked to; 0 if it did
-  uint64_t m_iImageToRestore = 0;  // length of an image that is not in the unused record file yet
+  static constexpr uint64_t kNoFixedCapacity = UINT64_MAX;
+
+  bool m_bEndInsideFile = true;  // false for a damaged header, whose container takes no record and frees none
+  // Bytes that the main file has for certain: its length when it was opened, and what was written since. Reads of a
+  // cached file never come short, and its length is that of whole blocks once one was read, so this bounds them.
+  uint64_t m_iKnownLength = 0;
+  uint64_t m_iFixedCapacity = kNoFixedCapacity;  // of a main file that did not grow when it was asked to
+  uint64_t m_iImageToRestore = 0;                // length of an image that is not in the unused record file yet
+  bool m_bRestoringImage = false;
   KivContainerFileAccess m_zBaseAccess;
   KivContainerFileAccess m_zUnusedRecordAccess;
   std::vector<PathEntry> m_vzPath;                          // of the walk that runs; reused

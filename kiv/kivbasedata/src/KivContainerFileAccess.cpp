@@ -2,6 +2,8 @@
 
 #include <cstring>
 
+#include "KivCacheUseFile.h"
+
 namespace kiv {
 namespace {
 
@@ -45,6 +47,11 @@ uint64_t KivContainerFileAccess::GetLength(ISnapShotFile& zFile) {
   if (m_pzMapped == nullptr) return zFile.GetLength();
   const uint64_t iCapacity = zFile.GetDirectBufferSize();
   return iCapacity != 0 ? iCapacity : zFile.GetLength();
+}
+
+bool KivContainerFileAccess::IsCached(ISnapShotFile& zFile) {
+  const auto* pzFile = dynamic_cast<KivCacheUseFile*>(&zFile);
+  return pzFile != nullptr && pzFile->m_bEnableCache;
 }
 
 uint64_t KivContainerFileAccess::Read(ISnapShotFile& zFile, uint64_t iOffset, void* lpBuf, uint64_t nCount) {

@@ -2,7 +2,6 @@
 #include "KivFastFileContainerBase.h"
 
 #include <algorithm>
-#include <utility>
 
 #include "KivDataUtil.h"
 #include "KivException.h"
@@ -16,6 +15,7 @@ constexpr char kSource[] = "src\\KivFastFileContainerBase";
 constexpr uint64_t kCopyStep = 0x100000;
 constexpr uint64_t kNewCapacity = 1024;
 constexpr uint64_t kDummySize = 8;
+constexpr uint64_t kCredibleImage = 0x4000000;  // a longer one that the file does not have is not believed
 
 }  // namespace
 
@@ -46,6 +46,7 @@ void KivFastFileContainerBase::CopyState(const KivFastFileContainerBase& zOther)
   m_iFilePositionTableMode = zOther.m_iFilePositionTableMode;
   m_bHeaderDirty = zOther.m_bHeaderDirty;
   m_bEndInsideFile = zOther.m_bEndInsideFile;
+  m_iKnownLength = zOther.m_iKnownLength;
   m_azZeroed.fill(ZeroedRecord());  // other bytes stand in the file now
 }
 
@@ -69,6 +70,18 @@ uint64_t KivFastFileContainerBase::ReadUnusedRecordFile(uint64_t iOffset, void* 
 void KivFastFileContainerBase::WriteUnusedRecordFile(uint64_t iOffset, const void* lpBuf, uint64_t nCount) {
   const KivSharedPtr<ISnapShotFile> pzFile = GetUnusedRecordFile();
   m_zUnusedRecordAccess.Write(*pzFile, iOffset, lpBuf, nCount);
+}
+
+// Length of the main file as its records see it.
+uint64_t KivFastFileContainerBase::GetBaseFileLength() {
+  const KivSharedPtr<ISnapShotFile> pzFile = GetBaseFile();
+  return KivContainerFileAccess::IsCached(*pzFile) ? m_iKnownLength : m_zBaseAccess.GetLength(*pzFile);
+}
+
+bool KivFastFileContainerBase::IsInBaseFile(uint64_t iOffset, uint64_t nCount) {
+  if (iOffset <= m_iKnownLength && nCount <= m_iKnownLength - iOffset) return true;
+  const uint64_t iLength = GetBaseFileLength();
+  return iOffset <= iLength && nCount <= iLength - iOffset;
 }
 
 // Copies the first iLength bytes of the unused record file to an offset of the main file or of zTarget. Gives the
@@ -107,6 +120,7 @@ void KivFastFileContainerBase::CreateNew() {
   zHeader.GetInfo(zHeaderInfo);
   WriteBaseFile(KivContainerHeader::kFilePosition, zHeader.Data(), KivContainerHeader::kSize);
   m_iEndPosition = kFirstRecord;
+  m_iKnownLength = kFirstRecord;
 
   WriteUnusedRecordFile(0, acDummy, sizeof acDummy);
   m_iValidNodeNum = 0;
@@ -143,8 +157,9 @@ void KivFastFileContainerBase::Initialize() {
   m_iNodeOrder = H::kNodeOrder;
   const H zDefault = H::MakeDefault();
   H zHeader = zDefault;
-  // The length is asked first: a cached file never reads short.
+  // The length is asked before anything is read: a cached file never reads short and then ends with a whole block.
   const uint64_t iLength = GetBaseFile()->GetLength();
+  m_iKnownLength = iLength;
   uint64_t iRead = 0;
   if (iLength >= H::kFilePosition + H::kSize) iRead = ReadBaseFile(H::kFilePosition, zHeader.Data(), H::kSize);
   if (!KIV_CHECK(iRead == 256)) return Refuse(KivContainerStatus::ShortHeader);
@@ -154,7 +169,7 @@ void KivFastFileContainerBase::Initialize() {
   UpgradeHeader(zHeaderInfo);
   m_iEndPosition = zHeader.U64(H::EndPosition);
   m_bEndInsideFile = m_iEndPosition >= kFirstRecord && m_iEndPosition <= iLength;
-  if (GetUnusedRecordFile()->GetLength() == 0) RestoreUnusedRecordFile(zHeader.U64(H::UnusedRecordFileLength));
+  if (GetUnusedRecordFile()->GetLength() == 0) RestoreUnusedRecordFile(zHeader.U64(H::UnusedRecordFileLength), iLength);
   if (!m_bEndInsideFile) KIV_FAIL();
 
   m_iValidNodeNum = zHeader.U64(H::ValidNodeNum);
@@ -172,12 +187,11 @@ void KivFastFileContainerBase::Initialize() {
 
 // Fills the empty unused record file from the image behind the records. A short image keeps its full length, with
 // zeros for what is missing, unless that length cannot be meant.
-void KivFastFileContainerBase::RestoreUnusedRecordFile(uint64_t iLength) {
-  const uint64_t iFileLength = GetBaseFile()->GetLength();
+void KivFastFileContainerBase::RestoreUnusedRecordFile(uint64_t iLength, uint64_t iFileLength) {
   const uint64_t iRest = iFileLength - std::min(m_iEndPosition, iFileLength);
   const uint64_t iPresent = std::min(iLength, iRest);
   KIV_CHECK_AS(iPresent == iLength, "iRead == zHeaderInfo.zBaseFileHeaderInfo.m_iUnusedRecordFileLength");
-  if (iLength > iFileLength) iLength = iPresent;
+  if (iLength > std::max(iFileLength, kCredibleImage)) iLength = iPresent;
   if (iPresent == iLength && MayRestoreLater())
     m_iImageToRestore = iLength;
   else
@@ -185,8 +199,15 @@ void KivFastFileContainerBase::RestoreUnusedRecordFile(uint64_t iLength) {
 }
 
 void KivFastFileContainerBase::RestoreImage() {
-  const uint64_t iLength = std::exchange(m_iImageToRestore, 0);
-  if (iLength != 0) CopyImage(iLength, iLength);
+  if (m_bRestoringImage) return;  // the copy asks for the file that it fills
+  // A copy that ends half-way stays to be made: what is there so far must not be taken for the image.
+  struct Flag {
+    explicit Flag(bool& bFlag) : m_bFlag(bFlag) { m_bFlag = true; }
+    ~Flag() { m_bFlag = false; }
+    bool& m_bFlag;
+  } zRestoring(m_bRestoringImage);
+  CopyImage(m_iImageToRestore, m_iImageToRestore);
+  m_iImageToRestore = 0;
 }
 
 void KivFastFileContainerBase::CopyImage(uint64_t iLength, uint64_t iPresent) {
@@ -249,6 +270,7 @@ void KivFastFileContainerBase::Flush() {
       !pzFile->PrepareDirectBuffer(iCapacity))
     KIV_FAIL();
   const uint64_t iCopied = CopyUnusedRecordFile(*pzFile, m_iEndPosition, iLength, true);
+  m_iKnownLength = std::max(m_iKnownLength, m_iEndPosition + iCopied);
   KIV_CHECK_AS(iCopied == iLength, "iRead == zHeaderInfo.zBaseFileHeaderInfo.m_iUnusedRecordFileLength");
 }
 

@@ -34,7 +34,7 @@ KivContainerCheck KivFastFileContainerBase::FullCheck() {
   std::vector<FreeRecord> vzFree;   // of the main file
   std::vector<FreeRecord> vzPairs;  // of the tree
   const KivSharedPtr<ISnapShotFile> pzFile = GetBaseFile();
-  const uint64_t iLength = m_zBaseAccess.GetLength(*pzFile);
+  const uint64_t iLength = GetBaseFileLength();
 
   // Records.
   uint64_t iEnd = m_iEndPosition;

@@ -21,7 +21,6 @@ constexpr uint64_t kBackPointerSize = 8;
 constexpr uint64_t kSmallestSplit = 50;  // a smaller rest stays in the record as slack
 constexpr uint64_t kSpareCapacity = 1024;
 constexpr uint64_t kZeroStep = 0x100000;
-constexpr Position kLastReadable = 0x7FFFFFFFFFFFFFFF - 0x10000;
 
 }  // namespace
 
@@ -32,9 +31,11 @@ void KivFastFileContainerBase::ReserveCapacity(uint64_t iPayloadSize) {
     const uint64_t iNeeded = m_iEndPosition + iPayloadSize + kSpareCapacity;
     const uint64_t iCapacity = pzFile->GetDirectBufferSize();
     if (iCapacity < iNeeded && iCapacity != m_iFixedCapacity) {
-      if (!pzFile->PrepareDirectBuffer(std::max(m_iEndPosition + (m_iEndPosition >> 5), iNeeded))) KIV_FAIL();
-      // A read-only file keeps its capacity, and asking again would map it anew each time.
-      if (pzFile->GetDirectBufferSize() == iCapacity) m_iFixedCapacity = iCapacity;
+      if (!pzFile->PrepareDirectBuffer(std::max(m_iEndPosition + (m_iEndPosition >> 5), iNeeded)))
+        KIV_FAIL();
+      else if (pzFile->GetDirectBufferSize() == iCapacity)
+        // A read-only file keeps its capacity, and asking again would map it anew each time.
+        m_iFixedCapacity = iCapacity;
     }
   }
   const KivSharedPtr<ISnapShotFile> pzUnused = GetUnusedRecordFile();
@@ -71,6 +72,7 @@ uint64_t KivFastFileContainerBase::WriteRecord(Position iFile, uint64_t iRecordS
   uint8_t acBack[kBackPointerSize];
   KivStore<uint64_t>(acBack, iFile);
   WriteBaseFile(iFile + iRecordSize - kBackPointerSize, acBack, sizeof acBack);
+  m_iKnownLength = std::max(m_iKnownLength, iFile + iRecordSize);
   return iFile + iRecordSize;
 }
 
@@ -88,7 +90,7 @@ void KivFastFileContainerBase::WriteFreeRecord(Position iFile, uint64_t iRecordS
 bool KivFastFileContainerBase::ReadSizes(Position iFile, uint64_t& iRecordSize, uint64_t& iFileSize) {
   uint8_t acSizes[16] = {};
   uint64_t nRead = 0;
-  if (iFile <= kLastReadable) nRead = ReadBaseFile(iFile, acSizes, sizeof acSizes);
+  if (IsInBaseFile(iFile, sizeof acSizes)) nRead = ReadBaseFile(iFile, acSizes, sizeof acSizes);
   if (!KIV_CHECK_AS(nRead == sizeof acSizes, "nRead == sizeof(Position)")) return false;
   iRecordSize = KivLoad<uint64_t>(acSizes);
   iFileSize = KivLoad<uint64_t>(acSizes + 8);
@@ -160,8 +162,12 @@ Position KivFastFileContainerBase::AddRecord(const KivContainerData& zData) {
     }
     KIV_FAIL();
   }
-  iFile = m_iEndPosition;
-  m_iEndPosition = WriteRecord(iFile, iRecordSize, zData);
+  return AppendRecord(zData);
+}
+
+Position KivFastFileContainerBase::AppendRecord(const KivContainerData& zData) {
+  const Position iFile = m_iEndPosition;
+  m_iEndPosition = WriteRecord(iFile, zData.m_iSize + kFrameSize, zData);
   return iFile;
 }
 
@@ -174,7 +180,8 @@ KivContainerRecordWithSizes KivFastFileContainerBase::GetRecordWithSizes(Positio
   zRecord.m_iRecordSize = iRecordSize;
   zRecord.m_iFileSize = iFileSize;
   if (iRecordSize == iFileSize) return zRecord;
-  if (iRecordSize < kFrameSize || iFileSize > iRecordSize - kFrameSize) {
+  if (iRecordSize < kFrameSize || iFileSize > iRecordSize - kFrameSize ||
+      !IsInBaseFile(iFile + kPayloadOffset, iFileSize)) {
     KIV_FAIL();
     return zRecord;
   }
@@ -274,64 +281,102 @@ Position KivFastFileContainerBase::MoveRecord(Position iFile, Position& iStart, 
   KIV_CHECK(!m_bContainerLocked);
   Position iCurrent = std::max(iStart, kFirstRecord);
 
-  const KivContainerRecord zRecord = GetRecord(iFile);
-  if (!zRecord.m_pzFile) {
-    KIV_FAIL();
-    return iFile;
-  }
-  const uint32_t iFileSize = zRecord.m_iFileSize;
-  uint64_t iOldRecordSize = 0;
-  uint64_t iOldFileSize = 0;
+  const KivContainerRecordWithSizes zRecord = GetRecordWithSizes(iFile);
   // What cannot be freed must not be stored a second time. This bounds the buffer too.
-  if (!ReadSizes(iFile, iOldRecordSize, iOldFileSize) || !IsWholeRecord(iFile, iOldRecordSize)) {
+  if (!zRecord.m_pzFile || zRecord.m_iFileSize > UINT32_MAX || !IsWholeRecord(iFile, zRecord.m_iRecordSize)) {
     KIV_FAIL();
     return iFile;
   }
+  const auto iFileSize = static_cast<uint32_t>(zRecord.m_iFileSize);
   std::vector<uint8_t> vcPayload(std::max<size_t>(iFileSize, 1));
   if (ReadBaseFile(zRecord.m_iOffset, vcPayload.data(), iFileSize) != iFileSize) {
     KIV_FAIL();
     return iFile;
   }
-  DeleteRecordChecked(iFile);
-
   const KivContainerData zData(vcPayload.data(), iFileSize);
-  const uint64_t iNeeded = iFileSize + kFrameSize;
+  Position iStoredAt = NULL_FILE_INDEX;
+  bool bFreed = false;
+  try {
+    DeleteRecordChecked(iFile);
+    bFreed = true;
+    const Position iMoved = MoveFreedPayload(iCurrent, zData, iStart, iStoredAt);
+    if (piStoredAt != nullptr) *piStoredAt = iStoredAt;
+    return iMoved;
+  } catch (...) {
+    // The payload is in the buffer alone from the moment its record was freed; the report must not take it along.
+    const bool bThere = !bFreed && IsStillThere(iFile, zRecord.m_iRecordSize, zRecord.m_iFileSize);
+    if (iStoredAt == NULL_FILE_INDEX) iStoredAt = bThere ? iFile : StoreAgain(zData);
+    if (piStoredAt != nullptr) *piStoredAt = iStoredAt;
+    throw;
+  }
+}
+
+// Stores the payload of a record that was freed at the first free record from iCurrent on that holds it, and gives its
+// position; else like any other, and gives 0.
+Position KivFastFileContainerBase::MoveFreedPayload(Position iCurrent, const KivContainerData& zData, Position& iStart,
+                                                    Position& iStoredAt) {
+  const uint64_t iNeeded = zData.m_iSize + kFrameSize;
   while (iCurrent < m_iEndPosition) {
     uint64_t iRecordSize = 0;
     uint64_t iSize = 0;
     if (!ReadSizes(iCurrent, iRecordSize, iSize)) break;
-    if (iRecordSize < kFrameSize || iRecordSize > m_iEndPosition - iCurrent) {
+    if (iRecordSize < kFrameSize) {
       KIV_FAIL();
       break;
     }
-    if (iRecordSize == iSize && iSize >= iNeeded) {
+    if (iRecordSize > m_iEndPosition - iCurrent) break;
+    if (iRecordSize == iSize && iSize >= iNeeded && IsWholeRecord(iCurrent, iSize)) {
       ReserveCapacity(0);
-      if (RemoveFreeRecord(0, iSize, iCurrent)) {
-        WriteRecord(iCurrent, SplitFreeRecord(iCurrent, iSize, iNeeded), zData);
-        iStart = iCurrent;
-        if (piStoredAt != nullptr) *piStoredAt = iCurrent;
-        return iCurrent;
-      }
-      KIV_FAIL();  // no free record of the tree's
+      // A free record that the tree does not know holds the payload all the same.
+      if (!RemoveFreeRecord(0, iSize, iCurrent)) KIV_FAIL();
+      WriteRecord(iCurrent, SplitFreeRecord(iCurrent, iSize, iNeeded), zData);
+      iStart = iCurrent;
+      iStoredAt = iCurrent;
+      return iCurrent;
     }
     iCurrent += iRecordSize;
   }
-  const Position iStored = AddRecord(zData);
-  if (iStored == NULL_FILE_INDEX) KIV_FAIL();
-  if (piStoredAt != nullptr) *piStoredAt = iStored;
+  iStoredAt = AddRecord(zData);
+  if (iStoredAt == NULL_FILE_INDEX) KIV_FAIL();
   return NULL_FILE_INDEX;
+}
+
+// True if freeing this record ended before it touched its bytes.
+bool KivFastFileContainerBase::IsStillThere(Position iFile, uint64_t iRecordSize, uint64_t iFileSize) {
+  try {
+    uint8_t acSizes[16] = {};
+    return ReadBaseFile(iFile, acSizes, sizeof acSizes) == sizeof acSizes && KivLoad<uint64_t>(acSizes) == iRecordSize &&
+           KivLoad<uint64_t>(acSizes + 8) == iFileSize && IsWholeRecord(iFile, iRecordSize);
+  } catch (const std::exception&) {
+    return false;
+  }
+}
+
+// For a payload that would be lost otherwise: behind the records where the tree does not let it in. 0 if it cannot be
+// written.
+Position KivFastFileContainerBase::StoreAgain(const KivContainerData& zData) {
+  try {
+    return AddRecord(zData);
+  } catch (const std::exception&) {
+  }
+  try {
+    ReserveCapacity(zData.m_iSize);
+    return AppendRecord(zData);
+  } catch (const std::exception&) {
+    return NULL_FILE_INDEX;
+  }
 }
 
 bool KivFastFileContainerBase::PrefetchRecord(Position iFile, uint32_t iMode) {
   KIV_CHECK(!m_bContainerLocked);
   const KivSharedPtr<ISnapShotFile> pzFile = GetBaseFile();
-  if (iFile > kLastReadable || !pzFile->IsRangeCached(iFile, iFile + kPayloadOffset, iMode)) return false;
+  if (!IsInBaseFile(iFile, kPayloadOffset) || !pzFile->IsRangeCached(iFile, iFile + kPayloadOffset, iMode)) return false;
   uint64_t iRecordSize = 0;
   uint64_t iFileSize = 0;
   if (!ReadSizes(iFile, iRecordSize, iFileSize)) return false;
   if (iRecordSize == iFileSize) return true;
   const Position iPayload = iFile + kPayloadOffset;
-  if (iFileSize > kLastReadable - iPayload) return false;
+  if (!IsInBaseFile(iPayload, iFileSize)) return false;
   return pzFile->IsRangeCached(iPayload, iPayload + iFileSize, iMode);
 }
 

@@ -8,6 +8,7 @@
 #include "KivSysClock.h"
 #include "KivSysFile.h"
 #include "KivSysFolder.h"
+#include "KivWinFile.h"
 
 namespace kiv {
 namespace {
@@ -39,6 +40,10 @@ bool IsEmptyFile(const KivWString& csPath) {
 
 bool KivFastFileContainerBase::SaveAs(const KivWString& csPath, bool bAlsoIntoPackage) {
   using H = KivContainerHeader;
+  if (!m_bEndInsideFile) {
+    KIV_FAIL();
+    return false;
+  }
   H zOnDisk;
   if (ReadBaseFile(H::kFilePosition, zOnDisk.Data(), H::kSize) != H::kSize) {
     KIV_FAIL();
@@ -54,25 +59,22 @@ bool KivFastFileContainerBase::SaveAs(const KivWString& csPath, bool bAlsoIntoPa
     KIV_FAIL();
     return false;
   }
+  // All of the image is at hand before its file is created.
   const uint64_t iLength = zHeader.U64(H::UnusedRecordFileLength);
-  const KivWString csSidePath = csPath + kSideFile;
-  {
-    const KivSharedPtr<ISnapShotFile> pzUnused = GetUnusedRecordFile();
-    if (pzUnused->GetLength() < iLength) {
-      KIV_FAIL();
-      return false;
-    }
-    KivSysFile zFile = CreateTarget(csSidePath);
-    if (!zFile.IsOpen()) {
-      KIV_FAIL();
-      return false;
-    }
-    const KivSharedPtr<ISnapShotFile> pzSide = KivCreateFile(std::move(zFile));
-    if (CopyUnusedRecordFile(*pzSide, 0, iLength, false) != iLength) {
-      KIV_FAIL();
-      return false;
-    }
+  std::vector<uint8_t> vcImage(static_cast<size_t>(std::max<uint64_t>(iLength, 1)));
+  if (ReadUnusedRecordFile(0, vcImage.data(), iLength) != iLength) {
+    KIV_FAIL();
+    return false;
   }
+  const KivWString csSidePath = csPath + kSideFile;
+  KivSysFile zFile = CreateTarget(csSidePath);
+  if (!zFile.IsOpen()) {
+    KIV_FAIL();
+    return false;
+  }
+  const KivSharedPtr<ISnapShotFile> pzSide = KivCreateFile(std::move(zFile));
+  pzSide->Write(0, vcImage.data(), iLength);
+  if (auto* pSide = dynamic_cast<KivWinFile*>(pzSide.Get()); pSide != nullptr && pSide->TakeWriteFailure()) return false;
   if (bAlsoIntoPackage && IsMultiFileContainer() && !AddSavedPatch(csPath, csSidePath)) {
     KIV_FAIL();
     return false;
@@ -99,7 +101,7 @@ KivSaveInSlicesResult KivFastFileContainerBase::SaveInSlices(const KivWString& c
       KIV_FAIL();
       return KivSaveInSlicesResult::TargetNotCreated;
     }
-    if (m_iEndPosition >= GetBaseFile()->GetLength()) {
+    if (!m_bEndInsideFile || m_iEndPosition >= GetBaseFile()->GetLength()) {
       KIV_FAIL();
       return KivSaveInSlicesResult::NothingBehindRecords;
     }
