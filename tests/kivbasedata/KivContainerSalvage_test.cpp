@@ -9,12 +9,14 @@
 
 #include "KivFastFileContainer.h"
 #include "KivFileFactory.h"
+#include "KivException.h"
 #include "KivFormatRegistry.h"
 #include "KivSysFile.h"
 #include "KivTestChild.h"
 #include "KivTestContainer.h"
 #include "KivTestReport.h"
 #include "KivTestScale.h"
+#include "KivWritableMemFile.h"
 
 using namespace kiv;
 using namespace kivtest;
@@ -122,6 +124,110 @@ TEST_F(ContainerSalvage, AHeaderThatIsGoneIsReplacedByADefaultOne) {
   const KivSalvageReport zReport = SalvageTen(z, vcMain, {});
   EXPECT_FALSE(zReport.m_bHeaderKept);
   EXPECT_TRUE(zReport.m_vzLost.empty());
+}
+
+TEST_F(ContainerSalvage, AHeaderThatThisProcessWouldRefuseIsReplacedAndItsTablesAreKept) {
+  Ten z;
+  for (const size_t iOffset : {0u, 8u, 16u, 43u, 55u, 56u}) {  // generation, mark, minor version, floats, application
+    SCOPED_TRACE(iOffset);
+    Bytes vcMain = Content(*z.pzMain);
+    vcMain[8 + iOffset] ^= 0x5A;
+    PutU64(vcMain, 8 + 120, z.viFile[2]);
+    PutU32(vcMain, 8 + 140, 1);
+    const KivSalvageReport zReport = SalvageTen(z, vcMain, {});  // which opens the new file
+    EXPECT_FALSE(zReport.m_bHeaderKept);
+    EXPECT_FALSE(zReport.m_bPositionTableLost);
+    const auto pzNew = MakeMemory();
+    KivSalvageContainer(*MakeUnmanagedMemory(vcMain), pzNew);
+    EXPECT_EQ(U64At(Content(*pzNew), 8 + 120), z.viFile[2]);
+    EXPECT_EQ(U32At(Content(*pzNew), 8 + 140), 1u);
+    EXPECT_EQ(U32At(Content(*pzNew), 8 + 56), 5u);
+  }
+}
+
+TEST_F(ContainerSalvage, OneOfTheByteOrderMarksIsEnoughToTakeTheTablesAndNoneIsNot) {
+  Ten z;
+  for (const uint32_t iDamaged : {1u, 2u, 3u}) {
+    Bytes vcMain = Content(*z.pzMain);
+    PutU64(vcMain, 8 + 120, z.viFile[2]);
+    if ((iDamaged & 1) != 0) vcMain[8 + 28] ^= 1;
+    if ((iDamaged & 2) != 0) vcMain[8 + 32] ^= 1;
+    const auto pzNew = MakeMemory();
+    EXPECT_FALSE(KivSalvageContainer(*MakeUnmanagedMemory(vcMain), pzNew).m_bHeaderKept);
+    EXPECT_EQ(U64At(Content(*pzNew), 8 + 120), iDamaged != 3 ? z.viFile[2] : 0u);
+  }
+}
+
+TEST_F(ContainerSalvage, RecordsOfThePreviousGenerationStayThatEvenIfTheirHeaderIsReplaced) {
+  Ten z;
+  for (const bool bDamaged : {false, true}) {
+    Bytes vcMain = Content(*z.pzMain);
+    std::fill_n(vcMain.begin() + 8, 8, uint8_t{0x13});
+    if (bDamaged) vcMain[8] = 0xEE;  // seven are left
+    const auto pzNew = MakeMemory();
+    EXPECT_EQ(KivSalvageContainer(*MakeUnmanagedMemory(vcMain), pzNew).m_bHeaderKept, !bDamaged);
+    KivFastFileContainer zContainer(pzNew, nullptr);
+    EXPECT_EQ(zContainer.GetStatus(), KivContainerStatus::Usable);
+    EXPECT_EQ(zContainer.GetGeneration(), 0x13);
+  }
+}
+
+namespace {
+
+// A disk on which a stretch cannot be read.
+class BadDisk : public KivWritableMemFile {
+ public:
+  bool CanUseDirectBuffer() override { return false; }
+  uint64_t DoRead(uint64_t iOffset, void* lpBuf, uint64_t nCount) override {
+    if (iOffset + nCount <= m_iBadFrom || iOffset >= m_iBadTo) return KivWritableMemFile::DoRead(iOffset, lpBuf, nCount);
+    if (m_bReports) KivReportFailure("0", "BadDisk", 1);
+    return iOffset < m_iBadFrom ? KivWritableMemFile::DoRead(iOffset, lpBuf, m_iBadFrom - iOffset) : 0;
+  }
+  uint64_t m_iBadFrom = 0;
+  uint64_t m_iBadTo = 0;
+  bool m_bReports = false;
+};
+
+}  // namespace
+
+TEST_F(ContainerSalvage, ARecordThatTheDiskDoesNotGiveIsLostAndFreeAndNoOther) {
+  std::vector<Position> viFile;
+  const auto pzMain = MakeUnmanagedMemory();
+  {
+    KivFastFileContainer zContainer(pzMain, MakeUnmanagedMemory(), nullptr);
+    for (uint64_t i = 0; i < 10; ++i) viFile.push_back(AddBytes(zContainer, PayloadOf(i, 20000)));
+  }
+  for (const uint64_t iInRecord : {0u, 9000u, 20020u})  // its head, its payload, its back pointer
+    for (const bool bReports : {false, true}) {
+      SCOPED_TRACE(iInRecord);
+      BadDisk zDisk;
+      zDisk.m_vcData = Content(*pzMain);
+      zDisk.m_iBadFrom = viFile[4] + iInRecord;
+      zDisk.m_iBadTo = zDisk.m_iBadFrom + 1;
+      zDisk.m_bReports = bReports;
+      const auto pzNew = MakeMemory();
+      const KivSalvageReport zReport = KivSalvageContainer(zDisk, pzNew);
+      EXPECT_TRUE(zReport.m_bDone);
+      EXPECT_TRUE(zReport.m_bHeaderKept);
+      EXPECT_EQ(zReport.m_iEndPosition, viFile[9] + 20024);
+      zDisk.m_iBadFrom = zDisk.m_iBadTo = 0;
+      KivFastFileContainer zContainer(pzNew, nullptr);
+      const KivContainerCheck zCheck = zContainer.FullCheck();
+      EXPECT_TRUE(zCheck.IsSound()) << zCheck.GetText();
+      EXPECT_EQ(zCheck.m_iUsedRecordNum, zReport.m_iUsedRecordNum);
+      // The piece that cannot be read reaches into a neighbour's head or back pointer at most.
+      EXPECT_GE(zReport.m_iUsedRecordNum, iInRecord == 9000 ? 9u : 8u);
+      EXPECT_FALSE(zContainer.GetRecord(viFile[4]).m_pzFile);
+      for (size_t i = 0; i < 10; ++i)
+        if (i < 3 || i > 5) {
+          EXPECT_EQ(PayloadAt(zContainer, viFile[i]), PayloadOf(i, 20000)) << i;
+        }
+      if (iInRecord == 9000) {
+        ASSERT_EQ(zReport.m_vzLost.size(), 1u);
+        EXPECT_EQ(zReport.m_vzLost[0].m_iPosition, viFile[4]);
+        EXPECT_EQ(zReport.m_iLostBytes, 20024u);
+      }
+    }
 }
 
 TEST_F(ContainerSalvage, ATreeThatIsGoneIsBuiltAnew) {

@@ -70,7 +70,9 @@ struct KivLostRange {
 
 struct KivSalvageReport {
   bool m_bDone = false;               // the new file was written
-  bool m_bHeaderKept = false;         // the old header was of use; otherwise the new file has a default one
+  // This process could open a file with the old header, and the new file has it. Otherwise it has a default one; the
+  // generation and what concerns the position tables are still taken from the old one where its byte order is right.
+  bool m_bHeaderKept = false;
   bool m_bPositionTableLost = false;  // the header named a first position table that is no record any more
   uint64_t m_iUsedRecordNum = 0;
   uint64_t m_iFreeRecordNum = 0;
@@ -83,8 +85,8 @@ struct KivSalvageReport {
 
 // Rebuilds header and tree of a damaged main file from its records, which describe themselves, into a new, empty one.
 // Every record keeps its position; what was lost becomes free space. Where the walk meets no whole record it searches
-// byte by byte for the next one. Nothing is reported about the damaged file; it is not changed. Memory is bounded by
-// the number of records.
+// byte by byte for the next one. A record whose bytes cannot be read is lost too. Nothing that the damaged file reports
+// ends the salvage; it is not changed. Memory is bounded by the number of records.
 KivSalvageReport KivSalvageContainer(ISnapShotFile& zDamaged, const KivSharedPtr<ISnapShotFile>& pzNewFile);
 
 }  // namespace kiv

@@ -1,6 +1,7 @@
 // Rebuilds a damaged container from its records.
 #include <algorithm>
 #include <cstring>
+#include <exception>
 
 #include "KivContainerCheck.h"
 #include "KivFastFileContainer.h"
@@ -11,8 +12,19 @@ namespace {
 
 constexpr uint64_t kFirst = KivFastFileContainerBase::kFirstRecord;
 constexpr uint64_t kFrame = KivFastFileContainerBase::kFrameSize;
+constexpr uint64_t kPiece = 0x1000;
 
-// Reads numbers of a file by way of a window, so that a search byte by byte does not ask the file for each.
+// What a failing disk still gives: the number of bytes read. Nothing of it is a report of the salvage.
+uint64_t ReadWhatIsThere(ISnapShotFile& zFile, uint64_t iOffset, void* lpBuf, uint64_t nCount) {
+  try {
+    return std::min(zFile.Read(iOffset, lpBuf, nCount), nCount);
+  } catch (const std::exception&) {
+    return 0;
+  }
+}
+
+// Reads numbers of a file by way of a window, so that a search byte by byte does not ask the file for each. What
+// cannot be read counts as zeros, piece by piece.
 class WindowReader {
  public:
   WindowReader(ISnapShotFile& zFile, uint64_t iLength, uint64_t iWindow)
@@ -24,13 +36,21 @@ class WindowReader {
     if (iOffset < m_iStart || iOffset + 8 > m_iStart + m_iFilled) {
       m_iStart = iOffset;
       m_iFilled = std::min<uint64_t>(m_vcWindow.size(), m_iLength - iOffset);
-      const uint64_t nRead = m_zFile.Read(m_iStart, m_vcWindow.data(), m_iFilled);
-      if (nRead < m_iFilled) std::memset(m_vcWindow.data() + nRead, 0, static_cast<size_t>(m_iFilled - nRead));
+      if (ReadWhatIsThere(m_zFile, m_iStart, m_vcWindow.data(), m_iFilled) < m_iFilled) FillByPieces();
     }
     return KivLoad<uint64_t>(m_vcWindow.data() + (iOffset - m_iStart));
   }
 
  private:
+  void FillByPieces() {
+    for (uint64_t iDone = 0; iDone < m_iFilled; iDone += kPiece) {
+      const uint64_t nCount = std::min(kPiece, m_iFilled - iDone);
+      uint8_t* const pPiece = m_vcWindow.data() + iDone;
+      const uint64_t nRead = ReadWhatIsThere(m_zFile, m_iStart + iDone, pPiece, nCount);
+      std::memset(pPiece + nRead, 0, static_cast<size_t>(nCount - nRead));
+    }
+  }
+
   ISnapShotFile& m_zFile;
   uint64_t m_iLength;
   std::vector<uint8_t> m_vcWindow;
@@ -48,7 +68,7 @@ class KivContainerSalvager : public KivFastFileContainer {
         m_zDamaged(zDamaged),
         m_iLength(zDamaged.GetLength()),
         m_zWalk(zDamaged, m_iLength, 0x100000),
-        m_zBack(zDamaged, m_iLength, 0x1000) {}
+        m_zBack(zDamaged, m_iLength, kPiece) {}
 
   KivSalvageReport Run();
 
@@ -56,7 +76,7 @@ class KivContainerSalvager : public KivFastFileContainer {
   uint64_t TakeHeader();
   bool IsRecord(Position iFile, uint64_t& iRecordSize, bool& bFree);
   Position FindNextRecord(Position iFrom);
-  void TakeUsed(Position iFile, uint64_t iRecordSize);
+  bool TakeUsed(Position iFile, uint64_t iRecordSize);
   void PutPendingFree();
 
   ISnapShotFile& m_zDamaged;
@@ -73,20 +93,29 @@ uint64_t KivContainerSalvager::TakeHeader() {
   using H = KivContainerHeader;
   if (m_iLength < H::kFilePosition + H::kSize) return 0;
   H zOld;
-  if (m_zDamaged.Read(H::kFilePosition, zOld.Data(), H::kSize) != H::kSize) return 0;
-  H zOwn;
-  zOwn.SetInfo(zHeaderInfo);
-  const uint8_t iGeneration = zOld.Byte(H::FormatVersion);
-  if (iGeneration != H::kCurrentGeneration && iGeneration != H::kPreviousGeneration) return 0;
-  if (zOld.U32(H::ByteOrderMark32) != zOwn.U32(H::ByteOrderMark32)) return 0;
-  if (zOld.U64(H::ByteOrderMark64) != zOwn.U64(H::ByteOrderMark64)) return 0;
-  m_zReport.m_bHeaderKept = true;
+  if (ReadWhatIsThere(m_zDamaged, H::kFilePosition, zOld.Data(), H::kSize) != H::kSize) return 0;
+  H zNew;
+  zNew.SetInfo(zHeaderInfo);
+  if (zOld.U32(H::ByteOrderMark32) != zNew.U32(H::ByteOrderMark32) &&
+      zOld.U64(H::ByteOrderMark64) != zNew.U64(H::ByteOrderMark64))
+    return 0;
   m_iFirstPositionTable = zOld.U64(H::FirstPositionTable);
   m_iMultiFilePositionExtension = zOld.U32(H::MultiFilePositionExtension);
   m_iIndexForMultiFilePositionExtension = zOld.U32(H::IndexForMultiFilePositionExtension);
   m_iFilePositionTableMode = zOld.U32(H::FilePositionTableMode);
-  zOld.GetInfo(zHeaderInfo);
-  WriteBaseFile(H::kFilePosition, zOld.Data(), H::kSize);  // the flush at the end brings the tree's fields
+  // With a header that this process refuses nobody could open the new file.
+  m_zReport.m_bHeaderKept = IsCompatibleHeader(zOld);
+  if (m_zReport.m_bHeaderKept) {
+    zNew = zOld;
+  } else {
+    // The records are still those of their generation, which the mark says eight times.
+    const uint8_t* const pMark = zOld.Data() + H::FormatVersion;
+    const auto nPrevious = std::count(pMark, pMark + 8, H::kPreviousGeneration);
+    if (nPrevious > std::count(pMark, pMark + 8, H::kCurrentGeneration))
+      zNew.Fill8(H::FormatVersion, H::kPreviousGeneration);
+  }
+  zNew.GetInfo(zHeaderInfo);
+  WriteBaseFile(H::kFilePosition, zNew.Data(), H::kSize);  // the flush at the end brings the tree's fields
   return zOld.U64(H::EndPosition);
 }
 
@@ -109,17 +138,19 @@ Position KivContainerSalvager::FindNextRecord(Position iFrom) {
   return 0;
 }
 
-void KivContainerSalvager::TakeUsed(Position iFile, uint64_t iRecordSize) {
+// False if its bytes cannot be read; the new file then has no record there.
+bool KivContainerSalvager::TakeUsed(Position iFile, uint64_t iRecordSize) {
   PutPendingFree();
   ReserveCapacity(iRecordSize);
   std::vector<uint8_t> vcBuffer(static_cast<size_t>(std::min<uint64_t>(iRecordSize, 0x100000)));
   for (uint64_t iDone = 0; iDone < iRecordSize;) {
     const uint64_t nCount = std::min<uint64_t>(iRecordSize - iDone, vcBuffer.size());
-    m_zDamaged.Read(iFile + iDone, vcBuffer.data(), nCount);
+    if (ReadWhatIsThere(m_zDamaged, iFile + iDone, vcBuffer.data(), nCount) != nCount) return false;
     WriteBaseFile(iFile + iDone, vcBuffer.data(), nCount);
     iDone += nCount;
   }
   m_iEndPosition = iFile + iRecordSize;
+  return true;
 }
 
 void KivContainerSalvager::PutPendingFree() {
@@ -154,8 +185,10 @@ KivSalvageReport KivContainerSalvager::Run() {
     if (IsRecord(iFile, iRecordSize, bFree)) {
       if (bFree) {
         AddFree(iFile, iFile + iRecordSize);
+      } else if (!TakeUsed(iFile, iRecordSize)) {
+        AddLost(iFile, iFile + iRecordSize);
+        AddFree(iFile, iFile + iRecordSize);
       } else {
-        TakeUsed(iFile, iRecordSize);
         ++m_zReport.m_iUsedRecordNum;
         if (iFile == iNamedTable) bTableFound = true;
       }
