@@ -217,20 +217,48 @@ KIV_TEST_CHILD(HeaderVeto) {
   zHeader.SetU32(H::WriterApplication, 2);
   CHILD_CHECK(!IsCompatibleHeader(zHeader));  // asked all the same, before the application counts
   CHILD_CHECK((g_viAsked == std::vector<uint32_t>{1234, 0}));
-  zHeader = Header(5, 0x14, 11);  // refused before the callback
+  // Refused before the callback: generation, mark, minor version.
+  CHILD_CHECK(!IsCompatibleHeader(Header(5, 0x15)));
+  zHeader = Header(5);
+  zHeader.Data()[8] = 0;
   CHILD_CHECK(!IsCompatibleHeader(zHeader));
+  CHILD_CHECK(!IsCompatibleHeader(Header(5, 0x14, 11)));
   CHILD_CHECK(g_viAsked.size() == 2);
+  // Behind it: the byte order, and the application.
   zHeader = Header(5);
   zHeader.SetU32(H::ByteOrderMark32, 0);  // refused behind it
   CHILD_CHECK(!IsCompatibleHeader(zHeader));
   CHILD_CHECK(g_viAsked.size() == 3);
   g_bVetoAnswer = false;
   CHILD_CHECK(!IsCompatibleHeader(Header(5)));
+  CHILD_CHECK(g_viAsked.size() == 4);
+  return 0;
+}
+
+KIV_TEST_CHILD(HeaderVetoOfAForeignApplication) {
+  KivSetFormatCompatibilityCallback(Veto);
+  KivSetFormatVersion(1);
+  KivSetFormatApplication(7);
+  H zHeader = Header(2, 0x13, 99);  // a previous generation passes up to the application, which refuses it
+  zHeader.SetU32(H::WriterVersion, 1234);
+  CHILD_CHECK(!IsCompatibleHeader(zHeader));
+  CHILD_CHECK((g_viAsked == std::vector<uint32_t>{0}));
+  return 0;
+}
+
+KIV_TEST_CHILD(HeaderVetoNotRegistered) {
+  KivSetFormatCompatibilityCallback(Veto);
+  KivSetFormatVersion(1);
+  NoThrowScope zNoThrow;
+  CHILD_CHECK(!IsCompatibleHeader(Header(0)));  // the registration is asked before the callback
+  CHILD_CHECK(g_viAsked.empty());
   return 0;
 }
 
 TEST(ContainerHeader, TheVetoIsAskedInItsPlaceWithTheWriterVersionOfOwnFilesElseZero) {
   EXPECT_EQ(RunChild("HeaderVeto"), 0);
+  EXPECT_EQ(RunChild("HeaderVetoOfAForeignApplication"), 0);
+  EXPECT_EQ(RunChild("HeaderVetoNotRegistered"), 0);
 }
 
 KIV_TEST_CHILD(HeaderNotRegistered) {

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "KivTestReport.h"
+#include "KivTestReportSource.h"
 
 using namespace kiv;
 
@@ -45,7 +46,7 @@ TEST(FormatRegistry, AnotherValueIsReportedAndTheFirstOneStays) {
   KivSetFormatVersion(7);
   KivSetFormatApplication(5);
   KivSetFormatCompatibilityCallback(nullptr);
-  EXPECT_REPORT(KivSetFormatVersion(8), "0");
+  EXPECT_REPORT_FROM(KivSetFormatVersion(8), "0", "KivFastFileContainer");
   EXPECT_REPORT(KivSetFormatApplication(0xFFFFFFFF), "0");
   EXPECT_REPORT(KivSetFormatCompatibilityCallback(&AcceptAll), "0");
   kivtest::NoThrowScope zNoThrow;

@@ -10,7 +10,7 @@
 namespace kiv {
 namespace {
 
-constexpr char kSource[] = "KivFastFileContainer";
+constexpr char kSource[] = "src\\KivFastFileContainerBase";
 
 constexpr uint32_t kByteOrderMark32 = 0x01020408;
 constexpr uint64_t kByteOrderMark64 = 0x0102040810111214;
@@ -46,7 +46,7 @@ uint64_t KivGetExecutableFileTime() {
 }
 
 KivContainerHeader KivContainerHeader::MakeDefault() {
-  KIV_CHECK(IsInitialized());
+  if (!IsInitialized()) KivReportFailure("IsInitialized()", "KivFastFileContainer", __LINE__);
   KivContainerHeader zHeader;
   zHeader.Fill8(FormatVersion, kCurrentGeneration);
   zHeader.Fill8(FormatMark, kFormatMark);

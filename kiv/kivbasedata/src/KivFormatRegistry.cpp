@@ -7,7 +7,7 @@
 namespace kiv {
 namespace {
 
-constexpr char kSource[] = "include\\KivFastFileContainer";
+constexpr char kSource[] = "KivFastFileContainer";
 
 std::optional<KivFormatVeto> g_zVeto;
 std::optional<uint32_t> g_zVersion;
