@@ -6,6 +6,7 @@
 #include "KivFastFileContainer.h"
 #include "KivFormatRegistry.h"
 #include "KivTestContainer.h"
+#include "KivTestPositionTables.h"
 #include "KivTestReport.h"
 
 using namespace kiv;

@@ -17,8 +17,6 @@
 
 namespace kiv {
 
-class KivFastFileContainerBase;
-
 enum class KivSaveTablesResult : int32_t {
   Done = 0,
   UnequalLengths = 10,
@@ -40,8 +38,7 @@ enum class KivRewriteAllTablesResult : int32_t {
 
 enum class KivRemoveAllTablesResult : int32_t { Done = 0, NotSaved = 10, NotFreed = 20 };
 
-// How a manager reaches the table elements of its store. The store's own elements stand behind it; where there is a
-// container alone, KivContainerPositionTables does.
+// How a manager reaches the table elements of its store.
 class IKivPositionTableStore {
  public:
   enum class Change { Done, NotATable, NotStored };
@@ -136,26 +133,6 @@ class KivPositionTableManager {
   uint32_t m_iFilePositionTableMode = 0;
   const KivPositionTableManager* m_pzOriginal = nullptr;
   IKivPositionTableStore* m_pzStore = nullptr;
-};
-
-// Tables straight from a container, without elements.
-class KivContainerPositionTables : public IKivPositionTableStore {
- public:
-  explicit KivContainerPositionTables(KivFastFileContainerBase& zContainer) : m_zContainer(zContainer) {}
-
-  Position GetFirstPositionTable() override;
-  void SetFirstPositionTable(Position iFile) override;
-  KivMemoryBlockPositionTable* ReadTable(Position iFile) override;
-  Position NewTable() override;
-  bool FreeTable(Position iFile) override;
-
- protected:
-  KivMemoryBlockPositionTable* BeginChange(Position iFile) override { return ReadTable(iFile); }
-  bool EndChange(Position iFile) override;
-
- private:
-  KivFastFileContainerBase& m_zContainer;
-  std::unique_ptr<KivMemoryBlockPositionTable> m_pzBlock;
 };
 
 }  // namespace kiv
