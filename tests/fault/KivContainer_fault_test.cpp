@@ -302,6 +302,40 @@ TEST(ContainerFault, EachFailedReadOfASalvageLosesWhatItSaysAndNoMore) {
   }
 }
 
+TEST(ContainerFault, ACapacityThatCannotBeSetIsReportedEachTimeAndIsSetWhenTheSystemGivesItAgain) {
+  KivRegisterOwnFormat();
+  TestFolder zFolder;
+  const auto pzMain = MakeFile(FileKind::Mapped, zFolder, u"main.kiv");
+  KivFastFileContainer zContainer(pzMain, MakeFile(FileKind::Mapped, zFolder, u"main.urf"), nullptr);
+  const Bytes vcPayload(200000, 0x31);
+  std::vector<Position> viFile;
+  const auto Add = [&] { viFile.push_back(zContainer.AddRecord(KivContainerData(vcPayload.data(), 200000))); };
+  {
+    KivSysFaultPlan zPlan;
+    zPlan.m_iCall = KivSysCall::MappingCreate;
+    zPlan.m_iNth = 1;
+    zPlan.m_bFromThenOn = true;
+    const KivSysFaultScope zFault(zPlan);
+    EXPECT_NE(ReportOf(Add), u"");
+    NoThrowScope zNoThrow;
+    for (int i = 0; i < 3; ++i) {
+      const uint64_t nBefore = KivGetReportCount();
+      Add();
+      EXPECT_GE(KivGetReportCount(), nBefore + 2);  // of the file and of the container
+    }
+  }
+  Add();
+  EXPECT_GE(pzMain->GetDirectBufferSize(), zContainer.GetEndPosition());
+  ASSERT_EQ(viFile.size(), 4u);
+  for (const Position iFile : viFile) {
+    const KivContainerRecord zRecord = zContainer.GetRecord(iFile);
+    ASSERT_TRUE(zRecord.m_pzFile);
+    Bytes vcRead(zRecord.m_iFileSize);
+    zRecord.m_pzFile->Read(zRecord.m_iOffset, vcRead.data(), vcRead.size());
+    EXPECT_EQ(vcRead, vcPayload);
+  }
+}
+
 TEST(ContainerFault, AnExecutableThatCannotBeReadIsReportedAndItsTimeIsZero) {
   KivRegisterOwnFormat();
   KivSysFaultPlan zPlan;
