@@ -188,8 +188,7 @@ TEST(ContainerFault, EachFailedCallOfASaveInSlicesLeavesTheSourceAndNoCopyThatCa
         if (bThrow && bComplete) {
           EXPECT_EQ(zFolder.ReadBytes(u"copy.kiv").substr(264), strMain.substr(264));
         }
-        EXPECT_EQ(pzContainer->SaveInSlices(zFolder / u"again.kiv", 0),
-                  KivSaveInSlicesResult::Done);
+        EXPECT_EQ(pzContainer->SaveInSlices(zFolder / u"again.kiv", 0), KivSaveInSlicesResult::Done);
         EXPECT_EQ(zFolder.ReadBytes(u"again.kiv").substr(264), strMain.substr(264));
         std::filesystem::remove(std::filesystem::path(zFolder / u"again.kiv"));
       });

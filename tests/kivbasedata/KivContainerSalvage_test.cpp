@@ -7,9 +7,9 @@
 #include <random>
 #include <sstream>
 
+#include "KivException.h"
 #include "KivFastFileContainer.h"
 #include "KivFileFactory.h"
-#include "KivException.h"
 #include "KivFormatRegistry.h"
 #include "KivSysFile.h"
 #include "KivTestChild.h"
@@ -179,7 +179,8 @@ class BadDisk : public KivWritableMemFile {
  public:
   bool CanUseDirectBuffer() override { return false; }
   uint64_t DoRead(uint64_t iOffset, void* lpBuf, uint64_t nCount) override {
-    if (iOffset + nCount <= m_iBadFrom || iOffset >= m_iBadTo) return KivWritableMemFile::DoRead(iOffset, lpBuf, nCount);
+    if (iOffset + nCount <= m_iBadFrom || iOffset >= m_iBadTo)
+      return KivWritableMemFile::DoRead(iOffset, lpBuf, nCount);
     if (m_bReports) KivReportFailure("0", "BadDisk", 1);
     return iOffset < m_iBadFrom ? KivWritableMemFile::DoRead(iOffset, lpBuf, m_iBadFrom - iOffset) : 0;
   }

@@ -233,8 +233,7 @@ TEST_F(ContainerDamage, AnImageThatCannotBeReadStaysToBeReadAndIsNotFlushedOver)
   y.pOdd->m_bShort = true;
   EXPECT_REPORT(y.zContainer.GetUnusedRecordFile(),
                 "iRead == zHeaderInfo.zBaseFileHeaderInfo.m_iUnusedRecordFileLength");
-  EXPECT_REPORT(AddSize(y.zContainer, 100),
-                "iRead == zHeaderInfo.zBaseFileHeaderInfo.m_iUnusedRecordFileLength");
+  EXPECT_REPORT(AddSize(y.zContainer, 100), "iRead == zHeaderInfo.zBaseFileHeaderInfo.m_iUnusedRecordFileLength");
   y.zContainer.SetHeaderDirty();
   EXPECT_NE(ReportOf([&] { y.zContainer.Flush(); }), u"");
   EXPECT_EQ(y.pOdd->m_vcData, vcMain);

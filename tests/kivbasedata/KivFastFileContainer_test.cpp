@@ -707,7 +707,8 @@ TEST_F(Container, WhatIsNoWholeRecordIsReportedAndNotFreed) {
     const Bytes vcBefore = Content(*z.pzMain);
     z.pzMain->Write(iOffset, &iValue, 8);
     const Bytes vcDamaged = Content(*z.pzMain);
-    EXPECT_REPORT_FROM(z.zContainer.DeleteRecord(388), "0", "src\\KivFastFileContainerBase") << iOffset << " " << iValue;
+    EXPECT_REPORT_FROM(z.zContainer.DeleteRecord(388), "0", "src\\KivFastFileContainerBase")
+        << iOffset << " " << iValue;
     NoThrowScope zNoThrow;
     z.zContainer.DeleteRecord(388);
     EXPECT_EQ(Content(*z.pzMain), vcDamaged);

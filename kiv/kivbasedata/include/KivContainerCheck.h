@@ -69,7 +69,7 @@ struct KivLostRange {
 };
 
 struct KivSalvageReport {
-  bool m_bDone = false;               // the new file was written
+  bool m_bDone = false;  // the new file was written
   // This process could open a file with the old header, and the new file has it. Otherwise it has a default one; the
   // generation and what concerns the position tables are still taken from the old one where its byte order is right.
   bool m_bHeaderKept = false;

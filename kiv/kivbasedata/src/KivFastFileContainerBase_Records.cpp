@@ -345,8 +345,9 @@ Position KivFastFileContainerBase::MoveFreedPayload(Position iCurrent, const Kiv
 bool KivFastFileContainerBase::IsStillThere(Position iFile, uint64_t iRecordSize, uint64_t iFileSize) {
   try {
     uint8_t acSizes[16] = {};
-    return ReadBaseFile(iFile, acSizes, sizeof acSizes) == sizeof acSizes && KivLoad<uint64_t>(acSizes) == iRecordSize &&
-           KivLoad<uint64_t>(acSizes + 8) == iFileSize && IsWholeRecord(iFile, iRecordSize);
+    return ReadBaseFile(iFile, acSizes, sizeof acSizes) == sizeof acSizes &&
+           KivLoad<uint64_t>(acSizes) == iRecordSize && KivLoad<uint64_t>(acSizes + 8) == iFileSize &&
+           IsWholeRecord(iFile, iRecordSize);
   } catch (const std::exception&) {
     return false;
   }
@@ -370,7 +371,8 @@ Position KivFastFileContainerBase::StoreAgain(const KivContainerData& zData) {
 bool KivFastFileContainerBase::PrefetchRecord(Position iFile, uint32_t iMode) {
   KIV_CHECK(!m_bContainerLocked);
   const KivSharedPtr<ISnapShotFile> pzFile = GetBaseFile();
-  if (!IsInBaseFile(iFile, kPayloadOffset) || !pzFile->IsRangeCached(iFile, iFile + kPayloadOffset, iMode)) return false;
+  if (!IsInBaseFile(iFile, kPayloadOffset) || !pzFile->IsRangeCached(iFile, iFile + kPayloadOffset, iMode))
+    return false;
   uint64_t iRecordSize = 0;
   uint64_t iFileSize = 0;
   if (!ReadSizes(iFile, iRecordSize, iFileSize)) return false;

@@ -74,7 +74,8 @@ bool KivFastFileContainerBase::SaveAs(const KivWString& csPath, bool bAlsoIntoPa
   }
   const KivSharedPtr<ISnapShotFile> pzSide = KivCreateFile(std::move(zFile));
   pzSide->Write(0, vcImage.data(), iLength);
-  if (auto* pSide = dynamic_cast<KivWinFile*>(pzSide.Get()); pSide != nullptr && pSide->TakeWriteFailure()) return false;
+  if (auto* pSide = dynamic_cast<KivWinFile*>(pzSide.Get()); pSide != nullptr && pSide->TakeWriteFailure())
+    return false;
   if (bAlsoIntoPackage && IsMultiFileContainer() && !AddSavedPatch(csPath, csSidePath)) {
     KIV_FAIL();
     return false;
