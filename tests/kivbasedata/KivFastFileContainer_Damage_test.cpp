@@ -374,13 +374,19 @@ TEST_F(ContainerDamage, PrefetchIsFalseWhereTheFileRefusesTheHeadOrThePayload) {
   }
 }
 
-#ifndef _WIN32  // elsewhere the system keeps a mapped file from being cut
+// --- Mapped --------------------------------------------------------------------------------------
+
 TEST_F(ContainerDamage, AMappedFileThatAnotherProcessCutsIsReportedByTheOperationsThatFollow) {
   const auto pzMain = MakeFile(FileKind::Mapped, m_zFolder, u"main.kiv");
   KivFastFileContainer zContainer(pzMain, MakeFile(FileKind::Mapped, m_zFolder, u"main.urf"), nullptr);
   for (int i = 0; i < 4; ++i) AddSize(zContainer, 100000);
   const Position iLast = 264 + 3 * 100024;
-  std::filesystem::resize_file(std::filesystem::path(m_zFolder / u"main.kiv"), 65536);
+  std::error_code zError;
+  std::filesystem::resize_file(std::filesystem::path(m_zFolder / u"main.kiv"), 65536, zError);
+  if (zError) {  // the system refuses to cut a mapped file
+    EXPECT_NO_REPORT(EXPECT_EQ(zContainer.GetRecord(iLast).m_iFileSize, 100000u));
+    return;
+  }
   NoThrowScope zNoThrow;
   zContainer.GetRecord(iLast);  // zeros, which nobody can tell from the file's own
   const uint64_t nBefore = KivGetReportCount();
@@ -390,4 +396,3 @@ TEST_F(ContainerDamage, AMappedFileThatAnotherProcessCutsIsReportedByTheOperatio
   EXPECT_NE(ReportOf([&] { zContainer.GetRecord(264); }), u"");
   KivSetReportNoThrow(true);
 }
-#endif
