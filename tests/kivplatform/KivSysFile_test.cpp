@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "KivPlatformTest.h"
+#include "KivSysFault.h"
 #include "KivTestFolder.h"
 
 using namespace kiv;
@@ -160,6 +161,21 @@ bool Allows(const SharingCase& zHeld, const SharingCase& zNew) {
 }
 
 }  // namespace
+
+TEST(File, TellsTheRoomOfItsDisk) {
+  const TestFolder zFolder;
+  const KivSysFile zFile =
+      OpenFile(zFolder / u"a", KivSysAccess::ReadWrite, KivSysShare::None, KivSysDisposition::CreateNew);
+  uint64_t nRoom = 0;
+  ASSERT_TRUE(zFile.GetDiskRoom(nRoom));
+  EXPECT_GT(nRoom, 0u);
+  KivSysFaultPlan zPlan;
+  zPlan.m_iCall = KivSysCall::FreeSpace;
+  zPlan.m_iNth = 1;
+  const KivSysFaultScope zFull(zPlan);
+  ASSERT_TRUE(zFile.GetDiskRoom(nRoom));
+  EXPECT_EQ(nRoom, 0u);
+}
 
 TEST(File, ASecondOpenMustFitTheSharingOfTheFirstAndTheOtherWayRound) {
   const TestFolder zFolder;

@@ -17,6 +17,7 @@ enum class KivSysCall : uint32_t {
   FileSetLength,
   FileFlush,
   FileLength,
+  FreeSpace,  // one that fails answers that there is none
   MappingCreate,
   MappingView,
   EventCreate,

@@ -72,6 +72,8 @@ class KivSysFile {
 
   bool GetLength(uint64_t& iLength) const;
   bool SetLength(uint64_t iLength);
+  // Bytes that the file's disk can still take from this user. False where that cannot be told.
+  bool GetDiskRoom(uint64_t& nFree) const;
   bool Flush();
   // Time of the last write, in units of 100 ns since the start of the year 1601 (UTC).
   bool GetWriteTime(uint64_t& iTime) const;

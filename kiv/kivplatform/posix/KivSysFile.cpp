@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <sched.h>
 #include <sys/ioctl.h>
+#include <sys/statvfs.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -317,6 +318,15 @@ bool KivSysFile::SetLength(uint64_t iLength) {
   struct stat zStat;
   if (fstat(static_cast<int>(m_iHandle), &zStat) != 0) return FailWithErrno();
   return Cut(static_cast<int>(m_iHandle), iLength, zStat.st_size);
+}
+
+bool KivSysFile::GetDiskRoom(uint64_t& nFree) const {
+  nFree = 0;
+  if (!FaultAllows(KivSysCall::FreeSpace)) return true;
+  struct statvfs zSystem;
+  if (fstatvfs(static_cast<int>(m_iHandle), &zSystem) != 0) return FailWithErrno();
+  if (__builtin_mul_overflow(uint64_t{zSystem.f_bavail}, uint64_t{zSystem.f_frsize}, &nFree)) nFree = UINT64_MAX;
+  return zSystem.f_blocks != 0;  // a file system that counts no blocks
 }
 
 bool KivSysFile::IsStillThere(uint64_t& iLength) const {

@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdio>
@@ -22,19 +23,33 @@ using sys::posix::FaultAllows;
 
 namespace {
 
+constexpr uint64_t kSmallRoom = 0x1000000;  // reserved without asking how much is free
+
 uint64_t PageSize() {
   static const auto s_nPage = static_cast<uint64_t>(sysconf(_SC_PAGESIZE));
   return s_nPage;
 }
 
-// Disk space for the bytes from iFrom to iTo, so that no store into the mapping can meet a full disk.
-bool Reserve(int iFd, uint64_t iFrom, uint64_t iTo) {
+// Disk space for the bytes from iFrom to iTo, so that no store into the mapping can meet a full disk. What the disk can
+// surely not hold is refused before any of it is taken.
+bool Reserve(KivSysFile& zFile, uint64_t iLength, uint64_t iFrom, uint64_t iTo) {
   if (iFrom >= iTo) return true;
+  const int iFd = static_cast<int>(zFile.GetNativeHandle());
+  const uint64_t nNew = iTo - std::min(iTo, std::max(iFrom, iLength));
+  uint64_t nFree = 0;
+  if (nNew > kSmallRoom && zFile.GetDiskRoom(nFree) && nNew > nFree) return FailWith(ENOSPC);
   int iError;
   do {
     iError = posix_fallocate(iFd, static_cast<off_t>(iFrom), static_cast<off_t>(iTo - iFrom));
   } while (iError == EINTR);
-  return iError == 0 ? true : FailWith(iError);
+  if (iError == 0) return true;
+  // Some of it may have been taken before the disk was full.
+  struct stat zStat;
+  if (iError == ENOSPC && fstat(iFd, &zStat) == 0 && static_cast<uint64_t>(zStat.st_size) > iLength &&
+      ftruncate(iFd, static_cast<off_t>(iLength)) != 0) {
+    // The file stays longer than it was; the failure that counts is the first one.
+  }
+  return FailWith(iError);
 }
 
 // A page of a mapping that has no file behind it any more (cut by others, or the disk failed) raises SIGBUS where it
@@ -172,7 +187,7 @@ bool KivSysMapping::Create(KivSysFile& zFile, bool bReadOnly, uint64_t iCapacity
   }
   // What this mapping covered is reserved already, unless the file was cut meanwhile.
   const uint64_t iReserved = bSameFile && m_iCapacity <= iLength ? m_iCapacity : 0;
-  if (!bReadOnly && !Reserve(iFd, iReserved, iCapacity)) {
+  if (!bReadOnly && !Reserve(zFile, iLength, iReserved, iCapacity)) {
     Close();
     return false;
   }

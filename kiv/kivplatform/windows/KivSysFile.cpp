@@ -1,5 +1,6 @@
 #include "KivSysFile.h"
 
+#include <string>
 #include <utility>
 
 #include "KivSysWindows.h"
@@ -140,6 +141,20 @@ bool KivSysFile::SetLength(uint64_t iLength) {
     return false;
   }
   return SetFilePointerEx(hFile, zTarget, nullptr, FILE_BEGIN) != FALSE && SetEndOfFile(hFile) != FALSE;
+}
+
+bool KivSysFile::GetDiskRoom(uint64_t& nFree) const {
+  nFree = 0;
+  if (sys::FaultFails(KivSysCall::FreeSpace)) return true;
+  wchar_t acName[1024] = {};
+  const DWORD nName = GetFinalPathNameByHandleW(sys::ToHandle(m_iHandle), acName, 1024, FILE_NAME_NORMALIZED);
+  if (nName == 0 || nName >= 1024) return false;
+  std::wstring strFolder(acName, nName);
+  strFolder.resize(strFolder.rfind(L'\\') + 1);
+  ULARGE_INTEGER zFree = {};
+  if (!GetDiskFreeSpaceExW(strFolder.c_str(), &zFree, nullptr, nullptr)) return false;
+  nFree = zFree.QuadPart;
+  return true;
 }
 
 bool KivSysFile::IsStillThere(uint64_t&) const {
