@@ -7,6 +7,7 @@
 #include "KivSysFolder.h"
 #include "KivTestFile.h"
 #include "KivWinMappedFile.h"
+#include "KivWritableMemFile.h"
 
 namespace {
 
@@ -130,17 +131,121 @@ TEST_F(FileCache, AWordThatNamesADeadSnapshotIsReportedAndTheBlockTakenFromTheBa
   EXPECT_EQ(Words()[0], 1u);
 }
 
-TEST_F(FileCache, BlockBuffersAboveTheStackLimitComeFromScratch) {
-  KivDataSpaceBase::GetInstance()->m_iStackBufferLimit = 1000;
-  Bytes vcInner = Pattern(2 * kBlock, 5);
-  EXPECT_EQ(ReadBytes(m_zFile, 0, m_vcBase.size()), m_vcBase);
+// A file whose device reads another cached file, and which keeps the addresses of the block buffers that it was given.
+class NestedFile : public KivMemFile {
+ public:
+  explicit NestedFile(KivMemFile* pInner) : KivMemFile(pInner->m_pData, pInner->m_iSize), m_pInner(pInner) {}
+  uint64_t DoRead(uint64_t iOffset, void* lpBuf, uint64_t nCount) override {
+    m_vpBuffer.push_back(lpBuf);
+    return m_pInner->Read(iOffset, lpBuf, nCount);
+  }
+  KivMemFile* m_pInner;
+  std::vector<void*> m_vpBuffer;
+};
+
+// A read from deeper in the stack.
+[[gnu::noinline]] void ReadDeeper(ISnapShotFile& zFile, uint64_t iOffset) {
+  volatile uint8_t acRoom[5000];
+  acRoom[iOffset % sizeof acRoom] = 0;
+  uint8_t c = 0;
+  zFile.Read(iOffset, &c, 1);
+  acRoom[0] = c;
+}
+
+TEST_F(FileCache, BlockBuffersAboveTheStackLimitComeFromScratchAndThoseBelowFromTheStack) {
+  // 10 * 65536 against 9 * the limit.
+  for (const uint32_t iLimit : {72817u, 72818u}) {
+    const bool bScratch = iLimit == 72817;
+    KivDataSpaceBase::GetInstance()->m_iStackBufferLimit = iLimit;
+    KivMemFile zInner(m_vcBase.data(), m_vcBase.size());
+    NestedFile zFile(&zInner);
+    uint8_t c = 0;
+    zFile.Read(0, &c, 1);
+    ReadDeeper(zFile, kBlock);
+    ASSERT_EQ(zFile.m_vpBuffer.size(), 2u);
+    EXPECT_EQ(zFile.m_vpBuffer[0] == zFile.m_vpBuffer[1], bScratch);
+    for (const void* pBuffer : zFile.m_vpBuffer) EXPECT_EQ(reinterpret_cast<uintptr_t>(pBuffer) % 16, 0u);
+  }
+}
+
+TEST_F(FileCache, NestedFetchesHaveABufferEach) {
+  for (const uint32_t iLimit : {1000u, 200000u}) {
+    KivDataSpaceBase::GetInstance()->m_iStackBufferLimit = iLimit;
+    KivMemFile zInnermost(m_vcBase.data(), m_vcBase.size());
+    NestedFile zInner(&zInnermost);
+    NestedFile zFile(&zInner);
+    EXPECT_EQ(ReadBytes(zFile, 0, m_vcBase.size()), m_vcBase);
+    // The inner file's blocks were fetched through the outer one's buffers.
+    EXPECT_EQ(Words(zInner), (std::vector<uint32_t>{1, 1, 1, 3}));
+  }
+}
+
+TEST_F(FileCache, AWriteThatFailsLeavesItsBlocksMarkedAsChanged) {
+  ReadBytes(m_zFile, 0, 3 * kBlock);
+  KivSysFaultPlan zPlan;
+  zPlan.m_iCall = KivSysCall::FileWrite;
+  zPlan.m_iNth = 1;
+  zPlan.m_bFromThenOn = true;
+  {
+    const KivSysFaultScope zFault(zPlan);
+    EXPECT_REPORT(m_zFile.Write(2 * kBlock - 1, "ab", 2), "iRet != 0");
+  }
+  EXPECT_EQ(Words(), (std::vector<uint32_t>{1, 3, 3}));
+  {
+    const KivSysFaultScope zFault(zPlan);
+    EXPECT_RETURNING_REPORT(m_zFile.Write(0, "ab", 2));
+  }
+  EXPECT_EQ(Words(), (std::vector<uint32_t>{3, 3, 3}));
+}
+
+TEST_F(FileCache, ABaseWhoseLengthIsUnknownGivesNothingAndNoZerosReachAPatch) {
+  auto pzFile = KivCreateReadOnlyFile(OpenToRead(MakeFile(u"base", m_vcBase)), true);
+  auto& zFile = *dynamic_cast<KivCacheUseFile*>(pzFile.Get());
+  zFile.GetCache();
+  KivSysFaultPlan zPlan;
+  zPlan.m_iCall = KivSysCall::FileLength;
+  zPlan.m_iNth = 1;
+  zPlan.m_bFromThenOn = true;
+  uint8_t c = 7;
+  {
+    const KivSysFaultScope zFault(zPlan);
+    EXPECT_REPORT(pzFile->Read(kBlock, &c, 1), "0");
+    EXPECT_RETURNING_REPORT(EXPECT_EQ(pzFile->Read(kBlock, &c, 1), 0u));
+    EXPECT_RETURNING_REPORT(pzFile->Write(kBlock, &c, 1));
+    EXPECT_RETURNING_REPORT(EXPECT_FALSE(pzFile->SaveCache(PatchPath(), 2 * kBlock)));
+    EXPECT_RETURNING_REPORT(EXPECT_EQ(pzFile->GetLength(), 0u));
+  }
+  for (const uint32_t iWord : Words(zFile)) EXPECT_EQ(iWord, 0u);
+  EXPECT_FALSE(sys::PathExists(PatchPath()));
+  EXPECT_EQ(pzFile->GetLength(), m_vcBase.size());
+  EXPECT_EQ(ReadBytes(*pzFile, 0, m_vcBase.size()), m_vcBase);
+}
+
+TEST_F(FileCache, ASnapshotOfAWorkFileThatTellsNoLengthIsNotTaken) {
+  m_zFile.Write(9 * kBlock, "x", 1);
+  auto pzA = m_zSpace.Take(m_zFile);  // the length of the new work file is not asked for before it is needed
+  KivSysFaultPlan zPlan;
+  zPlan.m_iCall = KivSysCall::FileLength;
+  zPlan.m_iNth = 1;
+  {
+    const KivSysFaultScope zFault(zPlan);
+    EXPECT_RETURNING_REPORT(EXPECT_FALSE(m_zFile.CreateSnapShot()));
+  }
+  EXPECT_EQ(m_zFile.m_vpCacheSnapShot.size(), 1u);
+  auto pzB = m_zSpace.Take(m_zFile);
+  EXPECT_EQ(pzB->GetLength(), 10 * kBlock);
+  EXPECT_EQ(m_zFile.GetLength(), 10 * kBlock);
 }
 
 // --- Bad ranges -----------------------------------------------------------------------------------------------------
 
 TEST_F(FileCache, RangesAtTheEndsOfTheOffsetsAreReportedAndTouchNothing) {
   uint8_t acBuffer[16] = {};
-  const uint64_t aiOffset[] = {UINT64_MAX, UINT64_MAX - 15, uint64_t{1} << 63, (uint64_t{1} << 63) - 8,
+  const uint64_t aiOffset[] = {UINT64_MAX,
+                               UINT64_MAX - 15,
+                               uint64_t{1} << 63,
+                               (uint64_t{1} << 63) - 8,
+                               (uint64_t{1} << 63) - 16,
                                uint64_t{1} << 50};
   for (const uint64_t iOffset : aiOffset) {
     SCOPED_TRACE(iOffset);
@@ -163,6 +268,27 @@ TEST_F(FileCache, ANothingAtAnyOffsetTouchesNothing) {
   EXPECT_NO_REPORT(EXPECT_EQ(m_zFile.Read(kBlock, &c, 0), 0u));
   EXPECT_NO_REPORT(m_zFile.Write(kBlock, &c, 0));
   EXPECT_TRUE(Words().empty());
+}
+
+TEST_F(FileCache, AZeroWriteThatTheDiskCannotTakeIsRefusedBeforeItBegins) {
+  constexpr uint64_t nCount = 0x1000000 + kBlock;
+  KivSysFaultPlan zPlan;
+  zPlan.m_iCall = KivSysCall::FreeSpace;
+  zPlan.m_iNth = 1;
+  zPlan.m_bFromThenOn = true;
+  {
+    const KivSysFaultScope zFull(zPlan);
+    EXPECT_REPORT(m_zFile.WriteZero(0, nCount), "0");
+    EXPECT_RETURNING_REPORT(m_zFile.WriteZero(0, nCount));
+    EXPECT_TRUE(Words().empty());
+    EXPECT_EQ(ReadBytes(m_zFile, 0, 10), Slice(m_vcBase, 0, 10));
+    EXPECT_NO_REPORT(m_zFile.WriteZero(0, kBlock));
+  }
+  m_zFile.WriteZero(0, nCount);
+  // What the work file holds already needs no room.
+  const KivSysFaultScope zFull(zPlan);
+  EXPECT_NO_REPORT(m_zFile.WriteZero(0, nCount));
+  EXPECT_EQ(m_zFile.GetLength(), nCount);
 }
 
 // --- Work file ------------------------------------------------------------------------------------------------------
@@ -267,6 +393,30 @@ TEST_F(FileCache, APatchReplayedOnTheBaseGivesTheSameFile) {
   EXPECT_EQ(ReadBytes(zOther, 0, nLength), ReadBytes(m_zFile, 0, nLength));
 }
 
+TEST_F(FileCache, APatchGoesToItsSizeAlsoBehindWhatGetLengthSays) {
+  m_zFile.Write(9 * kBlock, "abc", 3);
+  auto pzSnapShot = m_zSpace.Take(m_zFile);
+  EXPECT_EQ(m_zFile.RestoreSnapShot(pzSnapShot), 0);
+  ASSERT_EQ(m_zFile.GetLength(), m_vcBase.size());
+  const std::string strPatch = Patch(9 * kBlock + 3);
+  const std::string strLast = Record(9, "abc");
+  ASSERT_GE(strPatch.size(), strLast.size());
+  EXPECT_EQ(strPatch.substr(strPatch.size() - strLast.size()), strLast);
+}
+
+TEST_F(FileCache, APatchThatTheDiskCannotTakeIsRefused) {
+  ReadBytes(m_zFile, 0, 1);
+  KivSysFaultPlan zPlan;
+  zPlan.m_iCall = KivSysCall::FreeSpace;
+  zPlan.m_iNth = 1;
+  zPlan.m_bFromThenOn = true;
+  const KivSysFaultScope zFull(zPlan);
+  EXPECT_REPORT(m_zFile.SaveCache(PatchPath(), 0x1000000 + 10 * kBlock), "0");
+  EXPECT_RETURNING_REPORT(EXPECT_FALSE(m_zFile.SaveCache(PatchPath(), 0x1000000 + 10 * kBlock)));
+  EXPECT_FALSE(sys::PathExists(PatchPath()));
+  EXPECT_EQ(Words(), (std::vector<uint32_t>{1}));
+}
+
 TEST_F(FileCache, AnEmptyPatchLoadsAndChangesNothing) {
   EXPECT_NO_REPORT(EXPECT_TRUE(m_zFile.LoadCache(MakePatch(""))));
   EXPECT_EQ(m_zFile.m_pzFileCache, nullptr);
@@ -344,6 +494,15 @@ TEST_F(FileCache, ABlockBehindTheEndByNoMoreThanThePatchsLengthIsTaken) {
   EXPECT_EQ(m_zFile.GetLength(), 5 * kBlock);
 }
 
+TEST_F(FileCache, RecordsOfOnePatchCannotReachFurtherAndFurtherBehindTheEnd) {
+  // The patch is a little longer than five blocks. The end before the replay counts, not that behind the record before.
+  const std::string strBlock(kBlock, 'x');
+  std::string strPatch;
+  for (const uint64_t iBlock : {8, 12, 16, 20, 24}) strPatch += Record(iBlock, strBlock);
+  EXPECT_REPORT(m_zFile.LoadCache(MakePatch(strPatch)), "0");
+  EXPECT_EQ(m_zFile.GetLength(), 9 * kBlock);
+}
+
 TEST_F(FileCache, APatchOnASnapshotFailsTheCheck) {
   auto pzSnapShot = m_zSpace.Take(m_zFile);
   double adRate[100];
@@ -398,11 +557,37 @@ TEST_F(FileCache, AdvancingSweepsFromTheEndAndLeavesOutThePartialBlock) {
   EXPECT_EQ(ReadBytes(m_zFile, 0, m_vcBase.size()), m_vcBase);
 }
 
-TEST_F(FileCache, AdvancingWithoutABudgetComesToAnEnd) {
-  // Each call copies at least a batch or finds the clock behind its deadline; it never waits.
-  int nCalls = 0;
-  while (m_zFile.AdvanceCaching(0) && nCalls < 1000000) ++nCalls;
-  EXPECT_EQ(Words(), (std::vector<uint32_t>{1, 1, 1, 0}));
+// A file whose device takes until the clock has moved.
+class SlowFile : public KivMemFile {
+ public:
+  using KivMemFile::KivMemFile;
+  uint64_t DoRead(uint64_t iOffset, void* lpBuf, uint64_t nCount) override {
+    const uint64_t iNow = KivGetTimeMs();
+    while (KivGetTimeMs() == iNow) {
+    }
+    return KivMemFile::DoRead(iOffset, lpBuf, nCount);
+  }
+};
+
+TEST_F(FileCache, AdvancingWithoutABudgetStopsWhereTheClockHasMovedAndElseDoesABatch) {
+  const Bytes vcBase = Pattern(8 * kBlock);
+  SlowFile zFile(vcBase.data(), vcBase.size());
+  uint64_t nSwept = 0;
+  int nBatches = 0;
+  while (nSwept < 8) {
+    EXPECT_TRUE(zFile.AdvanceCaching(0));
+    const uint64_t nNow = zFile.GetCache()->m_iSweptBlocks;
+    // The first look at the clock finds it behind the deadline, or where it was: then the batch is doubled to two.
+    ASSERT_TRUE(nNow == nSwept || nNow == nSwept + 2) << nSwept << " then " << nNow;
+    nBatches += nNow != nSwept ? 1 : 0;
+    nSwept = nNow;
+  }
+  EXPECT_EQ(nBatches, 4);
+  while (zFile.AdvanceCaching(0)) {
+    // The clock had moved before it was looked at.
+  }
+  EXPECT_EQ(zFile.GetCache()->m_iSweptBlocks, 8u);
+  EXPECT_EQ(ReadBytes(zFile, 0, vcBase.size()), vcBase);
 }
 
 TEST_F(FileCache, ARangeThatIsAskedForComesFirst) {
@@ -472,6 +657,41 @@ TEST_F(FileCache, AFillOutOfOrderFailsItsChecks) {
   EXPECT_REPORT(m_zFile.FillCached(0, 1, vcData.data()), "m_vcCacheStatus.empty()");
   Words()[0] = 3;
   EXPECT_REPORT(m_zFile.FillCached(kBlock, 1, vcData.data()), "m_vcCacheStatus[i] == 1");
+}
+
+TEST_F(FileCache, AFillOfNothingMakesNoCache) {
+  EXPECT_NO_REPORT(m_zFile.FillCached(0, 0, nullptr));
+  EXPECT_EQ(m_zFile.m_pzFileCache, nullptr);
+}
+
+TEST_F(FileCache, AFillFarBehindTheEndOrOutOfOrderStoresNothingWhereReportsReturn) {
+  const Bytes vcData = Pattern(kBlock);
+  m_zFile.FillCached(0, 10, vcData.data());
+  for (const uint64_t iOffset : {5 * kBlock, uint64_t{1} << 50, (uint64_t{1} << 63) - 10, UINT64_MAX - 5}) {
+    SCOPED_TRACE(iOffset);
+    EXPECT_RETURNING_REPORT(m_zFile.FillCached(iOffset, 10, vcData.data()));
+    EXPECT_EQ(Words(), (std::vector<uint32_t>{1}));
+  }
+  EXPECT_RETURNING_REPORT(m_zFile.FillCached(0, 20, vcData.data()));
+  EXPECT_EQ(ReadBytes(m_zFile, 0, 10), Slice(vcData, 0, 10));
+}
+
+TEST_F(FileCache, ALastBlockThatAFillLeftShortIsWholeInASnapshot) {
+  const uint64_t nFilled = 2 * kBlock + 10;
+  const Bytes vcData = Pattern(nFilled, 9);
+  m_zFile.FillCached(0, nFilled, vcData.data());
+  EXPECT_EQ(m_zFile.GetLength(), m_vcBase.size());
+  EXPECT_EQ(ReadBytes(m_zFile, 2 * kBlock, 100).size(), 10u) << "what has come so far";
+  auto pzA = m_zSpace.Take(m_zFile);
+  EXPECT_EQ(m_zFile.GetLength(), m_vcBase.size());
+  auto pzB = m_zSpace.Take(m_zFile);
+  const Bytes vcExpected = Slice(vcData, 0, 3 * kBlock);  // zeros behind
+  EXPECT_NO_REPORT(EXPECT_EQ(ReadBytes(*pzA, 0, 3 * kBlock), vcExpected));
+  EXPECT_NO_REPORT(EXPECT_EQ(ReadBytes(*pzB, 0, 3 * kBlock), vcExpected));
+  EXPECT_EQ(pzA->ReleaseSnapShot(), 0);
+  EXPECT_NO_REPORT(EXPECT_EQ(ReadBytes(m_zFile, 2 * kBlock, kBlock), Slice(vcExpected, 2 * kBlock, kBlock)));
+  EXPECT_EQ(pzB->ReleaseSnapShot(), 0);
+  EXPECT_NO_REPORT(EXPECT_EQ(ReadBytes(m_zFile, 0, 3 * kBlock), vcExpected));
 }
 
 // --- Snapshots ------------------------------------------------------------------------------------------------------
@@ -550,10 +770,119 @@ TEST_F(FileCache, AReleaseOutOfOrderMovesNoBlocks) {
   EXPECT_EQ(Text(ReadBytes(m_zFile, 0, 2)), "b0");
 }
 
+TEST_F(FileCache, AReleaseWithoutABaseMovesNoBlocks) {
+  m_zFile.Write(0, "a0", 2);
+  auto pzA = m_zSpace.Take(m_zFile);
+  m_zSpace.Base(-1);
+  EXPECT_REPORT(pzA->ReleaseSnapShot(), "KivDataSpaceBase::GetInstance()->GetCurBaseSnapShot() >= 0");
+  EXPECT_EQ(Words(), (std::vector<uint32_t>{6}));
+  EXPECT_EQ(m_zFile.m_vpCacheSnapShot.size(), 1u);
+  EXPECT_EQ(Text(ReadBytes(*pzA, 0, 2)), "a0");
+  m_zSpace.Base(0);
+  EXPECT_EQ(pzA->ReleaseSnapShot(), 0);
+  EXPECT_EQ(Words(), (std::vector<uint32_t>{3}));
+}
+
+TEST_F(FileCache, AMergeThatFailsHalfWayIsReportedByTheOldestSnapshotUntilItIsDone) {
+  m_zFile.Write(0, "a0", 2);
+  m_zFile.Write(kBlock, "a1", 2);
+  auto pzA = m_zSpace.Take(m_zFile);
+  m_zFile.Write(0, "b0", 2);
+  m_zFile.Write(kBlock, "b1", 2);
+  auto pzB = m_zSpace.Take(m_zFile);
+  KivSysFaultPlan zPlan;
+  zPlan.m_iCall = KivSysCall::FileWrite;
+  zPlan.m_iNth = 2;
+  {
+    const KivSysFaultScope zFault(zPlan);
+    EXPECT_REPORT(pzA->ReleaseSnapShot(), "iRet != 0");
+  }
+  // The first block of A is that of B by now.
+  uint8_t c = 7;
+  EXPECT_REPORT(pzA->Read(0, &c, 1), "0");
+  EXPECT_RETURNING_REPORT(EXPECT_EQ(pzA->Read(0, &c, 1), 0u));
+  EXPECT_EQ(c, 7);
+  EXPECT_RETURNING_REPORT(EXPECT_EQ(m_zFile.KivCacheUseFile::RestoreFromUndo(dynamic_cast<KivFile*>(pzA.Get())), 60));
+  EXPECT_EQ(Text(ReadBytes(*pzB, 0, 2)) + Text(ReadBytes(*pzB, kBlock, 2)), "b0b1");
+  EXPECT_EQ(Text(ReadBytes(m_zFile, 0, 2)) + Text(ReadBytes(m_zFile, kBlock, 2)), "b0b1");
+  EXPECT_EQ(pzA->ReleaseSnapShot(), 0);
+  EXPECT_EQ(Text(ReadBytes(*pzB, 0, 2)) + Text(ReadBytes(*pzB, kBlock, 2)), "b0b1");
+  EXPECT_EQ(m_zFile.RestoreSnapShot(pzB), 0);
+  EXPECT_EQ(Text(ReadBytes(m_zFile, 0, 2)) + Text(ReadBytes(m_zFile, kBlock, 2)), "b0b1");
+}
+
+TEST_F(FileCache, AMergeThatFailsBeforeItsFirstBlockLeavesTheOldestSnapshotReadable) {
+  m_zFile.Write(0, "a0", 2);
+  auto pzA = m_zSpace.Take(m_zFile);
+  m_zFile.Write(0, "b0", 2);
+  auto pzB = m_zSpace.Take(m_zFile);
+  KivSysFaultPlan zPlan;
+  zPlan.m_iCall = KivSysCall::FileRead;
+  zPlan.m_iNth = 1;
+  zPlan.m_bFromThenOn = true;
+  {
+    const KivSysFaultScope zFault(zPlan);
+    EXPECT_NE(ReportOf([&] { pzA->ReleaseSnapShot(); }), u"");
+  }
+  EXPECT_EQ(Text(ReadBytes(*pzA, 0, 2)), "a0");
+}
+
+TEST_F(FileCache, BlocksPassADeadSnapshotOnTheirWayToTheNext) {
+  m_zFile.Write(0, "a0", 2);
+  auto pzA = m_zSpace.Take(m_zFile);
+  auto pzB = m_zSpace.Take(m_zFile);
+  auto pzC = m_zSpace.Take(m_zFile);
+  pzB.Release();
+  EXPECT_EQ(pzA->ReleaseSnapShot(), 0);
+  EXPECT_NO_REPORT(EXPECT_EQ(Text(ReadBytes(*pzC, 0, 2)), "a0"));
+  EXPECT_NO_REPORT(EXPECT_EQ(Text(ReadBytes(m_zFile, 0, 2)), "a0"));
+  EXPECT_EQ(pzC->ReleaseSnapShot(), 0);
+  EXPECT_TRUE(m_zFile.m_vpCacheSnapShot.empty());
+  EXPECT_NO_REPORT(EXPECT_EQ(Text(ReadBytes(m_zFile, 0, 2)), "a0"));
+}
+
+TEST_F(FileCache, ADeadOldestSnapshotTakesItsOwnBlocksAlongAndNoOthers) {
+  m_zFile.Write(0, "a0", 2);
+  auto pzA = m_zSpace.Take(m_zFile);
+  m_zFile.Write(kBlock, "b1", 2);
+  auto pzB = m_zSpace.Take(m_zFile);
+  pzA.Release();
+  EXPECT_NO_REPORT(EXPECT_EQ(pzB->ReleaseSnapShot(), 0));
+  EXPECT_TRUE(m_zFile.m_vpCacheSnapShot.empty());
+  EXPECT_TRUE(m_zFile.GetCache()->m_vpSnapShotStatus.empty());
+  EXPECT_NO_REPORT(EXPECT_EQ(Text(ReadBytes(m_zFile, kBlock, 2)), "b1"));
+  uint8_t c = 0;
+  EXPECT_REPORT(m_zFile.Read(0, &c, 1), "0");
+  // A later snapshot in the same place is not taken for the dead one.
+  m_zSpace.Base(-1);
+  auto pzC = m_zSpace.Take(m_zFile);
+  EXPECT_REPORT(m_zFile.Read(0, &c, 1), "0");
+  EXPECT_RETURNING_REPORT(EXPECT_EQ(ReadBytes(m_zFile, 0, 8), Slice(m_vcBase, 0, 8)));
+}
+
+TEST_F(FileCache, AReleaseOfTheBaseWithLaterEntriesKeepsTheFilesBlocks) {
+  m_zFile.Write(0, "a0", 2);
+  auto pzA = m_zSpace.Take(m_zFile);
+  m_zFile.Write(0, "b0", 2);
+  auto pzB = m_zSpace.Take(m_zFile);
+  m_zSpace.Base(0);
+  EXPECT_EQ(m_zFile.RestoreSnapShot(pzA), 0);
+  EXPECT_EQ(pzA->ReleaseSnapShot(), 0);
+  EXPECT_TRUE(m_zFile.m_vpCacheSnapShot.empty());
+  EXPECT_TRUE(m_zFile.GetCache()->m_vpSnapShotStatus.empty());
+  EXPECT_NO_REPORT(EXPECT_EQ(Text(ReadBytes(m_zFile, 0, 2)), "a0"));
+  uint8_t c = 0;
+  EXPECT_REPORT(pzB->Read(0, &c, 1), "0");
+}
+
 TEST_F(FileCache, ReleasingHasACodeForEachStepThatFails) {
   EXPECT_RETURNING_REPORT(EXPECT_EQ(m_zFile.ReleaseSnapShot(), 10));
   auto pzA = m_zSpace.Take(m_zFile);
   auto* pSnapShot = dynamic_cast<KivCacheUseFile*>(pzA.Get());
+  KivWritableMemFile zNotCached;
+  pSnapShot->m_pOriginal = &zNotCached;
+  EXPECT_RETURNING_REPORT(EXPECT_EQ(pzA->ReleaseSnapShot(), 18));
+  pSnapShot->m_pOriginal = &m_zFile;
   pSnapShot->m_bEnableCache = false;
   EXPECT_RETURNING_REPORT(EXPECT_EQ(pzA->ReleaseSnapShot(), 15));
   uint8_t c = 0;
@@ -576,6 +905,30 @@ TEST_F(FileCache, RestoringHasACodeForEachStepThatFails) {
   dynamic_cast<KivCacheUseFile*>(pUndo)->m_bEnableCache = true;
   m_zFile.DisableCache();
   EXPECT_RETURNING_REPORT(EXPECT_EQ(m_zFile.KivCacheUseFile::RestoreFromUndo(pUndo), 30));
+}
+
+TEST_F(FileCache, ARestoreWhoseWorkFileCannotBeMadeGives60AndLeavesContentsAndMark) {
+  m_zFile.Write(0, "a0", 2);
+  auto pzA = m_zSpace.Take(m_zFile);
+  m_zFile.Write(0, "b0", 2);
+  m_zFile.m_bModified = true;
+  auto* pUndo = dynamic_cast<KivFile*>(pzA.Get());
+  KivSysFaultPlan zPlan;
+  zPlan.m_iCall = KivSysCall::FileOpen;
+  zPlan.m_iNth = 1;
+  zPlan.m_bFromThenOn = true;
+  {
+    const KivSysFaultScope zFault(zPlan);
+    EXPECT_REPORT(m_zFile.RestoreSnapShot(pzA), "INVALID_HANDLE_VALUE != hFile");
+    EXPECT_TRUE(m_zFile.IsModified());
+    EXPECT_RETURNING_REPORT(EXPECT_EQ(m_zFile.KivCacheUseFile::RestoreFromUndo(pUndo), 60));
+    EXPECT_RETURNING_REPORT(EXPECT_EQ(m_zFile.RestoreSnapShot(pzA), 20));
+    EXPECT_TRUE(m_zFile.IsModified());
+  }
+  EXPECT_EQ(Text(ReadBytes(m_zFile, 0, 2)), "b0");
+  EXPECT_EQ(m_zFile.RestoreSnapShot(pzA), 0);
+  EXPECT_FALSE(m_zFile.IsModified());
+  EXPECT_EQ(Text(ReadBytes(m_zFile, 0, 2)), "a0");
 }
 
 TEST_F(FileCache, ASnapshotNeedsABaseAndFailsWithoutLoss) {

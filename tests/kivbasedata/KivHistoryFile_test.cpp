@@ -251,4 +251,62 @@ TEST_F(History, ASnapshotThatWasReleasedCannotBeReadOrReleasedAgain) {
   EXPECT_RETURNING_REPORT(EXPECT_EQ(pzSnapShot->ReleaseSnapShot(), 10));
 }
 
+TEST_F(History, ADeadOldestSnapshotDoesNotKeepTheYoungerOnesFromLeaving) {
+  PlainHistoryFile zFile;
+  auto pzA = m_zSpace.Take(zFile);
+  auto pzB = m_zSpace.Take(zFile);
+  auto pzC = m_zSpace.Take(zFile);
+  pzA.Release();
+  EXPECT_EQ(zFile.m_iFirstSnapShot, 1u);
+  EXPECT_EQ(pzB->ReleaseSnapShot(), 0);
+  EXPECT_EQ(pzC->ReleaseSnapShot(), 0);
+  EXPECT_TRUE(zFile.m_vpSnapShotData.empty());
+  EXPECT_EQ(zFile.m_iFirstSnapShot, 0u);
+}
+
+TEST_F(History, ADeadSnapshotBetweenOthersIsPassed) {
+  PlainHistoryFile zFile;
+  auto pzA = m_zSpace.Take(zFile);
+  auto pzB = m_zSpace.Take(zFile);
+  auto pzC = m_zSpace.Take(zFile);
+  pzB.Release();
+  EXPECT_EQ(pzA->ReleaseSnapShot(), 0);
+  EXPECT_EQ(zFile.m_iFirstSnapShot, 2u);
+  EXPECT_EQ(pzC->ReleaseSnapShot(), 0);
+  EXPECT_TRUE(zFile.m_vpSnapShotData.empty());
+}
+
+TEST_F(History, ADeadOnlySnapshotIsPassedWhenTheNextIsTaken) {
+  PlainHistoryFile zFile;
+  m_zSpace.Take(zFile).Release();
+  ASSERT_EQ(zFile.m_vpSnapShotData.size(), 1u) << "its place stays, so that the data space's numbers hold";
+  auto pzB = m_zSpace.Take(zFile);
+  EXPECT_EQ(zFile.m_vpSnapShotData.size(), 2u);
+  EXPECT_EQ(pzB->ReleaseSnapShot(), 0);
+  EXPECT_TRUE(zFile.m_vpSnapShotData.empty());
+}
+
+TEST_F(History, ADeadLastSnapshotDoesNotKeepTheOneBeforeItFromBeingDiscarded) {
+  PlainHistoryFile zFile;
+  auto pzA = m_zSpace.Take(zFile);
+  auto pzB = m_zSpace.Take(zFile);
+  pzB.Release();
+  m_zSpace.Discarding(true);
+  EXPECT_EQ(pzA->ReleaseSnapShot(), 0);
+  EXPECT_TRUE(zFile.m_vpSnapShotData.empty());
+}
+
+TEST_F(History, AReleaseOfTheBaseLeavesLaterEntriesWithoutAFile) {
+  PlainHistoryFile zFile;
+  auto pzA = m_zSpace.Take(zFile);
+  auto pzB = m_zSpace.Take(zFile);
+  m_zSpace.Base(0);
+  EXPECT_EQ(pzA->ReleaseSnapShot(), 0);
+  EXPECT_TRUE(zFile.m_vpSnapShotData.empty());
+  EXPECT_EQ(zFile.m_iFirstSnapShot, 0u);
+  uint8_t c = 0;
+  EXPECT_REPORT(pzB->Read(0, &c, 1), "0");
+  EXPECT_RETURNING_REPORT(EXPECT_EQ(pzB->ReleaseSnapShot(), 10));
+}
+
 }  // namespace

@@ -1,9 +1,12 @@
 #include "KivWinFile.h"
 
+#include <functional>
 #include <regex>
+#include <thread>
 
 #include "KivFileFactory.h"
 #include "KivSysClock.h"
+#include "KivSysDiag.h"
 #include "KivSysFault.h"
 #include "KivTestFile.h"
 
@@ -168,6 +171,36 @@ TEST_F(WinFile, TransfersAtTheEndsOfTheOffsetsAreReported) {
   EXPECT_EQ(pzFile->GetLength(), 0u);
 }
 
+TEST_F(WinFile, AReadThatWouldWrapRoundTheOffsetsIsReportedAndGivesNothing) {
+  // In pieces its later ones would come from the start of the file.
+  auto pzFile = OpenPlain();
+  Bytes vcRead(4 * kBlock, 7);
+  for (const uint64_t iOffset : {UINT64_MAX - kBlock + 1, (uint64_t{1} << 63) - kBlock, uint64_t{UINT64_MAX}}) {
+    SCOPED_TRACE(iOffset);
+    EXPECT_REPORT(pzFile->Read(iOffset, vcRead.data(), vcRead.size()), "0");
+    EXPECT_RETURNING_REPORT(EXPECT_EQ(pzFile->Read(iOffset, vcRead.data(), vcRead.size()), 0u));
+  }
+  EXPECT_EQ(vcRead, Bytes(4 * kBlock, 7));
+}
+
+TEST_F(WinFile, AZeroWriteThatTheDiskCannotTakeIsRefusedBeforeItBegins) {
+  auto pzFile = KivCreateFile(OpenNew(m_zFolder / u"new"));
+  constexpr uint64_t nCount = 0x1000000 + 5;
+  {
+    const KivSysFaultScope zFull(Plan(KivSysCall::FreeSpace, 1, true));
+    EXPECT_REPORT(pzFile->WriteZero(0, nCount), "0");
+    EXPECT_RETURNING_REPORT(pzFile->WriteZero(0, nCount));
+    EXPECT_TRUE(Device(pzFile).TakeWriteFailure());
+    EXPECT_EQ(zFull.GetCount(KivSysCall::FileWrite), 0u);
+  }
+  EXPECT_EQ(pzFile->GetLength(), 0u);
+  pzFile->WriteZero(0, nCount);
+  // What the file holds already needs no room.
+  const KivSysFaultScope zFull(Plan(KivSysCall::FreeSpace, 1, true));
+  EXPECT_NO_REPORT(pzFile->WriteZero(0, nCount));
+  EXPECT_REPORT(pzFile->WriteZero(5, UINT64_MAX), "0");
+}
+
 TEST_F(WinFile, ALargeTransferIsSplitAndComesWhole) {
   constexpr uint64_t nCount = 0x10000000 + 100;
   auto pzFile = KivCreateFile(OpenNew(m_zFolder / u"large"));
@@ -242,6 +275,134 @@ TEST_F(WinFile, FlushGoesToTheDevice) {
 }
 
 // --- Background reads -----------------------------------------------------------------------------------------------
+
+// What a reader finds when it starts: requests are queued while no thread can be started. Its reads fail after the
+// first nReads, so that what is in memory then tells which came first.
+class WinFileReader : public WinFile {
+ protected:
+  WinFileReader() {
+    m_vcLarge = Pattern(13 * kBlock + 100, 6);
+    m_csBase = MakeFile(u"large", m_vcLarge);
+  }
+
+  // The blocks that the first nReads reads bring in.
+  std::vector<uint64_t> BlocksOf(uint64_t nReads, const std::function<void(KivWinFile&)>& pfnRequests) {
+    auto pzFile = OpenBackGround();
+    KivWinFile& zFile = Device(pzFile);
+    {
+      const NoThrowScope zNoThrow;
+      const KivSysFaultScope zNoReader(Plan(KivSysCall::ThreadStart, 1, true));
+      pfnRequests(zFile);
+    }
+    const KivSysFaultScope zFault(Plan(KivSysCall::FileRead, nReads + 1, true));
+    zFile.RequestBackGroundRead(0, 1);  // urgent already, or the newest idle one: starts the reader
+    // The reads before the failing one have been stored when that one is made.
+    while (zFault.GetCount(KivSysCall::FileRead) <= nReads) sys::SleepMs(0);
+    std::vector<uint64_t> viBlocks;
+    for (uint64_t i = 0; i < 14; ++i)
+      if (zFile.IsBackGroundReadDone(i)) viBlocks.push_back(i);
+    return viBlocks;
+  }
+
+  Bytes m_vcLarge;
+};
+
+using Blocks = std::vector<uint64_t>;
+
+TEST_F(WinFileReader, TheNewestOfPriority3ComesFirstThenTheOldestOfPriority2ThenTheIdleOnes) {
+  const auto Requests = [](KivWinFile& zFile) {
+    zFile.RequestBackGroundRead(12, 1);
+    zFile.RequestBackGroundRead(2, 2);
+    zFile.RequestBackGroundRead(4, 2);
+    zFile.RequestBackGroundRead(6, 3);
+    zFile.RequestBackGroundRead(0, 3);
+  };
+  EXPECT_EQ(BlocksOf(0, Requests), Blocks{});
+  EXPECT_EQ(BlocksOf(1, Requests), (Blocks{0}));
+  EXPECT_EQ(BlocksOf(2, Requests), (Blocks{0, 6}));
+  EXPECT_EQ(BlocksOf(3, Requests), (Blocks{0, 2, 6}));
+  EXPECT_EQ(BlocksOf(4, Requests), (Blocks{0, 2, 4, 6}));
+  EXPECT_EQ(BlocksOf(5, Requests), (Blocks{0, 2, 4, 6, 12}));
+}
+
+TEST_F(WinFileReader, UpToFiveNeighboursOfTheSameStateComeWithOneRead) {
+  const auto Requests = [](KivWinFile& zFile) {
+    for (const uint64_t i : {8, 7, 6, 5, 4, 3, 2}) zFile.RequestBackGroundRead(i, 3);
+    zFile.RequestBackGroundRead(0, 3);
+  };
+  EXPECT_EQ(BlocksOf(1, Requests), (Blocks{0}));
+  EXPECT_EQ(BlocksOf(2, Requests), (Blocks{0, 2, 3, 4, 5, 6}));
+  EXPECT_EQ(BlocksOf(3, Requests), (Blocks{0, 2, 3, 4, 5, 6, 7, 8})) << "what is in memory by then needs no read";
+}
+
+TEST_F(WinFileReader, ANeighbourOfAnotherStateEndsTheRead) {
+  const auto Requests = [](KivWinFile& zFile) {
+    zFile.RequestBackGroundRead(7, 1);
+    for (const uint64_t i : {6, 5, 0}) zFile.RequestBackGroundRead(i, 3);
+  };
+  EXPECT_EQ(BlocksOf(2, Requests), (Blocks{0, 5, 6}));
+}
+
+TEST_F(WinFileReader, NeighboursEndAtTheEndOfTheFile) {
+  const auto Requests = [](KivWinFile& zFile) {
+    for (const uint64_t i : {13, 12, 0}) zFile.RequestBackGroundRead(i, 3);
+  };
+  EXPECT_EQ(BlocksOf(2, Requests), (Blocks{0, 12, 13}));
+}
+
+TEST_F(WinFileReader, WithNothingAskedForTheFileComesFromItsEnd) {
+  const auto NoRequests = [](KivWinFile&) {};
+  EXPECT_EQ(BlocksOf(1, NoRequests), (Blocks{0}));
+  EXPECT_EQ(BlocksOf(2, NoRequests), (Blocks{0, 13}));
+  EXPECT_EQ(BlocksOf(4, NoRequests), (Blocks{0, 11, 12, 13}));
+  // Five at a time are queued.
+  EXPECT_EQ(BlocksOf(8, NoRequests), (Blocks{0, 7, 8, 9, 10, 11, 12, 13}));
+  EXPECT_EQ(BlocksOf(13, NoRequests), (Blocks{0, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13}));
+}
+
+TEST_F(WinFileReader, ABlockThatIsAskedForAgainAndAgainStandsAtTheBackOnce) {
+  auto pzFile = OpenBackGround();
+  const NoThrowScope zNoThrow;
+  const KivSysFaultScope zNoReader(Plan(KivSysCall::ThreadStart, 1, true));
+  for (int i = 0; i < 1000; ++i) pzFile->RequestBackGroundRead(3, 3);
+  EXPECT_EQ(KivWinFileTestAccess::Info(Device(pzFile)).m_dqUrgent, (std::deque<uint64_t>{3}));
+}
+
+TEST_F(WinFileReader, NoReportIsMadeWhileTheReadersLockIsHeld) {
+  auto pzFile = OpenBackGround();
+  KivWinFileBackGroundReadInfo& zInfo = KivWinFileTestAccess::Info(Device(pzFile));
+  int nFree = 0;
+  KivSetReported(false);
+  sys::SetSystemLogHook([&](const KivWString&, const KivWString&) {
+    // A thread of its own: the lock may be held by this one.
+    std::thread([&] {
+      if (!zInfo.m_zLock.try_lock()) return;
+      ++nFree;
+      zInfo.m_zLock.unlock();
+    }).join();
+    return true;
+  });
+  {
+    const KivSysFaultScope zFault(Plan(KivSysCall::FileRead, 1, true));
+    uint8_t c = 0;
+    EXPECT_REPORT(pzFile->Read(0, &c, 1), "iRet != 0");
+  }
+  KivSetReported(false);
+  {
+    const KivSysFaultScope zNoReader(Plan(KivSysCall::ThreadStart, 1, true));
+    EXPECT_REPORT(pzFile->RequestBackGroundRead(0, 3), "0");
+  }
+  sys::SetSystemLogHook(nullptr);
+  EXPECT_EQ(nFree, 2);
+}
+
+TEST_F(WinFileReader, ABlockInMemoryWhoseChunkIsMissingReadsAsAnEmptyOne) {
+  auto pzFile = OpenBackGround();
+  KivWinFileBackGroundReadInfo& zInfo = KivWinFileTestAccess::Info(Device(pzFile));
+  zInfo.m_vcBlockState[1] = 3;
+  EXPECT_EQ(ReadBytes(*pzFile, kBlock + 5, 20), Bytes(20));
+  EXPECT_TRUE(zInfo.m_mapChunks.empty());
+}
 
 TEST_F(WinFile, PriorityZeroIsReported) {
   auto pzFile = OpenBackGround();
@@ -351,6 +512,18 @@ TEST_F(WinFile, DestroyingAFileWaitsForItsReaderWhichClosesTheSecondHandle) {
     pzFile.Release();
     EXPECT_TRUE(BaseIsClosed());
   }
+}
+
+TEST_F(WinFile, AFileWhoseLengthIsUnknownAtTheStartGoesWithoutAReader) {
+  const NoThrowScope zNoThrow;
+  KivSharedPtr<ISnapShotFile> pzFile;
+  {
+    const KivSysFaultScope zFault(Plan(KivSysCall::FileLength, 1, true));
+    pzFile = OpenBackGround();
+  }
+  pzFile->RequestBackGroundRead(0, 3);
+  EXPECT_FALSE(pzFile->IsBackGroundReadDone(0));
+  EXPECT_EQ(ReadBytes(*pzFile, 5, 9), Slice(m_vcBase, 5, 9)) << "its reads are not taken for those of an empty file";
 }
 
 TEST_F(WinFile, ASecondHandleWhoseReaderNeverStartedIsClosedToo) {

@@ -178,6 +178,17 @@ TEST_F(Mapped, GrowingTheMappingKeepsTheBytes) {
     EXPECT_EQ(ReadBytes(*pzFile, (nBlocks - 1) * kBlock, kBlock), Slice(m_vcBase, 0, kBlock));
 }
 
+TEST_F(Mapped, ACapacityThatTheDiskCannotTakeIsReportedBeforeTheDiskIsFull) {
+  if (!KivSysMapping::MapsWhole()) GTEST_SKIP() << "the system reserves a mapping's space by itself";
+  auto pzFile = OpenWritable();
+  ASSERT_TRUE(pzFile->PrepareDirectBuffer(kBlock));
+  pzFile->Write(5, "abc", 3);
+  const KivSysFaultScope zFull(FailFromNowOn(KivSysCall::FreeSpace));
+  EXPECT_REPORT(pzFile->PrepareDirectBuffer(0x1000000 + 2 * kBlock), "0");
+  EXPECT_EQ(pzFile->GetLength(), kBlock);
+  EXPECT_EQ(Text(ReadBytes(*pzFile, 5, 3)), "abc");
+}
+
 TEST_F(Mapped, SetLengthIsReported) {
   auto pzFile = OpenWritable();
   EXPECT_REPORT(pzFile->SetLength(10), "0");
@@ -324,6 +335,38 @@ TEST_F(Network, ReadsLikeAMappedFile) {
   EXPECT_EQ(ReadBytes(*pzFile, 0, m_vcBase.size()), m_vcBase);
   EXPECT_EQ(pzFile->GetLength(), m_vcBase.size());
   EXPECT_FALSE(pzFile->CanUseDirectBuffer());
+}
+
+// Counts its waits.
+class CountingNetworkFile : public KivVirtualNetworkFile {
+ public:
+  using KivVirtualNetworkFile::KivVirtualNetworkFile;
+  void Wait() override { ++m_nWaits; }
+  int m_nWaits = 0;
+};
+
+TEST_F(Network, EachOperationOfTheDeviceWaitsOnceAndNoOtherDoes) {
+  CountingNetworkFile zFile(OpenToRead(m_csBase), 1, false, KivSysFile());
+  const auto WaitsOf = [&zFile](auto&& pfnOperation) {
+    zFile.m_nWaits = 0;
+    pfnOperation();
+    return zFile.m_nWaits;
+  };
+  uint8_t c = 0;
+  EXPECT_EQ(WaitsOf([&] { zFile.DoRead(0, &c, 1); }), 1);
+  EXPECT_EQ(c, m_vcBase[0]);
+  EXPECT_EQ(WaitsOf([&] { zFile.DoGetLength(); }), 1);
+  // In a host whose reports throw the write side ends with the report.
+  EXPECT_EQ(WaitsOf([&] { ReportOf([&] { zFile.DoWrite(0, &c, 1); }); }), 0);
+  const NoThrowScope zNoThrow;
+  EXPECT_EQ(WaitsOf([&] { zFile.DoWrite(0, &c, 1); }), 1);
+  EXPECT_EQ(WaitsOf([&] { zFile.DoWriteZero(0, 1); }), 1);
+  EXPECT_EQ(WaitsOf([&] { zFile.DoFlush(); }), 1);
+  EXPECT_EQ(WaitsOf([&] { zFile.DoSetLength(1); }), 0);
+  EXPECT_EQ(WaitsOf([&] { zFile.PrepareDirectBuffer(1); }), 0);
+  EXPECT_EQ(WaitsOf([&] { zFile.GetDirectBufferSize(); }), 0);
+  EXPECT_EQ(WaitsOf([&] { zFile.DoGetDirectBuffer(true, 0, 1); }), 0);
+  EXPECT_EQ(WaitsOf([&] { zFile.DoReleaseDirectBuffer(); }), 0);
 }
 
 TEST_F(Network, ReportsDirectBuffersAndWrites) {

@@ -41,8 +41,12 @@ class KivCacheUseFile : public KivHistoryFile {
   void FillCached(uint64_t iOffset, uint64_t nCount, const void* lpBuf);
   // The cache, made on first need; null when the cache is off.
   KivFileCache* GetCache();
-  // The device's length, fetched on first need and then kept.
+  // The device's length, fetched on first need and then kept. 0 also where the device cannot tell (a report has been
+  // made then, and the next call asks again); KnowsOrgFileSize tells that from an empty file.
   uint64_t GetOrgFileSize();
+  bool KnowsOrgFileSize();
+  // True after a DoGetLength that failed, until one comes through.
+  bool IsLengthUnknown() const { return m_bLengthUnknown; }
 
   bool m_bEnableCache;  // may go off, never on again
   std::unique_ptr<KivFileCache> m_pzFileCache;
@@ -52,14 +56,18 @@ class KivCacheUseFile : public KivHistoryFile {
  protected:
   void LeaveOriginal() override;
 
+  bool m_bLengthUnknown = false;  // set by a device whose DoGetLength has failed
+
  private:
   KivCacheUseFile* CachedOriginal() const { return dynamic_cast<KivCacheUseFile*>(m_pOriginal); }
   bool CanUseCache() const { return m_bReadOnly && m_bEnableCache; }
   // Takes this snapshot's cache out of the lists of its file.
   void UnlinkCache();
-  // The oldest snapshot is going: its blocks move to the next one, or to the file if it is the last. False, after a
-  // report, if some could not be moved: the snapshot must stay.
+  // The oldest snapshot is going: its blocks move to the next living one, or to the file if it is the last. False,
+  // after a report, if some could not be moved: the snapshot must stay.
   static bool HandOverBlocks(KivCacheUseFile& zOriginal);
+  // After a snapshot has left: the lists of caches become as long as that of the snapshots.
+  void CutCacheLists();
 };
 
 }  // namespace kiv

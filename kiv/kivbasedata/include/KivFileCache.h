@@ -38,9 +38,11 @@ class KivFileCache {
   uint64_t GetWorkLength();
   void FlushWork();
 
-  // 0 when the blocks cannot be had; else all of nCount, also behind the end of the file.
+  // 0 when the blocks cannot be had; else all of nCount, also behind the end of the file. Only in the last block that
+  // FillCached has brought so far a read ends where the bytes do.
   uint64_t ReadCached(uint64_t iOffset, uint64_t nCount, void* lpBuf);
   bool WriteCached(uint64_t iOffset, uint64_t nCount, const void* lpBuf);
+  // Stores bytes that arrive in order from the start of the file. Reports what is out of order and stores nothing.
   void FillCached(uint64_t iOffset, uint64_t nCount, const void* lpBuf);
   bool IsRangeCached(uint64_t iStart, uint64_t iEnd, uint32_t iPriority);
   bool AdvanceCaching(uint32_t iMilliSeconds);
@@ -55,6 +57,10 @@ class KivFileCache {
 
   // The ranges that a cache takes: no end at or behind 2^63, and none more than 1 TiB behind all that is known.
   bool IsInReach(uint64_t iOffset, uint64_t nCount);
+  // False if the disk cannot take the blocks of this range, not empty, that the work file does not hold yet.
+  bool HasRoomFor(uint64_t iOffset, uint64_t nCount);
+  // True if the block's word names a snapshot and that one, or the one that took its blocks over, has it.
+  bool IsWithSnapShot(uint64_t iBlock) const;
 
   // The new cache takes the work file over; this one goes on in a fresh one. Null after a report, and nothing is
   // changed.
@@ -64,7 +70,8 @@ class KivFileCache {
   // Goes back to a snapshot's state with an empty work file. False, after a report, with nothing changed.
   bool RestoreFrom(const KivFileCache& zUndo);
   // Moves the blocks of this snapshot's cache, the oldest, into the next one: the two swap work files. False, after a
-  // report, with the next one as it was.
+  // report, with the next one as it was; this one then has lost blocks and reports when it is read or restored, until
+  // a later call comes to its end.
   bool MergeCacheSnapShot(KivFileCache& zNext);
   bool IsSnapShotFile() const { return m_bSnapShot; }
 
@@ -87,10 +94,14 @@ class KivFileCache {
   // False if the device did not take all of it, in a host whose reports return.
   bool WriteWork(KivWinMappedFile& zWork, uint64_t iOffset, const void* lpBuf, uint64_t nCount);
   void GrowStatus(uint64_t nWords);
+  bool HasOwn(uint64_t iBlock) const { return iBlock < m_vcCacheStatus.size() && (m_vcCacheStatus[iBlock] & 1) != 0; }
+  // A last block that FillCached left short becomes whole, with zeros.
+  bool CompleteLastBlock();
   // Status words as the live cache holds them after a snapshot: its own blocks now lie with snapshot iBase.
   std::vector<uint32_t> WordsBehindSnapShot(const std::vector<uint32_t>& vcStatus, int32_t iBase) const;
 
   bool m_bSnapShot = false;
+  std::vector<bool> m_vbForeign;  // blocks that a merge overwrote with those of the next snapshot; empty without one
   uint64_t m_iBlockSize;
   uint64_t m_iWorkLength = 0;
   bool m_bWorkLengthKnown = false;

@@ -54,7 +54,7 @@ class KivHistoryFile : public KivFile, public ISnapShotFile {
   void WriteZeroData(uint64_t iOffset, uint64_t nCount) override;
 
   // Called on a snapshot: it leaves its file, at the back of the list while the data space discards, else at the
-  // front. 0 or a code of KivDetachResult. The snapshot cannot be read any more.
+  // front. 0 or a code of KivDetachResult. The snapshot cannot be read any more once it has left.
   virtual int32_t DetachSnapShot();
   virtual uint8_t* DoGetDirectBuffer(bool bReadOnly, uint64_t iOffset, uint64_t nCount);
   virtual void DoReleaseDirectBuffer() {}
@@ -65,17 +65,28 @@ class KivHistoryFile : public KivFile, public ISnapShotFile {
 
   bool IsSnapShotFile() const { return m_pOriginal != nullptr || m_bLeft; }
 
-  bool m_bModified = false;                       // set by each successful write at this level; nothing clears it
+  // Set by each write at this level and by each writable direct buffer, copied to a snapshot and taken back from one by
+  // a restore; nothing else clears it.
+  bool m_bModified = false;
   std::vector<KivHistoryFile*> m_vpSnapShotData;  // oldest first; null where one has gone from the front or has died
-  uint64_t m_iFirstSnapShot = 0;                  // index of the oldest living snapshot in m_vpSnapShotData
-  KivHistoryFile* m_pOriginal = nullptr;          // in a snapshot: the file that it was taken from
+  uint64_t m_iFirstSnapShot = 0;  // index of the oldest living snapshot in m_vpSnapShotData, as far as one lives
+  KivHistoryFile* m_pOriginal = nullptr;  // in a snapshot: the file that it was taken from
 
  protected:
+  // The two halves of DetachSnapShot. The first says whether this snapshot may leave now: 0, or a code after a report;
+  // of the file it only forgets dead snapshots at the end of the list. The second cannot fail.
+  int32_t CheckDetach();
+  void LeaveList();
   // The snapshot is cut from its file: it stays a snapshot, without a file.
   virtual void LeaveOriginal();
 
   bool m_bLeft = false;       // a snapshot that has no file any more
   bool m_bHandedOut = false;  // a snapshot that CreateSnapShot has given to its caller
+
+ private:
+  // A snapshot that died without a release must not keep the younger ones from leaving: m_iFirstSnapShot goes on to
+  // the next place that is taken, or to the last one.
+  void PassDeadSnapShots();
 };
 
 }  // namespace kiv

@@ -10,8 +10,8 @@
 namespace kiv {
 
 // An object pointer and a separately allocated 32-bit count. A converted pointer (derived to base) shares the count.
-// The object is destroyed through the type that the first pointer was made with only if that type's destructor is
-// virtual, as those of all files are.
+// The last pointer deletes the object through its own type T; where pointers are converted, the destructor of the base
+// must therefore be virtual, as those of all files are.
 template <typename T>
 class KivSharedPtr {
  public:

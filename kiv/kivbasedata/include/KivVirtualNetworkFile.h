@@ -29,6 +29,9 @@ class KivVirtualNetworkFile : public KivWinMappedFile {
   void DoReleaseDirectBuffer() override;
 
   uint32_t m_iDelay = 0;  // milliseconds
+
+ protected:
+  virtual void Wait();  // once in each of the operations that wait
 };
 
 }  // namespace kiv

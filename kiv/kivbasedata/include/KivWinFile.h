@@ -83,6 +83,8 @@ class KivWinFile : public KivCacheUseFile {
 
   // True once after a write that the device did not take whole, for a host whose reports return.
   bool TakeWriteFailure();
+  // False if the file's disk surely cannot take nMore bytes. Up to 16 MiB nobody asks the disk.
+  bool HasRoomFor(uint64_t nMore) const;
 
  protected:
   bool HasBackGroundFile() const { return m_bHasBackGroundFile; }
@@ -95,9 +97,11 @@ class KivWinFile : public KivCacheUseFile {
   void ReportPiece(uint64_t iOffset, uint64_t nCount, uint64_t iPos, uint64_t iToRead, uint64_t nRead, int32_t iError,
                    int32_t iFirstError);
   uint64_t ReadWithBackGround(uint64_t iOffset, uint8_t* pBuffer, uint64_t nCount);
-  // Part of one block, from memory or from the device. The lock is held.
-  uint64_t ReadBlockPart(uint64_t iBlock, uint64_t iInBlock, uint8_t* pBuffer, uint64_t nCount);
-  void StartReader();
+  // Part of one block, from memory or from the device. The lock is held, so that nothing is reported here: nFailed
+  // counts the device's failures.
+  uint64_t ReadBlockPart(uint64_t iBlock, uint64_t iInBlock, uint8_t* pBuffer, uint64_t nCount, uint32_t& nFailed);
+  bool StartReader();
+  void QueueBlock(uint64_t iBlock, uint32_t iPriority);
 
   bool m_bHasBackGroundFile = false;
   bool m_bWriteFailed = false;

@@ -66,8 +66,16 @@ KivFileCache* KivCacheUseFile::GetCache() {
 }
 
 uint64_t KivCacheUseFile::GetOrgFileSize() {
-  if (m_iOrgFileSize == 0) m_iOrgFileSize = DoGetLength();
+  if (m_iOrgFileSize == 0) {
+    m_bLengthUnknown = false;
+    const uint64_t iLength = DoGetLength();
+    if (!m_bLengthUnknown) m_iOrgFileSize = iLength;
+  }
   return m_iOrgFileSize;
+}
+
+bool KivCacheUseFile::KnowsOrgFileSize() {
+  return GetOrgFileSize() != 0 || !m_bLengthUnknown;
 }
 
 bool KivCacheUseFile::AdvanceCaching(uint32_t iMilliSeconds) {
@@ -102,6 +110,9 @@ bool KivCacheUseFile::LoadCache(const KivWString& csPath) {
     return false;
   }
   const uint64_t iAllocationGranularity = KivGetAllocationGranularity();
+  // Blocks behind the end of the file come without gaps, so that a sound patch reaches no further than this. A number
+  // that no real patch of this file holds must not claim memory or disk.
+  const uint64_t iLength = GetLength();
   const uint64_t nPatch = pzPatch->GetLength();
   std::vector<uint8_t> vcBlock(iAllocationGranularity);
   uint64_t iCursor = 0;
@@ -118,11 +129,9 @@ bool KivCacheUseFile::LoadCache(const KivWString& csPath) {
     const uint64_t nLength = KivLoad<uint64_t>(acLength);
     if (nLength == 0 || nLength > iAllocationGranularity) break;
     if (pzPatch->Read(iCursor + 16, vcBlock.data(), nLength) != nLength) break;
-    // A number that no real patch of this file holds must not claim memory or disk.
     if (iBlock >= kEndOfOffsets / iAllocationGranularity) break;
     const uint64_t iStart = iBlock * iAllocationGranularity;
-    const uint64_t iEnd = GetLength();
-    if (iStart > iEnd && iStart - iEnd > nPatch) break;
+    if (iStart > iLength && iStart - iLength > nPatch) break;
     Write(iStart, vcBlock.data(), nLength);
     iCursor += 16 + nLength;
   }
@@ -172,6 +181,15 @@ int32_t KivCacheUseFile::RestoreFromUndo(KivFile* pUndo_arg) {
     KIV_FAIL();
     return KivRestoreNoSnapShot;
   }
+  // A restore that fails leaves the mark with the contents that it belongs to.
+  struct KeepModified {
+    ~KeepModified() {
+      if (!m_bRestored) m_bModified = m_bBefore;
+    }
+    bool& m_bModified;
+    const bool m_bBefore;
+    bool m_bRestored;
+  } zKeep{m_bModified, m_bModified, false};
   if (KivHistoryFile::RestoreFromUndo(pUndo) != KivRestoreDone) {
     KIV_FAIL();
     return KivRestoreBaseFailed;
@@ -190,6 +208,7 @@ int32_t KivCacheUseFile::RestoreFromUndo(KivFile* pUndo_arg) {
     KIV_FAIL();
     return KivRestoreCacheNotReset;
   }
+  zKeep.m_bRestored = true;
   m_iOrgFileSize = pUndo->m_iOrgFileSize;
   return KivRestoreDone;
 }
@@ -225,7 +244,7 @@ void KivCacheUseFile::WriteZeroData(uint64_t iOffset, uint64_t nCount) {
   if (CanUseCache()) {
     if (nCount == 0) return;
     KivFileCache* pCache = GetCache();
-    if (!pCache->IsInReach(iOffset, nCount)) {
+    if (!pCache->IsInReach(iOffset, nCount) || !pCache->HasRoomFor(iOffset, nCount)) {
       KIV_FAIL();
       return;
     }
@@ -283,20 +302,19 @@ uint64_t KivCacheUseFile::GetDataLength() {
 }
 
 bool KivCacheUseFile::HandOverBlocks(KivCacheUseFile& zOriginal) {
+  const std::vector<KivFileCache*>& vpCache = zOriginal.m_vpCacheSnapShot;
   const uint64_t iFirst = zOriginal.m_iFirstSnapShot;
-  std::vector<KivFileCache*>& vpCache = zOriginal.m_vpCacheSnapShot;
-  if (iFirst + 1 < vpCache.size()) {
-    KivFileCache* pGoing = vpCache[iFirst];
-    KivFileCache* pNext = vpCache[iFirst + 1];
-    if (pGoing != nullptr && pNext != nullptr) return pGoing->MergeCacheSnapShot(*pNext);
-    KIV_FAIL();
-    return true;
-  }
+  const int64_t iBase = KivDataSpaceFields::GetInstance()->GetCurBaseSnapShot();
+  // Behind the base the list ends with this release, whatever it holds.
+  const uint64_t iEnd = std::min<uint64_t>(vpCache.size(), iBase < 0 ? 0 : static_cast<uint64_t>(iBase) + 1);
+  for (uint64_t i = iFirst + 1; i < iEnd; ++i)
+    if (vpCache[i] != nullptr && vpCache[iFirst] != nullptr) return vpCache[iFirst]->MergeCacheSnapShot(*vpCache[i]);
+  // It is the last one.
   if (zOriginal.m_pzFileCache == nullptr) return true;
   const uint64_t iAllocationGranularity = KivGetAllocationGranularity();
-  const std::vector<uint32_t>& vcStatus = zOriginal.m_pzFileCache->m_vcCacheStatus;
-  for (uint64_t i = 0; i < vcStatus.size(); ++i) {
-    if (vcStatus[i] < 4) continue;
+  KivFileCache& zLive = *zOriginal.m_pzFileCache;
+  for (uint64_t i = 0; i < zLive.m_vcCacheStatus.size(); ++i) {
+    if (zLive.m_vcCacheStatus[i] < 4 || !zLive.IsWithSnapShot(i)) continue;
     char cDummy = 0;
     const uint64_t iRead = zOriginal.Read(i * iAllocationGranularity, &cDummy, sizeof(cDummy));
     if (!KIV_CHECK(iRead == sizeof(cDummy))) return false;
@@ -318,28 +336,25 @@ int32_t KivCacheUseFile::DetachSnapShot() {
     KIV_FAIL();
     return KivDetachOriginalNotCached;
   }
-  if (KivDataSpaceFields::GetInstance()->m_bDiscardingSnapShot) {
-    const int32_t iResult = KivHistoryFile::DetachSnapShot();
-    if (iResult != KivDetachDone) return iResult;
-    if (!pOriginal->m_vpCacheSnapShot.empty()) pOriginal->m_vpCacheSnapShot.pop_back();
-    if (pOriginal->m_pzFileCache != nullptr && !pOriginal->m_pzFileCache->m_vpSnapShotStatus.empty())
-      pOriginal->m_pzFileCache->m_vpSnapShotStatus.pop_back();
-    return KivDetachDone;
-  }
-  // One that is not the oldest is refused by the base class; its blocks stay where they are.
-  const uint64_t iFirst = pOriginal->m_iFirstSnapShot;
-  if (iFirst < pOriginal->m_vpSnapShotData.size() && pOriginal->m_vpSnapShotData[iFirst] == this) {
-    if (!HandOverBlocks(*pOriginal)) return KivDetachBehindList;
-    UnlinkCache();
-    if (KivDataSpaceFields::GetInstance()->GetCurBaseSnapShot() == static_cast<int64_t>(iFirst)) {
-      pOriginal->m_vpCacheSnapShot.clear();
-      if (pOriginal->m_pzFileCache != nullptr) pOriginal->m_pzFileCache->m_vpSnapShotStatus.clear();
-    }
-  }
-  return KivHistoryFile::DetachSnapShot();
+  // No block moves for a snapshot that has to stay.
+  const int32_t iResult = CheckDetach();
+  if (iResult != KivDetachDone) return iResult;
+  if (!KivDataSpaceFields::GetInstance()->m_bDiscardingSnapShot && !HandOverBlocks(*pOriginal))
+    return KivDetachBehindList;
+  LeaveList();
+  pOriginal->CutCacheLists();
+  return KivDetachDone;
+}
+
+void KivCacheUseFile::CutCacheLists() {
+  const size_t nSnapShots = m_vpSnapShotData.size();
+  if (m_vpCacheSnapShot.size() > nSnapShots) m_vpCacheSnapShot.resize(nSnapShots);
+  if (m_pzFileCache != nullptr && m_pzFileCache->m_vpSnapShotStatus.size() > nSnapShots)
+    m_pzFileCache->m_vpSnapShotStatus.resize(nSnapShots);
 }
 
 void KivCacheUseFile::FillCached(uint64_t iOffset, uint64_t nCount, const void* lpBuf) {
+  if (nCount == 0) return;
   if (KivFileCache* pCache = GetCache()) pCache->FillCached(iOffset, nCount, lpBuf);
 }
 

@@ -10,6 +10,7 @@
 #include "KivDataUtil.h"
 #include "KivException.h"
 #include "KivFileFactory.h"
+#include "KivFile_Zero.h"
 #include "KivLittleEndian.h"
 #include "KivWinMappedFile.h"
 
@@ -23,9 +24,10 @@ constexpr uint64_t kFillPiece = 0x1000000;
 constexpr size_t kWantedLimit = 10000;
 constexpr uint64_t kBufferAlignment = 16;
 
-// Block buffers that are too large for the stack, one for each level of nested use. They live as long as the process.
+// Block buffers that are too large for the stack, one for each level of nested use. They are never destroyed: files
+// that are themselves static may still be read at the end of the process.
 std::vector<std::unique_ptr<std::vector<uint8_t>>>& ScratchBlocks() {
-  static std::vector<std::unique_ptr<std::vector<uint8_t>>> vpScratch;
+  static auto& vpScratch = *new std::vector<std::unique_ptr<std::vector<uint8_t>>>;
   return vpScratch;
 }
 size_t g_nScratchLevel = 0;
@@ -98,7 +100,7 @@ uint64_t KivFileCache::GetWorkLength() {
   if (m_pzCacheFile == nullptr) return 0;
   if (!m_bWorkLengthKnown) {
     m_iWorkLength = m_pzCacheFile->GetLength();
-    m_bWorkLengthKnown = true;
+    m_bWorkLengthKnown = !m_pzCacheFile->IsLengthUnknown();
   }
   return m_iWorkLength;
 }
@@ -109,12 +111,13 @@ void KivFileCache::FlushWork() {
 
 bool KivFileCache::WriteWork(KivWinMappedFile& zWork, uint64_t iOffset, const void* lpBuf, uint64_t nCount) {
   const uint64_t nLength = GetWorkLength();
+  const bool bKnown = m_bWorkLengthKnown;
   m_bWorkLengthKnown = false;
   zWork.TakeWriteFailure();  // of a write that left by an exception
   zWork.Write(iOffset, lpBuf, nCount);
   if (zWork.TakeWriteFailure()) return false;
   m_iWorkLength = std::max(nLength, iOffset + nCount);
-  m_bWorkLengthKnown = true;
+  m_bWorkLengthKnown = bKnown;
   return true;
 }
 
@@ -130,21 +133,41 @@ KivCacheUseFile* KivFileCache::BaseFile() const {
 }
 
 bool KivFileCache::IsInReach(uint64_t iOffset, uint64_t nCount) {
-  if (nCount > kEndOfOffsets || iOffset > kEndOfOffsets - nCount) return false;
+  if (nCount >= kEndOfOffsets || iOffset >= kEndOfOffsets - nCount) return false;
   const uint64_t iEnd = iOffset + nCount;
   if (iEnd / m_iBlockSize < m_vcCacheStatus.size()) return true;
-  const KivCacheUseFile* pBase = BaseFile();
+  KivCacheUseFile* const pBase = BaseFile();
   if (pBase == nullptr) return false;
   uint64_t iKnown = std::max<uint64_t>(GetWorkLength(), m_vcCacheStatus.size() * m_iBlockSize);
-  iKnown = std::max(iKnown, BaseFile()->GetOrgFileSize());
+  iKnown = std::max(iKnown, pBase->GetOrgFileSize());
   return iEnd <= iKnown || iEnd - iKnown <= kReach;
+}
+
+bool KivFileCache::HasRoomFor(uint64_t iOffset, uint64_t nCount) {
+  KivWinMappedFile* const pWork = GetWorkFile();
+  if (pWork == nullptr) return false;
+  const uint64_t iFirst = iOffset / m_iBlockSize;
+  const uint64_t iEnd = (iOffset + (nCount - 1)) / m_iBlockSize + 1;
+  uint64_t nHeld = 0;
+  for (uint64_t i = iFirst; i < std::min<uint64_t>(iEnd, m_vcCacheStatus.size()); ++i) nHeld += HasOwn(i) ? 1 : 0;
+  return pWork->HasRoomFor((iEnd - iFirst - nHeld) * m_iBlockSize);
+}
+
+bool KivFileCache::IsWithSnapShot(uint64_t iBlock) const {
+  const KivCacheUseFile* const pBase = BaseFile();
+  const uint32_t iWord = iBlock < m_vcCacheStatus.size() ? m_vcCacheStatus[iBlock] : 0;
+  if (pBase == nullptr || iWord < 4) return false;
+  const uint64_t k = std::max<uint64_t>((iWord >> 2) - 1, pBase->m_iFirstSnapShot);
+  if (k >= pBase->m_vpCacheSnapShot.size()) return false;
+  const KivFileCache* const pSnapShot = pBase->m_vpCacheSnapShot[k];
+  return pSnapShot != nullptr && pSnapShot->HasWorkFile() && pSnapShot->HasOwn(iBlock);
 }
 
 bool KivFileCache::EnsureCached(uint64_t iOffset, uint64_t nCount, KivWinMappedFile& zWork) {
   if (nCount == 0) return true;
   const uint64_t iLast = (iOffset + (nCount - 1)) / m_iBlockSize;
   for (uint64_t i = iOffset / m_iBlockSize; i <= iLast; ++i) {
-    if (i < m_vcCacheStatus.size() && (m_vcCacheStatus[i] & 1) != 0) continue;
+    if (HasOwn(i)) continue;
     if (!FetchBlock(i, zWork)) return false;
   }
   return true;
@@ -186,7 +209,8 @@ bool KivFileCache::ReadBase(uint64_t iBlock, uint8_t* pBuffer) {
 
 bool KivFileCache::FetchBlockInto(uint64_t iBlock, KivWinMappedFile& zWork, uint8_t* pBuffer) {
   KivCacheUseFile* const pBase = BaseFile();
-  if (pBase == nullptr) {
+  // Without the base's length nobody can say what the block holds.
+  if (pBase == nullptr || !pBase->KnowsOrgFileSize()) {
     KIV_FAIL();
     return false;
   }
@@ -204,15 +228,19 @@ bool KivFileCache::FetchBlockInto(uint64_t iBlock, KivWinMappedFile& zWork, uint
     iNewWord = 3;
   } else if (iWord >= 4) {
     const uint64_t k = std::max<uint64_t>((iWord >> 2) - 1, pBase->m_iFirstSnapShot);
+    KivFileCache* const pFrom = k < pBase->m_vpCacheSnapShot.size() ? pBase->m_vpCacheSnapShot[k] : nullptr;
     if (k >= pBase->m_vpCacheSnapShot.size()) {
       KIV_FAIL();
       iNewWord = 3;
-    } else if (pBase->m_vpCacheSnapShot[k] == nullptr || !pBase->m_vpCacheSnapShot[k]->HasWorkFile()) {
+    } else if (!IsWithSnapShot(iBlock)) {
+      // The snapshot has died, and its blocks with it.
       KIV_FAIL();
       iNewWord = 1;
+    } else if (iBlock < pFrom->m_vbForeign.size() && pFrom->m_vbForeign[iBlock]) {
+      KIV_FAIL();
+      return false;
     } else {
-      const uint64_t iRead =
-          pBase->m_vpCacheSnapShot[k]->m_pzCacheFile->DoRead(iStart, pBuffer, iAllocationGranularity);
+      const uint64_t iRead = pFrom->m_pzCacheFile->DoRead(iStart, pBuffer, iAllocationGranularity);
       // Half a block must not take the place of what was written before: it stays with the snapshot.
       if (!KIV_CHECK(iRead == iAllocationGranularity)) return false;
       iNewWord = (iWord & 2) + 1;
@@ -230,7 +258,7 @@ bool KivFileCache::FetchBlockInto(uint64_t iBlock, KivWinMappedFile& zWork, uint
 uint64_t KivFileCache::ReadCached(uint64_t iOffset, uint64_t nCount, void* lpBuf) {
   KivWinMappedFile* pWork = GetWorkFile();
   if (pWork == nullptr) return 0;
-  if (!IsInReach(iOffset, nCount)) {
+  if (!IsInReach(iOffset, nCount) || !m_vbForeign.empty()) {
     KIV_FAIL();
     return 0;
   }
@@ -246,26 +274,27 @@ bool KivFileCache::WriteCached(uint64_t iOffset, uint64_t nCount, const void* lp
   }
   if (nCount == 0) return true;
   if (!EnsureCached(iOffset, nCount, *pWork)) return false;
-  const bool bWritten = WriteWork(*pWork, iOffset, lpBuf, nCount);
+  // Marked first: a write that fails half way has changed its blocks too.
   const uint64_t iLast = (iOffset + (nCount - 1)) / m_iBlockSize;
   for (uint64_t i = iOffset / m_iBlockSize; i <= iLast; ++i) m_vcCacheStatus[i] |= 2;
-  return bWritten;
+  return WriteWork(*pWork, iOffset, lpBuf, nCount);
 }
 
 void KivFileCache::FillCached(uint64_t iOffset, uint64_t nCount, const void* lpBuf) {
   if (nCount == 0) return;
   if (!KIV_CHECK(lpBuf != NULL)) return;
   KivWinMappedFile* pWork = GetWorkFile();
-  if (pWork == nullptr || nCount > kEndOfOffsets || iOffset > kEndOfOffsets - nCount) {
+  if (pWork == nullptr || !IsInReach(iOffset, nCount)) {
     KIV_FAIL();
     return;
   }
   const uint64_t iAllocationGranularity = m_iBlockSize;
   if (iOffset == 0) {
-    KIV_CHECK(m_vcCacheStatus.empty());
+    if (!KIV_CHECK(m_vcCacheStatus.empty())) return;
   } else {
-    KIV_CHECK(m_vcCacheStatus.size() == 1 + (iOffset - 1) / iAllocationGranularity);
-    for (size_t i = 0; i < m_vcCacheStatus.size(); ++i) KIV_CHECK(m_vcCacheStatus[i] == 1);
+    if (!KIV_CHECK(m_vcCacheStatus.size() == 1 + (iOffset - 1) / iAllocationGranularity)) return;
+    for (size_t i = 0; i < m_vcCacheStatus.size(); ++i)
+      if (!KIV_CHECK(m_vcCacheStatus[i] == 1)) return;
   }
   const auto* pSource = static_cast<const uint8_t*>(lpBuf);
   const uint64_t iEnd = iOffset + nCount;
@@ -374,7 +403,28 @@ void KivFileCache::CheckFileStatus() const {
 
 bool KivFileCache::SaveCache(const KivWString& csPath, uint64_t iSize) {
   if (!KIV_CHECK(!IsSnapShotFile())) return false;
-  if (m_pzOwner == nullptr || !IsInReach(0, iSize)) {
+  if (m_pzOwner == nullptr || !m_pzOwner->KnowsOrgFileSize() || iSize >= kEndOfOffsets) {
+    KIV_FAIL();
+    return false;
+  }
+  const uint64_t iOrgFileSize = m_pzOwner->GetOrgFileSize();
+  const auto IsInPatch = [this, iOrgFileSize](uint64_t i) {
+    const uint64_t iStart = i * m_iBlockSize;
+    const bool bInside = iStart < iOrgFileSize && iOrgFileSize - iStart >= m_iBlockSize;
+    return !(i < m_vcCacheStatus.size() && bInside && (m_vcCacheStatus[i] & 2) == 0);
+  };
+  // What the disk cannot take is refused before it is full.
+  const uint64_t nBlocks = iSize / m_iBlockSize + (iSize % m_iBlockSize != 0 ? 1 : 0);
+  const uint64_t nWithWord = std::min<uint64_t>(nBlocks, m_vcCacheStatus.size());
+  uint64_t nRecords = nBlocks - nWithWord;
+  uint64_t nFetches = nRecords;
+  for (uint64_t i = 0; i < nWithWord; ++i) {
+    if (!IsInPatch(i)) continue;
+    ++nRecords;
+    if (!HasOwn(i)) ++nFetches;
+  }
+  KivWinMappedFile* const pWork = GetWorkFile();
+  if (pWork == nullptr || !pWork->HasRoomFor(nFetches * m_iBlockSize)) {
     KIV_FAIL();
     return false;
   }
@@ -390,17 +440,15 @@ bool KivFileCache::SaveCache(const KivWString& csPath, uint64_t iSize) {
   }
   const KivSharedPtr<ISnapShotFile> pzPatch = KivCreateFile(std::move(hFile));
   auto* pPatch = dynamic_cast<KivWinFile*>(pzPatch.Get());
-  if (pPatch == nullptr) {
+  if (pPatch == nullptr || !pPatch->HasRoomFor(nRecords * m_iBlockSize)) {
     KIV_FAIL();
     return false;
   }
-  const uint64_t iOrgFileSize = m_pzOwner->GetOrgFileSize();
   std::vector<uint8_t> vcRecord(16 + m_iBlockSize);
   uint64_t iCursor = 0;
-  for (uint64_t i = 0; i * m_iBlockSize < iSize; ++i) {
+  for (uint64_t i = 0; i < nBlocks; ++i) {
+    if (!IsInPatch(i)) continue;
     const uint64_t iStart = i * m_iBlockSize;
-    const bool bInside = iStart < iOrgFileSize && iOrgFileSize - iStart >= m_iBlockSize;
-    if (i < m_vcCacheStatus.size() && bInside && (m_vcCacheStatus[i] & 2) == 0) continue;
     const uint64_t nLength = std::min(iSize - iStart, m_iBlockSize);
     const uint64_t iRead = ReadCached(iStart, nLength, vcRecord.data() + 16);
     if (iRead == 0) continue;
@@ -433,13 +481,23 @@ std::vector<uint32_t> KivFileCache::WordsBehindSnapShot(const std::vector<uint32
   return vcNew;
 }
 
+bool KivFileCache::CompleteLastBlock() {
+  const uint64_t iLength = GetWorkLength();
+  const uint64_t nInBlock = iLength % m_iBlockSize;
+  if (nInBlock == 0 || !HasOwn(iLength / m_iBlockSize)) return true;
+  return WriteWork(*m_pzCacheFile, iLength, g_acKivZero, m_iBlockSize - nInBlock);
+}
+
 std::unique_ptr<KivFileCache> KivFileCache::CreateSnapShot() {
   if (!KIV_CHECK(!IsSnapShotFile())) return nullptr;
   if (GetWorkFile() == nullptr) return nullptr;
+  // The new work file gets the length as it is, the snapshot's whole blocks.
   const uint64_t iLength = GetWorkLength();
+  if (!m_bWorkLengthKnown) return nullptr;
   const int32_t iBase = KivDataSpaceFields::GetInstance()->GetCurBaseSnapShot();
   if (!KIV_CHECK_AS(iBase >= 0, "KivDataSpaceBase::GetInstance()->GetCurBaseSnapShot() >= 0")) return nullptr;
   // All that can fail comes first, so that a failed snapshot leaves the cache as it was.
+  if (!CompleteLastBlock()) return nullptr;
   std::vector<uint32_t> vcNew = WordsBehindSnapShot(m_vcCacheStatus, iBase);
   auto pzSnapShot = std::make_unique<KivFileCache>(m_pzOwner);
   m_vpSnapShotStatus.reserve(m_vpSnapShotStatus.size() + 1);
@@ -470,7 +528,7 @@ void KivFileCache::TakeBack(KivFileCache& zSnapShot) {
 }
 
 bool KivFileCache::RestoreFrom(const KivFileCache& zUndo) {
-  if (GetWorkFile() == nullptr) {
+  if (GetWorkFile() == nullptr || !zUndo.m_vbForeign.empty()) {
     KIV_FAIL();
     return false;
   }
@@ -498,9 +556,11 @@ bool KivFileCache::MergeCacheSnapShot(KivFileCache& zNext) {
   std::vector<uint8_t> vcBlock(m_iBlockSize);
   GrowStatus(zNext.m_vcCacheStatus.size());
   for (size_t i = 0; i < zNext.m_vcCacheStatus.size(); ++i) {
-    if ((zNext.m_vcCacheStatus[i] & 1) == 0) continue;
+    if (!zNext.HasOwn(i)) continue;
     const uint64_t iRead = pNextWork->DoRead(i * m_iBlockSize, vcBlock.data(), iAllocationGranularity);
     if (!KIV_CHECK(iRead == iAllocationGranularity)) return false;
+    if (m_vbForeign.size() <= i) m_vbForeign.resize(m_vcCacheStatus.size());
+    m_vbForeign[i] = true;
     if (!WriteWork(*pWork, i * m_iBlockSize, vcBlock.data(), m_iBlockSize)) return false;
     m_vcCacheStatus[i] = zNext.m_vcCacheStatus[i] & 3;
   }

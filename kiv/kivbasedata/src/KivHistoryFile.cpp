@@ -20,10 +20,17 @@ KivHistoryFile::~KivHistoryFile() {
     }
   if (m_pOriginal == nullptr) return;
   std::vector<KivHistoryFile*>& vpList = m_pOriginal->m_vpSnapShotData;
-  if (!m_bHandedOut && !vpList.empty() && vpList.back() == this)
+  if (!m_bHandedOut && !vpList.empty() && vpList.back() == this) {
     vpList.pop_back();
-  else
-    std::replace(vpList.begin(), vpList.end(), this, static_cast<KivHistoryFile*>(nullptr));
+    return;
+  }
+  std::replace(vpList.begin(), vpList.end(), this, static_cast<KivHistoryFile*>(nullptr));
+  m_pOriginal->PassDeadSnapShots();
+}
+
+void KivHistoryFile::PassDeadSnapShots() {
+  while (m_iFirstSnapShot + 1 < m_vpSnapShotData.size() && m_vpSnapShotData[m_iFirstSnapShot] == nullptr)
+    ++m_iFirstSnapShot;
 }
 
 void KivHistoryFile::LeaveOriginal() {
@@ -146,6 +153,7 @@ KivFile* KivHistoryFile::CopyToSnapShot(KivFile* pSnapShot_arg) {
   m_vpSnapShotData.push_back(pSnapShot);
   pSnapShot->m_bModified = m_bModified;
   pSnapShot->m_pOriginal = this;
+  PassDeadSnapShots();
   return pSnapShot;
 }
 
@@ -188,27 +196,25 @@ void KivHistoryFile::WriteZeroData(uint64_t iOffset, uint64_t nCount) {
   m_bModified = true;
 }
 
-int32_t KivHistoryFile::DetachSnapShot() {
+int32_t KivHistoryFile::CheckDetach() {
   if (m_pOriginal == nullptr) {
     KIV_FAIL();
     return KivDetachNoOriginal;
   }
   std::vector<KivHistoryFile*>& vpList = m_pOriginal->m_vpSnapShotData;
   if (KivDataSpaceFields::GetInstance()->m_bDiscardingSnapShot) {
+    // Those that died without a release do not stand in the way.
+    while (!vpList.empty() && vpList.back() == nullptr) vpList.pop_back();
     if (vpList.empty()) {
       KIV_FAIL();
       return KivDetachListEmpty;
     }
     KIV_CHECK(m_pOriginal->m_vpSnapShotData.back() == this);
-    KivHistoryFile* pLast = vpList.back();
-    vpList.pop_back();
-    if (pLast != nullptr) pLast->LeaveOriginal();
     return KivDetachDone;
   }
   KIV_CHECK_AS(KivDataSpaceFields::GetInstance()->GetCurBaseSnapShot() >= 0,
                "KivDataSpaceBase::GetInstance()->GetCurBaseSnapShot() >= 0");
-  KivHistoryFile* const pOriginal = m_pOriginal;
-  const uint64_t i = pOriginal->m_iFirstSnapShot;
+  const uint64_t i = m_pOriginal->m_iFirstSnapShot;
   if (i + 1 > vpList.size()) {
     KIV_FAIL();
     return KivDetachBehindList;
@@ -221,17 +227,37 @@ int32_t KivHistoryFile::DetachSnapShot() {
     KIV_FAIL();
     return KivDetachNotOldest;
   }
-  vpList[i] = nullptr;
-  ++pOriginal->m_iFirstSnapShot;
-  const int64_t iBase = KivDataSpaceFields::GetInstance()->GetCurBaseSnapShot();
-  if (static_cast<int64_t>(pOriginal->m_iFirstSnapShot) == iBase + 1) {
-    pOriginal->m_iFirstSnapShot = 0;
+  return KivDetachDone;
+}
+
+void KivHistoryFile::LeaveList() {
+  KivHistoryFile* const pOriginal = m_pOriginal;
+  std::vector<KivHistoryFile*>& vpList = pOriginal->m_vpSnapShotData;
+  if (KivDataSpaceFields::GetInstance()->m_bDiscardingSnapShot) {
+    KivHistoryFile* pLast = vpList.back();
+    vpList.pop_back();
+    if (pLast != nullptr) pLast->LeaveOriginal();
+    return;
+  }
+  uint64_t& iFirst = pOriginal->m_iFirstSnapShot;
+  const auto iEnd = static_cast<uint64_t>(int64_t{KivDataSpaceFields::GetInstance()->GetCurBaseSnapShot()} + 1);
+  vpList[iFirst] = nullptr;
+  ++iFirst;
+  // Those that died without a release have left already.
+  while (iFirst != iEnd && iFirst < vpList.size() && vpList[iFirst] == nullptr) ++iFirst;
+  if (iFirst == iEnd) {
+    iFirst = 0;
     for (KivHistoryFile* pSnapShot : vpList)
       if (pSnapShot != nullptr) pSnapShot->LeaveOriginal();
     vpList.clear();
   }
   LeaveOriginal();
-  return KivDetachDone;
+}
+
+int32_t KivHistoryFile::DetachSnapShot() {
+  const int32_t iResult = CheckDetach();
+  if (iResult == KivDetachDone) LeaveList();
+  return iResult;
 }
 
 uint8_t* KivHistoryFile::DoGetDirectBuffer(bool, uint64_t, uint64_t) {

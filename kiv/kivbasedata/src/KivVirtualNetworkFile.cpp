@@ -58,20 +58,24 @@ KivFile* KivVirtualNetworkFile::CreateInstance() {
   return new KivVirtualNetworkFile;
 }
 
-uint64_t KivVirtualNetworkFile::DoRead(uint64_t iOffset, void* lpBuf, uint64_t nCount) {
+void KivVirtualNetworkFile::Wait() {
   sys::SleepMs(m_iDelay);
+}
+
+uint64_t KivVirtualNetworkFile::DoRead(uint64_t iOffset, void* lpBuf, uint64_t nCount) {
+  Wait();
   return KivWinMappedFile::DoRead(iOffset, lpBuf, nCount);
 }
 
 void KivVirtualNetworkFile::DoWrite(uint64_t iOffset, const void* lpBuf, uint64_t nCount) {
   KIV_FAIL();
-  sys::SleepMs(m_iDelay);
+  Wait();
   KivWinMappedFile::DoWrite(iOffset, lpBuf, nCount);
 }
 
 void KivVirtualNetworkFile::DoWriteZero(uint64_t iOffset, uint64_t nCount) {
   KIV_FAIL();
-  sys::SleepMs(m_iDelay);
+  Wait();
   KivWinMappedFile::DoWriteZero(iOffset, nCount);
 }
 
@@ -82,12 +86,12 @@ bool KivVirtualNetworkFile::DoSetLength(uint64_t) {
 
 void KivVirtualNetworkFile::DoFlush() {
   KIV_FAIL();
-  sys::SleepMs(m_iDelay);
+  Wait();
   KivWinMappedFile::DoFlush();
 }
 
 uint64_t KivVirtualNetworkFile::DoGetLength() {
-  sys::SleepMs(m_iDelay);
+  Wait();
   return KivWinMappedFile::DoGetLength();
 }
 

@@ -18,6 +18,8 @@ namespace {
 constexpr char kSource[] = "src\\KivWinFile";
 constexpr uint64_t kMaxTransfer = 0x10000000;  // one transfer takes a 32-bit count
 constexpr uint64_t kSmallCount = 0x10000;
+constexpr uint64_t kEndOfOffsets = uint64_t{1} << 63;
+constexpr uint64_t kSmallRoom = 0x1000000;
 constexpr uint64_t kBlocksPerChunk = 10;
 constexpr uint64_t kBlocksPerRead = 5;
 constexpr size_t kIdleLimit = 100;
@@ -35,7 +37,7 @@ uint8_t* BlockInChunk(Info& zInfo, uint64_t iBlock) {
   return vcChunk.data() + iBlock % kBlocksPerChunk * zInfo.m_iBlockSize;
 }
 
-// The entry that was served leaves its queue, wherever newer ones have pushed it.
+// The entry that was served leaves its queue: it is at the back, or in front of those that were pushed meanwhile.
 void DropServed(std::deque<uint64_t>& dqBlocks, uint64_t iBlock) {
   const auto pFound = std::find(dqBlocks.rbegin(), dqBlocks.rend(), iBlock);
   if (pFound != dqBlocks.rend()) dqBlocks.erase(std::next(pFound).base());
@@ -159,6 +161,12 @@ KivWinFile::KivWinFile(KivSysFile hFile, bool bReadOnly, bool bEnableCache, KivS
   m_bHasBackGroundFile = zInfo.m_hBackGroundFile.IsOpen();
   if (!m_bHasBackGroundFile) return;
   zInfo.m_iFileSize = DoGetLength();
+  if (m_bLengthUnknown) {
+    // Nothing is known of its blocks: the file goes on without a reader.
+    m_bHasBackGroundFile = false;
+    zInfo.m_hBackGroundFile.Close();
+    return;
+  }
   zInfo.m_iBlockSize = KivGetAllocationGranularity();
   zInfo.m_iBlockCount = zInfo.m_iFileSize / zInfo.m_iBlockSize + (zInfo.m_iFileSize % zInfo.m_iBlockSize != 0 ? 1 : 0);
   zInfo.m_vcBlockState.resize(zInfo.m_iBlockCount);
@@ -216,6 +224,11 @@ KivFile* KivWinFile::CreateInstance() {
 uint64_t KivWinFile::DoRead(uint64_t iOffset, void* lpBuf, uint64_t nCount) {
   auto* const pBuffer = static_cast<uint8_t*>(lpBuf);
   if (m_bHasBackGroundFile) return ReadWithBackGround(iOffset, pBuffer, nCount);
+  // Pieces behind the last offset would come from the start of the file.
+  if (nCount > kEndOfOffsets || iOffset > kEndOfOffsets - nCount) {
+    KIV_FAIL();
+    return 0;
+  }
   uint64_t iPos = 0;
   do {
     const auto nPiece = static_cast<uint32_t>(std::min(nCount - iPos, kMaxTransfer));
@@ -273,35 +286,44 @@ void KivWinFile::ReportPiece(uint64_t iOffset, uint64_t nCount, uint64_t iPos, u
 }
 
 uint64_t KivWinFile::ReadWithBackGround(uint64_t iOffset, uint8_t* pBuffer, uint64_t nCount) {
-  Info& zInfo = m_zBackGroundReadInfo;
-  const Editor zLock(false, zInfo.m_zLock);
-  uint64_t iBlock = iOffset / zInfo.m_iBlockSize;
-  uint64_t iInBlock = iOffset % zInfo.m_iBlockSize;
+  uint32_t nFailed = 0;
   uint64_t nDone = 0;
-  do {
-    if (iBlock >= zInfo.m_iBlockCount) break;
-    const uint64_t nPart = std::min(zInfo.m_iBlockSize - iInBlock, nCount - nDone);
-    const uint64_t nRead = ReadBlockPart(iBlock, iInBlock, pBuffer + nDone, nPart);
-    nDone += nRead;
-    if (nRead < nPart) break;
-    ++iBlock;
-    iInBlock = 0;
-  } while (nDone < nCount);
+  {
+    Info& zInfo = m_zBackGroundReadInfo;
+    const Editor zLock(false, zInfo.m_zLock);
+    uint64_t iBlock = iOffset / zInfo.m_iBlockSize;
+    uint64_t iInBlock = iOffset % zInfo.m_iBlockSize;
+    do {
+      if (iBlock >= zInfo.m_iBlockCount) break;
+      const uint64_t nPart = std::min(zInfo.m_iBlockSize - iInBlock, nCount - nDone);
+      const uint64_t nRead = ReadBlockPart(iBlock, iInBlock, pBuffer + nDone, nPart, nFailed);
+      nDone += nRead;
+      if (nRead < nPart) break;
+      ++iBlock;
+      iInBlock = 0;
+    } while (nDone < nCount);
+  }
+  // A report may take long, and who hears of it may ask this file again.
+  for (uint32_t i = 0; i < nFailed; ++i) KivReportFailure("iRet != 0", kSource, __LINE__);
   return nDone;
 }
 
-uint64_t KivWinFile::ReadBlockPart(uint64_t iBlock, uint64_t iInBlock, uint8_t* pBuffer, uint64_t nCount) {
-  Info& zInfo = m_zBackGroundReadInfo;
+uint64_t KivWinFile::ReadBlockPart(uint64_t iBlock, uint64_t iInBlock, uint8_t* pBuffer, uint64_t nCount,
+                                   uint32_t& nFailed) {
+  const Info& zInfo = m_zBackGroundReadInfo;
   const uint64_t iStart = iBlock * zInfo.m_iBlockSize + iInBlock;
   if (zInfo.m_vcBlockState[iBlock] == kInMemory) {
     // The last block is whole in memory; what lies behind the file's end is not given out.
     const uint64_t nHeld = std::min(nCount, zInfo.m_iFileSize - std::min(iStart, zInfo.m_iFileSize));
-    std::memcpy(pBuffer, BlockInChunk(zInfo, iBlock) + iInBlock, nHeld);
+    const auto pChunk = zInfo.m_mapChunks.find(iBlock / kBlocksPerChunk);
+    if (pChunk == zInfo.m_mapChunks.end() || pChunk->second.empty())
+      std::memset(pBuffer, 0, nHeld);  // as an empty chunk
+    else
+      std::memcpy(pBuffer, pChunk->second.data() + iBlock % kBlocksPerChunk * zInfo.m_iBlockSize + iInBlock, nHeld);
     return nHeld;
   }
   uint32_t nRead = 0;
-  const bool iRet = m_hFile.ReadAt(iStart, pBuffer, static_cast<uint32_t>(nCount), nRead);
-  KIV_CHECK_AS(iRet, "iRet != 0");
+  if (!m_hFile.ReadAt(iStart, pBuffer, static_cast<uint32_t>(nCount), nRead)) ++nFailed;
   return nRead;
 }
 
@@ -324,10 +346,28 @@ void KivWinFile::DoWrite(uint64_t iOffset, const void* lpBuf, uint64_t nCount) {
   } while (nCount != 0);
 }
 
+bool KivWinFile::HasRoomFor(uint64_t nMore) const {
+  uint64_t nFree = 0;
+  return nMore <= kSmallRoom || !m_hFile.GetDiskRoom(nFree) || nMore <= nFree;
+}
+
 void KivWinFile::DoWriteZero(uint64_t iOffset, uint64_t nCount) {
   if (nCount == 0) return;
   KIV_CHECK_AS(m_hFile.IsOpen(), "m_hFile != INVALID_HANDLE_VALUE");
   if (m_bReadOnly) KIV_FAIL();
+  // A count that the disk cannot take is refused before the disk is full.
+  bool bPossible = nCount <= kEndOfOffsets && iOffset <= kEndOfOffsets - nCount;
+  if (bPossible && nCount > kSmallRoom) {
+    uint64_t iLength = 0;
+    m_hFile.GetLength(iLength);
+    const uint64_t iEnd = iOffset + nCount;
+    bPossible = iEnd <= iLength || HasRoomFor(iEnd - std::max(iOffset, iLength));
+  }
+  if (!bPossible) {
+    m_bWriteFailed = true;
+    KIV_FAIL();
+    return;
+  }
   while (nCount != 0) {
     const auto nPiece = static_cast<uint32_t>(std::min(nCount, kKivZeroBytes));
     uint32_t nWritten = 0;
@@ -361,21 +401,23 @@ uint64_t KivWinFile::DoGetLength() {
   }
   uint64_t iLength = 0;
   if (!m_hFile.GetLength(iLength)) {
+    m_bLengthUnknown = true;
     KIV_FAIL();
     return 0;
   }
+  m_bLengthUnknown = false;
   return iLength;
 }
 
 // --- Background reads -----------------------------------------------------------------------------------------------
 
-void KivWinFile::StartReader() {
+bool KivWinFile::StartReader() {
   Info& zInfo = m_zBackGroundReadInfo;
   zInfo.m_bThreadRunning.store(true, std::memory_order_release);
   Info* const pzInfo = &zInfo;
-  if (sys::StartThread([pzInfo] { RunReader(*pzInfo); }, kReaderStack)) return;
+  if (sys::StartThread([pzInfo] { RunReader(*pzInfo); }, kReaderStack)) return true;
   zInfo.m_bThreadRunning.store(false, std::memory_order_release);
-  KIV_FAIL();
+  return false;
 }
 
 void KivWinFile::RequestBackGroundRead(uint64_t iBlock, uint32_t iPriority) {
@@ -384,14 +426,26 @@ void KivWinFile::RequestBackGroundRead(uint64_t iBlock, uint32_t iPriority) {
     return;
   }
   Info& zInfo = m_zBackGroundReadInfo;
-  const Editor zLock(true, zInfo.m_zLock);
-  if (!m_bHasBackGroundFile || iBlock >= zInfo.m_iBlockCount) return;
-  if (!zInfo.m_bThreadRunning.load(std::memory_order_acquire)) StartReader();
+  bool bRunning = true;
+  {
+    const Editor zLock(true, zInfo.m_zLock);
+    if (!m_bHasBackGroundFile || iBlock >= zInfo.m_iBlockCount) return;
+    bRunning = zInfo.m_bThreadRunning.load(std::memory_order_acquire) || StartReader();
+    QueueBlock(iBlock, iPriority);
+  }
+  if (!bRunning) KIV_FAIL();
+}
+
+// The lock is held exclusively.
+void KivWinFile::QueueBlock(uint64_t iBlock, uint32_t iPriority) {
+  Info& zInfo = m_zBackGroundReadInfo;
   uint8_t& iState = zInfo.m_vcBlockState[iBlock];
   if (iPriority == 3) {
     if (iState == kInMemory) return;
+    // Asked for again and again, a block stands at the back once.
+    const bool bNext = iState == kUrgent && !zInfo.m_dqUrgent.empty() && zInfo.m_dqUrgent.back() == iBlock;
     iState = kUrgent;
-    zInfo.m_dqUrgent.push_back(iBlock);
+    if (!bNext) zInfo.m_dqUrgent.push_back(iBlock);
   } else if (iPriority == 2) {
     if (iState != kNothing && iState != kIdle) return;
     iState = kUrgent;

@@ -4,6 +4,8 @@
 #include <memory>
 #include <new>
 #include <stdexcept>
+#include <utility>
+#include <vector>
 
 #include "KivException.h"
 
@@ -51,11 +53,12 @@ int32_t KivWritableMemFile::RestoreFromUndo(KivFile* pUndo_arg) {
     KIV_FAIL();
     return KivRestoreNoSnapShot;
   }
+  std::vector<uint8_t> vcData = pUndo->m_vcData;  // can fail, and then nothing has changed
   if (KivHistoryFile::RestoreFromUndo(pUndo) != KivRestoreDone) {
     KIV_FAIL();
     return KivRestoreBaseFailed;
   }
-  m_vcData = pUndo->m_vcData;
+  m_vcData = std::move(vcData);
   return KivRestoreDone;
 }
 
