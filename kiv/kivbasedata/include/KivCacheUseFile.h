@@ -66,7 +66,7 @@ class KivCacheUseFile : public KivHistoryFile {
   // The oldest snapshot is going: its blocks move to the next living one, or to the file if it is the last. False,
   // after a report, if some could not be moved: the snapshot must stay.
   static bool HandOverBlocks(KivCacheUseFile& zOriginal);
-  // After a snapshot has left: the lists of caches become as long as that of the snapshots.
+  // The lists of caches become as long as that of the snapshots, whose end may have been cut off.
   void CutCacheLists();
 };
 

@@ -159,6 +159,7 @@ bool KivCacheUseFile::IsRangeCached(uint64_t iStart, uint64_t iEnd, uint32_t iPr
 KivFile* KivCacheUseFile::CopyToSnapShot(KivFile* pSnapShot_arg) {
   if (!KIV_CHECK(!IsSnapShotFile())) return nullptr;
   if (!KIV_CHECK(pSnapShot_arg != NULL)) return nullptr;
+  CutCacheLists();
   auto* pSnapShot = dynamic_cast<KivCacheUseFile*>(KivHistoryFile::CopyToSnapShot(pSnapShot_arg));
   if (pSnapShot == nullptr) return nullptr;
   if (!m_bEnableCache) {

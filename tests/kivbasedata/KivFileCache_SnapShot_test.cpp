@@ -1,0 +1,279 @@
+// Snapshots of cached files.
+#include "KivFileCacheTest.h"
+#include "KivFileFactory.h"
+#include "KivSysFault.h"
+#include "KivWinMappedFile.h"
+#include "KivWritableMemFile.h"
+
+namespace {
+
+using namespace kiv;
+using namespace kivtest;
+
+TEST_F(FileCache, ARestoreGivesTheFileAtTheSnapshotAndTheWorkFileWithTheWriteIsGone) {
+  m_zFile.Write(0, "before", 6);
+  auto pzSnapShot = m_zSpace.Take(m_zFile);
+  EXPECT_EQ(Words(), (std::vector<uint32_t>{6}));
+  m_zFile.Write(0, "after!", 6);
+  m_zFile.Write(9 * kBlock, "x", 1);
+  EXPECT_EQ(m_zFile.GetLength(), 10 * kBlock);
+  EXPECT_EQ(m_zFile.RestoreSnapShot(pzSnapShot), 0);
+  EXPECT_EQ(Words(), (std::vector<uint32_t>{6}));
+  EXPECT_EQ(m_zFile.GetLength(), m_vcBase.size());
+  EXPECT_EQ(Text(ReadBytes(m_zFile, 0, 6)), "before");
+  EXPECT_EQ(ReadBytes(m_zFile, 9 * kBlock, 1), Bytes(1));
+}
+
+TEST_F(FileCache, ASnapshotKeepsTheLengthOfTheWorkFile) {
+  m_zFile.Write(9 * kBlock, "x", 1);
+  auto pzSnapShot = m_zSpace.Take(m_zFile);
+  EXPECT_EQ(m_zFile.GetLength(), 10 * kBlock);
+  EXPECT_EQ(pzSnapShot->GetLength(), 10 * kBlock);
+}
+
+TEST_F(FileCache, TheOldestDroppedFromTheFrontMergesIntoTheNext) {
+  m_zFile.Write(0, "a0", 2);
+  m_zFile.Write(kBlock, "a1", 2);
+  auto pzA = m_zSpace.Take(m_zFile);
+  m_zFile.Write(0, "b0", 2);
+  auto pzB = m_zSpace.Take(m_zFile);
+  m_zFile.Write(0, "c0", 2);
+  m_zFile.Write(2 * kBlock, "c2", 2);
+  EXPECT_EQ(pzA->ReleaseSnapShot(), 0);
+  pzA.Release();
+  EXPECT_EQ(Text(ReadBytes(*pzB, 0, 2)), "b0");
+  EXPECT_EQ(Text(ReadBytes(*pzB, kBlock, 2)), "a1");
+  EXPECT_EQ(ReadBytes(*pzB, 2 * kBlock, 4), Slice(m_vcBase, 2 * kBlock, 4));
+  EXPECT_EQ(Text(ReadBytes(m_zFile, 0, 2)), "c0");
+  EXPECT_EQ(Text(ReadBytes(m_zFile, kBlock, 2)), "a1");
+  EXPECT_EQ(m_zFile.RestoreSnapShot(pzB), 0);
+  EXPECT_EQ(Text(ReadBytes(m_zFile, 0, 2)), "b0");
+  EXPECT_EQ(Text(ReadBytes(m_zFile, kBlock, 2)), "a1");
+  EXPECT_EQ(ReadBytes(m_zFile, 2 * kBlock, 4), Slice(m_vcBase, 2 * kBlock, 4));
+}
+
+TEST_F(FileCache, TheLastDroppedFromTheFrontLeavesItsBlocksInTheFile) {
+  m_zFile.Write(0, "a0", 2);
+  m_zFile.Write(8 * kBlock, "a8", 2);
+  auto pzA = m_zSpace.Take(m_zFile);
+  m_zFile.Write(kBlock, "b1", 2);
+  EXPECT_EQ(pzA->ReleaseSnapShot(), 0);
+  pzA.Release();
+  EXPECT_TRUE(m_zFile.m_vpCacheSnapShot.empty());
+  EXPECT_TRUE(m_zFile.GetCache()->m_vpSnapShotStatus.empty());
+  m_zSpace.Base(-1);
+  EXPECT_EQ(Words()[0], 3u);
+  EXPECT_EQ(Words()[8], 3u);
+  EXPECT_EQ(Text(ReadBytes(m_zFile, 0, 2)), "a0");
+  EXPECT_EQ(Text(ReadBytes(m_zFile, kBlock, 2)), "b1");
+  EXPECT_EQ(Text(ReadBytes(m_zFile, 8 * kBlock, 2)), "a8");
+}
+
+TEST_F(FileCache, AReleaseOutOfOrderMovesNoBlocks) {
+  m_zFile.Write(0, "a0", 2);
+  auto pzA = m_zSpace.Take(m_zFile);
+  m_zFile.Write(0, "b0", 2);
+  auto pzB = m_zSpace.Take(m_zFile);
+  EXPECT_REPORT(pzB->ReleaseSnapShot(), "0");
+  EXPECT_RETURNING_REPORT(EXPECT_EQ(pzB->ReleaseSnapShot(), 50));
+  m_zSpace.Discarding(true);
+  EXPECT_REPORT(pzA->ReleaseSnapShot(), "m_pOriginal->m_vpSnapShotData.back() == this");
+  m_zSpace.Discarding(false);
+  EXPECT_EQ(Text(ReadBytes(*pzA, 0, 2)), "a0");
+  EXPECT_EQ(Text(ReadBytes(*pzB, 0, 2)), "b0");
+  EXPECT_EQ(Text(ReadBytes(m_zFile, 0, 2)), "b0");
+}
+
+TEST_F(FileCache, AReleaseWithoutABaseMovesNoBlocks) {
+  m_zFile.Write(0, "a0", 2);
+  auto pzA = m_zSpace.Take(m_zFile);
+  m_zSpace.Base(-1);
+  EXPECT_REPORT(pzA->ReleaseSnapShot(), "KivDataSpaceBase::GetInstance()->GetCurBaseSnapShot() >= 0");
+  EXPECT_EQ(Words(), (std::vector<uint32_t>{6}));
+  EXPECT_EQ(m_zFile.m_vpCacheSnapShot.size(), 1u);
+  EXPECT_EQ(Text(ReadBytes(*pzA, 0, 2)), "a0");
+  m_zSpace.Base(0);
+  EXPECT_EQ(pzA->ReleaseSnapShot(), 0);
+  EXPECT_EQ(Words(), (std::vector<uint32_t>{3}));
+}
+
+TEST_F(FileCache, AMergeThatFailsHalfWayIsReportedByTheOldestSnapshotUntilItIsDone) {
+  m_zFile.Write(0, "a0", 2);
+  m_zFile.Write(kBlock, "a1", 2);
+  auto pzA = m_zSpace.Take(m_zFile);
+  m_zFile.Write(0, "b0", 2);
+  m_zFile.Write(kBlock, "b1", 2);
+  auto pzB = m_zSpace.Take(m_zFile);
+  KivSysFaultPlan zPlan;
+  zPlan.m_iCall = KivSysCall::FileWrite;
+  zPlan.m_iNth = 2;
+  {
+    const KivSysFaultScope zFault(zPlan);
+    EXPECT_REPORT(pzA->ReleaseSnapShot(), "iRet != 0");
+  }
+  // The first block of A is that of B by now.
+  uint8_t c = 7;
+  EXPECT_REPORT(pzA->Read(0, &c, 1), "0");
+  EXPECT_RETURNING_REPORT(EXPECT_EQ(pzA->Read(0, &c, 1), 0u));
+  EXPECT_EQ(c, 7);
+  EXPECT_RETURNING_REPORT(EXPECT_EQ(m_zFile.KivCacheUseFile::RestoreFromUndo(dynamic_cast<KivFile*>(pzA.Get())), 60));
+  EXPECT_EQ(Text(ReadBytes(*pzB, 0, 2)) + Text(ReadBytes(*pzB, kBlock, 2)), "b0b1");
+  EXPECT_EQ(Text(ReadBytes(m_zFile, 0, 2)) + Text(ReadBytes(m_zFile, kBlock, 2)), "b0b1");
+  EXPECT_EQ(pzA->ReleaseSnapShot(), 0);
+  EXPECT_EQ(Text(ReadBytes(*pzB, 0, 2)) + Text(ReadBytes(*pzB, kBlock, 2)), "b0b1");
+  EXPECT_EQ(m_zFile.RestoreSnapShot(pzB), 0);
+  EXPECT_EQ(Text(ReadBytes(m_zFile, 0, 2)) + Text(ReadBytes(m_zFile, kBlock, 2)), "b0b1");
+}
+
+TEST_F(FileCache, AMergeThatFailsBeforeItsFirstBlockLeavesTheOldestSnapshotReadable) {
+  m_zFile.Write(0, "a0", 2);
+  auto pzA = m_zSpace.Take(m_zFile);
+  m_zFile.Write(0, "b0", 2);
+  auto pzB = m_zSpace.Take(m_zFile);
+  KivSysFaultPlan zPlan;
+  zPlan.m_iCall = KivSysCall::FileRead;
+  zPlan.m_iNth = 1;
+  zPlan.m_bFromThenOn = true;
+  {
+    const KivSysFaultScope zFault(zPlan);
+    EXPECT_NE(ReportOf([&] { pzA->ReleaseSnapShot(); }), u"");
+  }
+  EXPECT_EQ(Text(ReadBytes(*pzA, 0, 2)), "a0");
+}
+
+TEST_F(FileCache, BlocksPassADeadSnapshotOnTheirWayToTheNext) {
+  m_zFile.Write(0, "a0", 2);
+  auto pzA = m_zSpace.Take(m_zFile);
+  auto pzB = m_zSpace.Take(m_zFile);
+  auto pzC = m_zSpace.Take(m_zFile);
+  pzB.Release();
+  EXPECT_EQ(pzA->ReleaseSnapShot(), 0);
+  EXPECT_NO_REPORT(EXPECT_EQ(Text(ReadBytes(*pzC, 0, 2)), "a0"));
+  EXPECT_NO_REPORT(EXPECT_EQ(Text(ReadBytes(m_zFile, 0, 2)), "a0"));
+  EXPECT_EQ(pzC->ReleaseSnapShot(), 0);
+  EXPECT_TRUE(m_zFile.m_vpCacheSnapShot.empty());
+  EXPECT_NO_REPORT(EXPECT_EQ(Text(ReadBytes(m_zFile, 0, 2)), "a0"));
+}
+
+TEST_F(FileCache, ADeadOldestSnapshotTakesItsOwnBlocksAlongAndNoOthers) {
+  m_zFile.Write(0, "a0", 2);
+  auto pzA = m_zSpace.Take(m_zFile);
+  m_zFile.Write(kBlock, "b1", 2);
+  auto pzB = m_zSpace.Take(m_zFile);
+  pzA.Release();
+  EXPECT_NO_REPORT(EXPECT_EQ(pzB->ReleaseSnapShot(), 0));
+  EXPECT_TRUE(m_zFile.m_vpCacheSnapShot.empty());
+  EXPECT_TRUE(m_zFile.GetCache()->m_vpSnapShotStatus.empty());
+  EXPECT_NO_REPORT(EXPECT_EQ(Text(ReadBytes(m_zFile, kBlock, 2)), "b1"));
+  uint8_t c = 0;
+  EXPECT_REPORT(m_zFile.Read(0, &c, 1), "0");
+  // A later snapshot in the same place is not taken for the dead one.
+  m_zSpace.Base(-1);
+  auto pzC = m_zSpace.Take(m_zFile);
+  EXPECT_REPORT(m_zFile.Read(0, &c, 1), "0");
+  EXPECT_RETURNING_REPORT(EXPECT_EQ(ReadBytes(m_zFile, 0, 8), Slice(m_vcBase, 0, 8)));
+}
+
+TEST_F(FileCache, AReleaseOfTheBaseWithLaterEntriesKeepsTheFilesBlocks) {
+  m_zFile.Write(0, "a0", 2);
+  auto pzA = m_zSpace.Take(m_zFile);
+  m_zFile.Write(0, "b0", 2);
+  auto pzB = m_zSpace.Take(m_zFile);
+  m_zSpace.Base(0);
+  EXPECT_EQ(m_zFile.RestoreSnapShot(pzA), 0);
+  EXPECT_EQ(pzA->ReleaseSnapShot(), 0);
+  EXPECT_TRUE(m_zFile.m_vpCacheSnapShot.empty());
+  EXPECT_TRUE(m_zFile.GetCache()->m_vpSnapShotStatus.empty());
+  EXPECT_NO_REPORT(EXPECT_EQ(Text(ReadBytes(m_zFile, 0, 2)), "a0"));
+  uint8_t c = 0;
+  EXPECT_REPORT(pzB->Read(0, &c, 1), "0");
+}
+
+TEST_F(FileCache, ReleasingHasACodeForEachStepThatFails) {
+  EXPECT_RETURNING_REPORT(EXPECT_EQ(m_zFile.ReleaseSnapShot(), 10));
+  auto pzA = m_zSpace.Take(m_zFile);
+  auto* pSnapShot = dynamic_cast<KivCacheUseFile*>(pzA.Get());
+  KivWritableMemFile zNotCached;
+  pSnapShot->m_pOriginal = &zNotCached;
+  EXPECT_RETURNING_REPORT(EXPECT_EQ(pzA->ReleaseSnapShot(), 18));
+  pSnapShot->m_pOriginal = &m_zFile;
+  pSnapShot->m_bEnableCache = false;
+  EXPECT_RETURNING_REPORT(EXPECT_EQ(pzA->ReleaseSnapShot(), 15));
+  uint8_t c = 0;
+  EXPECT_RETURNING_REPORT(EXPECT_EQ(pzA->Read(0, &c, 1), 0u));
+  pSnapShot->m_bEnableCache = true;
+  EXPECT_EQ(pzA->ReleaseSnapShot(), 0);
+}
+
+TEST_F(FileCache, RestoringHasACodeForEachStepThatFails) {
+  auto pzA = m_zSpace.Take(m_zFile);
+  EXPECT_RETURNING_REPORT(EXPECT_EQ(m_zFile.KivCacheUseFile::RestoreFromUndo(nullptr), 10));
+  KivMemFile zNever(m_vcBase.data(), m_vcBase.size());
+  auto* pUndo = dynamic_cast<KivFile*>(pzA.Get());
+  EXPECT_RETURNING_REPORT(EXPECT_EQ(zNever.KivCacheUseFile::RestoreFromUndo(pUndo), 20));
+  std::unique_ptr<KivFileCache> pzKept = std::move(m_zFile.m_pzFileCache);
+  EXPECT_RETURNING_REPORT(EXPECT_EQ(m_zFile.KivCacheUseFile::RestoreFromUndo(pUndo), 40));
+  m_zFile.m_pzFileCache = std::move(pzKept);
+  dynamic_cast<KivCacheUseFile*>(pUndo)->m_bEnableCache = false;
+  EXPECT_REPORT(m_zFile.KivCacheUseFile::RestoreFromUndo(pUndo), "m_bEnableCache == pUndo->m_bEnableCache");
+  dynamic_cast<KivCacheUseFile*>(pUndo)->m_bEnableCache = true;
+  m_zFile.DisableCache();
+  EXPECT_RETURNING_REPORT(EXPECT_EQ(m_zFile.KivCacheUseFile::RestoreFromUndo(pUndo), 30));
+}
+
+TEST_F(FileCache, ARestoreWhoseWorkFileCannotBeMadeGives60AndLeavesContentsAndMark) {
+  m_zFile.Write(0, "a0", 2);
+  auto pzA = m_zSpace.Take(m_zFile);
+  m_zFile.Write(0, "b0", 2);
+  m_zFile.m_bModified = true;
+  auto* pUndo = dynamic_cast<KivFile*>(pzA.Get());
+  KivSysFaultPlan zPlan;
+  zPlan.m_iCall = KivSysCall::FileOpen;
+  zPlan.m_iNth = 1;
+  zPlan.m_bFromThenOn = true;
+  {
+    const KivSysFaultScope zFault(zPlan);
+    EXPECT_REPORT(m_zFile.RestoreSnapShot(pzA), "INVALID_HANDLE_VALUE != hFile");
+    EXPECT_TRUE(m_zFile.IsModified());
+    EXPECT_RETURNING_REPORT(EXPECT_EQ(m_zFile.KivCacheUseFile::RestoreFromUndo(pUndo), 60));
+    EXPECT_RETURNING_REPORT(EXPECT_EQ(m_zFile.RestoreSnapShot(pzA), 20));
+    EXPECT_TRUE(m_zFile.IsModified());
+  }
+  EXPECT_EQ(Text(ReadBytes(m_zFile, 0, 2)), "b0");
+  EXPECT_EQ(m_zFile.RestoreSnapShot(pzA), 0);
+  EXPECT_FALSE(m_zFile.IsModified());
+  EXPECT_EQ(Text(ReadBytes(m_zFile, 0, 2)), "a0");
+}
+
+TEST_F(FileCache, ASnapshotNeedsABaseAndFailsWithoutLoss) {
+  m_zFile.Write(0, "abc", 3);
+  EXPECT_REPORT(m_zFile.CreateSnapShot(), "KivDataSpaceBase::GetInstance()->GetCurBaseSnapShot() >= 0");
+  EXPECT_RETURNING_REPORT(EXPECT_FALSE(m_zFile.CreateSnapShot()));
+  EXPECT_TRUE(m_zFile.m_vpSnapShotData.empty());
+  EXPECT_TRUE(m_zFile.m_vpCacheSnapShot.empty());
+  EXPECT_EQ(Text(ReadBytes(m_zFile, 0, 3)), "abc");
+}
+
+TEST_F(FileCache, SnapshotsSurviveTheEndOfTheirFileButCannotBeRead) {
+  auto pzFile = KivSharedPtr<ISnapShotFile>(new KivMemFile(m_vcBase.data(), m_vcBase.size()));
+  pzFile->Write(0, "abc", 3);
+  auto pzA = m_zSpace.Take(*pzFile);
+  auto pzB = m_zSpace.Take(*pzFile);
+  pzFile.Release();
+  uint8_t c = 0;
+  EXPECT_REPORT(pzA->Read(0, &c, 1), "0");
+  EXPECT_RETURNING_REPORT(EXPECT_EQ(pzB->Read(0, &c, 1), 0u));
+  EXPECT_RETURNING_REPORT(EXPECT_EQ(pzB->GetLength(), 0u));
+  EXPECT_RETURNING_REPORT(EXPECT_EQ(pzA->ReleaseSnapShot(), 10));
+}
+
+TEST_F(FileCache, SnapshotsSurviveTheEndOfTheCache) {
+  m_zFile.Write(0, "abc", 3);
+  auto pzA = m_zSpace.Take(m_zFile);
+  m_zFile.DisableCache();
+  EXPECT_EQ(Text(ReadBytes(*pzA, 0, 3)), "abc");
+  EXPECT_EQ(ReadBytes(*pzA, kBlock, 8), Slice(m_vcBase, kBlock, 8));
+  EXPECT_EQ(pzA->ReleaseSnapShot(), 0);
+}
+
+}  // namespace
