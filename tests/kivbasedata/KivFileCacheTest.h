@@ -1,6 +1,7 @@
 // What the tests of the block cache share.
 #pragma once
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -29,6 +30,15 @@ class FileCache : public FileTest {
   kiv::KivWString MakePatch(const std::string& strBytes) {
     m_zFolder.WriteBytes(u"in", strBytes);
     return m_zFolder / u"in";
+  }
+
+  // Work files in the work folder.
+  static int64_t CountWorkFiles() {
+    std::vector<kiv::KivSysFolderEntry> vzEntries;
+    kiv::sys::ListFolder(kiv::KivGetWorkFolder(), vzEntries);
+    return std::count_if(vzEntries.begin(), vzEntries.end(), [](const kiv::KivSysFolderEntry& zEntry) {
+      return zEntry.m_csName.substr(0, 4) == u"work" && zEntry.m_csName.find(u".cache") != kiv::KivWString::npos;
+    });
   }
 
   Bytes m_vcBase;

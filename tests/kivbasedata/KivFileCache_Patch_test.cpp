@@ -15,6 +15,19 @@ TEST_F(FileCache, NoPatchIsSavedWhileThereIsNoCache) {
   EXPECT_FALSE(sys::PathExists(PatchPath()));
 }
 
+TEST_F(FileCache, ThePatchOfTheExampleInTheDocumentation) {
+  Bytes vcBase(kBlock);
+  for (const char c : std::string("ABCD")) vcBase.push_back(static_cast<uint8_t>(c));
+  KivMemFile zFile(vcBase.data(), vcBase.size());
+  uint8_t c = 0;
+  zFile.Read(0, &c, 1);
+  zFile.Write(65537, "XY", 2);
+  ASSERT_TRUE(zFile.SaveCache(PatchPath(), 65542));
+  const unsigned char acPatch[] = {0x01, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x06, 0x00, 0x00,
+                                   0x00, 0x00, 0x00, 0x00, 0x00, 0x41, 0x58, 0x59, 0x44, 0x00, 0x00};
+  EXPECT_EQ(m_zFolder.ReadBytes(u"patch"), std::string(std::begin(acPatch), std::end(acPatch)));
+}
+
 TEST_F(FileCache, ABlockThatIsOnlyCachedIsNotInThePatch) {
   ReadBytes(m_zFile, 0, 3 * kBlock);
   EXPECT_EQ(Patch(3 * kBlock), "");

@@ -18,10 +18,39 @@ TEST_F(FileCache, ARestoreGivesTheFileAtTheSnapshotAndTheWorkFileWithTheWriteIsG
   m_zFile.Write(9 * kBlock, "x", 1);
   EXPECT_EQ(m_zFile.GetLength(), 10 * kBlock);
   EXPECT_EQ(m_zFile.RestoreSnapShot(pzSnapShot), 0);
+  EXPECT_EQ(CountWorkFiles(), 2) << "that of the snapshot and a new one";
   EXPECT_EQ(Words(), (std::vector<uint32_t>{6}));
   EXPECT_EQ(m_zFile.GetLength(), m_vcBase.size());
   EXPECT_EQ(Text(ReadBytes(m_zFile, 0, 6)), "before");
   EXPECT_EQ(ReadBytes(m_zFile, 9 * kBlock, 1), Bytes(1));
+}
+
+TEST_F(FileCache, TheWordsOfTheExampleInTheDocumentation) {
+  using Row = std::vector<uint32_t>;
+  uint8_t c = 0;
+  EXPECT_EQ(Words(), Row{});
+  m_zFile.Read(kBlock, &c, 1);
+  EXPECT_EQ(Words(), (Row{0, 1}));
+  m_zFile.Write(0, "x", 1);
+  EXPECT_EQ(Words(), (Row{3, 1}));
+  auto pzFirst = m_zSpace.Take(m_zFile);
+  auto& zFirst = *dynamic_cast<KivCacheUseFile*>(pzFirst.Get());
+  EXPECT_EQ(Words(), (Row{6, 4}));
+  EXPECT_EQ(Words(zFirst), (Row{3, 1}));
+  m_zFile.Write(kBlock, "x", 1);
+  EXPECT_EQ(Words(), (Row{6, 3}));
+  auto pzSecond = m_zSpace.Take(m_zFile);
+  auto& zSecond = *dynamic_cast<KivCacheUseFile*>(pzSecond.Get());
+  EXPECT_EQ(Words(), (Row{6, 10}));
+  EXPECT_EQ(Words(zFirst), (Row{3, 1}));
+  EXPECT_EQ(Words(zSecond), (Row{6, 3}));
+  m_zFile.Read(0, &c, 1);
+  EXPECT_EQ(Words(), (Row{3, 10}));
+  EXPECT_EQ(pzFirst->ReleaseSnapShot(), 0);
+  EXPECT_EQ(Words(), (Row{3, 10}));
+  EXPECT_EQ(Words(zSecond), (Row{3, 3}));
+  EXPECT_EQ(m_zFile.RestoreSnapShot(pzSecond), 0);
+  EXPECT_EQ(Words(), (Row{10, 10}));
 }
 
 TEST_F(FileCache, ASnapshotKeepsTheLengthOfTheWorkFile) {

@@ -258,17 +258,9 @@ TEST_F(FileCache, AZeroWriteThatTheDiskCannotTakeIsRefusedBeforeItBegins) {
 
 TEST_F(FileCache, TheWorkFileStandsInTheWorkFolderAndGoesWithTheCache) {
   m_zFile.GetCache();
-  std::vector<KivSysFolderEntry> vzEntries;
-  const auto nCacheFiles = [&] {
-    vzEntries.clear();
-    sys::ListFolder(KivGetWorkFolder(), vzEntries);
-    return std::count_if(vzEntries.begin(), vzEntries.end(), [](const KivSysFolderEntry& zEntry) {
-      return zEntry.m_csName.substr(0, 4) == u"work" && zEntry.m_csName.find(u".cache") != KivWString::npos;
-    });
-  };
-  EXPECT_EQ(nCacheFiles(), 1);
+  EXPECT_EQ(CountWorkFiles(), 1);
   m_zFile.DisableCache();
-  EXPECT_EQ(nCacheFiles(), 0);
+  EXPECT_EQ(CountWorkFiles(), 0);
 }
 
 TEST_F(FileCache, AWorkFileThatCannotBeMadeIsReported) {

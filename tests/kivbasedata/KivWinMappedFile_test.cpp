@@ -315,7 +315,11 @@ TEST_F(Mapped, AFileThatIsCutUnderItsMappingIsReportedAndDoesNotEndTheProcess) {
     EXPECT_EQ(vcRead, Slice(m_vcBase, 5 * kBlock, 100));
     return;
   }
+  ASSERT_NE(pzFile->GetDirectBuffer(true, 5 * kBlock, 100), nullptr);
+  pzFile->ReleaseDirectBuffer();
+  EXPECT_NE(Device(pzFile).PeekView(5 * kBlock, 100), nullptr);
   EXPECT_REPORT(Device(pzFile).DoRead(5 * kBlock, vcRead.data(), 100), "0");
+  EXPECT_EQ(Device(pzFile).PeekView(5 * kBlock, 100), nullptr);
   EXPECT_RETURNING_REPORT(EXPECT_EQ(Device(pzFile).DoRead(5 * kBlock, vcRead.data(), 100), 0u));
   ASSERT_NE(pzFile->GetDirectBuffer(true, 6 * kBlock, 1), nullptr);
   EXPECT_REPORT(pzFile->ReleaseDirectBuffer(), "0");

@@ -28,9 +28,11 @@ class KivWinMappedFile : public KivWinFile {
   bool HasLostPages() const noexcept { return m_zMapping.HasLostPages(); }  // see KivSysMapping
 
   // The bytes of a range that the present view holds, else null; nothing is mapped for it and no direct buffer is out
-  // behind it. They move with the next call that maps or unmaps. Who writes them sets m_bModified.
+  // behind it. They move with the next call that maps or unmaps. Who writes them sets m_bModified. Null also once pages
+  // were lost: the transfer that is made instead reports it.
   uint8_t* PeekView(uint64_t iOffset, uint64_t nCount) const noexcept {
-    if (m_bNowUsingDirectBuffer || iOffset < m_iViewStart || iOffset > m_iViewEnd || nCount > m_iViewEnd - iOffset)
+    if (m_bNowUsingDirectBuffer || iOffset < m_iViewStart || iOffset > m_iViewEnd || nCount > m_iViewEnd - iOffset ||
+        m_zMapping.HasLostPages())
       return nullptr;
     return m_pView != nullptr ? m_pView + (iOffset - m_iViewStart) : nullptr;
   }
