@@ -204,12 +204,9 @@ TEST_F(FileCache, ASnapshotOfAWorkFileThatTellsNoLengthIsNotTaken) {
 
 TEST_F(FileCache, RangesAtTheEndsOfTheOffsetsAreReportedAndTouchNothing) {
   uint8_t acBuffer[16] = {};
-  const uint64_t aiOffset[] = {UINT64_MAX,
-                               UINT64_MAX - 15,
-                               uint64_t{1} << 63,
-                               (uint64_t{1} << 63) - 8,
-                               (uint64_t{1} << 63) - 16,
-                               uint64_t{1} << 50};
+  const uint64_t aiOffset[] = {
+      UINT64_MAX,       UINT64_MAX - 15, uint64_t{1} << 63, (uint64_t{1} << 63) - 8, (uint64_t{1} << 63) - 16,
+      uint64_t{1} << 50};
   for (const uint64_t iOffset : aiOffset) {
     SCOPED_TRACE(iOffset);
     EXPECT_REPORT(m_zFile.Read(iOffset, acBuffer, 16), "0");

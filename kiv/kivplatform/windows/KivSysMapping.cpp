@@ -30,9 +30,9 @@ LONG CALLBACK OnInPageError(EXCEPTION_POINTERS* pzInfo) {
     const uintptr_t iBase = zView.m_iBase.load(std::memory_order_acquire);
     if (iBase == 0 || iAddress < iBase || iAddress - iBase >= zView.m_nBytes.load(std::memory_order_relaxed)) continue;
     char szText[160];
-    const int nText =
-        std::snprintf(szText, sizeof szText, "a mapped file has lost a page: its share has gone, or the disk failed (%08lX)\n",
-                      static_cast<unsigned long>(zRecord.ExceptionInformation[2]));
+    const int nText = std::snprintf(szText, sizeof szText,
+                                    "a mapped file has lost a page: its share has gone, or the disk failed (%08lX)\n",
+                                    static_cast<unsigned long>(zRecord.ExceptionInformation[2]));
     DWORD nWritten = 0;
     WriteFile(GetStdHandle(STD_ERROR_HANDLE), szText, static_cast<DWORD>(nText), &nWritten, nullptr);
     sys::WriteSystemLog(u"KivBase", KivWString(szText, szText + nText - 1));
@@ -118,9 +118,8 @@ void KivSysMapping::Close() noexcept {
 uint8_t* KivSysMapping::MapView(uint64_t iOffset, uint64_t nSize) {
   if (!IsOpen() || nSize == 0 || iOffset > m_iCapacity || nSize > m_iCapacity - iOffset) return nullptr;
   if (sys::FaultFails(KivSysCall::MappingView)) return nullptr;
-  void* const pView =
-      MapViewOfFile(sys::ToHandle(m_iHandle), m_bReadOnly ? FILE_MAP_READ : FILE_MAP_ALL_ACCESS,
-                    static_cast<DWORD>(iOffset >> 32), static_cast<DWORD>(iOffset & 0xFFFFFFFF), nSize);
+  void* const pView = MapViewOfFile(sys::ToHandle(m_iHandle), m_bReadOnly ? FILE_MAP_READ : FILE_MAP_ALL_ACCESS,
+                                    static_cast<DWORD>(iOffset >> 32), static_cast<DWORD>(iOffset & 0xFFFFFFFF), nSize);
   if (pView != nullptr) NoteView(pView, nSize);
   return static_cast<uint8_t*>(pView);
 }
