@@ -2,8 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstring>
 #include <string>
 
+#include "KivContainerHeader.h"
 #include "KivElementClasses.h"
 #include "KivLittleEndian.h"
 #include "KivTestElement.h"
@@ -394,6 +397,11 @@ TEST(FaceEdgeData, EveryCutAndEveryDamagedByteOfEachRevisionIsRefusedOrHarmless)
   ExpectDamageIsRefusedOrHarmless<Block>(GoldenWithGaps(), false, GoldenWithGaps().size() - 12);
 }
 
+TEST(FaceEdgeData, RandomBytesAreRefusedOrHarmless) {
+  ExpectRandomBytesAreHarmless<Block>(Golden(), 100, 1);
+  ExpectRandomBytesAreHarmless<Block>(GoldenWithGaps(), 112, 2);
+}
+
 TEST(FaceEdgeData, DamagedPackedStreamsAreRefusedOrHarmless) {
   auto pz = NewBlock<Block>();
   pz->m_fStep = 1;
@@ -607,6 +615,44 @@ TEST_F(FaceEdgeStore, AFormatAbove2OrOfGeneration19IsNotWritten) {
   EXPECT_FALSE(pz->Save(false));
   EXPECT_FALSE(pz->Save(true));
   EXPECT_EQ(Stored(*pz), vc);
+}
+
+TEST_F(FaceEdgeStore, AnElementOfAGeneration19StoreReadsRevision0AndCannotBeWritten) {
+  const KivWString csPath = MakeFile(u"old.kiv");
+  m_pzModel = Open(csPath, true);
+  ASSERT_NE(m_pzModel, nullptr);
+  Put(Golden19());
+  Close(m_pzModel);
+  PatchHeader(csPath, KivContainerHeader::FormatVersion, std::string(8, '\x13'));
+  m_pzModel = Open(csPath, false);
+  ASSERT_NE(m_pzModel, nullptr);
+  ASSERT_TRUE(ManagerOf(m_pzModel)->IsVer19Data());
+  auto* pz = Fetch<KivFaceEdgeData>();
+  ASSERT_NE(pz, nullptr);
+  float fX = 0;
+  std::memcpy(&fX, pz->GetBoxCorners() + 12, 4);
+  EXPECT_EQ(fX, 1.0f);
+  Block* pzBlock = pz->GetMemoryBlock();
+  ASSERT_NE(pzBlock, nullptr);
+  EXPECT_EQ(pzBlock->m_zHeader.m_iFormat, 0u);
+  EXPECT_EQ(pzBlock->m_vzFace[0].m_iId, 7u);
+  EXPECT_FALSE(pz->Save(false));
+  EXPECT_FALSE(pz->Save(true));
+  EXPECT_EQ(Stored(*pz), Golden19());
+}
+
+TEST_F(FaceEdgeStore, AReloadOfTheOneBlockReusesTheMemoryOfItsEntries) {
+  OpenEmpty();
+  auto* pz = Put(Golden());
+  Block* pzBlock = pz->GetMemoryBlock();
+  ASSERT_NE(pzBlock, nullptr);
+  const void* const apBefore[] = {pzBlock->m_vzFace.begin(), pzBlock->m_vzFace[0].m_vfVertex.data(),
+                                  pzBlock->m_vzFace[0].m_viIndex.data(), pzBlock->m_vzEdge[0].m_vfVertex.data()};
+  pz = Put(Golden1());
+  ASSERT_EQ(pz->GetMemoryBlock(), pzBlock);
+  const void* const apAfter[] = {pzBlock->m_vzFace.begin(), pzBlock->m_vzFace[0].m_vfVertex.data(),
+                                 pzBlock->m_vzFace[0].m_viIndex.data(), pzBlock->m_vzEdge[0].m_vfVertex.data()};
+  EXPECT_TRUE(std::equal(std::begin(apBefore), std::end(apBefore), apAfter));
 }
 
 TEST_F(FaceEdgeStore, AValueThatIsClampedIsReportedOnceAndTheRecordStores) {

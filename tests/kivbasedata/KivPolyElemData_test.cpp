@@ -207,15 +207,26 @@ TEST(PolyElemData, AFlatIndexBeyondTheVerticesRefusesTheRecord) {
   EXPECT_TRUE(ReadRecord(vc, *pz));
 }
 
-TEST(PolyElemData, AFlatCornerWithoutANormalRefusesTheRecord) {
+TEST(PolyElemData, AFlatTriangleWithoutANormalAndAFlatStripRefuseTheRecord) {
+  // Six stored indices, but one triangle and one normal.
+  Bytes vc = Golden();
+  vc[4] = 1;
+  vc[88] = 1;
+  vc[137] = 1;
+  vc.erase(vc.begin() + 173, vc.begin() + 175);
+  vc.insert(vc.begin() + 173, {6, 0, 0, 0});
   auto pz = NewBlock<Block>();
+  EXPECT_FALSE(ReadRecord(vc, *pz));
+  vc[173] = 3;  // the other three are then taken as attributes: none, and zeros
+  vc[177 + 3] = 0;
+  EXPECT_TRUE(ReadRecord(vc, *pz));
+  EXPECT_EQ(pz->m_vzFace[0].m_iVertexCount, 3u);
   ASSERT_TRUE(ReadRecord(Golden(), *pz));
   pz->m_iMeshFlags = kMeshIndexCount;
-  KivPolyFace& z = pz->m_vzFace[0];
-  z.m_viCompactIndex.push_back(0);  // a strip behind the triangles
-  const Bytes vc = BuildRecord(*pz);
-  ASSERT_FALSE(vc.empty());
-  EXPECT_FALSE(ReadRecord(vc, *pz));
+  pz->m_vzFace[0].m_viCompactIndex.push_back(0);
+  const Bytes vcStrip = BuildRecord(*pz);
+  ASSERT_FALSE(vcStrip.empty());
+  EXPECT_FALSE(ReadRecord(vcStrip, *pz));
 }
 
 TEST(PolyElemData, AFlatMeshWithoutIndicesStaysAsItIs) {
@@ -232,6 +243,26 @@ TEST(PolyElemData, AFlatMeshWithoutIndicesStaysAsItIs) {
   ASSERT_TRUE(ReadRecord(vc, *pz));
   EXPECT_EQ(pz->m_vzFace[0].m_iVertexCount, 1u);
   EXPECT_EQ(BuildRecord(*pz), vc);
+}
+
+TEST(PolyElemData, ABlockThatHeldAFlatMeshForgetsItsListsWithTheNextRecord) {
+  auto pz = NewBlock<Block>();
+  ASSERT_TRUE(ReadRecord(Golden(), *pz));
+  ASSERT_TRUE(ReadRecord(GoldenPerVertex(), *pz));
+  EXPECT_TRUE(pz->m_vzFace[0].m_viCompactIndex.empty());
+  EXPECT_EQ(BuildRecord(*pz), GoldenPerVertex());
+  ASSERT_TRUE(ReadRecord(Golden(), *pz));
+  EXPECT_EQ(BuildRecord(*pz), Golden());
+  // A gap in the place of the face, and a face that ends in the middle.
+  Bytes vc = FromHex(kHeader + "64000000 10270000 0C000000");
+  vc[4] = 0;
+  ASSERT_TRUE(ReadRecord(vc, *pz));
+  EXPECT_EQ(pz->m_vzFace[0].m_vfVertex.size() + pz->m_vzFace[0].m_viCompactIndex.size(), 0u);
+  ASSERT_TRUE(ReadRecord(Golden(), *pz));
+  vc = Golden();
+  vc.resize(170);
+  ASSERT_FALSE(ReadRecord(vc, *pz));
+  EXPECT_EQ(pz->m_vzFace[0].m_vfVertex.size() + pz->m_vzFace[0].m_viCompactIndex.size(), 0u);
 }
 
 TEST(PolyElemData, TheSizingAnswersMinus90AndMinus95ForFacesAlone) {
@@ -301,6 +332,11 @@ TEST(PolyElemData, EveryCutAndEveryDamagedByteOfEachRevisionIsRefusedOrHarmless)
   ExpectDamageIsRefusedOrHarmless<Block>(GoldenPerVertex(), false, GoldenPerVertex().size());
   ExpectDamageIsRefusedOrHarmless<Block>(Golden1(), false, Golden1().size());
   ExpectDamageIsRefusedOrHarmless<Block>(Golden19(), true, Golden19().size());
+}
+
+TEST(PolyElemData, RandomBytesAreRefusedOrHarmless) {
+  ExpectRandomBytesAreHarmless<Block>(Golden(), 100, 3);
+  ExpectRandomBytesAreHarmless<Block>(GoldenPerVertex(), 112, 4);
 }
 
 // --- In a store -----------------------------------------------------------------------------------------------------

@@ -88,6 +88,22 @@ void ExpectDamageIsRefusedOrHarmless(const Bytes& vc, bool bVer19, size_t nGoodF
   }
 }
 
+// Random bytes behind a good header, all of them or some, and random bytes alone.
+template <typename Block>
+void ExpectRandomBytesAreHarmless(const Bytes& vc, size_t nHeader, uint64_t iSeed) {
+  TestRandom zRandom(iSeed);
+  for (int n = 0; n < 3000; ++n) {
+    Bytes vcBad = vc;
+    const uint32_t nFrom = n % 3 == 0 ? 0 : static_cast<uint32_t>(nHeader);
+    const uint32_t nLeft = static_cast<uint32_t>(vc.size()) - nFrom;
+    const uint32_t nChanges = n % 3 == 2 ? nLeft : 1 + zRandom.Below(6);
+    for (uint32_t k = 0; k < nChanges; ++k)
+      vcBad[nFrom + (n % 3 == 2 ? k : zRandom.Below(nLeft))] = static_cast<uint8_t>(zRandom.Below(256));
+    ExpectReadsSafely<Block>(vcBad, n % 2 == 0);
+    if (testing::Test::HasFailure()) FAIL() << "seed " << iSeed << ", round " << n;
+  }
+}
+
 // A model that is changed in place, with records of given bytes in it.
 class ElementStoreTest : public StoreTest {
  protected:

@@ -24,10 +24,14 @@ class KivReusedList {
 
   // A cleared item at the end.
   T& Add() {
-    if (m_nCount == m_vzItem.size()) m_vzItem.emplace_back();
-    T& zItem = m_vzItem[m_nCount++];
+    T& zItem = Reuse();
     zItem.Clear();
     return zItem;
+  }
+  // The same with whatever the item held before, for those who overwrite it all.
+  T& Reuse() {
+    if (m_nCount == m_vzItem.size()) m_vzItem.emplace_back();
+    return m_vzItem[m_nCount++];
   }
   // Keeps the first nCount items.
   void Cut(size_t nCount) { m_nCount = nCount < m_nCount ? nCount : m_nCount; }

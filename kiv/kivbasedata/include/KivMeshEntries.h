@@ -75,7 +75,8 @@ bool KivVisitStreams(KivFieldWriter& zFields, const KivMemoryBlockFaceEdgeInterf
 
 // A mesh block. Kind is the class derived from it, which has
 //   kTag, kSource, kFaceKind, kEdgeKind, kDerivesEdges
-//   template <typename Fields> bool VisitFace(Fields&, Face&, uint8_t& iLocal);   // behind the four values
+//   template <typename Fields> bool VisitFace(Fields&, Face&, uint8_t& iLocal);   // behind m_iDegenerate
+// A read finds the lists of a face as the face read before left them.
 template <typename Kind, typename Face>
 class KivMeshBlock : public KivMemoryBlockFaceEdgeInterface {
  public:
@@ -133,24 +134,25 @@ class KivMeshBlock : public KivMemoryBlockFaceEdgeInterface {
     static constexpr const char* kSource = Kind::kSource;
     static constexpr uint32_t kKinds[] = {kGapKind, Kind::kFaceKind, Kind::kEdgeKind};
     bool bEdges = false;
-    const auto Remember = [&](uint8_t iLocal) {
-      if (zFields.KeysOnly()) (bEdges ? zFlags.m_vcEdge : zFlags.m_vcFace).push_back(iLocal);
-      return true;
-    };
     const auto Read = [&](const KivEntryFrame& zFrame) {
-      uint8_t iLocal = 0;
       if (zFrame.m_iKind == Kind::kFaceKind && !KIV_ASSERT(!bEdges)) return false;
       if (zFrame.m_iKind == Kind::kEdgeKind) bEdges = true;
-      if (bEdges) {
-        KivMeshEdge& zEdge = m_vzEdge.Add();
-        zEdge.m_zFrame = zFrame;
-        return (zFrame.IsGap() || VisitEdge(zFields, zEdge, iLocal)) && Remember(iLocal);
-      }
-      Face& zFace = m_vzFace.Add();
-      zFace.m_zFrame = zFrame;
-      return (zFrame.IsGap() || VisitFaceValues(zFields, zFace, iLocal)) && Remember(iLocal);
+      return bEdges ? ReadEntry(zFields, m_vzEdge.Reuse(), zFrame, zFlags.m_vcEdge)
+                    : ReadEntry(zFields, m_vzFace.Reuse(), zFrame, zFlags.m_vcFace);
     };
     return KivReadEntries(zFields.Record(), KivEntryCounting::Live, m_zHeader.m_iEntryCount, kKinds, Read);
+  }
+
+  // The lists of a live entry are not emptied before: to give them their length again would take a pass over them.
+  template <typename Entry>
+  bool ReadEntry(KivFieldReader& zFields, Entry& zEntry, const KivEntryFrame& zFrame, std::vector<uint8_t>& vcFlag) {
+    uint8_t iLocal = 0;
+    zEntry.m_iDegenerate = 0;
+    const bool bRead = zFrame.IsGap() || VisitEntry(zFields, zEntry, iLocal);
+    if (zFrame.IsGap() || !bRead) zEntry.Clear();
+    zEntry.m_zFrame = zFrame;
+    if (zFields.KeysOnly()) vcFlag.push_back(iLocal);
+    return bRead;
   }
 
   template <typename Fields>
@@ -166,23 +168,23 @@ class KivMeshBlock : public KivMemoryBlockFaceEdgeInterface {
     if (!KIV_ASSERT(zFlags.m_vcFace.size() == m_vzFace.size() && zFlags.m_vcEdge.size() == m_vzEdge.size()))
       return false;
     const auto FaceAt = [&](auto& z, Face& zFace) {
-      return VisitFaceValues(z, zFace, zFlags.m_vcFace[static_cast<size_t>(&zFace - m_vzFace.begin())]);
+      return VisitEntry(z, zFace, zFlags.m_vcFace[static_cast<size_t>(&zFace - m_vzFace.begin())]);
     };
     const auto EdgeAt = [&](auto& z, KivMeshEdge& zEdge) {
-      return VisitEdge(z, zEdge, zFlags.m_vcEdge[static_cast<size_t>(&zEdge - m_vzEdge.begin())]);
+      return VisitEntry(z, zEdge, zFlags.m_vcEdge[static_cast<size_t>(&zEdge - m_vzEdge.begin())]);
     };
     return zFields.Entries(m_vzFace, KivEntryCounting::Live, 0, kFaceKinds, FaceAt) &&
            zFields.Entries(m_vzEdge, KivEntryCounting::Live, 0, kEdgeKinds, EdgeAt);
   }
 
   template <typename Fields>
-  bool VisitFaceValues(Fields& zFields, Face& z, uint8_t& iLocal) {
+  bool VisitEntry(Fields& zFields, Face& z, uint8_t& iLocal) {
     return zFields.Numbers(z.m_iValue0, z.m_iValue1, z.m_iId, z.m_iValue3) &&
            (zFields.Format() < 2 || zFields.Numbers(z.m_iDegenerate)) && Self().VisitFace(zFields, z, iLocal) &&
            zFields.Attributes(z.m_vzAttribute);
   }
   template <typename Fields>
-  bool VisitEdge(Fields& zFields, KivMeshEdge& z, uint8_t& iLocal) {
+  bool VisitEntry(Fields& zFields, KivMeshEdge& z, uint8_t& iLocal) {
     return zFields.Numbers(z.m_iValue0, z.m_iValue1, z.m_iId, z.m_iValue3) &&
            (zFields.Format() < 2 || zFields.Numbers(z.m_iDegenerate)) && zFields.Numbers(z.m_iVertexCount) &&
            KivVisitStreams(zFields, *this, z, iLocal, Kind::kDerivesEdges && zFields.Format() < 2) &&

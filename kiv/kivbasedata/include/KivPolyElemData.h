@@ -19,9 +19,10 @@ struct KivPolyFace : KivMeshFace {
   void Clear();
   KivMeshFaceView View() const;
 
-  // From the stored form to the one in memory. False, after a report, for an index beyond the vertices and for a corner
-  // without a normal. A mesh without indices stays as it is.
+  // From the stored form to the one in memory. False, after a report, for an index beyond the vertices, for a number of
+  // indices that is no multiple of 3, and for a triangle without a normal. A mesh without indices stays as it is.
   bool Expand();
+  void ClearCompact();
   // Puts the stored form in the place of the expanded one, if there is one, and back again.
   void SwapForSave();
   void SwapAfterSave();
@@ -49,7 +50,9 @@ class KivMemoryBlockPolyElem : public KivMeshBlock<KivMemoryBlockPolyElem, KivPo
       const uint32_t nNormals = z.IsFlat() ? z.m_iTriangleCount : z.m_iVertexCount;
       if (!KivVisitStreams(zFields, *this, z, nNormals, iLocal)) return false;
       if (zFields.Format() < 2) z.m_iDegenerate = KivMeshDegenerateOf(z.m_viIndex);
-      return !z.IsFlat() || z.Expand();
+      if (z.IsFlat()) return z.Expand();
+      z.ClearCompact();
+      return true;
     } else {
       if constexpr (Fields::kSizing) {
         if (!zFields.Check(z.m_iId == 0, static_cast<int64_t>(KivMeshSizing::IdNotZero)) ||

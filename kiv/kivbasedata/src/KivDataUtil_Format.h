@@ -9,7 +9,9 @@
 namespace kiv {
 
 // vsnprintf into a string of the needed length. The format is ASCII.
-#if defined(__GNUC__)
+#if defined(__clang__)
+__attribute__((format(printf, 1, 2)))
+#elif defined(__GNUC__)
 __attribute__((format(gnu_printf, 1, 2)))
 #endif
 std::string

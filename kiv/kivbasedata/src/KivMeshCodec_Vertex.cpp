@@ -319,11 +319,17 @@ LocalOrigin LocalOriginOf(const KivMemoryBlockFaceEdgeInterfaceData& zMesh, cons
 
 struct Difference {
   int m_iX, m_iY, m_iZ;
-  bool IsPM2() const { return Within(m_iX, 2) & Within(m_iY, 2) & Within(m_iZ, 2); }
-  bool IsPM7() const { return Within(m_iX, 7) & Within(m_iY, 15) & Within(m_iZ, 15); }
-  bool IsPM63() const { return Within(m_iX, 63) & Within(m_iY, 63) & Within(m_iZ, 63); }
-  static bool Within(int i, int iLimit) {
-    return static_cast<unsigned>(i + iLimit) <= static_cast<unsigned>(2 * iLimit);
+  bool IsPM2() const { return AllWithin(2, 2, 2); }
+  bool IsPM7() const { return AllWithin(7, 15, 15); }
+  bool IsPM63() const { return AllWithin(63, 63, 63); }
+
+ private:
+  // All three tests are made and joined by bits: a branch on each costs more.
+  bool AllWithin(int iX, int iY, int iZ) const {
+    return (Within(m_iX, iX) & Within(m_iY, iY) & Within(m_iZ, iZ)) != 0;
+  }
+  static unsigned Within(int i, int iLimit) {
+    return static_cast<unsigned>(i + iLimit) <= static_cast<unsigned>(2 * iLimit) ? 1 : 0;
   }
 };
 

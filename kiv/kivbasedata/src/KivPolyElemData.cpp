@@ -12,10 +12,14 @@ constexpr char kSource[] = "src\\KivPolyElemData";
 void KivPolyFace::Clear() {
   KivMeshFace::Clear();
   m_bFlatNormals = 0;
+  m_bSwapped = false;
+  ClearCompact();
+}
+
+void KivPolyFace::ClearCompact() {
   m_vfCompactVertex.clear();
   m_vfCompactNormal.clear();
   m_viCompactIndex.clear();
-  m_bSwapped = false;
 }
 
 KivMeshFaceView KivPolyFace::View() const {
@@ -26,10 +30,13 @@ KivMeshFaceView KivPolyFace::View() const {
 
 bool KivPolyFace::Expand() {
   const size_t nCorners = m_viIndex.size();
-  if (nCorners == 0) return true;
+  if (nCorners == 0) {
+    ClearCompact();
+    return true;
+  }
   const size_t nVertices = m_vfVertex.size() / 3;
   if (!KIV_ASSERT(*std::max_element(m_viIndex.begin(), m_viIndex.end()) < nVertices)) return false;
-  if (!KIV_ASSERT((nCorners + 2) / 3 <= m_vfNormal.size() / 3)) return false;
+  if (!KIV_ASSERT(nCorners % 3 == 0 && nCorners / 3 <= m_vfNormal.size() / 3)) return false;
   m_vfCompactVertex.swap(m_vfVertex);
   m_vfCompactNormal.swap(m_vfNormal);
   m_viCompactIndex.swap(m_viIndex);
