@@ -325,9 +325,7 @@ struct Difference {
 
  private:
   // All three tests are made and joined by bits: a branch on each costs more.
-  bool AllWithin(int iX, int iY, int iZ) const {
-    return (Within(m_iX, iX) & Within(m_iY, iY) & Within(m_iZ, iZ)) != 0;
-  }
+  bool AllWithin(int iX, int iY, int iZ) const { return (Within(m_iX, iX) & Within(m_iY, iY) & Within(m_iZ, iZ)) != 0; }
   static unsigned Within(int i, int iLimit) {
     return static_cast<unsigned>(i + iLimit) <= static_cast<unsigned>(2 * iLimit) ? 1 : 0;
   }
