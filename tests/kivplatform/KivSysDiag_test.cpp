@@ -7,7 +7,11 @@
 #include <sstream>
 #include <thread>
 
+#include "KivTestProgram.h"
+#include "KivTestScale.h"
+
 using namespace kiv;
+using namespace kivtest;
 
 #if defined(__GNUC__)
 #define KIV_TEST_OWN_FRAME __attribute__((noinline, noipa))
@@ -70,6 +74,20 @@ TEST(Diag, AnAddressWithoutModuleStaysWithOffsetZero) {
   ASSERT_EQ(vstrLines.size(), nLines + 1);
   EXPECT_EQ(vstrLines[0], "0x0000000000000010(0x00000000)<Unknown Module>: <Unknown Symbol>");
   EXPECT_TRUE(sys::StackText({}).empty());
+}
+
+KIV_TEST_CHILD(DiagLooksForItsOwnFrames) {
+  const std::string strText = sys::WideToUtf8(sys::StackText(KivTestOuterFrame(1)));
+  if (strText.find("Unknown Module") != std::string::npos) return 1;
+  return strText.find("KivTestInnerFrame") != std::string::npos ? 10 : 20;
+}
+
+// The list of modules knows the name up to the extension, a frame's module is looked up by its name up to the first
+// dot: the frames of a program with a further dot are in no module of the list. Linux looks a frame's module up by its
+// address.
+TEST(Diag, FramesOfAModuleThatTheListDoesNotHoldVanishWithoutAMark) {
+  EXPECT_EQ(TestProgram().Run("DiagLooksForItsOwnFrames"), 10);
+  EXPECT_EQ(TestProgram(u"two.dots").Run("DiagLooksForItsOwnFrames"), IsWindows() ? 20 : 10);
 }
 
 TEST(Diag, SeveralThreadsMayTakeAndReadStacks) {

@@ -61,6 +61,21 @@ TEST(Text, EachMaximalInvalidPartBecomesOneReplacement) {
   for (const auto& [szBytes, csText] : azCases) EXPECT_TRUE(sys::Utf8ToWide(szBytes) == csText) << szBytes;
 }
 
+TEST(Text, AConversionTakesTheRoomThatItsResultNeeds) {
+  constexpr size_t kUnits = 100'000;
+  for (const KivWString& csPiece : {KivWString(u"a"), KivWString(u"\u00e4"), KivWString(u"\u4e2d"),
+                                    KivWString(u"\U0001F600"), KivWString{0xD800, u'x'}}) {
+    KivWString csText;
+    for (size_t i = 0; i < kUnits; ++i) csText += csPiece;
+    const std::string strText = sys::WideToUtf8(csText);
+    EXPECT_EQ(strText.capacity(), strText.size());
+    const KivWString csBack = sys::Utf8ToWide(strText);
+    EXPECT_EQ(csBack.capacity(), csBack.size());
+    EXPECT_EQ(csBack.size(), csText.size());
+  }
+  EXPECT_EQ(sys::Utf8ToWide(std::string(kUnits, '\xff')).capacity(), kUnits);
+}
+
 TEST(Text, RandomBytesGiveValidText) {
   const uint32_t iSeed = std::random_device{}();
   SCOPED_TRACE(iSeed);

@@ -6,10 +6,10 @@
 
 namespace kivtest {
 
-TestProgram::TestProgram() {
+TestProgram::TestProgram(const kiv::KivWString& csName) {
   kiv::KivWString csSelf;
   kiv::sys::ProgramPath(csSelf);
-  m_csProgram = m_zFolder / (u"program" + kiv::KivWString(kiv::sys::kExecutableSuffix));
+  m_csProgram = m_zFolder / (csName + kiv::KivWString(kiv::sys::kExecutableSuffix));
   std::error_code zError;
   std::filesystem::create_hard_link(std::filesystem::path(csSelf), std::filesystem::path(m_csProgram), zError);
   if (zError) std::filesystem::copy_file(std::filesystem::path(csSelf), std::filesystem::path(m_csProgram));

@@ -10,7 +10,8 @@ namespace kivtest {
 
 class TestProgram {
  public:
-  TestProgram();
+  // A name without the suffix of programs.
+  explicit TestProgram(const kiv::KivWString& csName = u"program");
 
   // The folder that the copy stands in.
   const TestFolder& Folder() const { return m_zFolder; }

@@ -183,7 +183,9 @@ bool IsSuppressed(const char* szSource, int32_t iLine) {
 
 struct KivException::Stack {
   KivSysStack m_zFrames;
-  std::once_flag m_zOnce;
+  // No once-flag: one that is left by an exception blocks for ever on one of the targets.
+  std::mutex m_zLock;
+  bool m_bTextMade = false;
   KivWString m_csText;
 };
 
@@ -207,7 +209,9 @@ KivException::KivException(const char* szCondition, const char* szSource, int32_
 const KivWString& KivException::GetCallStack() const noexcept {
   if (m_pzStack == nullptr) return g_csNoText;
   Attempt([this] {
-    std::call_once(m_pzStack->m_zOnce, [this] { m_pzStack->m_csText = sys::StackText(m_pzStack->m_zFrames); });
+    const std::lock_guard zGuard(m_pzStack->m_zLock);
+    if (!m_pzStack->m_bTextMade) m_pzStack->m_csText = sys::StackText(m_pzStack->m_zFrames);
+    m_pzStack->m_bTextMade = true;
   });
   return m_pzStack->m_csText;
 }

@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <exception>
 #include <mutex>
 #include <string>
 #include <utility>
@@ -93,18 +94,27 @@ struct KivSysHttpRequest::Impl {
     m_pzPool->Give(std::move(m_pMulti));
   }
 
-  static size_t OnHeader(char* pLine, size_t, size_t nLine, void* pThis) {
-    return static_cast<Impl*>(pThis)->TakeHeader({pLine, nLine}) ? nLine : 0;
+  // No exception may pass through the library that calls these: without memory the transfer fails.
+  static size_t OnHeader(char* pLine, size_t, size_t nLine, void* pThis) noexcept {
+    try {
+      return static_cast<Impl*>(pThis)->TakeHeader({pLine, nLine}) ? nLine : 0;
+    } catch (const std::exception&) {
+      return 0;
+    }
   }
 
-  static size_t OnBody(char* pBytes, size_t, size_t nBytes, void* pThis) {
+  static size_t OnBody(char* pBytes, size_t, size_t nBytes, void* pThis) noexcept {
     auto& zThis = *static_cast<Impl*>(pThis);
     zThis.m_bAnswer = true;
     if (zThis.m_strBody.size() - zThis.m_iBody >= kBufferLimit) {
       zThis.m_bPaused = true;
       return CURL_WRITEFUNC_PAUSE;
     }
-    zThis.m_strBody.append(pBytes, nBytes);
+    try {
+      zThis.m_strBody.append(pBytes, nBytes);
+    } catch (const std::exception&) {
+      return 0;
+    }
     return nBytes;
   }
 

@@ -46,11 +46,40 @@ size_t InvalidPart(std::string_view strText) {
   return nPart;
 }
 
+// Both measures are exact: a text takes what it needs, and not what its length may need at most.
+size_t MeasureUtf8(KivWStringView csText) {
+  size_t nBytes = 0;
+  for (size_t i = 0; i < csText.size(); ++i) {
+    const char16_t c = csText[i];
+    const bool bPair = IsHigh(c) && i + 1 < csText.size() && IsLow(csText[i + 1]);
+    nBytes += c < 0x80 ? 1 : c < 0x800 ? 2 : bPair ? 4 : 3;
+    if (bPair) ++i;
+  }
+  return nBytes;
+}
+
+size_t MeasureWide(std::string_view strText) {
+  size_t nUnits = 0;
+  while (!strText.empty()) {
+    const auto itInvalid = utf8::find_invalid(strText.begin(), strText.end());
+    for (auto it = strText.begin(); it != itInvalid; ++it) {
+      const auto iByte = static_cast<uint8_t>(*it);
+      nUnits += (iByte & 0xC0) != 0x80;
+      nUnits += iByte >= 0xF0;
+    }
+    strText.remove_prefix(static_cast<size_t>(itInvalid - strText.begin()));
+    if (strText.empty()) break;
+    ++nUnits;
+    strText.remove_prefix(InvalidPart(strText));
+  }
+  return nUnits;
+}
+
 }  // namespace
 
 std::string WideToUtf8(KivWStringView csText) {
   std::string strText;
-  strText.reserve(csText.size());
+  strText.reserve(MeasureUtf8(csText));
   for (size_t i = 0; i < csText.size(); ++i) {
     const char16_t c = csText[i];
     if (c < 0x80) {
@@ -71,7 +100,7 @@ std::string WideToUtf8(KivWStringView csText) {
 
 KivWString Utf8ToWide(std::string_view strText) {
   KivWString csText;
-  csText.reserve(strText.size());
+  csText.reserve(MeasureWide(strText));
   while (!strText.empty()) {
     const auto itInvalid = utf8::find_invalid(strText.begin(), strText.end());
     utf8::unchecked::utf8to16(strText.begin(), itInvalid, std::back_inserter(csText));

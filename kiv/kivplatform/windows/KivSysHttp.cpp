@@ -4,6 +4,7 @@
 // Needs windows.h before it.
 #include <wininet.h>
 
+#include <algorithm>
 #include <vector>
 
 namespace kiv {
@@ -27,6 +28,11 @@ class InternetHandle {
 constexpr DWORD kRequestFlags = INTERNET_FLAG_RELOAD | INTERNET_FLAG_NO_CACHE_WRITE | INTERNET_FLAG_KEEP_CONNECTION |
                                 INTERNET_FLAG_NO_AUTO_REDIRECT;
 static_assert(kRequestFlags == 0x84600000);
+
+// A line end in a path or a referrer would begin a header of its own.
+bool HasControls(const KivWString& csText) {
+  return std::any_of(csText.begin(), csText.end(), [](char16_t c) { return c < 0x20; });
+}
 
 }  // namespace
 
@@ -79,6 +85,7 @@ KivSysHttpConnection::~KivSysHttpConnection() = default;
 
 std::unique_ptr<KivSysHttpRequest> KivSysHttpConnection::Get(const KivWString& csPath, const KivWString& csReferrer,
                                                              const KivWString& csHeaders) {
+  if (HasControls(csPath) || HasControls(csReferrer)) return nullptr;
   const wchar_t* aszAccept[] = {L"application/octet-stream", L"*/*", nullptr};
   const std::wstring csSystemReferrer = sys::ToSystem(csReferrer);
   const DWORD iFlags = kRequestFlags | (m_pzImpl->m_bSecure ? INTERNET_FLAG_SECURE : 0);
