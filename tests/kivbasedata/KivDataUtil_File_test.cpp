@@ -83,6 +83,27 @@ TEST(FileExists, FilesAndFoldersExistAndNothingElse) {
   EXPECT_FALSE(KivFileExists(zFolder / KivWString(5000, u'a')));
 }
 
+TEST(Paths, EmptyTooLongAndCutByAZeroTheyGetTheFailureOfTheirFunction) {
+  kivtest::TestFolder zFolder;
+  zFolder.WriteBytes(u"file", "kept");
+  KivSetWorkFolder(zFolder.Path());
+  const KivWString csZero = zFolder / KivWString(u"file\0x", 6);
+  for (const KivWString& csPath :
+       {KivWString(), csZero, KivWString(1, u'\0'), zFolder / KivWString(300, u'a'), KivWString(100'000, u'a')}) {
+    EXPECT_FALSE(KivFileExists(csPath));
+    EXPECT_EQ(static_cast<uint32_t>(KivRemoveTree(csPath)), 10u);
+    EXPECT_TRUE(KivRemoveOrphanFolders(csPath, false));
+    KivWriteLog(u"line");
+    EXPECT_EQ(static_cast<uint32_t>(KivCopyLog(csPath)), 30u);
+  }
+  // A move is tried for half a second and more.
+  EXPECT_NE(KivMoveFile(zFolder / u"file", csZero + u"y", false), 0);
+  EXPECT_NE(KivMoveFile(csZero, zFolder / u"to", false), 0);
+  EXPECT_EQ(zFolder.ReadBytes(u"file"), "kept");
+  EXPECT_FALSE(KivFileExists(zFolder / u"to"));
+  KivCloseLog();
+}
+
 TEST(RemoveTree, APathThatIsEmptyOrNotThereIsTen) {
   kivtest::TestFolder zFolder;
   EXPECT_EQ(static_cast<uint32_t>(KivRemoveTree(u"")), 10u);
