@@ -17,5 +17,8 @@ cmake --build build/run -j "$(nproc)"
 say "base services"
 build/run/examples/base_services
 
+say "a model file with records"
+build/run/examples/records build/run/model.kiv
+
 say "client, relay and handler"
-scripts/show_tree.sh build/run/bin
+scripts/show_tree.sh build/run/bin build/run/model.kiv

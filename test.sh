@@ -73,10 +73,7 @@ windows() {
   "$wine_server" -p </dev/null
   local code=0
   # About once in a thousand starts Wine ends a program before its first line: such a test gets a second try.
-  # Open: these four fail under Wine (names of killed jobs and of mapped files live longer there).
-  local open_under_wine='^(ExProcStart.EventNamesThatExistGive60Or70AndAreNotReused|ExProcCloseChild.AnOrderlyEndIsNoAlarmAndTakesTheInputAway|ExProcDeath.WithSurvivalOnADeath.*EndsTheOtherChildren)$'
-  echo "not run here, known to fail under Wine: $open_under_wine"
-  run_tests windows --repeat until-pass:2 -E "$open_under_wine" || code=$?
+  run_tests windows --repeat until-pass:2 || code=$?
   end_wine_server
   return $code
 }

@@ -29,6 +29,7 @@ struct Calls {
       OpenFile(m_zFolder / u"file", KivSysAccess::ReadWrite, KivSysShare::All, KivSysDisposition::CreateAlways);
   KivSysMapping m_zMapping;
   KivSysEvent m_zEvent;
+  KivSysProcess m_zProcess;
   KivWString m_csEvent = UniqueName("Fault");
   std::vector<CallCase> m_vzCases;
 
@@ -102,6 +103,11 @@ struct Calls {
       KivSysLocalTime zTime;
       return sys::LocalTimeNow(zTime);
     });
+    Add(KivSysCall::ProcessWait, "ProcessWait", [this] {
+      if (!m_zProcess.IsOpen()) m_zProcess = StartTestChild("FaultNothing", {});
+      return m_zProcess.Wait(0) != KivSysWait::Failed;
+    });
+    Add(KivSysCall::JobCreate, "JobCreate", [] { return KivSysJob::Create(UniqueName("FaultJob")).IsOpen(); });
   }
 };
 

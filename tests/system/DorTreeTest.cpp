@@ -30,10 +30,13 @@ DorClientOptions RealPrograms(const TestFolder& zFolder) {
   return zOptions;
 }
 
-DorClientOptions OddPrograms(const TestFolder& zFolder) {
+DorClientOptions OddPrograms(const TestFolder& zFolder, const std::string& strHandlerBody,
+                             const std::vector<KivWString>& vcsHandlerArgs) {
   DorClientOptions zOptions;
   zOptions.m_csRelay = TestProgram();
-  zOptions.m_csRelayArguments = BodyArguments("OddRelay");
+  std::vector<KivWString> vcsArgs{Wide(strHandlerBody)};
+  vcsArgs.insert(vcsArgs.end(), vcsHandlerArgs.begin(), vcsHandlerArgs.end());
+  zOptions.m_csRelayArguments = BodyArguments("OddRelay", vcsArgs);
   zOptions.m_csRootFolder = zFolder / u"root";
   return zOptions;
 }
@@ -44,9 +47,12 @@ namespace {
 
 class OddRuntime : public IDorRelayRuntime {
  public:
+  explicit OddRuntime(const std::vector<KivWString>& vcsArgs)
+      : m_csHandlerArguments(BodyArguments(sys::WideToUtf8(vcsArgs.at(0)),
+                                           std::vector<KivWString>(vcsArgs.begin() + 1, vcsArgs.end()))) {}
   KivWString FindHandler() override { return TestProgram(); }
   int32_t StartChild(const KivWString& csPath, int32_t& iChildPid) override {
-    return KivExProcLib_StartChild(csPath, BodyArguments("OddHandler"), iChildPid);
+    return KivExProcLib_StartChild(csPath, m_csHandlerArguments, iChildPid);
   }
   int32_t SendRequest(int32_t iChildPid, const KivWString& csName, const KivByteBuffer& vcPayload, int64_t& iStatus,
                       KivByteBuffer& vcAnswer) override {
@@ -59,6 +65,9 @@ class OddRuntime : public IDorRelayRuntime {
   int32_t CloseChild(int32_t iChildPid) override { return KivExProcLib_CloseChild(iChildPid); }
   void YieldSlice() override { sys::SleepMs(0); }
   void CloseDown(int32_t iStatus) override { KivExProcLib_CloseDown(iStatus, true); }
+
+ private:
+  KivWString m_csHandlerArguments;
 };
 
 void Misbehave(const std::string& strWhat, int32_t& iStatus, KivByteBuffer& vcResult) {
@@ -70,6 +79,8 @@ void Misbehave(const std::string& strWhat, int32_t& iStatus, KivByteBuffer& vcRe
     vcResult.resize(vcResult.size() -
                     std::min<size_t>(vcResult.size(), static_cast<size_t>(std::stoi(strWhat.substr(4)))));
   if (strWhat == "long") vcResult.push_back(0);
+  if (strWhat.starts_with("wait ")) KivSysEvent::Open(Wide(strWhat.substr(5))).Wait(kLongMs);
+  if (strWhat == "footprint") vcResult = IdPayload(MemoryInUse());
 }
 
 int32_t OddDispatch(const KivWString& csRequest, const KivByteBuffer& vcPayload, int32_t& iStatus,
@@ -139,9 +150,15 @@ KivByteBuffer PickPayload(int64_t iModel, const std::string& strTail) {
 }  // namespace
 
 KIV_TEST_CHILD(OddRelay) {
-  static OddRuntime zRuntime;
+  static OddRuntime zRuntime(vcsArgs);
   DorRelay_SetRuntime(&zRuntime);
-  return RunMember(DorRelay_Tick, DorRelay_Poll, DorRelay_Dispatch);
+  return RunMember(
+      DorRelay_Tick, DorRelay_Poll,
+      [](const KivWString& csRequest, const KivByteBuffer& vcPayload, int32_t& iStatus, KivByteBuffer& vcResult) {
+        if (csRequest != kAskRelayFootprint) return DorRelay_Dispatch(csRequest, vcPayload, iStatus, vcResult);
+        vcResult = IdPayload(MemoryInUse());
+        return 0;
+      });
 }
 KIV_TEST_CHILD(OddHandler) {
   return RunMember(nullptr, GoOn, OddDispatch);
@@ -358,6 +375,23 @@ TEST(DorTree, AClearedModelsHandlerEndsAndItsIdIsUnknown) {
   EXPECT_TRUE(Eventually([&] { return CountMarkers(zFolder / u"root") == 2; }));
   EXPECT_EQ(zTree.m_zClient.Open(u"b"), 1);  // ids are not used again
   zTree.ExpectRelayEnds(KivWString(kDorDoNothing), IdPayload(iModel));
+}
+
+TEST(DorTree, ARequestWhileTheClearIsWithTheHandlerGivesStatus3) {
+  TestFolder zFolder;
+  bool bExisted = false;
+  const KivWString csEvent = u"KivTestGo" + OwnPid();
+  KivSysEvent hGo = KivSysEvent::Create(csEvent, bExisted);
+  Tree zTree(OddPrograms(zFolder));
+  const int64_t iModel = zTree.m_zClient.Open(u"clear wait " + csEvent);
+  KivByteBuffer vcResult;
+  EXPECT_EQ(zTree.m_zClient.CallUnchecked(KivWString(kDorClearModel), IdPayload(iModel), vcResult), 0);
+  int32_t iStatus = 0;
+  // Served until the relay's poll has passed the clear on.
+  EXPECT_TRUE(Eventually([&] { return (iStatus = zTree.Status(iModel)) != 0; }));
+  EXPECT_EQ(iStatus, 3);
+  hGo.Set();
+  EXPECT_TRUE(Eventually([&] { return CountMarkers(zFolder / u"root") == 2; }));
 }
 
 TEST(DorTree, StatusesOfTheHandlerReachTheClientMapped) {

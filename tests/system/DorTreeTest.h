@@ -17,9 +17,20 @@ kiv::DorClientOptions RealPrograms(const TestFolder& zFolder);
 // The relay's logic in a body of this program, with handlers that run the body "OddHandler". What a handler does
 // stands in the path of its model, "<when> <what>", as in "read kill", and in the tails of DorHandler_PickOneElement.
 //   when: read, clear, call      what: kill, exit, report, status <n>, cut <n> (bytes less), long (a byte more),
-//                                      id (another model), name (another request)
-// Anything else is answered as it should be; calls are answered with their payload.
-kiv::DorClientOptions OddPrograms(const TestFolder& zFolder);
+//                                      id (another model), name (another request), wait <name of an event>,
+//                                      footprint (answers with MemoryInUse)
+// Anything else is answered as it should be; calls are answered with their payload. The relay itself answers the
+// request kAskRelayFootprint with its MemoryInUse. The handlers may run another body.
+kiv::DorClientOptions OddPrograms(const TestFolder& zFolder, const std::string& strHandlerBody = "OddHandler",
+                                  const std::vector<kiv::KivWString>& vcsHandlerArgs = {});
+constexpr char16_t kAskRelayFootprint[] = u"KivTestFootprint";
+
+// Bytes of memory that are this process's own.
+inline int64_t MemoryInUse() {
+  kiv::KivSysMemoryCounters zCounters;
+  kiv::sys::MemoryCounters(zCounters);
+  return static_cast<int64_t>(zCounters.m_iPageFile);
+}
 
 inline kiv::KivByteBuffer IdPayload(int64_t iModel) {
   kiv::KivByteBuffer vc;

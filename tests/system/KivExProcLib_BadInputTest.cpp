@@ -73,6 +73,9 @@ class HandMadeParent {
 // Exit codes of a root that looks at the answer of a child played by hand.
 constexpr int32_t kEmptyWithStatus0 = 50;
 constexpr int32_t kOther = 51;
+constexpr int32_t kWideStatus = 52;  // all 64 bits of kStatusOf33Bits
+constexpr int32_t kLowStatus = 53;   // its low 32 bits
+constexpr int64_t kStatusOf33Bits = (int64_t{1} << 32) + 7;
 
 // What becomes of a root whose child puts this image, or no file at all, into the slot of its answer.
 int32_t RootBehindAnswer(const std::string& strImage, bool bFile = true) {
@@ -121,11 +124,12 @@ KIV_TEST_CHILD(RootOfAHandMadeChild) {
   if (BecomeRoot(vcsArgs.at(0)) != 0) return 1;
   int32_t iPid = 0;
   if (StartBody("HandMadeChild", iPid, {vcsArgs.at(1), vcsArgs.at(2)}) != 0) return 2;
+  if (vcsArgs.size() > 3) KivSetReportNoThrow(true);
   int64_t iStatus = -7;
   KivByteBuffer vcAnswer{1, 2, 3};
   if (KivExProcLib_SendMessage(iPid, u"any", {}, iStatus, vcAnswer) != 0) return 3;
   const bool bEmpty = iStatus == 0 && vcAnswer.empty();
-  KivExProcLib_CloseDown(bEmpty ? kEmptyWithStatus0 : kOther, true);
+  KivExProcLib_CloseDown(bEmpty ? kEmptyWithStatus0 : iStatus == kStatusOf33Bits ? kWideStatus : kOther, true);
   return 4;
 }
 // The same by a posted request.
@@ -134,7 +138,8 @@ KIV_TEST_CHILD(RootThatPosts) {
   int32_t iPid = 0;
   if (StartBody("HandMadeChild", iPid, {vcsArgs.at(1), u"file"}) != 0) return 2;
   if (KivExProcLib_PostMessage(iPid, u"any", {}, [](int32_t iStatus, const KivByteBuffer& vcAnswer) -> int32_t {
-        KivExProcLib_CloseDown(iStatus == 0 && vcAnswer.empty() ? kEmptyWithStatus0 : kOther, true);
+        const bool bEmpty = iStatus == 0 && vcAnswer.empty();
+        KivExProcLib_CloseDown(bEmpty ? kEmptyWithStatus0 : iStatus == 7 ? kLowStatus : kOther, true);
         return 0;
       }) != 0)
     return 3;
@@ -263,6 +268,25 @@ TEST(ExProcRawAnswer, SixteenBytesAreAnAnswerWithoutAPayload) {
   EXPECT_EQ(RootBehindAnswer(AnswerImage(0, 0, "old content")), kEmptyWithStatus0);
   EXPECT_EQ(RootBehindAnswer(AnswerImage(0, 7, "")), kOther);
   EXPECT_EQ(RootBehindAnswer(AnswerImage(3, 0, "abc")), kOther);
+}
+
+TEST(ExProcRawAnswer, ASendGivesAllBitsOfTheStatusAndAPostItsLow32) {
+  EXPECT_EQ(RootBehindAnswer(AnswerImage(0, kStatusOf33Bits, "")), kWideStatus);
+  TestFolder zFolder;
+  KivSysProcess zRoot =
+      StartTestChild("RootThatPosts", {zFolder / u"root", Wide("x" + ToHexText(AnswerImage(0, kStatusOf33Bits, "")))});
+  EXPECT_EQ(EndOf(zRoot), kLowStatus);
+}
+
+TEST(ExProcRawAnswer, WhereReportsReturnABrokenAnswerClosesDownWith999) {
+  for (const std::string& strImage :
+       {std::string(12, '\0'), AnswerImage(4, 0, "abc"), AnswerImage(kNear2To64, 0, "abc")}) {
+    TestFolder zFolder;
+    KivSysProcess zRoot = StartTestChild(
+        "RootOfAHandMadeChild", {zFolder / u"root", Wide("x" + ToHexText(strImage)), u"file", u"reports return"});
+    EXPECT_EQ(EndOf(zRoot), SeenCode(999)) << ToHexText(strImage);
+    EXPECT_EQ(CountLivingFiles(zFolder / u"root"), 0u);
+  }
 }
 
 TEST(ExProcRawAnswer, ASizeThatTheFileDoesNotHoldIsFatal) {

@@ -1,6 +1,8 @@
 // Ends: one child, the tree, deaths from the bottom and from the top, fatal reports.
+#include "KivExProcLibInternal.h"
 #include "KivExProcTest.h"
 #include "KivSysDiag.h"
+#include "KivSysFault.h"
 
 using namespace kiv;
 using namespace kivtest;
@@ -44,6 +46,33 @@ KIV_TEST_CHILD(RootSends) {
   if (vcsArgs.size() > 2) KivSetReportNoThrow(true);
   Send(iPid, vcsArgs.at(1));
   KivExProcLib_CloseDown(42, true);
+  return 2;
+}
+// Its N-th call of a kind fails while it sends to a member (0) or serves a posted request (1), with reports that
+// return if there is one more argument.
+KIV_TEST_CHILD(RootWithFault) {
+  int32_t iPid = 0;
+  if (RootOfOneMember(vcsArgs.at(0), "Member", iPid) != 0) return 1;
+  if (vcsArgs.size() > 4) KivSetReportNoThrow(true);
+  const bool bServe = vcsArgs.at(3) == u"serve";
+  if (bServe && KivExProcLib_PostMessage(iPid, u"echo", {}, [](int32_t, const KivByteBuffer&) { return 0; }) != 0)
+    return 2;
+  if (bServe) KivSysEvent::Open(EventName(Decimal(iPid), OwnPid())).Wait(kLongMs);
+  KivSysFaultPlan zPlan;
+  zPlan.m_iCall = vcsArgs.at(1) == u"wait" ? KivSysCall::EventWait : KivSysCall::EventSignal;
+  zPlan.m_iNth = static_cast<uint64_t>(std::stoi(sys::WideToUtf8(vcsArgs.at(2))));
+  const KivSysFaultScope zFault(zPlan);
+  if (bServe) {
+    KivExProcLib_ServeChildren();
+  } else {
+    Send(iPid, u"echo");
+  }
+  return zFault.HasFired() ? 3 : 4;
+}
+KIV_TEST_CHILD(RootThatClosesAnUnknownChild) {
+  if (BecomeRoot(vcsArgs.at(0)) != 0) return 1;
+  KivSetReportNoThrow(true);
+  KivExProcLib_CloseChild(4711);
   return 2;
 }
 // Serves its children until one of them has gone.
@@ -135,6 +164,9 @@ KIV_TEST_CHILD(Survivor) {
   if (CountMarkers(vcsArgs.at(0)) != 0) return 5;
   if (Send(iFirst, u"echo").m_iResult != 40) return 6;
   if (Send(iSecond, u"echo").m_iResult != 1) return 7;
+  // The name of the job goes when the system has finished with the last process in it.
+  const KivWString csJob = KivExProcState::GetInstance().m_csJobName;
+  if (!Eventually([&] { return !KivSysJob::Open(csJob).IsOpen(); })) return 11;
   int32_t iThird = 0;
   if (StartBody("Member", iThird) != 12) return 8;
   if (!sys::PathExists(vcsArgs.at(0))) return 9;
@@ -152,7 +184,9 @@ TEST(ExProcCloseChild, AnOrderlyEndIsNoAlarmAndTakesTheInputAway) {
   int32_t iPid = 0;
   ASSERT_EQ(RootOfOneMember(zFolder / u"root", "Member", iPid), 0);
   EXPECT_EQ(KivExProcLib_CloseChild(iPid), 0);
-  EXPECT_FALSE(sys::PathExists(Join(PairFolder(zFolder / u"root", OwnPid(), Decimal(iPid)), u"input")));
+  // The child may be reading it at this moment.
+  const KivWString csInput = Join(PairFolder(zFolder / u"root", OwnPid(), Decimal(iPid)), u"input");
+  EXPECT_TRUE(Eventually([&] { return !sys::PathExists(csInput); }));
   EXPECT_TRUE(Eventually([&] { return CountMarkers(zFolder / u"root") == 1; }));
   EXPECT_EQ(KivExProcLib_ServeChildren(), 0);
   EXPECT_TRUE(sys::PathExists(PairFolder(zFolder / u"root", OwnPid(), Decimal(iPid))));  // stays until close-down
@@ -164,6 +198,32 @@ TEST(ExProcCloseChild, AnUnknownChildIsFatal) {
   ASSERT_EQ(BecomeRoot(zFolder / u"root"), 0);
   EXPECT_REPORT(KivExProcLib_CloseChild(4711), "0");
   EndRoot();
+}
+
+TEST(ExProcCloseChild, WhereReportsReturnAnUnknownChildClosesDownWith999) {
+  TestFolder zFolder;
+  KivSysProcess zRoot = StartRootBody("RootThatClosesAnUnknownChild", zFolder / u"root");
+  EXPECT_EQ(EndOf(zRoot), SeenCode(999));
+  EXPECT_EQ(CountLivingFiles(zFolder / u"root"), 0u);
+}
+
+TEST(ExProcFault, AnEventCallOfAParentThatFailsIsFatalInBothModesOfReports) {
+  struct Case {
+    const char16_t *m_szCall, *m_szNth, *m_szWhat;
+  };
+  // A send tests both events, sets one, waits and resets; a pass waits and resets.
+  for (const Case& z : {Case{u"signal", u"1", u"send"}, Case{u"wait", u"3", u"send"}, Case{u"signal", u"2", u"send"},
+                        Case{u"wait", u"1", u"serve"}, Case{u"signal", u"1", u"serve"}})
+    for (const bool bReturn : {false, true}) {
+      TestFolder zFolder;
+      std::vector<KivWString> vcsMore{z.m_szCall, z.m_szNth, z.m_szWhat};
+      if (bReturn) vcsMore.push_back(u"reports return");
+      KivSysProcess zRoot = StartRootBody("RootWithFault", zFolder / u"root", vcsMore);
+      EXPECT_EQ(EndOf(zRoot), SeenCode(999))
+          << sys::WideToUtf8(z.m_szCall) << ' ' << sys::WideToUtf8(z.m_szNth) << ' ' << sys::WideToUtf8(z.m_szWhat);
+      EXPECT_TRUE(TreeEnds(zFolder / u"root"));
+      EXPECT_EQ(CountLivingFiles(zFolder / u"root"), 0u);
+    }
 }
 
 TEST(ExProcCloseDown, ARootEndsItsWholeTreeAndRemovesItsFolder) {
@@ -252,6 +312,9 @@ TEST(ExProcDeath, AChildThatDiesDuringASendEndsItsParentWith999) {
     KivSysProcess zRoot = StartRootBody("RootSends", zFolder / u"root", {szEnd});
     EXPECT_EQ(EndOf(zRoot), SeenCode(999)) << sys::WideToUtf8(szEnd);
     EXPECT_FALSE(sys::PathExists(zFolder / u"root")) << sys::WideToUtf8(szEnd);
+    KivSysProcess zOther = StartRootBody("RootSends", zFolder / u"other", {szEnd, u"reports return"});
+    EXPECT_EQ(EndOf(zOther), SeenCode(999)) << sys::WideToUtf8(szEnd);
+    EXPECT_EQ(CountLivingFiles(zFolder / u"other"), 0u) << sys::WideToUtf8(szEnd);
   }
 }
 

@@ -21,6 +21,17 @@ int32_t TakeAnswer(int32_t iStatus, const KivByteBuffer& vcAnswer) {
   return 77;  // is not looked at
 }
 
+// The first bytes of a slot.
+std::string HeadOf(const KivWString& csPath, uint32_t nBytes) {
+  KivSysFile hFile = KivSysFile::Open(
+      csPath, {KivSysAccess::Read, KivSysShare::All, KivSysDisposition::OpenExisting, KivSysFileFlags::Temporary});
+  std::string strBytes(nBytes, '\0');
+  uint32_t nDone = 0;
+  EXPECT_TRUE(hFile.ReadAt(0, strBytes.data(), nBytes, nDone));
+  EXPECT_EQ(nDone, nBytes);
+  return strBytes;
+}
+
 struct Answer {
   int32_t m_iResult = 0;
   int64_t m_iStatus = -7;
@@ -40,6 +51,12 @@ class Channel : public testing::Test {
     ASSERT_EQ(StartBody("Answers", m_iPid), 0);
   }
   void TearDown() override { EndRoot(); }
+  void ExpectInput(const KivWString& csRequest, const std::string& strPayload) {
+    const std::string strImage = RequestImage(strPayload.size(), csRequest, strPayload);
+    EXPECT_EQ(HeadOf(Join(PairFolder(m_zFolder / u"root", OwnPid(), Decimal(m_iPid)), u"input"),
+                     static_cast<uint32_t>(strImage.size())),
+              strImage);
+  }
 
   TestFolder m_zFolder;
   int32_t m_iPid = 0;
@@ -119,6 +136,7 @@ TEST_F(Channel, ASendWhileARequestIsOutGivesMinus10AndLeavesTheSlot) {
   KivByteBuffer vcAnswer;
   EXPECT_EQ(KivExProcLib_SendMessageRetry(m_iPid, u"echo", Bytes("second"), iStatus, vcAnswer), -10);
   EXPECT_EQ(KivExProcLib_CloseChild(m_iPid), -10);  // changes nothing
+  ExpectInput(u"wait", sys::WideToUtf8(csEvent));
   hGo.Set();
   while (g_nAnswers == 0) ASSERT_EQ(KivExProcLib_ServeChildren(), 0);
   EXPECT_EQ(Text(g_vcAnswer), sys::WideToUtf8(csEvent));
@@ -135,6 +153,7 @@ TEST_F(Channel, ASendBeforeTheAnswerHasBeenReadGivesMinus20AndLeavesTheSlot) {
   int64_t iStatus = 0;
   KivByteBuffer vcAnswer;
   EXPECT_EQ(KivExProcLib_SendMessageRetry(m_iPid, u"echo", Bytes("second"), iStatus, vcAnswer), -20);
+  ExpectInput(u"echo", "first");
   while (g_nAnswers == 0) ASSERT_EQ(KivExProcLib_ServeChildren(), 0);
   EXPECT_EQ(Text(g_vcAnswer), "first");
   EXPECT_EQ(hAnswer.Test(), KivSysWait::TimedOut);
@@ -149,7 +168,7 @@ TEST_F(Channel, AnAnswerThatNobodyWantsIsDropped) {
   EXPECT_EQ(Text(Send(m_iPid, u"echo", Bytes("next")).m_vcPayload), "next");
 }
 
-TEST_F(Channel, AStatusOfAPostedAnswerIsItsLow32Bits) {
+TEST_F(Channel, ANegativeStatusOfAPostedAnswerKeepsItsSign) {
   KivByteBuffer vcPayload(4);
   KivStore<int32_t>(vcPayload.data(), -3);
   ASSERT_EQ(KivExProcLib_PostMessage(m_iPid, u"status", vcPayload, TakeAnswer), 0);
@@ -219,17 +238,7 @@ TEST_F(Channel, WithoutChildrenAPassReturnsAtOnce) {
 
 TEST_F(Channel, TheSlotsHoldTheMessagesByteForByte) {
   ASSERT_EQ(Send(m_iPid, u"echo", Bytes("payload")).m_iResult, 0);
-  const auto Head = [](const KivWString& csPath, uint32_t nBytes) {
-    KivSysFile hFile = KivSysFile::Open(
-        csPath, {KivSysAccess::Read, KivSysShare::All, KivSysDisposition::OpenExisting, KivSysFileFlags::Temporary});
-    std::string strBytes(nBytes, '\0');
-    uint32_t nDone = 0;
-    EXPECT_TRUE(hFile.ReadAt(0, strBytes.data(), nBytes, nDone));
-    EXPECT_EQ(nDone, nBytes);
-    return strBytes;
-  };
-  const KivWString csRoot = m_zFolder / u"root";
-  EXPECT_EQ(Head(Join(PairFolder(csRoot, OwnPid(), Decimal(m_iPid)), u"input"), 527),
-            RequestImage(7, u"echo", "payload"));
-  EXPECT_EQ(Head(Join(PairFolder(csRoot, Decimal(m_iPid), OwnPid()), u"output"), 23), AnswerImage(7, 0, "payload"));
+  ExpectInput(u"echo", "payload");
+  EXPECT_EQ(HeadOf(Join(PairFolder(m_zFolder / u"root", Decimal(m_iPid), OwnPid()), u"output"), 23),
+            AnswerImage(7, 0, "payload"));
 }

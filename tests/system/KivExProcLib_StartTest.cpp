@@ -1,6 +1,8 @@
 // Roots, children, the handshake.
 #include <algorithm>
+#include <regex>
 
+#include "KivExProcLibInternal.h"
 #include "KivExProcTest.h"
 #include "KivSysFault.h"
 
@@ -32,7 +34,12 @@ std::vector<KivWString> LikelyIds() {
   const int64_t iProbe = zProbe.GetId();
   EXPECT_EQ(EndOf(zProbe), 0);
   std::vector<KivWString> vcsIds;
-  for (int64_t i = std::max<int64_t>(4, iProbe - 400); i < iProbe + 1500; ++i) vcsIds.push_back(Decimal(i));
+  if (sys::kSeparator == u'/') {
+    for (int64_t i = std::max<int64_t>(4, iProbe - 400); i < iProbe + 1500; ++i) vcsIds.push_back(Decimal(i));
+  } else {
+    // Multiples of 4, given again in no order.
+    for (int64_t i = 4; i < std::max<int64_t>(iProbe + 2000, 8192); i += 4) vcsIds.push_back(Decimal(i));
+  }
   return vcsIds;
 }
 
@@ -149,6 +156,35 @@ TEST(ExProcRun, WithoutTheAnswerEventAChildGives80) {
   bool bExisted = false;
   const KivSysEvent hRequest = KivSysEvent::Create(EventName(u"7", OwnPid()), bExisted);
   EXPECT_EQ(RunAsChildOf7(zFolder.Path()), 80);
+}
+
+TEST(ExProcRun, WithoutItsMarkerAChildGives50) {
+  TestFolder zFolder;
+  sys::MakeFolder(ProcessFolder(zFolder.Path()));
+  KivSysFaultPlan zPlan;
+  zPlan.m_iCall = KivSysCall::FileOpen;
+  zPlan.m_iNth = 1;
+  const KivSysFaultScope zFault(zPlan);
+  EXPECT_EQ(RunAsChildOf7(zFolder.Path()), 50);
+  EXPECT_TRUE(zFault.HasFired());
+}
+
+TEST(ExProcRoot, WithoutLocalTimeMarkerOrJobARootGives25Or50Or70) {
+  struct Case {
+    KivSysCall m_iCall;
+    int32_t m_iCode;
+  };
+  TestFolder zFolder;
+  ASSERT_TRUE(KivSetWorkFolder(zFolder / u"root"));
+  for (const Case& z : {Case{KivSysCall::Clock, 25}, Case{KivSysCall::FileOpen, 50}, Case{KivSysCall::JobCreate, 70}}) {
+    KivSysFaultPlan zPlan;
+    zPlan.m_iCall = z.m_iCall;
+    zPlan.m_iNth = 1;
+    const KivSysFaultScope zFault(zPlan);
+    EXPECT_EQ(BecomeRoot(zFolder / u"root"), z.m_iCode);
+    EXPECT_TRUE(zFault.HasFired());
+    KivExProcState::GetInstance().m_hProcessFile.Close();
+  }
 }
 
 TEST(ExProcRoot, AnExistingFolderThatIsNotTheWorkFolderGives10) {
@@ -281,8 +317,37 @@ TEST(ExProcStart, EachStepThatFailsHasItsCode) {
   EXPECT_EQ(StartWithFault(KivSysCall::EventCreate, 1), 60);
   EXPECT_EQ(StartWithFault(KivSysCall::EventCreate, 2), 70);
   EXPECT_EQ(StartWithFault(KivSysCall::FileOpen, 2), 90);
+  EXPECT_EQ(StartWithFault(KivSysCall::ProcessWait, 1), 92);
   int32_t iPid = 0;
   EXPECT_EQ(StartBody("Echo", iPid), 0);
+  EndRoot();
+}
+
+TEST(ExProcStart, TheCommandLineQuotesEachPartAndEndsWithABlank) {
+  EXPECT_EQ(KivExProcCommandLine(u"/a b/prog", u"/r", u"12", u"KivExProcJob1", u""),
+            u"\"/a b/prog\" -r\"/r\" -p\"12\" -j\"KivExProcJob1\"  ");
+  EXPECT_EQ(KivExProcCommandLine(u"C:\\p", u"D:\\r \"x", u"-1", u"", u"-x 1"),
+            u"\"C:\\p\" -r\"D:\\r \"x\" -p\"-1\" -j\"\" -x 1 ");
+}
+
+TEST(ExProcStart, TheJobsNameHoldsTheRootsIdAndItsLocalTime) {
+  TestFolder zFolder;
+  KivSysLocalTime zBefore, zAfter;
+  ASSERT_TRUE(sys::LocalTimeNow(zBefore));
+  ASSERT_EQ(BecomeRoot(zFolder / u"root"), 0);
+  ASSERT_TRUE(sys::LocalTimeNow(zAfter));
+  const std::string strName = sys::WideToUtf8(KivExProcState::GetInstance().m_csJobName);
+  const std::regex zForm("KivExProcJob" + sys::WideToUtf8(OwnPid()) + "[0-9]{8}-[0-9]{6}-");
+  EXPECT_TRUE(std::regex_match(strName, zForm)) << strName;
+  const auto Stamp = [](const KivSysLocalTime& z) {
+    char acTime[64];
+    std::snprintf(acTime, sizeof acTime, "%04d%02d%02d-%02d%02d%02d-", z.m_iYear, z.m_iMonth, z.m_iDay, z.m_iHour,
+                  z.m_iMinute, z.m_iSecond);
+    return std::string(acTime);
+  };
+  const std::string strStamp = strName.substr(std::string("KivExProcJob").size() + OwnPid().size());
+  EXPECT_LE(Stamp(zBefore), strStamp);
+  EXPECT_LE(strStamp, Stamp(zAfter));
   EndRoot();
 }
 

@@ -33,6 +33,8 @@ enum class KivSysCall : uint32_t {
   FileCopy,
   ThreadStart,
   Clock,  // local time
+  ProcessWait,
+  JobCreate,
   Count
 };
 

@@ -436,6 +436,7 @@ void KivSysProcess::Close() noexcept {
 }
 
 KivSysWait KivSysProcess::Wait(uint32_t iMilliSeconds) {
+  if (!FaultAllows(KivSysCall::ProcessWait)) return KivSysWait::Failed;
   if (!IsOpen()) return FailWith(EBADF), KivSysWait::Failed;
   ChildObject& zChild = *ChildOf(m_iHandle);
   if (zChild.HasEnded()) return KivSysWait::Signalled;
@@ -494,7 +495,7 @@ KivSysJob::~KivSysJob() {
 KivSysJob KivSysJob::Create(const KivWString& csName) {
   KivSysJob zJob;
   std::string strPath;
-  if (!ObjectPath('j', csName, strPath)) return zJob;
+  if (!FaultAllows(KivSysCall::JobCreate) || !ObjectPath('j', csName, strPath)) return zJob;
   SweepObjectsOnce();
   for (int iTry = 0; iTry < 100; ++iTry) {
     Descriptor zFd(MakeLockedFile(strPath.c_str(), 1u << kLockOwner, true));

@@ -68,7 +68,7 @@ void KivSysProcess::Close() noexcept {
 }
 
 KivSysWait KivSysProcess::Wait(uint32_t iMilliSeconds) {
-  if (!IsOpen()) return KivSysWait::Failed;
+  if (!IsOpen() || sys::FaultFails(KivSysCall::ProcessWait)) return KivSysWait::Failed;
   switch (WaitForSingleObject(sys::ToHandle(m_iHandle), iMilliSeconds)) {
     case WAIT_OBJECT_0:
       return KivSysWait::Signalled;
@@ -109,6 +109,7 @@ KivSysJob::~KivSysJob() {
 
 KivSysJob KivSysJob::Create(const KivWString& csName) {
   KivSysJob zJob;
+  if (sys::FaultFails(KivSysCall::JobCreate)) return zJob;
   zJob.m_iHandle = sys::FromHandle(CreateJobObjectW(nullptr, sys::ToSystem(csName).c_str()));
   return zJob;
 }

@@ -1,0 +1,111 @@
+// The dor command: exit codes, arguments, JSON.
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+
+#include "DorTreeTest.h"
+
+using namespace kiv;
+using namespace kivtest;
+
+namespace {
+
+class DorCommand : public testing::Test {
+ protected:
+  void SetUp() override {
+    WriteModelFile(m_zFolder / u"model.kiv");
+    WriteModelFile(m_zFolder / u"-1.kiv");
+    WriteFile(m_zFolder / u"no model", "text");
+  }
+
+  // The exit code of the command with these arguments, run in the test's folder.
+  int32_t Run(const KivWString& csArguments) {
+    KivSysProcessStart zStart;
+    zStart.m_csCommandLine = Program() + u" " + csArguments;
+    zStart.m_csFolder = m_zFolder.Path();
+    KivSysProcess zProcess = KivSysProcess::Start(zStart);
+    return EndOf(zProcess);
+  }
+
+  // Its standard output.
+  std::string Output(const KivWString& csArguments) {
+    const KivWString csFile = m_zFolder / u"output.txt";
+    std::string strLine = sys::WideToUtf8(Program() + u" " + csArguments + u" >\"" + csFile + u"\" 2>&1");
+    if (sys::kSeparator == u'\\') strLine = "\"" + strLine + "\"";  // the shell there takes off one pair of quotes
+    std::system(strLine.c_str());
+    std::ifstream zFile(sys::WideToUtf8(csFile));
+    std::stringstream zText;
+    zText << zFile.rdbuf();
+    return zText.str();
+  }
+
+  static KivWString Program() {
+    KivWString csFolder, csName;
+    KivSplitPath(RealPrograms(TestFolder()).m_csRelay, csFolder, csName);
+    return u"\"" + Join(csFolder, u"dor" + KivWString(sys::kExecutableSuffix)) + u"\"";
+  }
+  KivWString Model() { return u"\"" + (m_zFolder / u"model.kiv") + u"\""; }
+
+  TestFolder m_zFolder;
+};
+
+bool Holds(const std::string& strText, const std::string& strPart) {
+  return strText.find(strPart) != std::string::npos;
+}
+
+}  // namespace
+
+TEST_F(DorCommand, GoodWorkGives0) {
+  EXPECT_EQ(Run(u"open " + Model()), 0);
+  EXPECT_EQ(Run(u"call " + Model() + u" DoNothing"), 0);
+  EXPECT_EQ(Run(u"call " + Model() + u" DorHandler_GetAsmTreeInfo --json"), 0);
+  EXPECT_EQ(Run(u"bench " + Model() + u" --requests 20 --idle 1"), 0);
+  EXPECT_EQ(Run(u"requests"), 0);
+  EXPECT_EQ(Run(u"--help"), 0);
+}
+
+TEST_F(DorCommand, WhatTheHandlerDoesNotDoGives1) {
+  EXPECT_EQ(Run(u"call " + Model() + u" GetFilletIntCurve 3 -7"), 1);
+}
+
+TEST_F(DorCommand, WrongUseGives2AndStartsNothing) {
+  for (const char16_t* szArguments :
+       {u"", u"open", u"call model.kiv", u"call model.kiv NoSuch", u"nothing", u"call model.kiv IsPlanarFace 3",
+        u"call model.kiv IsPlanarFace 3 x", u"call model.kiv ReadDor x", u"bench model.kiv --requests 0",
+        u"bench model.kiv --idle 64", u"open model.kiv --no-such-option"})
+    EXPECT_EQ(Run(szArguments), 2) << sys::WideToUtf8(szArguments);
+}
+
+TEST_F(DorCommand, AModelThatCannotBeReadGives3) {
+  EXPECT_EQ(Run(u"open missing.kiv"), 3);
+  EXPECT_EQ(Run(u"call \"no model\" DoNothing"), 3);
+}
+
+TEST_F(DorCommand, ATreeThatCannotBeStartedGives4) {
+  EXPECT_EQ(Run(u"open model.kiv --relay \"" + (m_zFolder / u"no relay") + u"\""), 4);
+}
+
+TEST_F(DorCommand, APathThatBeginsLikeANegativeNumberIsAPath) {
+  EXPECT_EQ(Run(u"open -1.kiv"), 0);
+}
+
+TEST_F(DorCommand, ArgumentsMayBeNegative) {
+  const std::string strText = Output(u"call " + Model() + u" GetFilletIntCurve -3 -7 --json");
+  EXPECT_TRUE(Holds(strText, "\"status\": 0")) << strText;
+  EXPECT_TRUE(Holds(strText, "GetFilletIntCurve")) << strText;
+}
+
+TEST_F(DorCommand, JsonTellsTheTreeTheTimesAndThatNothingIsLeft) {
+  const std::string strText = Output(u"open " + Model() + u" --json");
+  for (const char* szPart : {"\"model\": 0", "\"root_folder\"", "\"processes\"", "\"kind\": \"model\"",
+                             "\"bytes\": 264", "\"milliseconds\"", "\"left_behind\": false"})
+    EXPECT_TRUE(Holds(strText, szPart)) << szPart << " in " << strText;
+}
+
+TEST_F(DorCommand, ErrorsAreJsonToo) {
+  const std::string strText = Output(u"--json open \"" + (m_zFolder / u"missing.kiv") + u"\"");
+  EXPECT_TRUE(Holds(strText, "\"error\"")) << strText;
+  EXPECT_TRUE(Holds(strText, "\"exit_code\": 3")) << strText;
+  EXPECT_TRUE(Holds(Output(u"--json call " + Model() + u" NoSuch"), "\"exit_code\": 2"));
+}

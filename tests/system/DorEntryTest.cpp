@@ -1,0 +1,148 @@
+// The entry of the real programs: arguments, the monitor's marker, locale, the end by a report.
+#include <clocale>
+#include <cstdio>
+#include <cstdlib>
+
+#include "DorEntry.h"
+#include "DorTreeTest.h"
+#include "KivException.h"
+
+using namespace kiv;
+using namespace kivtest;
+
+namespace {
+
+void SetVariable(const char* szName, const std::string& strValue) {
+#ifdef _WIN32
+  _putenv_s(szName, strValue.c_str());
+#else
+  setenv(szName, strValue.c_str(), 1);
+#endif
+}
+
+size_t CountMonitorFiles(const KivWString& csFolder) {
+  std::vector<KivSysFolderEntry> vzEntries;
+  sys::ListFolder(csFolder, vzEntries);
+  size_t nFiles = 0;
+  for (const KivSysFolderEntry& zEntry : vzEntries)
+    if (zEntry.m_csName.starts_with(u"ZurProc")) ++nFiles;
+  return nFiles;
+}
+
+KivSysProcess StartRelay(const TestFolder& zFolder, const KivWString& csArguments) {
+  KivSysProcessStart zStart;
+  zStart.m_csCommandLine = u"\"" + RealPrograms(zFolder).m_csRelay + u"\" " + csArguments;
+  return KivSysProcess::Start(zStart);
+}
+
+constexpr int32_t kNoSuchLocale = 77;
+
+}  // namespace
+
+KIV_TEST_CHILD(ReportsBehindItsEntry) {
+  DorPrepareProcess();
+  KivSetWorkFolder(vcsArgs.at(0));
+  KivReportFailure("not caught", "tests", 5);
+  return 1;
+}
+// Formats and reads numbers where the user's locale has a comma.
+KIV_TEST_CHILD(UsesNumbers) {
+  char szNumber[32];
+  std::setlocale(LC_ALL, "");
+  std::snprintf(szNumber, sizeof szNumber, "%.2f", 1.5);
+  std::setlocale(LC_ALL, "C");
+  if (std::string(szNumber) != "1,50") return kNoSuchLocale;
+  DorPrepareProcess();
+  std::snprintf(szNumber, sizeof szNumber, "%.2f", 1.5);
+  if (std::string(szNumber) != "1.50") return 1;
+  if (std::strtod("2.25", nullptr) != 2.25) return 2;
+  return std::string(std::setlocale(LC_NUMERIC, nullptr)) == "C" ? 50 : 3;
+}
+
+TEST(DorEntry, TheMonitorsFolderListsRelayAndHandlersForAsLongAsTheyLive) {
+  TestFolder zFolder;
+  WriteModelFile(zFolder / u"model.kiv");
+  const KivWString csMonitor = zFolder / u"monitor";
+  SetVariable("TW_PROCESS_MONITOR_FOLDER", sys::WideToUtf8(csMonitor));
+  DorClient zClient(RealPrograms(zFolder));
+  const int64_t iModel = zClient.Open(zFolder / u"model.kiv");
+  for (int32_t iPid : zClient.ListTree())
+    EXPECT_EQ(sys::PathExists(Join(csMonitor, u"ZurProc" + Decimal(iPid))),
+              iPid != static_cast<int32_t>(sys::CurrentProcessNumber()));
+  EXPECT_EQ(CountMonitorFiles(csMonitor), 2u);
+  zClient.Clear(iModel);
+  EXPECT_TRUE(Eventually([&] { return CountMonitorFiles(csMonitor) == 1; }));
+  EXPECT_TRUE(zClient.Close());
+  EXPECT_TRUE(Eventually([&] { return CountMonitorFiles(csMonitor) == 0; }));
+}
+
+TEST(DorEntry, AProcessThatIsKilledOrEndsByAReportLeavesNoMonitorFile) {
+  TestFolder zFolder;
+  const KivWString csMonitor = zFolder / u"monitor";
+  SetVariable("TW_PROCESS_MONITOR_FOLDER", sys::WideToUtf8(csMonitor));
+  KivSysProcess zRelay = StartRelay(zFolder, u"-r\"" + (zFolder / u"killed") + u"\"");
+  ASSERT_TRUE(Eventually([&] { return CountMonitorFiles(csMonitor) == 1; }));
+  ASSERT_TRUE(zRelay.Terminate(1));
+  EXPECT_TRUE(Eventually([&] { return CountMonitorFiles(csMonitor) == 0; }));
+
+  DorClient zClient(RealPrograms(zFolder));
+  EXPECT_EQ(CountMonitorFiles(csMonitor), 1u);
+  KivByteBuffer vcResult;
+  EXPECT_THROW(zClient.CallUnchecked(u"DorHandler_CopyAsm", {}, vcResult), DorClientError);
+  EXPECT_TRUE(Eventually([&] { return CountMonitorFiles(csMonitor) == 0; }));
+}
+
+TEST(DorEntry, AMonitorFolderThatIsEmptyTextOrCannotBeMadeIsNoHindrance) {
+  TestFolder zFolder;
+  for (const std::string& strFolder : {std::string(), sys::WideToUtf8(Join(zFolder / u"no", u"such"))}) {
+    SetVariable("TW_PROCESS_MONITOR_FOLDER", strFolder);
+    KivSysProcess zRelay = StartRelay(zFolder, u"-r\"" + (zFolder / u"root") + u"\"");
+    const KivWString csMarker = MarkerOf(zFolder / u"root", Decimal(zRelay.GetId()));
+    ASSERT_TRUE(Eventually([&] { return sys::PathExists(csMarker); }));
+    EXPECT_FALSE(sys::PathExists(Join(sys::Utf8ToWide(strFolder), u"ZurProc" + Decimal(zRelay.GetId()))));
+    ASSERT_TRUE(zRelay.Terminate(1));
+    EXPECT_NE(EndOf(zRelay), -1);
+    ASSERT_TRUE(Eventually([&] { return KivRemoveTree(zFolder / u"root") == KivRemoveTreeResult::Done; }));
+  }
+}
+
+TEST(DorEntry, AnArgumentWithoutADashEndsTheRelayWith10) {
+  TestFolder zFolder;
+  KivSysProcess zRelay = StartRelay(zFolder, u"-r\"" + (zFolder / u"root") + u"\" model.kiv");
+  EXPECT_EQ(EndOf(zRelay), 10);
+  EXPECT_FALSE(sys::PathExists(zFolder / u"root"));
+}
+
+TEST(DorEntry, ARelayWithoutAParentIsARootThatServesForEver) {
+  TestFolder zFolder;
+  for (const char16_t* szParent : {u"", u"-p0", u"-px -y"}) {
+    const KivWString csRoot = zFolder / u"root";
+    KivSysProcess zRelay = StartRelay(zFolder, u"-r\"" + csRoot + u"\" " + szParent);
+    ASSERT_TRUE(Eventually([&] { return sys::PathExists(MarkerOf(csRoot, Decimal(zRelay.GetId()))); }));
+    EXPECT_EQ(zRelay.Wait(50), KivSysWait::TimedOut);
+    ASSERT_TRUE(zRelay.Terminate(1));
+    EXPECT_NE(EndOf(zRelay), -1);
+    ASSERT_TRUE(Eventually([&] { return KivRemoveTree(csRoot) == KivRemoveTreeResult::Done; }));
+  }
+}
+
+TEST(DorEntry, AReportBeforeTheRuntimeRunsEndsTheProcessWith999) {
+  TestFolder zFolder;
+  KivSysProcess zProcess = StartTestChild("ReportsBehindItsEntry", {zFolder / u"work"});
+  EXPECT_EQ(EndOf(zProcess), SeenCode(999));
+}
+
+TEST(DorEntry, InALocaleWithACommaNumbersHaveAPoint) {
+  TestFolder zFolder;
+  if (sys::kSeparator == u'/') {
+    const std::string strFolder = sys::WideToUtf8(zFolder.Path());
+    const std::string strMake = "localedef -i de_DE -f UTF-8 \"" + strFolder + "/de_DE.UTF-8\" >/dev/null 2>&1";
+    if (std::system(strMake.c_str()) != 0) GTEST_SKIP() << "no localedef with de_DE here";
+    SetVariable("LOCPATH", strFolder);
+  }
+  SetVariable("LC_ALL", "de_DE.UTF-8");
+  KivSysProcess zProcess = StartTestChild("UsesNumbers", {});
+  const int32_t iEnd = EndOf(zProcess);
+  if (iEnd == kNoSuchLocale && sys::kSeparator != u'/') GTEST_SKIP() << "the user's locale has no comma";
+  EXPECT_EQ(iEnd, 50);
+}
