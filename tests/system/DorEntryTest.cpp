@@ -2,6 +2,7 @@
 #include <clocale>
 #include <cstdio>
 #include <cstdlib>
+#include <list>
 
 #include "DorEntry.h"
 #include "DorTreeTest.h"
@@ -13,11 +14,9 @@ using namespace kivtest;
 namespace {
 
 void SetVariable(const char* szName, const std::string& strValue) {
-#ifdef _WIN32
-  _putenv_s(szName, strValue.c_str());
-#else
-  setenv(szName, strValue.c_str(), 1);
-#endif
+  static std::list<std::string> lstrKept;  // the C library keeps the texts
+  lstrKept.push_back(std::string(szName) + "=" + strValue);
+  putenv(lstrKept.back().data());
 }
 
 size_t CountMonitorFiles(const KivWString& csFolder) {
