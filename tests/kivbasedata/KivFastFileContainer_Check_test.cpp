@@ -10,6 +10,7 @@
 #include "KivSysFolder.h"
 #include "KivTestContainer.h"
 #include "KivTestReport.h"
+#include "KivTestReportSource.h"
 #include "KivTestScale.h"
 
 using namespace kiv;
@@ -186,7 +187,7 @@ TEST_F(ContainerCheck, ADumpStopsAtARecordOfSizeZeroAndSaysSo) {
   const uint64_t aiZero[2] = {0, 0};
   z.pzMain->Write(264 + 124, aiZero, 16);
   std::map<Position, bool> mapUsed;
-  EXPECT_REPORT(z.zContainer.Dump(m_zFolder / u"dump.txt", mapUsed), "0");
+  EXPECT_REPORT_FROM(z.zContainer.Dump(m_zFolder / u"dump.txt", mapUsed), "0", "src\\KivFastFileContainerBase");
   NoThrowScope zNoThrow;
   EXPECT_TRUE(z.zContainer.Dump(m_zFolder / u"dump.txt", mapUsed));
   const std::string strText = DumpText(m_zFolder, u"dump.txt");

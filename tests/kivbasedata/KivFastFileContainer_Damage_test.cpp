@@ -181,7 +181,7 @@ TEST_F(ContainerDamage, APayloadThatReachesBehindACachedFileIsReportedAndNotPref
   const auto pzCached = Cached(vcMain);
   KivFastFileContainer zContainer(pzCached, nullptr);
   EXPECT_FALSE(zContainer.PrefetchRecord(kHello, 1));
-  EXPECT_REPORT(zContainer.GetRecord(kHello), "0");
+  EXPECT_REPORT_FROM(zContainer.GetRecord(kHello), "0", "src\\KivFastFileContainerBase");
   NoThrowScope zNoThrow;
   const KivContainerRecordWithSizes zRecord = zContainer.GetRecordWithSizes(kHello);
   EXPECT_FALSE(zRecord.m_pzFile);
@@ -309,7 +309,7 @@ TEST_F(ContainerDamage, AFailedFreeOfAMoveLeavesTheRecordWhereItWas) {
   z.pzUnused->Write(8 + 48, &iOther, 8);  // the free neighbour in front of "hello" is not in the tree
   Position iStart = 0;
   Position iStoredAt = 0;
-  EXPECT_REPORT(z.zContainer.MoveRecord(kHello, iStart, &iStoredAt), "0");
+  EXPECT_REPORT_FROM(z.zContainer.MoveRecord(kHello, iStart, &iStoredAt), "0", "src\\KivFastFileContainerBase");
   EXPECT_EQ(iStoredAt, kHello);
   EXPECT_EQ(TextOf(z.zContainer, kHello), "hello");
 }
@@ -375,6 +375,28 @@ TEST_F(ContainerDamage, PrefetchIsFalseWhereTheFileRefusesTheHeadOrThePayload) {
 }
 
 // --- Mapped --------------------------------------------------------------------------------------
+
+TEST_F(ContainerDamage, AFileThatIsTooShortIsSeenAsThatThoughItsMappingMakesItABlockLong) {
+  Row z;
+  const Bytes vcMain = z.Main();
+  const auto Mapped = [&](size_t nLength) {
+    m_zFolder.WriteBytes(u"cut.kiv", std::string(vcMain.begin(), vcMain.begin() + static_cast<ptrdiff_t>(nLength)));
+    return OpenFile(FileKind::Mapped, m_zFolder / u"cut.kiv");
+  };
+  EXPECT_REPORT(KivFastFileContainer(Mapped(200), nullptr), "iRead == 256");
+  EXPECT_REPORT(KivFastFileContainer(Mapped(vcMain.size() - 100), nullptr),
+                "iRead == zHeaderInfo.zBaseFileHeaderInfo.m_iUnusedRecordFileLength");
+  EXPECT_REPORT(KivFastFileContainer(Mapped(600), nullptr),
+                "iRead == zHeaderInfo.zBaseFileHeaderInfo.m_iUnusedRecordFileLength");
+  NoThrowScope zNoThrow;
+  EXPECT_EQ(KivFastFileContainer(Mapped(200), nullptr).GetStatus(), KivContainerStatus::ShortHeader);
+  KivFastFileContainer zContainer(Mapped(600), nullptr);
+  EXPECT_EQ(AddSize(zContainer, 10), NULL_FILE_INDEX);
+  const KivContainerCheck zCheck = zContainer.FullCheck();
+  ASSERT_FALSE(zCheck.m_vzFinding.empty());
+  EXPECT_EQ(zCheck.m_vzFinding[0].m_iKind, KivContainerFindingKind::EndOutsideFile);
+  EXPECT_EQ(zCheck.m_vzFinding[0].m_iValue, 600u);
+}
 
 TEST_F(ContainerDamage, AMappedFileThatAnotherProcessCutsIsReportedByTheOperationsThatFollow) {
   const auto pzMain = MakeFile(FileKind::Mapped, m_zFolder, u"main.kiv");

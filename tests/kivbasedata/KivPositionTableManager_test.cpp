@@ -8,6 +8,7 @@
 #include "KivTestContainer.h"
 #include "KivTestPositionTables.h"
 #include "KivTestReport.h"
+#include "KivTestReportSource.h"
 
 using namespace kiv;
 using namespace kivtest;
@@ -118,7 +119,7 @@ TEST(PositionTable, KeyZeroAndPlainKeysResolveToThemselves) {
   EXPECT_TRUE(z->AddKey(0, &iKey));
   EXPECT_EQ(iKey, 0u);
   EXPECT_EQ(z->GetPositionNum(), 0u);
-  EXPECT_REPORT(z->AddKey(1, nullptr), "0");
+  EXPECT_REPORT_FROM(z->AddKey(1, nullptr), "0", "src\\KivPositionTableManager");
   NoThrowScope zNoThrow;
   EXPECT_FALSE(z->AddKey(1, nullptr));
 }
@@ -129,8 +130,8 @@ TEST(PositionTable, WithModeZeroKeysArePositionsAndReplacingAlwaysFails) {
   EXPECT_TRUE(z->AddKey(264, &iKey));
   EXPECT_EQ(iKey, 264u);
   EXPECT_EQ(z->ResolveKey(264), 264u);
-  EXPECT_REPORT(z->ResolveKey(kTop), "0");
-  EXPECT_REPORT(z->ReplacePosition(300, kTop), "0");
+  EXPECT_REPORT_FROM(z->ResolveKey(kTop), "0", "src\\KivPositionTableManager");
+  EXPECT_REPORT_FROM(z->ReplacePosition(300, kTop), "0", "src\\KivPositionTableManager");
   NoThrowScope zNoThrow;
   EXPECT_EQ(z->ResolveKey(kTop), 0u);
   EXPECT_FALSE(z->ReplacePosition(300, kTop));
@@ -162,7 +163,7 @@ TEST(PositionTable, AMultiFileExtensionMakesEveryKeyOperationFail) {
   Tables z;
   Fill(z, 1);
   z->SetExtension(1, 0, 1);
-  EXPECT_REPORT(z->ResolveKey(264), "0");
+  EXPECT_REPORT_FROM(z->ResolveKey(264), "0", "src\\KivPositionTableManager");
   NoThrowScope zNoThrow;
   Position iKey = 0;
   EXPECT_EQ(z->ResolveKey(kTop), 0u);
@@ -177,8 +178,8 @@ TEST(PositionTable, WithoutAFirstTableThereIsNoBlockAndNothingMakesOne) {
   EXPECT_EQ(z->GetPositionNum(), 0u);
   EXPECT_FALSE(z->LoadBlock(0));
   EXPECT_EQ(z->SaveTables(), KivSaveTablesResult::NoBlocks);
-  EXPECT_REPORT(z->EnsureBlock(0), "0");
-  EXPECT_REPORT(z->RemoveAllTables(), "0");
+  EXPECT_REPORT_FROM(z->EnsureBlock(0), "0", "src\\KivPositionTableManager");
+  EXPECT_REPORT_FROM(z->RemoveAllTables(), "0", "src\\KivPositionTableManager");
   NoThrowScope zNoThrow;
   Position iKey = 0;
   EXPECT_FALSE(z->EnsureBlock(0));
@@ -284,9 +285,9 @@ TEST(PositionTable, AChainThatTurnsBackOrHoldsAKeyEndsWithAReport) {
   for (const Position iNext : {viPosition[0], viPosition[1], kTop + 1}) {
     z.pzMain->Write(viPosition[1] + 16 + 24, &iNext, 8);
     z.Open();
-    EXPECT_REPORT(z->GetPositionNum(), "0");
+    EXPECT_REPORT_FROM(z->GetPositionNum(), "0", "src\\KivPositionTableManager");
     z.Open();
-    EXPECT_REPORT(z->GetBlockPositions(), "0");
+    EXPECT_REPORT_FROM(z->GetBlockPositions(), "0", "src\\KivPositionTableManager");
     NoThrowScope zNoThrow;
     z.Open();
     EXPECT_EQ(z->GetPositionNum(), 32769u);
@@ -297,7 +298,7 @@ TEST(PositionTable, AChainThatTurnsBackOrHoldsAKeyEndsWithAReport) {
 TEST(PositionTable, AManagerWithoutAStoreReports) {
   KivPositionTableManager zManager(0);
   zManager.SetExtension(0, 0, 1);
-  EXPECT_REPORT(zManager.ResolveKey(kTop), "0");
+  EXPECT_REPORT_FROM(zManager.ResolveKey(kTop), "0", "src\\KivPositionTableManager");
   NoThrowScope zNoThrow;
   EXPECT_EQ(zManager.ResolveKey(kTop), 0u);
   EXPECT_TRUE(zManager.GetBlockPositions().empty());
@@ -350,7 +351,7 @@ TEST(PositionTable, AGeneration19RecordHas262216BytesAndEntriesAt64) {
   EXPECT_EQ(zBlock.m_aiPosition[0], 0xAAAAu);
   EXPECT_EQ(zBlock.m_iPositionNum, 1u);
   Bytes vcAgain(262220);
-  EXPECT_REPORT(zBlock.Build(vcAgain.data()), "0");  // state 0 is not written
+  EXPECT_REPORT_FROM(zBlock.Build(vcAgain.data()), "0", "src\\KivPositionTable");  // state 0 is not written
 }
 
 TEST(PositionTable, DamagedRecordsAreRefused) {

@@ -143,8 +143,9 @@ void KivFastFileContainerBase::CopyExtensionToManager() {
 
 void KivFastFileContainerBase::SetCapacityForExisting() {
   const KivSharedPtr<ISnapShotFile> pzFile = GetBaseFile();
+  m_iKnownLength = pzFile->GetLength();  // a capacity is a block at least, and the file then as long
   if (!pzFile->CanUseDirectBuffer()) return;
-  if (!pzFile->PrepareDirectBuffer(pzFile->GetLength())) KIV_FAIL();
+  if (!pzFile->PrepareDirectBuffer(m_iKnownLength)) KIV_FAIL();
 }
 
 void KivFastFileContainerBase::Initialize() {
@@ -158,8 +159,8 @@ void KivFastFileContainerBase::Initialize() {
   const H zDefault = H::MakeDefault();
   H zHeader = zDefault;
   // The length is asked before anything is read: a cached file never reads short and then ends with a whole block.
-  const uint64_t iLength = GetBaseFile()->GetLength();
-  m_iKnownLength = iLength;
+  if (m_iKnownLength == 0) m_iKnownLength = GetBaseFile()->GetLength();
+  const uint64_t iLength = m_iKnownLength;
   uint64_t iRead = 0;
   if (iLength >= H::kFilePosition + H::kSize) iRead = ReadBaseFile(H::kFilePosition, zHeader.Data(), H::kSize);
   if (!KIV_CHECK(iRead == 256)) return Refuse(KivContainerStatus::ShortHeader);

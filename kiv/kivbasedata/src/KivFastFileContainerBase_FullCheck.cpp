@@ -34,7 +34,8 @@ KivContainerCheck KivFastFileContainerBase::FullCheck() {
   std::vector<FreeRecord> vzFree;   // of the main file
   std::vector<FreeRecord> vzPairs;  // of the tree
   const KivSharedPtr<ISnapShotFile> pzFile = GetBaseFile();
-  const uint64_t iLength = GetBaseFileLength();
+  // Of a file that was too short at its opening, what was there and not what a capacity has added.
+  const uint64_t iLength = m_bEndInsideFile ? GetBaseFileLength() : m_iKnownLength;
 
   // Records.
   uint64_t iEnd = m_iEndPosition;
