@@ -282,7 +282,7 @@ void RunElements(const fs::path& zFolder, uint64_t nElements) {
         auto* pzElement = static_cast<BenchElement*>(KivOutOfCoreManager::GetElement(iKey, viPosition[i]));
         pzElement->GetMemoryBlockForWrite()->m_strText = TextOf(i);
       }
-      KivOutOfCoreManager::DeactivateAll(iKey);
+      if (!KivOutOfCoreManager::DeactivateAll(iKey)) Fail("a change was not stored");
       std::snprintf(acName, sizeof acName, "change+store, %s, limit %d", bForWrite ? "in place" : "for reading",
                     iLimit);
       Line(acName, nAsked / zTime.Cpu(), zPeer.m_dWrite);
@@ -328,26 +328,43 @@ void RunSnapShots(const fs::path& zFolder, uint64_t nMegaBytes) {
   KivModelStatusBase* pzModel = Open(csPath, false, 1000);
   KivDataSpaceBase& zSpace = *KivDataSpaceBase::GetInstance();
   const uint32_t iKey = pzModel->GetKey();
-  std::mt19937_64 zRandom(3);
-  const auto Change = [&](const char* szMark) {
-    for (int i = 0; i < 1000; ++i) {
-      auto* pzElement =
-          static_cast<BenchElement*>(KivOutOfCoreManager::GetElement(iKey, viPosition[zRandom() % viPosition.size()]));
-      pzElement->GetMemoryBlockForWrite()->m_strText.replace(8, 4, szMark);
+  const Order zChanged(nElements, 1000);
+  constexpr char kMark[] = "one!";
+  const auto Change = [&] {
+    for (const uint64_t i : zChanged.m_viIndex) {
+      auto* pzElement = static_cast<BenchElement*>(KivOutOfCoreManager::GetElement(iKey, viPosition[i]));
+      pzElement->GetMemoryBlockForWrite()->m_strText.replace(8, 4, kMark);
     }
+  };
+  const auto ExpectTexts = [&](bool bChanged) {
+    for (const uint64_t i : zChanged.m_viIndex) {
+      std::string strText = TextOf(i);
+      if (bChanged) strText.replace(8, 4, kMark);
+      if (Fetch(iKey, viPosition[i], i).m_strText != strText) Fail("a state is not the one that was asked for");
+    }
+  };
+  const auto Snap = [&] {
+    if (zSpace.CreateSnapShot() != KivCreateSnapShotResult::Done) Fail("a snapshot was not made");
   };
   const auto Time = [](auto&& body) {
     const Stopwatch zTime;
     body();
     return 1000 * zTime.Wall();
   };
-  const double dSnap0 = Time([&] { zSpace.CreateSnapShot(); });
-  const double dChange = Time([&] { Change("one!"); });
+  const double dSnap0 = Time(Snap);
+  const double dChange = Time(Change);
   const uint64_t iDisk0 = WorkFolderBytes();
-  const double dSnap1 = Time([&] { zSpace.CreateSnapShot(); });
+  const double dSnap1 = Time(Snap);
   const uint64_t iDisk1 = WorkFolderBytes();
-  const double dUndo = Time([&] { zSpace.UndoSnapShot(2); });
-  const double dRedo = Time([&] { zSpace.RedoSnapShot(1); });
+  ExpectTexts(true);
+  const double dUndo = Time([&] {
+    if (zSpace.UndoSnapShot(2) != KivUndoResult::Done) Fail("an undo failed");
+  });
+  ExpectTexts(false);
+  const double dRedo = Time([&] {
+    if (zSpace.RedoSnapShot(1) != KivRedoResult::Done) Fail("a redo failed");
+  });
+  ExpectTexts(true);
   const uint64_t iDisk2 = WorkFolderBytes();
   const KivWString csCopy = (zFolder / "copy.kiv").u16string();
   const double dCopy = Time([&] { fs::copy_file(fs::path(csPath), fs::path(csCopy)); });

@@ -1,5 +1,6 @@
 // Random programs of create, change, delete, snapshot, undo, redo and discard over several models, against a naive
-// model that keeps a full copy of every state.
+// model that keeps a full copy of every state. Some snapshots fail; now and then all models are saved, changed in place
+// and opened again.
 #include <gtest/gtest.h>
 
 #include <array>
@@ -9,6 +10,8 @@
 #include <random>
 
 #include "KivDataSpaceBase.h"
+#include "KivPositionTableManager.h"
+#include "KivSysFault.h"
 #include "KivTestScale.h"
 #include "KivTestStore.h"
 
@@ -20,6 +23,8 @@ using namespace kivtest;
 constexpr int kModels = 3;
 constexpr int kSteps = 5000;
 constexpr int kKeptSnapShots = 10;
+constexpr int kReopenSteps = 1000;
+constexpr int kStepsInPlace = 100;
 
 struct NaiveElement {
   KivOutOfCoreHandle m_zHandle;
@@ -33,9 +38,10 @@ struct Parameters {
   bool m_bTables;
   int32_t m_iLimit;
   uint32_t m_iSeed;
+  uint32_t m_nKeysBefore = 0;  // keys that the files hold from the start
 
   friend std::ostream& operator<<(std::ostream& zStream, const Parameters& z) {
-    return zStream << (z.m_bTables ? "keyed" : "plain") << " limit " << z.m_iLimit << " seed " << z.m_iSeed;
+    return zStream << (z.m_bTables ? "keyed" : "plain") << " limit " << z.m_iLimit << " seed " << z.m_iSeed << " keys " << z.m_nKeysBefore;
   }
 };
 
@@ -107,8 +113,67 @@ class StoreRandom : public StoreTest, public testing::WithParamInterface<Paramet
     }
   }
 
+  // A file with the keys that it is to hold before the first element.
+  KivWString NewFile(size_t i) {
+    const KivWString csPath = MakeFile(KivWString(1, static_cast<char16_t>(u'a' + i)), GetParam().m_bTables);
+    if (GetParam().m_nKeysBefore == 0) return csPath;
+    KivModelStatusBase* pzModel = Open(csPath, true);
+    uint64_t iKey = 0;
+    for (uint32_t k = 0; k < GetParam().m_nKeysBefore; ++k)
+      EXPECT_TRUE(ManagerOf(pzModel)->GetPositionTableManager()->AddKey(264, &iKey));
+    EXPECT_TRUE(pzModel->SaveChanges());
+    Close(pzModel);
+    return csPath;
+  }
+  void OpenAll(const std::array<KivWString, kModels>& acsPath, bool bForWrite) {
+    for (size_t i = 0; i < kModels; ++i) {
+      m_apzModel[i] = Open(acsPath[i], bForWrite, GetParam().m_iLimit);
+      ASSERT_NE(m_apzModel[i], nullptr);
+      for (auto& [iId, zElement] : m_zNow[i])
+        zElement.m_zHandle = KivOutOfCoreHandle(m_apzModel[i]->GetKey(), zElement.m_zHandle.GetPosition());
+    }
+    m_vzHistory.clear();
+    m_iCurrent = -1;
+  }
+  void SaveAndReopen() {
+    std::array<KivWString, kModels> acsPath;
+    for (size_t i = 0; i < kModels; ++i) {
+      acsPath[i] = m_zFolder / u"saved";
+      for (const char c : std::to_string(m_iSaves++)) acsPath[i] += static_cast<char16_t>(c);
+      ASSERT_EQ(Space().SaveSnapShot(m_apzModel[i], acsPath[i], 0), KivSaveSnapShotResult::Done);
+    }
+    ASSERT_EQ(Space().RemoveAllModels(), KivRemoveAllModelsResult::Done);
+    ASSERT_NO_FATAL_FAILURE(OpenAll(acsPath, true));
+    ASSERT_NO_FATAL_FAILURE(CheckAll());
+    for (int i = 0; i < kStepsInPlace; ++i) ASSERT_NO_FATAL_FAILURE(Edit(Random(900)));
+    ASSERT_EQ(Space().RemoveAllModels(), KivRemoveAllModelsResult::Done);
+    ASSERT_NO_FATAL_FAILURE(OpenAll(acsPath, false));
+    ASSERT_NO_FATAL_FAILURE(CheckAll());
+  }
+
+  // One whose file calls fail is made whole or not at all; the future is cut off in either case.
+  bool TrySnap() {
+    KivSysFaultPlan zPlan;
+    zPlan.m_iCall = Random(2) == 0 ? KivSysCall::FileOpen : KivSysCall::MappingCreate;
+    zPlan.m_iNth = static_cast<uint64_t>(1 + Random(7));
+    const KivSysFaultScope zScope(zPlan);
+    try {
+      return Space().CreateSnapShot() == KivCreateSnapShotResult::Done;
+    } catch (const KivException&) {
+      EXPECT_TRUE(zScope.HasFired());
+      ++m_nFailedSnapShots;
+      return false;
+    }
+  }
   void Snap() {
-    ASSERT_EQ(Space().CreateSnapShot(), KivCreateSnapShotResult::Done);
+    if (Random(5) == 0) {
+      if (!TrySnap()) {
+        m_vzHistory.resize(static_cast<size_t>(m_iCurrent + 1));
+        return;
+      }
+    } else {
+      ASSERT_EQ(Space().CreateSnapShot(), KivCreateSnapShotResult::Done);
+    }
     m_vzHistory.resize(static_cast<size_t>(m_iCurrent + 1));
     m_vzHistory.push_back(m_zNow);
     ++m_iCurrent;
@@ -156,22 +221,23 @@ class StoreRandom : public StoreTest, public testing::WithParamInterface<Paramet
     m_iCurrent = -1;
   }
 
-  void Step() {
+  void Edit(int iChoice) {
     int iModel = 0;
     NaiveModel::iterator itElement;
-    const int iChoice = Random(1000);
     if (iChoice < 200) return Create();
-    if (iChoice < 900) {
-      if (!Pick(iModel, itElement)) return;
-      if (iChoice < 450) return Change(itElement->second);
-      if (iChoice < 600) return ChangeAndLeave(itElement->second);
-      if (iChoice < 720) {
-        ASSERT_TRUE(itElement->second.m_zHandle.Delete());
-        m_zNow[static_cast<size_t>(iModel)].erase(itElement);
-        return;
-      }
-      return Check(itElement->second);
+    if (!Pick(iModel, itElement)) return;
+    if (iChoice < 450) return Change(itElement->second);
+    if (iChoice < 600) return ChangeAndLeave(itElement->second);
+    if (iChoice < 720) {
+      ASSERT_TRUE(itElement->second.m_zHandle.Delete());
+      m_zNow[static_cast<size_t>(iModel)].erase(itElement);
+      return;
     }
+    Check(itElement->second);
+  }
+  void Step() {
+    const int iChoice = Random(1000);
+    if (iChoice < 900) return Edit(iChoice);
     if (iChoice < 935) return Snap();
     if (iChoice < 965) return Undo(1 + Random(3));
     if (iChoice < 985) return Redo(1 + Random(3));
@@ -186,18 +252,23 @@ class StoreRandom : public StoreTest, public testing::WithParamInterface<Paramet
   std::vector<std::optional<NaiveState>> m_vzHistory;
   int m_iCurrent = -1;
   int m_iNextId = 1;
+  int m_iSaves = 0;
+  int m_nFailedSnapShots = 0;
 };
 
 TEST_P(StoreRandom, EveryStateIsThatOfItsFullCopy) {
   RecordProperty("seed", static_cast<int>(GetParam().m_iSeed));
   std::cout << "seed " << GetParam().m_iSeed << '\n';
-  for (size_t i = 0; i < kModels; ++i)
-    m_apzModel[i] = Open(MakeFile(KivWString(1, static_cast<char16_t>(u'a' + i)), GetParam().m_bTables), false,
-                         GetParam().m_iLimit);
+  std::array<KivWString, kModels> acsPath;
+  for (size_t i = 0; i < kModels; ++i) acsPath[i] = NewFile(i);
+  ASSERT_NO_FATAL_FAILURE(OpenAll(acsPath, false));
   const int iSteps = static_cast<int>(ScaledSteps(kSteps));
   for (int iStep = 0; iStep < iSteps; ++iStep) {
     ASSERT_NO_FATAL_FAILURE(Step()) << "step " << iStep;
     ASSERT_EQ(Space().GetCurBaseSnapShot(), m_iCurrent);
+    if (iStep % kReopenSteps == kReopenSteps / 5) {
+      ASSERT_NO_FATAL_FAILURE(SaveAndReopen()) << "step " << iStep;
+    }
     if (iStep % 250 == 0) {
       ASSERT_NO_FATAL_FAILURE(CheckAll()) << "step " << iStep;
     }
@@ -212,6 +283,13 @@ TEST_P(StoreRandom, EveryStateIsThatOfItsFullCopy) {
     ASSERT_NO_FATAL_FAILURE(Redo(1));
     ASSERT_NO_FATAL_FAILURE(CheckAll());
   }
+  if (iSteps >= kSteps) {
+    EXPECT_GT(m_nFailedSnapShots, 0);
+  }
+  if (GetParam().m_nKeysBefore != 0) {
+    for (KivModelStatusBase* pzModel : m_apzModel)
+      EXPECT_GE(ManagerOf(pzModel)->GetPositionTableManager()->GetLoadedBlockNum(), 2U);
+  }
   // A save is a container of its own.
   const KivWString csSaved = m_zFolder / u"saved.kiv";
   ASSERT_EQ(Space().SaveSnapShot(m_apzModel[0], csSaved, 0), KivSaveSnapShotResult::Done);
@@ -224,6 +302,8 @@ INSTANTIATE_TEST_SUITE_P(All, StoreRandom,
                          testing::Values(Parameters{false, 1, 1}, Parameters{false, 2, 2}, Parameters{false, 9, 3},
                                          Parameters{true, 1, 4}, Parameters{true, 2, 5}, Parameters{true, 9, 6},
                                          Parameters{false, 1, 7}, Parameters{false, 3, 8}, Parameters{false, 50, 9},
-                                         Parameters{true, 1, 10}, Parameters{true, 3, 11}, Parameters{true, 50, 12}));
+                                         Parameters{true, 1, 10}, Parameters{true, 3, 11}, Parameters{true, 50, 12},
+                                         Parameters{true, 1, 13, 32760}, Parameters{true, 2, 14, 65530},
+                                         Parameters{true, 9, 15, 32760}));
 
 }  // namespace

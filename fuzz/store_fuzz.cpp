@@ -1,0 +1,197 @@
+// Any bytes as a model in memory: opened, walked by position and by key, its tables walked, snapshotted, changed, taken
+// back, saved and closed. What may come is a report; what is made stays within a bound that the input sets.
+//
+// Input: the first byte picks the report mode, whether the header is repaired, the limit of active elements, and whether
+// there are position tables; the rest is the file.
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <memory>
+#include <vector>
+
+#include "KivContainerHeader.h"
+#include "KivDataSpaceBase.h"
+#include "KivDataUtil.h"
+#include "KivException.h"
+#include "KivLittleEndian.h"
+#include "KivOutOfCoreBlock.h"
+#include "KivOutOfCoreHandle.h"
+#include "KivPositionTable.h"
+#include "KivPositionTableManager.h"
+
+namespace {
+
+constexpr uint32_t kNoteIndex = 1;
+constexpr uint32_t kFrameSize = 68;
+
+template <typename Body>
+void Try(const Body& body) {
+  try {
+    body();
+  } catch (const kiv::KivException&) {
+  }
+}
+
+struct NoteBlock : kiv::KivMemoryBlock {
+  kiv::KivMemoryBlockHeader GetHeader() const override { return m_zHeader; }
+  kiv::KivMemoryBlockLinks GetLinks() override {
+    return {&m_zHeader.m_aiLink[0], &m_zHeader.m_aiLink[1], &m_zHeader.m_aiLink[2]};
+  }
+  kiv::KivMemoryBlockHeader m_zHeader;
+  std::vector<uint8_t> m_vcBytes;
+};
+
+// A record is its frame and any bytes; the links stand at 16.
+class Note : public kiv::KivOutOfCoreBlockNode<NoteBlock> {
+ public:
+  using KivOutOfCoreBlockNode::KivOutOfCoreBlockNode;
+  bool Load(bool) override {
+    return WithoutThrow([this] {
+      NoteBlock* pzBlock = TakeBlock();
+      if (pzBlock == nullptr) return false;
+      *pzBlock = NoteBlock();
+      pzBlock->m_vcBytes.resize(kFrameSize);
+      if (m_iDataSize == 0) return true;
+      if (m_iDataSize < kFrameSize) return false;
+      // The record lies in the file, so that no more is asked for than there is.
+      pzBlock->m_vcBytes.resize(static_cast<size_t>(m_iDataSize));
+      if (!ReadData(pzBlock->m_vcBytes.data(), pzBlock->m_vcBytes.size())) return false;
+      for (size_t i = 0; i < 3; ++i)
+        pzBlock->m_zHeader.m_aiLink[i] = kiv::KivLoad<uint64_t>(pzBlock->m_vcBytes.data() + 16 + 8 * i);
+      return true;
+    });
+  }
+  bool Save(bool) override {
+    return WithoutThrow([this] {
+      if (m_pzMemoryBlock == nullptr) return false;
+      std::vector<uint8_t>& vcBytes = m_pzMemoryBlock->m_vcBytes;
+      kiv::KivStore<uint32_t>(vcBytes.data(), kNoteIndex << 16);
+      for (size_t i = 0; i < 3; ++i)
+        kiv::KivStore<uint64_t>(vcBytes.data() + 16 + 8 * i, m_pzMemoryBlock->m_zHeader.m_aiLink[i]);
+      return WriteData(vcBytes.data(), vcBytes.size());
+    });
+  }
+  uint32_t GetElementType() override { return kNoteIndex << 16; }
+};
+
+kiv::KivOutOfCoreData* MakeNote(uint32_t, uint32_t iManagerKey) {
+  return new Note(iManagerKey);
+}
+
+void Prepare() {
+  static bool bDone = false;
+  if (bDone) return;
+  bDone = true;
+  kiv::KivRegisterOwnFormat();
+  kiv::KivSetWorkFolder((std::filesystem::temp_directory_path() / "kivstorefuzz").u16string());
+  kiv::KivDataSpaceBase& zSpace = *kiv::KivDataSpaceBase::GetInstance();
+  zSpace.SetGetOutOfCoreData(kNoteIndex, MakeNote);
+  for (uint32_t iRow = 0; iRow < kiv::kKivHandlerRowNum; ++iRow) {
+    zSpace.SetGetAllPosition(iRow, kNoteIndex,
+                             [](const std::vector<uint8_t>&, std::vector<uint64_t>&) { return true; });
+    zSpace.SetReplaceAllPosition(
+        iRow, kNoteIndex, [](std::vector<uint8_t>&, const std::map<uint64_t, uint64_t>&) { return true; });
+  }
+}
+
+// Elements at the first places and keys, and along their links.
+void Walk(uint32_t iKey, std::vector<uint64_t> viToDo) {
+  for (size_t i = 0; i < viToDo.size() && i < 200; ++i)
+    Try([&] {
+      auto* pzNode = dynamic_cast<kiv::KivOutOfCoreTreeNode*>(kiv::KivOutOfCoreManager::GetElement(iKey, viToDo[i]));
+      std::vector<uint64_t> viLink;
+      if (pzNode == nullptr || !pzNode->GetAllPosition(viLink)) return;
+      viToDo.insert(viToDo.end(), viLink.begin(), viLink.end());
+    });
+}
+
+void Change(uint32_t iKey, const std::vector<uint64_t>& viPosition, uint8_t iFill, size_t nSize) {
+  for (size_t i = 0; i < viPosition.size() && i < 20; ++i)
+    Try([&] {
+      kiv::KivOutOfCoreHandle zNote(iKey, viPosition[i]);
+      auto* pzNote = zNote.Fetch<Note>();
+      NoteBlock* pzBlock = pzNote != nullptr ? pzNote->GetMemoryBlockForWrite() : nullptr;
+      if (pzBlock == nullptr) return;
+      pzBlock->m_vcBytes.resize(kFrameSize + nSize * (i + 1), iFill);
+      if (i % 4 == 3)
+        zNote.Delete();
+      else if (i % 4 != 2)
+        zNote.Commit();
+    });
+  for (size_t i = 0; i < 5; ++i)
+    Try([&] {
+      auto pzNote = std::make_unique<Note>(iKey);
+      NoteBlock* pzBlock = pzNote->GetMemoryBlockForWrite();
+      if (pzBlock == nullptr) return;
+      pzBlock->m_vcBytes.resize(kFrameSize + 10 * nSize, iFill);
+      kiv::KivStoreNewElement(std::move(pzNote));
+    });
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t nSize) {
+  if (nSize < 1 || nSize > 1 << 20) return 0;
+  Prepare();
+  kiv::KivSetReported(true);  // no log entries
+  const uint8_t iChoice = pData[0];
+  std::vector<uint8_t> vcFile(pData + 1, pData + nSize);
+  if ((iChoice & 1) != 0 && vcFile.size() >= 264) {  // the fixed marks, so that most inputs come past the first test
+    kiv::KivContainerHeader zHeader = kiv::KivContainerHeader::MakeDefault();
+    std::memcpy(vcFile.data() + 8, zHeader.Data(), 72);
+  }
+  if ((iChoice & 8) != 0 && vcFile.size() >= 264)
+    kiv::KivStore<uint32_t>(vcFile.data() + 8 + kiv::KivContainerHeader::FilePositionTableMode, 1);
+  kiv::KivSetReportNoThrow((iChoice & 2) != 0);
+  kiv::KivDataSpaceBase& zSpace = *kiv::KivDataSpaceBase::GetInstance();
+  kiv::KivModelOpenInfo zInfo;
+  zInfo.m_pvData = vcFile.data();
+  zInfo.m_iDataSize = vcFile.size();
+  kiv::KivModelStatusBase* pzModel = nullptr;
+  Try([&] { zSpace.AddModel(u"memory", zInfo, &pzModel); });
+  if (pzModel != nullptr) {
+    const uint32_t iKey = pzModel->GetKey();
+    if ((iChoice & 4) != 0) kiv::KivOutOfCoreManager::SetMaxActiveOutOfCoreElement(iKey, 1 + (iChoice >> 4));
+    kiv::KivPositionTableManager& zTables = *pzModel->GetManager()->GetPositionTableManager();
+    Try([&] { zTables.GetPositionNum(); });
+    // Tables do not overlap, so that a file makes no more blocks than it has room for.
+    const uint64_t nMost = vcFile.size() / kiv::KivMemoryBlockPositionTable::kRecordSize19 + 1;
+    if (zTables.GetLoadedBlockNum() > nMost) std::abort();
+
+    std::vector<uint64_t> viPosition = {264, vcFile.size(), vcFile.size() - 24, ~uint64_t{0}};
+    for (uint64_t i = 0; i < 10; ++i) viPosition.push_back(kiv::KivPositionTableManager::kTableKey + i * 4099);
+    uint64_t iFile = 264;
+    for (int i = 0; i < 50; ++i) {
+      kiv::KivContainerRecordWithSizes zRecord;
+      Try([&] { zRecord = pzModel->GetManager()->GetContainer()->GetRecordWithSizes(iFile); });
+      if (zRecord.m_iRecordSize < 24 || zRecord.m_iRecordSize > vcFile.size()) break;
+      viPosition.push_back(iFile);
+      iFile += zRecord.m_iRecordSize;
+    }
+    Walk(iKey, viPosition);
+    bool bSnapShot = false;
+    Try([&] { bSnapShot = zSpace.CreateSnapShot() == kiv::KivCreateSnapShotResult::Done; });
+    Change(iKey, viPosition, iChoice, 50);
+    if (bSnapShot) {
+      Try([&] { zSpace.CreateSnapShot(); });
+      Change(iKey, viPosition, 1, 3);
+      Try([&] { zSpace.UndoSnapShot(2); });
+      Try([&] { zSpace.RedoSnapShot(1); });
+      Walk(iKey, viPosition);
+    }
+    const std::filesystem::path zSaved = std::filesystem::path(kiv::KivGetWorkFolder()) / "saved";
+    std::error_code zError;
+    std::filesystem::remove(zSaved, zError);
+    Try([&] { zSpace.SaveSnapShot(pzModel, zSaved.u16string(), 0); });
+    const uintmax_t nSaved = std::filesystem::exists(zSaved, zError) ? std::filesystem::file_size(zSaved, zError) : 0;
+    if (nSaved > 8 * nSize + (4 << 20)) std::abort();
+    Try([&] { kiv::KivOutOfCoreManager::DeactivateAll(iKey); });
+    kiv::KivSetReportNoThrow(true);
+    // A model always goes, and leaves nothing.
+    if (zSpace.RemoveModel(pzModel) != kiv::KivRemoveModelResult::Done) std::abort();
+  }
+  kiv::KivSetReportNoThrow(false);
+  if (!zSpace.GetModels().empty()) std::abort();
+  return 0;
+}
