@@ -1,8 +1,8 @@
 // Any bytes as a model in memory: opened, walked by position and by key, its tables walked, snapshotted, changed, taken
 // back, saved and closed. What may come is a report; what is made stays within a bound that the input sets.
 //
-// Input: the first byte picks the report mode, whether the header is repaired, the limit of active elements, and whether
-// there are position tables; the rest is the file.
+// Input: the first byte picks the report mode, whether the header is repaired, the limit of active elements, and
+// whether there are position tables; the rest is the file.
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -90,8 +90,8 @@ void Prepare() {
   for (uint32_t iRow = 0; iRow < kiv::kKivHandlerRowNum; ++iRow) {
     zSpace.SetGetAllPosition(iRow, kNoteIndex,
                              [](const std::vector<uint8_t>&, std::vector<uint64_t>&) { return true; });
-    zSpace.SetReplaceAllPosition(
-        iRow, kNoteIndex, [](std::vector<uint8_t>&, const std::map<uint64_t, uint64_t>&) { return true; });
+    zSpace.SetReplaceAllPosition(iRow, kNoteIndex,
+                                 [](std::vector<uint8_t>&, const std::map<uint64_t, uint64_t>&) { return true; });
   }
 }
 

@@ -41,7 +41,8 @@ struct Parameters {
   uint32_t m_nKeysBefore = 0;  // keys that the files hold from the start
 
   friend std::ostream& operator<<(std::ostream& zStream, const Parameters& z) {
-    return zStream << (z.m_bTables ? "keyed" : "plain") << " limit " << z.m_iLimit << " seed " << z.m_iSeed << " keys " << z.m_nKeysBefore;
+    return zStream << (z.m_bTables ? "keyed" : "plain") << " limit " << z.m_iLimit << " seed " << z.m_iSeed << " keys "
+                   << z.m_nKeysBefore;
   }
 };
 
