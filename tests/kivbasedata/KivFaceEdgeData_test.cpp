@@ -493,6 +493,12 @@ TEST_F(FaceEdgeStore, TheTreeLevelIs1WithADisplayValueAboveZeroElse2) {
   EXPECT_EQ(pz->GetOutOfCoreTreeLevel(), 1u);
   pz->GetMemoryBlockForWrite()->m_iDisplayValue = 0;
   EXPECT_EQ(pz->GetOutOfCoreTreeLevel(), 2u);
+  // It is known from the header on, even where the entries cannot be read.
+  vc[104] = 0;
+  pz = Put(vc);
+  const NoThrowScope zNoThrow;
+  EXPECT_EQ(pz->GetMemoryBlock(), nullptr);
+  EXPECT_EQ(pz->GetOutOfCoreTreeLevel(), 1u);
 }
 
 TEST_F(FaceEdgeStore, KeysAreTheLinksThenTheAttributesOfFacesThenOfEdges) {

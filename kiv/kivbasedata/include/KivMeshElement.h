@@ -42,8 +42,12 @@ class KivMeshElement : public KivElement<Block> {
   using Base::Base;
 
   uint32_t GetOutOfCoreTreeLevel() override {
-    if (this->m_pzMemoryBlock != nullptr) NoteLevel();
+    NoteLevel();
     return m_iTreeLevel;
+  }
+  bool Release() override {
+    NoteLevel();
+    return Base::Release();
   }
 
   // The decoded copy that the settings m_bBlockPerElement off and m_iKeepRawData of 2 or more ask for; empty without
@@ -69,7 +73,6 @@ class KivMeshElement : public KivElement<Block> {
 
  protected:
   void AfterTransfer() override {
-    NoteLevel();
     const KivDataSpaceFields& zSpace = *KivDataSpaceFields::GetInstance();
     if (zSpace.m_bBlockPerElement || zSpace.m_iKeepRawData < 2 || !this->m_vcUnpackedData.empty()) return;
     const Block& zBlock = *this->m_pzMemoryBlock;
@@ -80,7 +83,9 @@ class KivMeshElement : public KivElement<Block> {
   }
 
  private:
-  void NoteLevel() { m_iTreeLevel = this->m_pzMemoryBlock->m_iDisplayValue > 0 ? 1 : 2; }
+  void NoteLevel() {
+    if (this->m_pzMemoryBlock != nullptr) m_iTreeLevel = this->m_pzMemoryBlock->m_iDisplayValue > 0 ? 1 : 2;
+  }
 
   static Block* FindBlock(uint32_t iManagerKey, uint64_t iPosition) {
     Block* pzBlock = nullptr;
@@ -98,7 +103,7 @@ class KivMeshElement : public KivElement<Block> {
     return nullptr;
   }
 
-  uint32_t m_iTreeLevel = 2;  // as of the last load or save
+  uint32_t m_iTreeLevel = 2;  // of the block that was loaded last
 };
 
 }  // namespace kiv
