@@ -21,6 +21,7 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <new>
 #include <string>
 #include <vector>
 
@@ -39,6 +40,16 @@ double g_dSeconds = 1.5;
 struct Numbers {
   double m_dMedian = 0, m_dP99 = 0, m_dPerSecond = 0;
 };
+
+// The numbers of all cases, also of those that ran in a child.
+struct Record {
+  size_t m_nCases = 0;
+  struct {
+    char m_szName[40];
+    Numbers m_zNumbers;
+  } m_azCases[32];
+};
+Record* g_pzRecord = nullptr;
 
 void Check(bool bGood, const char* szWhat) {
   if (bGood) return;
@@ -68,7 +79,25 @@ Numbers Measure(const std::string& strName, const std::function<void()>& pfnRequ
   std::printf("%-34s %10.0f/s  median %9.1f us  p99 %9.1f us\n", strName.c_str(), z.m_dPerSecond, z.m_dMedian,
               z.m_dP99);
   std::fflush(stdout);
+  auto& zCase = g_pzRecord->m_azCases[g_pzRecord->m_nCases++ % 32];
+  std::snprintf(zCase.m_szName, sizeof zCase.m_szName, "%s", strName.c_str());
+  zCase.m_zNumbers = z;
   return z;
+}
+
+// How much longer each peer takes than we do, by the median and by p99.
+void PrintRatios(const std::string& strSize) {
+  const auto Find = [](const std::string& strName) {
+    for (size_t i = 0; i < g_pzRecord->m_nCases; ++i)
+      if (strName == g_pzRecord->m_azCases[i].m_szName) return g_pzRecord->m_azCases[i].m_zNumbers;
+    return Numbers();
+  };
+  const Numbers zOurs = Find("ours, " + strSize);
+  for (const char* szPeer : {"Unix socket, ", "ZeroMQ ipc, ", "bare shared memory, "}) {
+    const Numbers zPeer = Find(szPeer + strSize);
+    std::printf("%-34s %10s  median %9.2f     p99 %9.2f   times ours\n", (szPeer + strSize).c_str(), "",
+                zPeer.m_dMedian / zOurs.m_dMedian, zPeer.m_dP99 / zOurs.m_dP99);
+  }
 }
 
 // --- Unix sockets ---------------------------------------------------------------------------------------------------
@@ -344,6 +373,9 @@ int main(int argc, char** argv) {
   for (const KivWString& csArgument : vcsArguments)
     if (csArgument.starts_with(u"-p")) return RunHandler(vcsArguments);
   if (argc > 1) g_dSeconds = std::atof(argv[1]);
+  void* pRecord = mmap(nullptr, sizeof(Record), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+  Check(pRecord != MAP_FAILED, "mmap");
+  g_pzRecord = new (pRecord) Record;
 
   // The relay looks for its handler beside itself.
   const std::string strFolder = std::filesystem::temp_directory_path() / ("relay_bench-" + std::to_string(getpid()));
@@ -356,6 +388,7 @@ int main(int argc, char** argv) {
     InChild([&] { BenchSocket("Unix socket, " + strSize, nBytes); });
     InChild([&] { BenchZeroMq("ZeroMQ ipc, " + strSize, nBytes, strFolder); });
     InChild([&] { BenchSharedMemory("bare shared memory, " + strSize, nBytes); });
+    PrintRatios(strSize);
   }
   for (int i = 0; i < 3; ++i) InChild([&] { BenchDeath(strFolder); });
   std::filesystem::remove_all(strFolder);

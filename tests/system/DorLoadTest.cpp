@@ -1,4 +1,5 @@
-// Many models, many requests, many cycles, large payloads. KIV_LOAD=full in the environment asks for the long form.
+// Many models, many requests, many cycles, large payloads. KIV_LOAD=full in the environment asks for the long form,
+// KIV_LOAD=busy for the same with two busy loops beside it.
 #include <algorithm>
 #include <cstdlib>
 
@@ -15,9 +16,46 @@ struct Load {
   uint64_t m_nLargest;
 };
 
-Load Amount() {
+// "", "full" or "busy".
+std::string AskedLoad() {
   const char* szLoad = std::getenv("KIV_LOAD");
-  if (szLoad != nullptr && std::string(szLoad) == "full") return {64, 100000, 1000, uint64_t{256} << 20};
+  return szLoad != nullptr ? szLoad : "";
+}
+
+// Two processes that do nothing but take the cores, if asked for.
+class BusyLoops {
+ public:
+  BusyLoops() {
+    if (AskedLoad() != "busy") return;
+    bool bExisted = false;
+    m_hGoOn = KivSysEvent::Create(EventName(), bExisted);
+    for (int i = 0; i < 2; ++i) m_vzLoops.push_back(StartTestChild("SpinsForAsLongAsItsParentLives", {EventName()}));
+  }
+  ~BusyLoops() {
+    for (KivSysProcess& zLoop : m_vzLoops) zLoop.Terminate(1);
+  }
+
+ private:
+  static KivWString EventName() { return u"KivTestBusy" + OwnPid(); }
+  KivSysEvent m_hGoOn;
+  std::vector<KivSysProcess> m_vzLoops;
+};
+
+// What a part of the load took, for the record.
+class Stopwatch {
+ public:
+  explicit Stopwatch(std::string strWhat) : m_strWhat(std::move(strWhat)) {}
+  ~Stopwatch() {
+    std::printf("%s: %.1f s\n", m_strWhat.c_str(), static_cast<double>(sys::SteadyNs() - m_iStart) / 1e9);
+  }
+
+ private:
+  std::string m_strWhat;
+  uint64_t m_iStart = sys::SteadyNs();
+};
+
+Load Amount() {
+  if (!AskedLoad().empty()) return {64, 100000, 1000, uint64_t{256} << 20};
   return {16, static_cast<int>(Scaled(5000, 500)), static_cast<int>(Scaled(50, 5)), uint64_t{16} << 20};
 }
 
@@ -87,11 +125,23 @@ KivByteBuffer Payload(int64_t iModel, uint64_t nBytes, uint64_t iSeed) {
 
 }  // namespace
 
+KIV_TEST_CHILD(SpinsForAsLongAsItsParentLives) {
+  while (KivSysEvent::Open(vcsArgs.at(0)).IsOpen()) {
+    const uint64_t iEnd = sys::SteadyNs() + 200000000;
+    while (sys::SteadyNs() < iEnd) {
+    }
+  }
+  return 0;
+}
+
 TEST(DorLoad, RequestsInRandomOrderOverManyModelsComeBackUnchangedAndMemoryStaysFlat) {
   const Load zLoad = Amount();
   const uint64_t iSeed = sys::SteadyNs();
   RecordProperty("seed", std::to_string(iSeed));
   std::printf("seed %llu\n", static_cast<unsigned long long>(iSeed));
+  const BusyLoops zBusy;
+  const Stopwatch zWatch(std::to_string(zLoad.m_nRequests) + " requests over " + std::to_string(zLoad.m_nModels) +
+                         " models");
   Random zRandom(iSeed);
   TestFolder zFolder;
   DorClient zClient(OddPrograms(zFolder));
@@ -122,6 +172,8 @@ TEST(DorLoad, RequestsInRandomOrderOverManyModelsComeBackUnchangedAndMemoryStays
 
 TEST(DorLoad, ModelsAreOpenedAndClosedAgainAndAgain) {
   const Load zLoad = Amount();
+  const BusyLoops zBusy;
+  const Stopwatch zWatch(std::to_string(zLoad.m_nCycles) + " cycles");
   TestFolder zFolder;
   DorClient zClient(OddPrograms(zFolder));
   const std::vector<int32_t> viPids{static_cast<int32_t>(sys::CurrentProcessNumber()), zClient.GetRelayPid()};
@@ -149,6 +201,8 @@ TEST(DorLoad, ModelsAreOpenedAndClosedAgainAndAgain) {
 
 TEST(DorLoad, LargePayloadsGoBothWays) {
   const Load zLoad = Amount();
+  const BusyLoops zBusy;
+  const Stopwatch zWatch("payloads to " + std::to_string(zLoad.m_nLargest >> 20) + " MiB");
   TestFolder zFolder;
   DorClient zClient(OddPrograms(zFolder));
   const int64_t iModel = zClient.Open(u"model");
