@@ -21,12 +21,21 @@ TestFolder::TestFolder() {
 
 namespace {
 
+void RunIn(const kiv::KivWString& csFolder, const kiv::KivWString& csLine) {
+  kiv::KivSysProcessStart zStart;
+  zStart.m_csCommandLine = csLine;
+  zStart.m_csFolder = csFolder;
+  kiv::KivSysProcess zProcess = kiv::KivSysProcess::Start(zStart);
+  if (zProcess.IsOpen()) zProcess.Wait(kiv::KivSysEvent::kInfinite);
+}
+
 // One pass and no second tries: what a test still holds open stays. (remove_all of the standard library goes on for
 // ever on Windows when an open file keeps its name.)
 void RemoveOnce(const std::filesystem::path& zPath) {
   std::error_code zError;
   std::vector<std::filesystem::path> vzEntries;
-  if (std::filesystem::is_directory(std::filesystem::symlink_status(zPath, zError)))
+  if (!kiv::sys::IsLink(zPath.u16string()) &&
+      std::filesystem::is_directory(std::filesystem::symlink_status(zPath, zError)))
     for (std::filesystem::directory_iterator it(zPath, zError), itEnd; !zError && it != itEnd; it.increment(zError))
       vzEntries.push_back(it->path());
   for (const std::filesystem::path& zEntry : vzEntries) RemoveOnce(zEntry);
@@ -36,6 +45,7 @@ void RemoveOnce(const std::filesystem::path& zPath) {
 }  // namespace
 
 TestFolder::~TestFolder() {
+  if (!m_csStuckLink.empty()) RunIn(m_csPath, u"\"Z:\\bin\\rm\" -f \"" + m_csStuckLink + u"\"");
   RemoveOnce(m_zPath);
 }
 
@@ -55,32 +65,18 @@ std::string TestFolder::ReadBytes(const kiv::KivWString& csName) const {
   return zText.str();
 }
 
-bool TestFolder::LinkToFolder(const kiv::KivWString& csName, const TestFolder& zTarget) const {
+TestFolder::Link TestFolder::LinkToFolder(const kiv::KivWString& csName, const TestFolder& zTarget) {
   const kiv::KivWString csLink = *this / csName;
   std::error_code zError;
   std::filesystem::create_directory_symlink(zTarget.m_zPath, m_zPath / csName, zError);
-  if (kiv::sys::IsLink(csLink)) return true;
-  if (kiv::sys::kSeparator == u'/') return false;
-  // The shell's way, and that of the system below Wine, which has neither.
-  const auto Slashed = [](kiv::KivWString csPath) {
-    for (char16_t& c : csPath)
-      if (c == u'\\') c = u'/';
-    return csPath;
-  };
-  kiv::KivWString csVariable;
-  std::vector<kiv::KivWString> vcsLines = {u"cmd.exe /c mklink /J \"" + csLink + u"\" \"" + zTarget.Path() + u"\""};
-  // The folder for temporary files stands on a drive that leads to the prefix; relative names need no translation.
-  vcsLines.push_back(u"\"Z:\\bin\\ln\" -s \"../" + Slashed(zTarget.m_zPath.filename().u16string()) + u"\" \"" + csName +
-                     u"\"");
-  for (const kiv::KivWString& csLine : vcsLines) {
-    kiv::KivSysProcessStart zStart;
-    zStart.m_csCommandLine = csLine;
-    zStart.m_csFolder = m_csPath;
-    kiv::KivSysProcess zProcess = kiv::KivSysProcess::Start(zStart);
-    if (zProcess.IsOpen()) zProcess.Wait(kiv::KivSysEvent::kInfinite);
-    if (kiv::sys::IsLink(csLink)) return true;
-  }
-  return false;
+  if (kiv::sys::IsLink(csLink)) return Link::Whole;
+  if (kiv::sys::kSeparator == u'/') return Link::None;
+  RunIn(m_csPath, u"cmd.exe /c mklink /J \"" + csLink + u"\" \"" + zTarget.Path() + u"\"");
+  if (kiv::sys::IsLink(csLink)) return Link::Whole;
+  // The folders stand side by side, so that their names need no translation.
+  m_csStuckLink = csName;
+  RunIn(m_csPath, u"\"Z:\\bin\\ln\" -s \"../" + zTarget.m_zPath.filename().u16string() + u"\" \"" + csName + u"\"");
+  return kiv::sys::IsLink(csLink) ? Link::Stuck : Link::None;
 }
 
 }  // namespace kivtest
