@@ -13,6 +13,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <system_error>
 #include <vector>
 
 #include "KivContainerHeader.h"
@@ -152,6 +153,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t nSize) {
     if (zContainer.GetUnusedRecordFile()->GetLength() > 4 * nSize + kCredibleImage + kSlack) std::abort();
     Try([&] { zContainer.Flush(); });
   });
+  std::error_code zError;
+  if ((iChoice & 16) != 0) std::filesystem::remove(std::filesystem::path(TempName("main")), zError);
+  if ((iChoice & 32) != 0) std::filesystem::remove(std::filesystem::path(TempName("dump")), zError);
   kiv::KivSetReportNoThrow(false);
   const auto pzDamaged = Memory(vcMain);
   const auto pzNew = Memory({});
