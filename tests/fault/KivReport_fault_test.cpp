@@ -10,6 +10,7 @@
 #include "KivSysDiag.h"
 #include "KivTestFolder.h"
 #include "KivTestReport.h"
+#include "KivTestScale.h"
 
 namespace {
 
@@ -89,7 +90,7 @@ Outcome Report() {
 
 // Makes a first report with each of its allocations failing, and says how many there were.
 uint64_t FailEachAllocation(Outcome iExpected, bool bFromThenOn) {
-  for (uint64_t iNth = 1;; ++iNth) {
+  for (uint64_t iNth = 1;; iNth += kivtest::Scaled(1, 5)) {
     KivSetReported(false);
     Outcome iOutcome = Outcome::Other;
     bool bFired = false;

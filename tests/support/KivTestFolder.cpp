@@ -5,6 +5,7 @@
 #include <sstream>
 #include <vector>
 
+#include "KivSysClock.h"
 #include "KivSysEvent.h"
 #include "KivSysFolder.h"
 #include "KivSysProcess.h"
@@ -29,6 +30,12 @@ void RunIn(const kiv::KivWString& csFolder, const kiv::KivWString& csLine) {
   if (zProcess.IsOpen()) zProcess.Wait(kiv::KivSysEvent::kInfinite);
 }
 
+// Wine does not wait for programs of the system below it.
+bool SoonIsLink(const kiv::KivWString& csPath, bool bLink) {
+  for (int i = 0; i < 2000 && kiv::sys::IsLink(csPath) != bLink; ++i) kiv::sys::SleepMs(5);
+  return kiv::sys::IsLink(csPath) == bLink;
+}
+
 // One pass and no second tries: what a test still holds open stays. (remove_all of the standard library goes on for
 // ever on Windows when an open file keeps its name.)
 void RemoveOnce(const std::filesystem::path& zPath) {
@@ -45,7 +52,10 @@ void RemoveOnce(const std::filesystem::path& zPath) {
 }  // namespace
 
 TestFolder::~TestFolder() {
-  if (!m_csStuckLink.empty()) RunIn(m_csPath, u"\"Z:\\bin\\rm\" -f \"" + m_csStuckLink + u"\"");
+  if (!m_csStuckLink.empty()) {
+    RunIn(m_csPath, u"\"Z:\\bin\\rm\" -f \"" + m_csStuckLink + u"\"");
+    SoonIsLink(*this / m_csStuckLink, false);
+  }
   RemoveOnce(m_zPath);
 }
 
@@ -76,7 +86,7 @@ TestFolder::Link TestFolder::LinkToFolder(const kiv::KivWString& csName, const T
   // The folders stand side by side, so that their names need no translation.
   m_csStuckLink = csName;
   RunIn(m_csPath, u"\"Z:\\bin\\ln\" -s \"../" + zTarget.m_zPath.filename().u16string() + u"\" \"" + csName + u"\"");
-  return kiv::sys::IsLink(csLink) ? Link::Stuck : Link::None;
+  return SoonIsLink(csLink, true) ? Link::Stuck : Link::None;
 }
 
 }  // namespace kivtest

@@ -12,6 +12,7 @@
 #include <exception>
 #include <map>
 #include <mutex>
+#include <new>
 #include <string>
 #include <utility>
 
@@ -55,9 +56,21 @@ unsigned __stdcall ReadContext(void* pArgument) {
   return 0;
 }
 
-BOOL CALLBACK AddModule(PCSTR szName, DWORD64 iBase, PVOID pContext) {
-  (*static_cast<std::map<std::string, uint64_t>*>(pContext))[szName] = iBase;
-  return TRUE;
+struct ModuleList {
+  std::map<std::string, uint64_t> m_mapBase;
+  bool m_bNoMemory = false;
+};
+
+// No exception may pass through the library that calls this: without memory the list ends.
+BOOL CALLBACK AddModule(PCSTR szName, DWORD64 iBase, PVOID pContext) noexcept {
+  auto* pzList = static_cast<ModuleList*>(pContext);
+  try {
+    pzList->m_mapBase[szName] = iBase;
+    return TRUE;
+  } catch (const std::exception&) {
+    pzList->m_bNoMemory = true;
+    return FALSE;
+  }
 }
 
 // File name of an image path, up to its first dot: the name that the module list knows.
@@ -150,9 +163,11 @@ void AppendLine(HANDLE hProcess, uint64_t iAddress, std::string& strLine) {
 KivWString StackText(const KivSysStack& zStack) {
   const std::lock_guard zGuard(g_zSymbolLock);
   const HANDLE hProcess = GetCurrentProcess();
-  std::map<std::string, uint64_t> mapModules;
-  if (!InitializeSymbols() || zStack.m_viAddress.empty() || !SymEnumerateModules64(hProcess, AddModule, &mapModules))
-    return {};
+  ModuleList zModules;
+  if (!InitializeSymbols() || zStack.m_viAddress.empty()) return {};
+  const bool bListed = SymEnumerateModules64(hProcess, AddModule, &zModules) != FALSE;
+  if (zModules.m_bNoMemory) throw std::bad_alloc();
+  if (!bListed) return {};
   std::string strText;
   for (const uint64_t iAddress : zStack.m_viAddress) {
     IMAGEHLP_MODULE64 zModule = {};
@@ -160,8 +175,8 @@ KivWString StackText(const KivSysStack& zStack) {
     const bool bModule = SymGetModuleInfo64(hProcess, iAddress, &zModule) != FALSE;
     uint64_t iOffset = 0;
     if (bModule) {
-      const auto itModule = mapModules.find(ModuleKey(zModule.ImageName));
-      if (itModule == mapModules.end()) continue;
+      const auto itModule = zModules.m_mapBase.find(ModuleKey(zModule.ImageName));
+      if (itModule == zModules.m_mapBase.end()) continue;
       iOffset = iAddress - itModule->second;
     }
     char acAddress[64];
