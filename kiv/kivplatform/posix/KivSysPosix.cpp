@@ -173,7 +173,14 @@ bool Prepare(int iFd, uint32_t iLockSet, mode_t iMode, off_t iLength) noexcept {
     if (!LockBytes(iFd, F_RDLCK, iFirst, iEnd - iFirst)) return false;
     iFirst = iEnd;
   }
-  return fchmod(iFd, iMode) == 0 && (iLength == 0 || ftruncate(iFd, iLength) == 0);
+  if (fchmod(iFd, iMode) != 0) return false;
+  if (iLength == 0) return true;
+  // The room is taken now: a full disk would otherwise end the process at the first write through a mapping.
+  int iError;
+  do iError = posix_fallocate(iFd, 0, iLength);
+  while (iError == EINTR);
+  if (iError != 0) errno = iError;
+  return iError == 0;
 }
 
 int MakeByTmpFile(const char* szPath, const std::string& strFolder, uint32_t iLockSet, mode_t iMode,

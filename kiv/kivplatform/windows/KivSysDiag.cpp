@@ -1,12 +1,10 @@
 #include "KivSysDiag.h"
 
-#include <process.h>
-
 #include "KivSysWindows.h"
 // Needs windows.h before it.
 #include <dbghelp.h>
 
-#include <atomic>
+#include <array>
 #include <cinttypes>
 #include <cstdio>
 #include <exception>
@@ -35,25 +33,6 @@ bool InitializeSymbols() {
     return SymInitialize(GetCurrentProcess(), nullptr, TRUE) != FALSE;
   }();
   return bOk;
-}
-
-struct ContextRequest {
-  HANDLE m_hThread = nullptr;
-  CONTEXT m_zContext = {};
-  bool m_bOk = false;
-  std::atomic<bool> m_bWaiting{false};
-  std::atomic<bool> m_bDone{false};
-};
-
-// Reads the registers of the thread that waits for m_bDone at a known place.
-unsigned __stdcall ReadContext(void* pArgument) {
-  auto* pzRequest = static_cast<ContextRequest*>(pArgument);
-  // Until the other thread is back from starting this one, its registers are those of a system call.
-  while (!pzRequest->m_bWaiting.load(std::memory_order_acquire)) SwitchToThread();
-  pzRequest->m_zContext.ContextFlags = 0x10000B;  // control, integer and floating-point registers
-  pzRequest->m_bOk = GetThreadContext(pzRequest->m_hThread, &pzRequest->m_zContext) != FALSE;
-  pzRequest->m_bDone.store(true, std::memory_order_release);
-  return 0;
 }
 
 struct ModuleList {
@@ -113,40 +92,15 @@ void AppendLine(HANDLE hProcess, uint64_t iAddress, std::string& strLine) {
   strLine += ")";
 }
 
-// The frames behind the first nSkip, this function counted as the first.
+// The frames behind the first nSkip, this function counted as the first. The unwind tables of the system are enough for
+// the addresses: no symbol is read here, and no other thread is needed to read this one's registers.
 [[gnu::noinline]] KivSysStack WalkStack(uint32_t nSkip) {
+  std::array<void*, kMostFrames> apFrames;
+  const USHORT nFrames = RtlCaptureStackBackTrace(nSkip, kMostFrames, apFrames.data(), nullptr);
   KivSysStack zStack;
-  const std::lock_guard zGuard(g_zSymbolLock);
-  InitializeSymbols();
-  const HANDLE hProcess = GetCurrentProcess();
-  ContextRequest zRequest;
-  if (!DuplicateHandle(hProcess, GetCurrentThread(), hProcess, &zRequest.m_hThread, 0, FALSE, DUPLICATE_SAME_ACCESS))
-    return zStack;
-  const uintptr_t hHelper = _beginthreadex(nullptr, 0, ReadContext, &zRequest, 0, nullptr);
-  if (hHelper != 0) {
-    zRequest.m_bWaiting.store(true, std::memory_order_release);
-    while (!zRequest.m_bDone.load(std::memory_order_acquire)) {
-    }
-    CloseHandle(ToHandle(static_cast<intptr_t>(hHelper)));
-  }
-  CloseHandle(zRequest.m_hThread);
-  if (!zRequest.m_bOk) return zStack;
-
-  STACKFRAME64 zFrame = {};
-  zFrame.AddrPC.Offset = zRequest.m_zContext.Rip;
-  zFrame.AddrPC.Mode = AddrModeFlat;
-  zFrame.AddrFrame.Offset = zRequest.m_zContext.Rbp;
-  zFrame.AddrFrame.Mode = AddrModeFlat;
-  zFrame.AddrStack.Offset = zRequest.m_zContext.Rsp;
-  zFrame.AddrStack.Mode = AddrModeFlat;
-  for (uint64_t i = 0; i < uint64_t{kMostFrames} + nSkip; ++i) {
-    if (!StackWalk64(IMAGE_FILE_MACHINE_AMD64, hProcess, GetCurrentThread(), &zFrame, &zRequest.m_zContext, nullptr,
-                     SymFunctionTableAccess64, SymGetModuleBase64, nullptr))
-      break;
-    if (zFrame.AddrPC.Offset != 0) zStack.m_viAddress.push_back(zFrame.AddrPC.Offset);
-  }
-  const size_t nDrop = nSkip < zStack.m_viAddress.size() ? nSkip : zStack.m_viAddress.size();
-  zStack.m_viAddress.erase(zStack.m_viAddress.begin(), zStack.m_viAddress.begin() + static_cast<ptrdiff_t>(nDrop));
+  zStack.m_viAddress.reserve(nFrames);
+  for (USHORT i = 0; i < nFrames; ++i)
+    if (apFrames[i] != nullptr) zStack.m_viAddress.push_back(reinterpret_cast<uintptr_t>(apFrames[i]));
   return zStack;
 }
 
