@@ -225,8 +225,10 @@ TEST_F(FileCache, RangesAtTheEndsOfTheOffsetsAreReportedAndTouchNothing) {
 
 TEST_F(FileCache, ANothingAtAnyOffsetTouchesNothing) {
   uint8_t c = 0;
-  EXPECT_NO_REPORT(EXPECT_EQ(m_zFile.Read(kBlock, &c, 0), 0u));
-  EXPECT_NO_REPORT(m_zFile.Write(kBlock, &c, 0));
+  for (const uint64_t iOffset : {kBlock, uint64_t{1} << 50, uint64_t{1} << 63, UINT64_MAX}) {
+    EXPECT_NO_REPORT(EXPECT_EQ(m_zFile.Read(iOffset, &c, 0), 0u));
+    EXPECT_NO_REPORT(m_zFile.Write(iOffset, &c, 0));
+  }
   EXPECT_TRUE(Words().empty());
 }
 

@@ -85,6 +85,16 @@ TEST_F(History, RestoringAFileThatWasNeverSnapshottedGives50) {
   EXPECT_RETURNING_REPORT(EXPECT_EQ(zNever.RestoreSnapShot(pzSnapShot), 50));
 }
 
+TEST_F(History, RestoringFromAnotherFilesSnapshotGives50AndChangesNothing) {
+  PlainHistoryFile zTaken;
+  PlainHistoryFile zOther;
+  auto pzSnapShot = m_zSpace.Take(zTaken);
+  auto pzOther = m_zSpace.Take(zOther);
+  EXPECT_REPORT(zOther.RestoreSnapShot(pzSnapShot), "0");
+  EXPECT_RETURNING_REPORT(EXPECT_EQ(zOther.RestoreSnapShot(pzSnapShot), 50));
+  EXPECT_EQ(zOther.RestoreSnapShot(pzOther), 0);
+}
+
 TEST_F(History, ADerivedClassPassesOnThatItsBaseFailed) {
   KivWritableMemFile zTaken;
   KivWritableMemFile zNever;

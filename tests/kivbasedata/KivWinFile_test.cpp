@@ -368,6 +368,17 @@ TEST_F(WinFileReader, ABlockThatIsAskedForAgainAndAgainStandsAtTheBackOnce) {
   EXPECT_EQ(KivWinFileTestAccess::Info(Device(pzFile)).m_dqUrgent, (std::deque<uint64_t>{3}));
 }
 
+TEST_F(WinFileReader, TwoBlocksThatAreAskedForInTurnStandAtTheBackOnceEach) {
+  auto pzFile = OpenBackGround();
+  const NoThrowScope zNoThrow;
+  const KivSysFaultScope zNoReader(Plan(KivSysCall::ThreadStart, 1, true));
+  for (int i = 0; i < 1000; ++i) {
+    pzFile->RequestBackGroundRead(3, 3);
+    pzFile->RequestBackGroundRead(5, 3);
+  }
+  EXPECT_EQ(KivWinFileTestAccess::Info(Device(pzFile)).m_dqUrgent, (std::deque<uint64_t>{3, 5}));
+}
+
 TEST_F(WinFileReader, NoReportIsMadeWhileTheReadersLockIsHeld) {
   auto pzFile = OpenBackGround();
   KivWinFileBackGroundReadInfo& zInfo = KivWinFileTestAccess::Info(Device(pzFile));

@@ -256,7 +256,7 @@ bool KivFileCache::FetchBlockInto(uint64_t iBlock, KivWinMappedFile& zWork, uint
 
 uint64_t KivFileCache::ReadCached(uint64_t iOffset, uint64_t nCount, void* lpBuf) {
   KivWinMappedFile* pWork = GetWorkFile();
-  if (pWork == nullptr) return 0;
+  if (pWork == nullptr || nCount == 0) return 0;
   if (!IsInReach(iOffset, nCount) || !m_vbForeign.empty()) {
     KIV_FAIL();
     return 0;
@@ -267,11 +267,11 @@ uint64_t KivFileCache::ReadCached(uint64_t iOffset, uint64_t nCount, void* lpBuf
 
 bool KivFileCache::WriteCached(uint64_t iOffset, uint64_t nCount, const void* lpBuf) {
   KivWinMappedFile* pWork = GetWorkFile();
+  if (nCount == 0 && pWork != nullptr) return true;
   if (pWork == nullptr || !IsInReach(iOffset, nCount)) {
     KIV_FAIL();
     return false;
   }
-  if (nCount == 0) return true;
   if (!EnsureCached(iOffset, nCount, *pWork)) return false;
   // Marked first: a write that fails half way has changed its blocks too.
   const uint64_t iLast = (iOffset + (nCount - 1)) / m_iBlockSize;

@@ -168,7 +168,8 @@ int32_t KivHistoryFile::RestoreFromUndo(KivFile* pUndo_arg) {
     return KivRestoreBaseFailed;
   }
   KIV_CHECK(!IsSnapShotFile());
-  if (m_vpSnapShotData.empty()) {
+  // A snapshot of another file, or one that has left, names blocks that are not here.
+  if (m_vpSnapShotData.empty() || pUndo->m_pOriginal != this) {
     KIV_FAIL();
     return KivRestoreNeverTaken;
   }

@@ -429,7 +429,8 @@ void KivWinFile::RequestBackGroundRead(uint64_t iBlock, uint32_t iPriority) {
   bool bRunning = true;
   {
     const Editor zLock(true, zInfo.m_zLock);
-    if (!m_bHasBackGroundFile || iBlock >= zInfo.m_iBlockCount) return;
+    // A reader that ran out of memory has closed its handle: the file is read directly from then on.
+    if (!m_bHasBackGroundFile || !zInfo.m_hBackGroundFile.IsOpen() || iBlock >= zInfo.m_iBlockCount) return;
     bRunning = zInfo.m_bThreadRunning.load(std::memory_order_acquire) || StartReader();
     QueueBlock(iBlock, iPriority);
   }
@@ -443,9 +444,12 @@ void KivWinFile::QueueBlock(uint64_t iBlock, uint32_t iPriority) {
   if (iPriority == 3) {
     if (iState == kInMemory) return;
     // Asked for again and again, a block stands at the back once.
-    const bool bNext = iState == kUrgent && !zInfo.m_dqUrgent.empty() && zInfo.m_dqUrgent.back() == iBlock;
+    if (iState == kUrgent) {
+      if (!zInfo.m_dqUrgent.empty() && zInfo.m_dqUrgent.back() == iBlock) return;
+      std::erase(zInfo.m_dqUrgent, iBlock);
+    }
     iState = kUrgent;
-    if (!bNext) zInfo.m_dqUrgent.push_back(iBlock);
+    zInfo.m_dqUrgent.push_back(iBlock);
   } else if (iPriority == 2) {
     if (iState != kNothing && iState != kIdle) return;
     iState = kUrgent;
