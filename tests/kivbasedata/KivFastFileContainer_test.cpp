@@ -400,7 +400,7 @@ TEST_F(Container, AFlushKeepsOnDiskWhatIsNoMember) {
   const Bytes vcAfter = Content(*pzFile);
   EXPECT_EQ(U32At(vcAfter, 8 + 16), 3u);
   EXPECT_EQ(U32At(vcAfter, 8 + 156), 77u);
-  EXPECT_TRUE(std::equal(vcAfter.begin() + 8 + 176, vcAfter.begin() + 256, vcMain.begin() + 8 + 176));
+  EXPECT_TRUE(std::equal(vcAfter.begin() + 8 + 176, vcAfter.begin() + 264, vcMain.begin() + 8 + 176));
   EXPECT_EQ(U64At(vcAfter, 8 + 72), 291u);
 }
 
@@ -548,7 +548,7 @@ TEST_F(Container, ReadingBehindTheFileIsAReportAndTheNullForm) {
     EXPECT_REPORT(zContainer.GetRecord(iFile), "nRead == sizeof(Position)");
     NoThrowScope zNoThrow;
     EXPECT_FALSE(zContainer.GetRecord(iFile).m_pzFile);
-    EXPECT_FALSE(zContainer.PrefetchRecord(iFile, 1) && iFile > 291);
+    EXPECT_FALSE(zContainer.PrefetchRecord(iFile, 1));
   }
 }
 

@@ -140,8 +140,8 @@ Position KivContainerSalvager::FindNextRecord(Position iFrom) {
 
 // False if its bytes cannot be read; the new file then has no record there.
 bool KivContainerSalvager::TakeUsed(Position iFile, uint64_t iRecordSize) {
-  PutPendingFree();
-  ReserveCapacity(iRecordSize);
+  // A free record in front is put when this one is safe: it grows by this one's room otherwise.
+  ReserveCapacity(m_iFreeTo - m_iFreeFrom + iRecordSize);
   std::vector<uint8_t> vcBuffer(static_cast<size_t>(std::min<uint64_t>(iRecordSize, 0x100000)));
   for (uint64_t iDone = 0; iDone < iRecordSize;) {
     const uint64_t nCount = std::min<uint64_t>(iRecordSize - iDone, vcBuffer.size());
@@ -149,6 +149,7 @@ bool KivContainerSalvager::TakeUsed(Position iFile, uint64_t iRecordSize) {
     WriteBaseFile(iFile + iDone, vcBuffer.data(), nCount);
     iDone += nCount;
   }
+  PutPendingFree();
   m_iEndPosition = iFile + iRecordSize;
   return true;
 }

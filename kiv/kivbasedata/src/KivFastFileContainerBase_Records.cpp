@@ -194,6 +194,10 @@ KivContainerRecord KivFastFileContainerBase::GetRecord(Position iFile) {
   KivContainerRecordWithSizes zWithSizes = GetRecordWithSizes(iFile);
   KivContainerRecord zRecord;
   if (!zWithSizes.m_pzFile) return zRecord;
+  if (zWithSizes.m_iFileSize > UINT32_MAX) {
+    KIV_FAIL();
+    return zRecord;
+  }
   zRecord.m_pzFile = std::move(zWithSizes.m_pzFile);
   zRecord.m_iOffset = zWithSizes.m_iOffset;
   zRecord.m_iFileSize = static_cast<uint32_t>(zWithSizes.m_iFileSize);
