@@ -99,8 +99,13 @@ void AppendLine(HANDLE hProcess, uint64_t iAddress, std::string& strLine) {
   const USHORT nFrames = RtlCaptureStackBackTrace(nSkip, kMostFrames, apFrames.data(), nullptr);
   KivSysStack zStack;
   zStack.m_viAddress.reserve(nFrames);
-  for (USHORT i = 0; i < nFrames; ++i)
-    if (apFrames[i] != nullptr) zStack.m_viAddress.push_back(reinterpret_cast<uintptr_t>(apFrames[i]));
+  for (USHORT i = 0; i < nFrames; ++i) {
+    const auto iAddress = reinterpret_cast<uintptr_t>(apFrames[i]);
+    DWORD64 iBase = 0;
+    // Behind the start of the thread the walk may go on over what is no code.
+    if (RtlLookupFunctionEntry(iAddress, &iBase, nullptr) == nullptr) break;
+    zStack.m_viAddress.push_back(iAddress);
+  }
   return zStack;
 }
 
