@@ -173,11 +173,11 @@ int32_t ForwardRequest(const DorRequestRow& zRow, const KivWString& csRequest, c
     if (bTail) iCursor = vcPayload.size();
     // With a tail the new payload is the old one, byte for byte.
     DorRelay_Forward(pzModel->m_iChildPid, csRequest, bTail ? vcPayload : vcForward, iStatus, vcResult);
-    KivDropLargeBuffer(vcForward);
   } else if (bTail && iStatus == kDorStatusReading) {
     // Only here: on a failed model, or without a child, a tail is an excess of bytes.
     iCursor = vcPayload.size();
   }
+  KivDropLargeBuffer(vcForward);
 
   if (iCursor != vcPayload.size()) return ProtocolFailure(__LINE__);
   return Code(DorDispatchResult::Served);

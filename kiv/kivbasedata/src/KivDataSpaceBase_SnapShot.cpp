@@ -22,8 +22,8 @@ constexpr char kSource[] = "src\\KivDataSpaceBase";
 // is under way.
 class DiscardingScope {
  public:
-  explicit DiscardingScope(bool& bDiscarding) : m_bDiscarding(bDiscarding), m_bBefore(bDiscarding) {
-    m_bDiscarding = true;
+  explicit DiscardingScope(bool& bDiscarding, bool bValue = true) : m_bDiscarding(bDiscarding), m_bBefore(bDiscarding) {
+    m_bDiscarding = bValue;
   }
   ~DiscardingScope() { m_bDiscarding = m_bBefore; }
   DiscardingScope(const DiscardingScope&) = delete;
@@ -210,6 +210,8 @@ int32_t KivDataSpaceBase::GetRedoEntryNum() const {
 }
 
 int32_t KivDataSpaceBase::DiscardSnapShots(int32_t n) {
+  // From the front, also when a listener of an undo asks: there the flag, which means the back, is set.
+  const DiscardingScope zFromTheFront(m_bDiscardingSnapShot, false);
   int32_t nDiscarded = 0;
   const int64_t iEnd = std::min<int64_t>(m_iCurBaseSnapShot, static_cast<int64_t>(m_vpSnapShotData.size()));
   for (int64_t i = 0; i < iEnd && nDiscarded < n; ++i) {
@@ -224,6 +226,7 @@ int32_t KivDataSpaceBase::DiscardSnapShots(int32_t n) {
 
 bool KivDataSpaceBase::DiscardAllSnapShots() {
   DiscardRedoTail();
+  const DiscardingScope zFromTheFront(m_bDiscardingSnapShot, false);
   for (KivDataSpaceBase*& pzEntry : m_vpSnapShotData) {
     DestroyEntry(pzEntry);
     pzEntry = nullptr;

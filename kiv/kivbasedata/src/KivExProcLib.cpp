@@ -307,7 +307,7 @@ int32_t KivExProcLib_StartRoot(const KivWString& csRootFolder) {
   KivExProcState& zState = KivExProcState::GetInstance();
   if (csRootFolder.empty()) {
     if (!KivSetWorkFolder(csRootFolder)) return Code(KivExProcRunResult::NoPollHandler);
-  } else if (sys::PathExists(csRootFolder)) {
+  } else if (sys::FolderExists(csRootFolder)) {
     if (KivGetWorkFolder() != csRootFolder) return Code(KivExProcRunResult::BadArgument);
   } else if (!KivSetWorkFolder(csRootFolder)) {
     return Code(KivExProcRunResult::RootFolderNotMade);

@@ -621,7 +621,13 @@ bool KivOutOfCoreManager::SaveTables(KivPositionTableManager& zTables) {
   // Without its first block a model whose keys were never used would have nothing to save.
   if (zTables.GetFilePositionTableMode() != 0) zTables.LoadBlock(0);
   m_bTablesChanged = false;
-  if (static_cast<int32_t>(zTables.SaveTables()) == 0) return true;
+  try {
+    if (static_cast<int32_t>(zTables.SaveTables()) == 0) return true;
+  } catch (...) {
+    m_bTablesChanged = true;
+    throw;
+  }
+  m_bTablesChanged = true;
   KIV_FAIL();
   return false;
 }
