@@ -62,7 +62,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t nSize) {
     if (nData == 0 || nData > nBlock || nData > nSize - iCursor - 16) break;
     if (iNumber > UINT64_MAX / 4 / nBlock) break;
     const uint64_t iStart = iNumber * nBlock;
-    if (iStart > nLength && iStart - nLength > nSize) break;
+    if (iStart > vcBase.size() && iStart - vcBase.size() > nSize) break;
     if (vcExpected.size() < iStart + nBlock) vcExpected.resize(iStart + nBlock);
     std::copy_n(pData + iCursor + 16, nData, vcExpected.begin() + static_cast<std::ptrdiff_t>(iStart));
     nLength = std::max(nLength, iStart + nBlock);
