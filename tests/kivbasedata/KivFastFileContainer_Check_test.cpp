@@ -85,16 +85,6 @@ TEST_F(ContainerCheck, TheEstablishedCheckComparesTheTreeWithTheRecords) {
   {
     Sample z;
     z.pzMain->Write(8, &iStep, 8);
-    const uint64_t iOther = 125;
-    z.pzMain->Write(264, &iOther, 8);  // record size of the first free record, pair says 124
-    NoThrowScope zNoThrow;
-    KivSetReported(false);
-    EXPECT_TRUE(z.zContainer.CheckConsistency());
-    EXPECT_TRUE(KivGetReportSwitches().m_bReported);
-  }
-  {
-    Sample z;
-    z.pzMain->Write(8, &iStep, 8);
     const uint64_t iOther = 777;
     z.zContainer.GetUnusedRecordFile()->Write(8 + 40, &iOther, 8);
     EXPECT_REPORT(z.zContainer.CheckConsistency(), "iFileSize == iRecordSizeInBaseFile");
@@ -362,15 +352,14 @@ void WorkThrough(const Bytes& vcMain, const KivWString& csDump, Below iBelow = B
 TEST_F(ContainerCheck, AFileCutAtAnyByteDoesNoHarm) {
   Sample z;
   const Bytes vcMain = Content(*z.pzMain);
-  const size_t iStep = ScaledSteps(4) == 4 ? 3 : 11;
-  for (size_t iLength = 0; iLength <= vcMain.size(); iLength += iStep)
+  for (size_t iLength = 0; iLength <= vcMain.size(); ++iLength)
     WorkThrough(Bytes(vcMain.begin(), vcMain.begin() + static_cast<ptrdiff_t>(iLength)), KivWString());
 }
 
 TEST_F(ContainerCheck, EachByteChangedDoesNoHarm) {
   Sample z;
   const Bytes vcMain = Content(*z.pzMain);
-  const size_t iStep = ScaledSteps(4) == 4 ? 2 : 7;
+  const size_t iStep = ScaledSteps(4) == 4 ? 1 : 3;
   for (size_t i = 0; i < vcMain.size(); i += iStep) {
     for (const uint8_t iValue :
          {uint8_t{0}, uint8_t{0xFF}, static_cast<uint8_t>(vcMain[i] ^ 1), static_cast<uint8_t>(vcMain[i] ^ 0x80)}) {
