@@ -386,6 +386,75 @@ TEST_P(Restore, ASnapshotInsideAListenerLeavesTheFlagOfTheUndoSet) {
   EXPECT_FALSE(Space().m_bDiscardingSnapShot);
 }
 
+TEST_P(Restore, ADiscardInsideAListenerTakesTheOldestAndKeepsItsContents) {
+  MakeHistory();
+  ASSERT_EQ(Space().CreateSnapShot(), KivCreateSnapShotResult::Done);
+  ASSERT_TRUE(SetText(m_zNote, "later"));
+  Worker zListener;
+  int32_t nDiscarded = 0;
+  zListener.m_work = [&] { nDiscarded += Space().DiscardSnapShots(1); };
+  Space().AddListener(&zListener);
+  for (const bool bThrow : {true, false}) {
+    SCOPED_TRACE(bThrow ? "throwing" : "returning");
+    KivSetReportNoThrow(!bThrow);
+    EXPECT_NO_REPORT(EXPECT_EQ(Space().UndoSnapShot(1), KivUndoResult::Done));
+    EXPECT_EQ(TextOf(m_zNote), "last");
+    KivSetReportNoThrow(false);
+  }
+  Space().RemoveListener(&zListener);
+  EXPECT_EQ(nDiscarded, 2);
+  EXPECT_EQ(Entry(0), nullptr);
+  EXPECT_EQ(Entry(1), nullptr);
+  ASSERT_NE(Entry(2), nullptr);
+  EXPECT_FALSE(Space().m_bDiscardingSnapShot);
+  ASSERT_TRUE(SetText(m_zNote, "new"));
+  ASSERT_EQ(Space().CreateSnapShot(), KivCreateSnapShotResult::Done);
+  EXPECT_EQ(Space().UndoSnapShot(2), KivUndoResult::Done);
+  EXPECT_EQ(TextOf(m_zNote), "last");
+}
+
+TEST_F(StoreTest, AListenerMayRemoveTheModelThatItHearsOf) {
+  struct Remover : KivDataSpaceListener {
+    explicit Remover(KivDataSpaceBase& zSpace) : m_zSpace(zSpace) {}
+    bool ModelAdded(KivModelStatusBase* pzModel, const KivListenerData&) override {
+      ++m_nAdded;
+      if (m_bAtOnce) {
+        EXPECT_EQ(m_zSpace.RemoveModel(pzModel), KivRemoveModelResult::Done);
+      }
+      return true;
+    }
+    bool ModelRemoved(KivModelStatusBase* pzModel) override {
+      if (++m_nRemoved == 1 && !m_bAtOnce) {
+        EXPECT_EQ(m_zSpace.RemoveModel(pzModel), KivRemoveModelResult::Done);
+      }
+      return true;
+    }
+    KivDataSpaceBase& m_zSpace;
+    bool m_bAtOnce = true;
+    int m_nAdded = 0;
+    int m_nRemoved = 0;
+  };
+  const KivWString csPath = MakeFile(u"a.kiv");
+  Remover zFirst(Space());
+  Remover zSecond(Space());
+  zSecond.m_bAtOnce = false;
+  zSecond.m_nRemoved = 1;  // only listens
+  Space().AddListener(&zFirst);
+  Space().AddListener(&zSecond);
+  KivModelStatusBase* pzModel = nullptr;
+  EXPECT_EQ(Space().AddModel(csPath, KivModelOpenInfo(), &pzModel), KivAddModelResult::Done);
+  EXPECT_EQ(pzModel, nullptr);
+  EXPECT_EQ(zSecond.m_nAdded, 0);
+  EXPECT_TRUE(Space().GetModels().empty());
+  zFirst.m_bAtOnce = false;
+  zFirst.m_nRemoved = 0;
+  EXPECT_EQ(Space().AddModel(csPath, KivModelOpenInfo(), &pzModel), KivAddModelResult::Done);
+  EXPECT_EQ(Space().RemoveModel(pzModel), KivRemoveModelResult::Done);
+  EXPECT_TRUE(Space().GetModels().empty());
+  Space().RemoveListener(&zFirst);
+  Space().RemoveListener(&zSecond);
+}
+
 TEST_P(Restore, AListenerThatAnotherOneRemovedIsNotCalled) {
   MakeHistory();
   Worker zFirst;

@@ -273,7 +273,11 @@ KivAddModelResult KivDataSpaceBase::AddModel(const KivWString& csRootKivFile, co
   m_spModel.insert(pzModel.get());
   KivModelStatusBase* const pzAdded = pzModel.release();
   if (ppzModel != nullptr) *ppzModel = pzAdded;
-  CallListeners(true, [&](KivDataSpaceListener& z) { return z.ModelAdded(pzAdded, zInfo.m_aiListenerData); });
+  // Those behind one that removes the model again hear nothing of it.
+  CallListeners(true, [&](KivDataSpaceListener& z) {
+    return m_spModel.count(pzAdded) == 0 || z.ModelAdded(pzAdded, zInfo.m_aiListenerData);
+  });
+  if (ppzModel != nullptr && m_spModel.count(pzAdded) == 0) *ppzModel = nullptr;
   return KivAddModelResult::Done;
 }
 
@@ -292,6 +296,7 @@ KivRemoveModelResult KivDataSpaceBase::RemoveModel(KivModelStatusBase* pzModel) 
     return KivRemoveModelResult::UnknownModel;
   }
   CallListeners(true, [&](KivDataSpaceListener& z) { return z.ModelRemoved(pzModel); });
+  if (m_spModel.count(pzModel) == 0) return KivRemoveModelResult::Done;  // a listener has removed it
   const std::unique_ptr<KivModelStatusBase> pzGone(pzModel);
   const uint32_t iKey = pzModel->GetKey();
   // Elements that are stored at the end still find their model.

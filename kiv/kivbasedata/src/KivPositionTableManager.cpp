@@ -176,7 +176,8 @@ bool KivPositionTableManager::LoadBlock(uint64_t iBlock) {
 
 bool KivPositionTableManager::EnsureBlock(uint64_t iBlock) {
   if (LoadBlock(iBlock)) return true;
-  if (iBlock == 0 || !LoadBlock(iBlock - 1)) {
+  // A block that stands in the chain and cannot be read is no end of the chain.
+  if (iBlock == 0 || !LoadBlock(iBlock - 1) || m_iNextBlockPosition != NULL_FILE_INDEX) {
     KIV_FAIL();
     return false;
   }
