@@ -34,19 +34,6 @@ class ContainerDamage : public testing::Test {
   uint32_t m_nFiles = 0;
 };
 
-Position AddSize(KivFastFileContainer& zContainer, uint32_t iSize, uint8_t c = 0x77) {
-  const Bytes vcPayload(iSize + 1, c);
-  return zContainer.AddRecord(KivContainerData(vcPayload.data(), iSize));
-}
-
-std::string TextOf(KivFastFileContainer& zContainer, Position iFile) {
-  const KivContainerRecord zRecord = zContainer.GetRecord(iFile);
-  if (!zRecord.m_pzFile) return "(null)";
-  std::string strText(zRecord.m_iFileSize, '\0');
-  zRecord.m_pzFile->Read(zRecord.m_iOffset, strText.data(), strText.size());
-  return strText;
-}
-
 // Records of 100 bytes at 264, 388, 512 and "hello" at 636, behind it an empty one; those in viFree are freed.
 struct Row {
   explicit Row(const std::vector<Position>& viFree = {})

@@ -204,22 +204,13 @@ TEST_F(ContainerSave, AnImageThatCannotBeReadFailsTheSaveBeforeItsSideFileIsCrea
       return nCount > 360 ? 0 : KivWritableMemFile::DoRead(iOffset, lpBuf, nCount);
     }
   };
-  struct Opened : KivFastFileContainerBase {
-    Opened(KivSharedPtr<ISnapShotFile> pzMain, KivSharedPtr<ISnapShotFile> pzUnused)
-        : KivFastFileContainerBase(nullptr), m_pzMain(pzMain), m_pzUnused(pzUnused) {
-      Initialize();
-    }
-    KivSharedPtr<ISnapShotFile> GetBaseFile() override { return m_pzMain; }
-    KivSharedPtr<ISnapShotFile> GetUnusedRecordFile() override { return m_pzUnused; }
-    KivSharedPtr<ISnapShotFile> m_pzMain, m_pzUnused;
-  };
   {
     KivFastFileContainer zContainer(MakeFile(FileKind::Plain, m_zFolder, u"base.kiv"), MakeUnmanagedMemory(), nullptr);
     Make(zContainer, 1000);
   }
   auto* const pShort = new Short;
   pShort->m_vcData.assign(368, 0);
-  Opened zContainer(OpenCached(m_zFolder / u"base.kiv"), KivSharedPtr<ISnapShotFile>(pShort));
+  ContainerOfTwoFiles zContainer(OpenCached(m_zFolder / u"base.kiv"), KivSharedPtr<ISnapShotFile>(pShort));
   ASSERT_EQ(zContainer.GetStatus(), KivContainerStatus::Usable);
   EXPECT_REPORT_FROM(zContainer.SaveAs(m_zFolder / u"a.patch", false), "0", "src\\KivFastFileContainerBase");
   NoThrowScope zNoThrow;

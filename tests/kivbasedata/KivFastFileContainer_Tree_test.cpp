@@ -395,15 +395,6 @@ TEST_F(ContainerTree, AMissingRootIsReportedByAddingAndByFreeing) {
 }
 
 TEST_F(ContainerTree, ASlotBehindTheEndOfTheUnusedRecordFileIsReportedAsAShortRead) {
-  struct Opened : KivFastFileContainerBase {
-    Opened(KivSharedPtr<ISnapShotFile> pzMain, KivSharedPtr<ISnapShotFile> pzUnused)
-        : KivFastFileContainerBase(nullptr), m_pzMain(pzMain), m_pzUnused(pzUnused) {
-      Initialize();
-    }
-    KivSharedPtr<ISnapShotFile> GetBaseFile() override { return m_pzMain; }
-    KivSharedPtr<ISnapShotFile> GetUnusedRecordFile() override { return m_pzUnused; }
-    KivSharedPtr<ISnapShotFile> m_pzMain, m_pzUnused;
-  };
   Isolated z;
   const std::vector<Position> viFile = z.AddAll(Ascending(1000, 21));
   z.FreeAll(std::vector<Position>(viFile.begin(), viFile.end() - 1));
@@ -413,7 +404,7 @@ TEST_F(ContainerTree, ASlotBehindTheEndOfTheUnusedRecordFileIsReportedAsAShortRe
   const auto pzUnused = MakeFile(FileKind::Plain, m_zFolder, u"a.urf");  // which reads short without a report
   const Bytes vcUnused = Content(*z.pzUnused);
   pzUnused->Write(0, vcUnused.data(), vcUnused.size());
-  Opened zContainer(MakeUnmanagedMemory(vcMain), pzUnused);
+  ContainerOfTwoFiles zContainer(MakeUnmanagedMemory(vcMain), pzUnused);
   EXPECT_REPORT_FROM(zContainer.DeleteRecord(viFile.back()), "nRead == sizeof(Position)",
                      "src\\KivFastFileContainerBase");
   EXPECT_EQ(zContainer.GetNodeCursor(), 1u);

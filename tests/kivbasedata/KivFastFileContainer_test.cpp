@@ -31,19 +31,6 @@ uint64_t AddText(KivFastFileContainer& zContainer, const std::string& strText) {
   return zContainer.AddRecord(KivContainerData(strText.data(), static_cast<uint32_t>(strText.size())));
 }
 
-uint64_t AddSize(KivFastFileContainer& zContainer, uint32_t iSize, uint8_t c = 0x77) {
-  const Bytes vcPayload(iSize + 1, c);
-  return zContainer.AddRecord(KivContainerData(vcPayload.data(), iSize));
-}
-
-std::string TextOf(KivFastFileContainer& zContainer, Position iFile) {
-  const KivContainerRecord zRecord = zContainer.GetRecord(iFile);
-  if (!zRecord.m_pzFile) return "(null)";
-  std::string strText(zRecord.m_iFileSize, '\0');
-  zRecord.m_pzFile->Read(zRecord.m_iOffset, strText.data(), strText.size());
-  return strText;
-}
-
 struct MemoryContainer {
   MemoryContainer()
       : pzMain(MakeUnmanagedMemory()), pzUnused(MakeUnmanagedMemory()), zContainer(pzMain, pzUnused, nullptr) {}

@@ -70,6 +70,19 @@ Bytes Content(kiv::ISnapShotFile& zFile) {
   return vcBytes;
 }
 
+kiv::Position AddSize(kiv::KivFastFileContainer& zContainer, uint32_t iSize, uint8_t c) {
+  const Bytes vcPayload(iSize + 1, c);
+  return zContainer.AddRecord(kiv::KivContainerData(vcPayload.data(), iSize));
+}
+
+std::string TextOf(kiv::KivFastFileContainer& zContainer, kiv::Position iFile) {
+  const kiv::KivContainerRecord zRecord = zContainer.GetRecord(iFile);
+  if (!zRecord.m_pzFile) return "(null)";
+  std::string strText(zRecord.m_iFileSize, '\0');
+  zRecord.m_pzFile->Read(zRecord.m_iOffset, strText.data(), strText.size());
+  return strText;
+}
+
 Bytes BytesOfHex(const std::string& strHex) {
   Bytes vcBytes;
   int iHalf = -1;

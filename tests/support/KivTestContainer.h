@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "ISnapShotFile.h"
+#include "KivFastFileContainer.h"
 #include "KivSharedPtr.h"
 #include "KivTestFolder.h"
 #include "KivTestScale.h"
@@ -37,6 +38,22 @@ Bytes Content(kiv::ISnapShotFile& zFile);
 
 // A file that answers like an unmanaged one although its bytes are in memory: no direct buffers.
 kiv::KivSharedPtr<kiv::ISnapShotFile> MakeUnmanagedMemory(const Bytes& vcContent = {});
+
+// A record of iSize bytes c.
+kiv::Position AddSize(kiv::KivFastFileContainer& zContainer, uint32_t iSize, uint8_t c = 0x77);
+// A record's payload, "(null)" if there is none.
+std::string TextOf(kiv::KivFastFileContainer& zContainer, kiv::Position iFile);
+
+// An existing container in two files of the test's own.
+struct ContainerOfTwoFiles : kiv::KivFastFileContainerBase {
+  ContainerOfTwoFiles(kiv::KivSharedPtr<kiv::ISnapShotFile> pzMain, kiv::KivSharedPtr<kiv::ISnapShotFile> pzUnused)
+      : KivFastFileContainerBase(nullptr), m_pzMain(pzMain), m_pzUnused(pzUnused) {
+    Initialize();
+  }
+  kiv::KivSharedPtr<kiv::ISnapShotFile> GetBaseFile() override { return m_pzMain; }
+  kiv::KivSharedPtr<kiv::ISnapShotFile> GetUnusedRecordFile() override { return m_pzUnused; }
+  kiv::KivSharedPtr<kiv::ISnapShotFile> m_pzMain, m_pzUnused;
+};
 
 Bytes BytesOfHex(const std::string& strHex);  // blanks and line ends are passed over
 
