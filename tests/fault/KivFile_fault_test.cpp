@@ -1,10 +1,10 @@
 // Each call of the system fails once on each path through the file layers. What was written before is not lost, no
-// descriptor is left behind, and nothing waits for ever.
-#include <filesystem>
+// handle is left behind, and nothing waits for ever.
 #include <functional>
 
 #include "KivCacheUseFile.h"
 #include "KivFileFactory.h"
+#include "KivSysDiag.h"
 #include "KivSysFault.h"
 #include "KivTestFile.h"
 #include "KivTestScale.h"
@@ -15,15 +15,6 @@ using namespace kiv;
 using namespace kivtest;
 
 constexpr uint64_t kBlocks = 6;
-
-// Those of this process; -1 on Windows, where the folder, if there is one, is that of the host's own process.
-int64_t OpenDescriptors() {
-  if (IsWindows()) return -1;
-  std::error_code zError;
-  std::filesystem::directory_iterator pEntry("/proc/self/fd", zError);
-  if (zError) return -1;
-  return std::distance(pEntry, std::filesystem::directory_iterator());
-}
 
 // A cached file with three states: A and B as snapshots, and the live one.
 struct History {
@@ -70,7 +61,7 @@ class FileFault : public FileTest {
   // what it left. Both in hosts whose reports throw and in hosts whose reports return.
   void ForEachFault(const std::function<void(History&)>& pfnOperation, const std::function<void(History&)>& pfnCheck) {
     Make(false);
-    const int64_t nBefore = OpenDescriptors();
+    const uint64_t nBefore = sys::CountHandles();
     for (const bool bMapped : {false, true})
       for (const bool bThrow : {true, false})
         for (const auto iKind : {KivSysFaultKind::Fail, KivSysFaultKind::DiskFull, KivSysFaultKind::ShortCount}) {
@@ -115,7 +106,8 @@ class FileFault : public FileTest {
             EXPECT_GT(nCalls, 0u) << "the operation makes no calls";
           }
         }
-    EXPECT_EQ(OpenDescriptors(), nBefore);
+    EXPECT_EQ(sys::CountHandles(), nBefore);
+  EXPECT_EQ(CountWorkFiles(), 0);
   }
 
   static Bytes All(ISnapShotFile& zFile) { return ReadBytes(zFile, 0, kBlocks * kBlock); }
@@ -267,7 +259,7 @@ TEST_F(FileFault, CachingAheadLosesNothing) {
 }
 
 TEST_F(FileFault, AMappedFileThatCannotGrowKeepsItsBytes) {
-  const int64_t nBefore = OpenDescriptors();
+  const uint64_t nBefore = sys::CountHandles();
   const Bytes vcData = Pattern(2 * kBlock, 4);
   for (const bool bThrow : {true, false}) {
     bool bFired = true;
@@ -296,11 +288,12 @@ TEST_F(FileFault, AMappedFileThatCannotGrowKeepsItsBytes) {
       EXPECT_EQ(ReadBytes(*pzFile, 0, 2 * kBlock), vcData);
     }
   }
-  EXPECT_EQ(OpenDescriptors(), nBefore);
+  EXPECT_EQ(sys::CountHandles(), nBefore);
+  EXPECT_EQ(CountWorkFiles(), 0);
 }
 
 TEST_F(FileFault, AFileWhoseReaderMeetsFailuresEndsAndReadsRight) {
-  const int64_t nBefore = OpenDescriptors();
+  const uint64_t nBefore = sys::CountHandles();
   for (const auto iKind : {KivSysFaultKind::Fail, KivSysFaultKind::ShortCount})
     for (const bool bFromThenOn : {false, true})
       for (uint64_t iNth = 1; iNth <= 8; ++iNth) {
@@ -327,7 +320,8 @@ TEST_F(FileFault, AFileWhoseReaderMeetsFailuresEndsAndReadsRight) {
         vcExpected.resize(kBlocks * kBlock);
         EXPECT_EQ(All(*pzFile), vcExpected);
       }
-  EXPECT_EQ(OpenDescriptors(), nBefore);
+  EXPECT_EQ(sys::CountHandles(), nBefore);
+  EXPECT_EQ(CountWorkFiles(), 0);
 }
 
 }  // namespace

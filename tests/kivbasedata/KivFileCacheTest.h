@@ -8,7 +8,6 @@
 #include "KivCacheUseFile.h"
 #include "KivLittleEndian.h"
 #include "KivMemFile.h"
-#include "KivSysFolder.h"
 #include "KivTestFile.h"
 
 namespace kivtest {
@@ -30,15 +29,6 @@ class FileCache : public FileTest {
   kiv::KivWString MakePatch(const std::string& strBytes) {
     m_zFolder.WriteBytes(u"in", strBytes);
     return m_zFolder / u"in";
-  }
-
-  // Work files in the work folder.
-  static int64_t CountWorkFiles() {
-    std::vector<kiv::KivSysFolderEntry> vzEntries;
-    kiv::sys::ListFolder(kiv::KivGetWorkFolder(), vzEntries);
-    return std::count_if(vzEntries.begin(), vzEntries.end(), [](const kiv::KivSysFolderEntry& zEntry) {
-      return zEntry.m_csName.substr(0, 4) == u"work" && zEntry.m_csName.find(u".cache") != kiv::KivWString::npos;
-    });
   }
 
   Bytes m_vcBase;

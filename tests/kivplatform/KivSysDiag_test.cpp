@@ -7,6 +7,8 @@
 #include <sstream>
 #include <thread>
 
+#include "KivPlatformTest.h"
+#include "KivTestFolder.h"
 #include "KivTestProgram.h"
 #include "KivTestScale.h"
 
@@ -141,4 +143,25 @@ TEST(Diag, TheHookSeesMessages) {
 
 TEST(Diag, TheHeapsAreSound) {
   EXPECT_TRUE(sys::ValidateHeaps());
+}
+
+TEST(Diag, EachOpenFileCountsAsOneHandleUntilItIsClosed) {
+  const TestFolder zFolder;
+  const auto Make = [&](uint32_t i) {
+    return OpenFile(zFolder / sys::Utf8ToWide("f" + std::to_string(i)), KivSysAccess::ReadWrite, KivSysShare::None,
+                    KivSysDisposition::CreateAlways);
+  };
+  Make(0);
+  sys::CountHandles();  // what the system opens once and keeps is there now
+  const uint64_t nBefore = sys::CountHandles();
+  EXPECT_GT(nBefore, 0u);
+  EXPECT_EQ(sys::CountHandles(), nBefore);
+  {
+    std::vector<KivSysFile> vzOpen;
+    for (uint32_t i = 1; i <= 100; ++i) {
+      vzOpen.push_back(Make(i));
+      EXPECT_EQ(sys::CountHandles(), nBefore + i);
+    }
+  }
+  EXPECT_EQ(sys::CountHandles(), nBefore);
 }

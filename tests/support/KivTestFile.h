@@ -11,6 +11,7 @@
 #include "KivDataSpaceBase.h"
 #include "KivDataUtil.h"
 #include "KivFileFactory.h"
+#include "KivSysFolder.h"
 #include "KivTestFolder.h"
 #include "KivTestReport.h"
 
@@ -116,6 +117,15 @@ class FileTest : public testing::Test {
   kiv::KivWString MakeFile(const kiv::KivWString& csName, const Bytes& vcBytes) {
     m_zFolder.WriteBytes(csName, Text(vcBytes));
     return m_zFolder / csName;
+  }
+
+  // Work files in the work folder.
+  static int64_t CountWorkFiles() {
+    std::vector<kiv::KivSysFolderEntry> vzEntries;
+    kiv::sys::ListFolder(kiv::KivGetWorkFolder(), vzEntries);
+    return std::count_if(vzEntries.begin(), vzEntries.end(), [](const kiv::KivSysFolderEntry& zEntry) {
+      return zEntry.m_csName.substr(0, 4) == u"work" && zEntry.m_csName.find(u".cache") != kiv::KivWString::npos;
+    });
   }
 
   TestFolder m_zFolder;

@@ -1,4 +1,4 @@
-// Stack text, the system log, heap checks.
+// Stack text, the system log, heap checks, the count of handles.
 #pragma once
 
 #include <cstdint>
@@ -41,6 +41,10 @@ bool ValidateHeaps();
 void SetHeapHook(std::function<bool()> pfnHook);
 // The validation without the hook.
 bool ValidateSystemHeaps();
+
+// Handles that this process holds open (Windows: of files, threads, events and all else; Linux: file descriptors). For
+// watching that none is left behind; 0 where they cannot be counted. The call itself leaves none.
+uint64_t CountHandles();
 
 }  // namespace sys
 }  // namespace kiv

@@ -1,6 +1,7 @@
 #include "KivSysDiag.h"
 
 #include <cxxabi.h>
+#include <dirent.h>
 #include <elfutils/libdwfl.h>
 #include <syslog.h>
 #include <unistd.h>
@@ -226,6 +227,15 @@ void SetMessageHook(std::function<void(const KivWString&)> pfnHook) {
 
 bool ValidateSystemHeaps() {
   return true;
+}
+
+uint64_t CountHandles() {
+  DIR* const pFolder = opendir("/proc/self/fd");
+  if (pFolder == nullptr) return 0;
+  uint64_t nHandles = 0;
+  while (const dirent* pEntry = readdir(pFolder)) nHandles += pEntry->d_name[0] == '.' ? 0 : 1;
+  closedir(pFolder);
+  return nHandles - 1;  // the folder's own
 }
 
 }  // namespace kiv::sys

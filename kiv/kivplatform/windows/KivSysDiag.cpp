@@ -4,11 +4,13 @@
 // Needs windows.h before it.
 #include <dbghelp.h>
 
+#include <algorithm>
 #include <array>
 #include <cinttypes>
 #include <cstdio>
 #include <exception>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <new>
 #include <string>
@@ -25,6 +27,45 @@ std::mutex g_zSymbolLock;  // the debug-help library serves one thread at a time
 std::mutex g_zHookLock;
 std::function<bool(const KivWString&, const KivWString&)> g_pfnSystemLogHook;
 std::function<void(const KivWString&)> g_pfnMessageHook;
+
+// The system's list of the handles of all processes, as the native interface gives it.
+struct SystemHandle {
+  void* m_pObject;
+  ULONG_PTR m_iProcess;
+  ULONG_PTR m_iHandle;
+  ULONG m_iAccess;
+  USHORT m_iTrace;
+  USHORT m_iType;
+  ULONG m_iAttributes;
+  ULONG m_iReserved;
+};
+struct SystemHandleList {
+  ULONG_PTR m_nHandles;
+  ULONG_PTR m_iReserved;
+  SystemHandle m_vzHandle[1];
+};
+constexpr ULONG kSystemHandleInformation = 64;
+constexpr LONG kLengthMismatch = static_cast<LONG>(0xC0000004);
+constexpr size_t kMostListBytes = size_t{1} << 28;
+
+// For systems that do not keep the count of one process (Wine 8 says 0).
+uint64_t CountInSystemList() {
+  using Query = LONG(WINAPI*)(ULONG, PVOID, ULONG, PULONG);
+  const auto pfnQuery = reinterpret_cast<Query>(
+      reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "NtQuerySystemInformation")));
+  if (pfnQuery == nullptr) return 0;
+  for (size_t nBytes = size_t{1} << 16; nBytes <= kMostListBytes; nBytes *= 2) {
+    const auto pList = std::make_unique<ULONG_PTR[]>(nBytes / sizeof(ULONG_PTR));
+    const LONG iStatus = pfnQuery(kSystemHandleInformation, pList.get(), static_cast<ULONG>(nBytes), nullptr);
+    if (iStatus == kLengthMismatch) continue;
+    if (iStatus < 0) return 0;
+    const auto* const pzList = reinterpret_cast<const SystemHandleList*>(pList.get());
+    const ULONG_PTR iSelf = GetCurrentProcessId();
+    return static_cast<uint64_t>(std::count_if(pzList->m_vzHandle, pzList->m_vzHandle + pzList->m_nHandles,
+                                               [iSelf](const SystemHandle& z) { return z.m_iProcess == iSelf; }));
+  }
+  return 0;
+}
 
 bool InitializeSymbols() {
   static const bool bOk = [] {
@@ -196,6 +237,12 @@ bool ValidateSystemHeaps() {
   bool bSound = true;
   for (DWORD i = 0; i < nHeaps && i < 100; ++i) bSound = HeapValidate(ahHeap[i], 0, nullptr) != FALSE && bSound;
   return bSound;
+}
+
+uint64_t CountHandles() {
+  DWORD nHandles = 0;
+  if (GetProcessHandleCount(GetCurrentProcess(), &nHandles) != FALSE && nHandles != 0) return nHandles;
+  return CountInSystemList();
 }
 
 }  // namespace kiv::sys
