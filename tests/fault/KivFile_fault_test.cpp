@@ -107,7 +107,7 @@ class FileFault : public FileTest {
           }
         }
     EXPECT_EQ(sys::CountHandles(), nBefore);
-  EXPECT_EQ(CountWorkFiles(), 0);
+    EXPECT_EQ(CountWorkFiles(), 0);
   }
 
   static Bytes All(ISnapShotFile& zFile) { return ReadBytes(zFile, 0, kBlocks * kBlock); }
