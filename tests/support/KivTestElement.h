@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <memory>
 #include <span>
+#include <string>
 
 #include "KivElement.h"
 #include "KivTestMesh.h"
@@ -15,6 +16,20 @@ namespace kivtest {
 
 inline uint64_t QuietReports() {
   return kiv::KivLastQuietReport().m_iNumber;
+}
+
+// Pieces of records for FromHex.
+inline std::string HexU32(uint32_t i) {
+  static constexpr char kDigits[] = "0123456789ABCDEF";
+  std::string str;
+  for (int k = 0; k < 4; ++k, i >>= 8) str += {kDigits[i >> 4 & 15], kDigits[i & 15]};
+  return str;
+}
+inline std::string HexZeros(size_t nBytes) {
+  return std::string(2 * nBytes, '0');
+}
+inline std::string HexFrame(uint32_t iOffset, uint32_t iKind, uint32_t iSize) {
+  return HexU32(iOffset) + HexU32(iKind) + HexU32(iSize);
 }
 
 template <typename Block>

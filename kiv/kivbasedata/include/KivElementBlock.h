@@ -71,6 +71,13 @@ class KivElementBlock : public KivMemoryBlock {
   void BeforeSave(bool bModifyOnlyForPosition) { (void)bModifyOnlyForPosition; }
   void AfterSave() {}
 
+  // Links that are set.
+  size_t GetLinkNum() const {
+    size_t nLinks = 0;
+    for (const uint64_t iLink : m_zHeader.m_aiLink) nLinks += iLink != 0;
+    return nLinks;
+  }
+
   KivMemoryBlockHeader GetHeader() const override { return m_zHeader; }
   KivMemoryBlockLinks GetLinks() override {
     return {&m_zHeader.m_aiLink[0], &m_zHeader.m_aiLink[1], &m_zHeader.m_aiLink[2]};

@@ -12,6 +12,7 @@
 #include <cstdint>
 
 #include "KivEMatrix4.h"
+#include "KivLittleEndian.h"
 
 namespace kiv {
 
@@ -23,6 +24,22 @@ size_t KivMatrixPayloadSize(uint8_t iCode);
 uint8_t KivEncodeMatrix(const KivEMatrix4& zMatrix, uint8_t acPayload[kMatrixPayloadMax]);
 // pPayload holds KivMatrixPayloadSize(iCode) bytes.
 KivEMatrix4 KivDecodeMatrix(uint8_t iCode, const uint8_t* pPayload);
+
+// Code and payload as fields of a record, for the classes of KivElementFields.h.
+template <typename Fields>
+bool KivVisitMatrix(Fields& zFields, KivEMatrix4& zMatrix) {
+  uint8_t acPayload[kMatrixPayloadMax] = {};
+  uint8_t iCode = 0;
+  if constexpr (!Fields::kReading) iCode = KivEncodeMatrix(zMatrix, acPayload);
+  if (!zFields.Numbers(iCode)) return false;
+  for (size_t i = 0; i < KivMatrixPayloadSize(iCode); i += sizeof(double)) {
+    double d = KivLoad<double>(acPayload + i);
+    if (!zFields.Numbers(d)) return false;
+    KivStore<double>(acPayload + i, d);
+  }
+  if constexpr (Fields::kReading) zMatrix = KivDecodeMatrix(iCode, acPayload);
+  return true;
+}
 
 // Class word of a placement: bits 0 to 1 scaling (1) or not (2), bits 4 to 5 mirroring (1) or not (2), bits 8 to 9
 // carried. The pairs that are 0 in iClass are filled in.

@@ -1,6 +1,8 @@
 #include "KivElementClasses.h"
 
+#include "KivAssemblyTree.h"
 #include "KivFaceEdgeData.h"
+#include "KivInstance.h"
 #include "KivPolyElemData.h"
 
 namespace kiv {
@@ -17,6 +19,8 @@ void Register() {
 void KivRegisterElementClasses() {
   Register<KivFaceEdgeData>();
   Register<KivPolyElemData>();
+  Register<KivAssemblyTree>();
+  Register<KivInstance>();
 }
 
 }  // namespace kiv
