@@ -71,7 +71,7 @@ Bytes Golden(uint32_t iFormat = 5) {
   }
 }
 
-constexpr size_t kKindAt = 76;      // of the root's frame in revision 5
+constexpr size_t kKindAt = 76;  // of the root's frame in revision 5
 constexpr size_t kTypeAt = 72 + 12 + 109;
 
 KivEMatrix4 TurnedAndMoved() {
@@ -152,8 +152,8 @@ TEST(AssemblyTree, TheFirstNodeOfAnOlderRecordWithNodeType0Reads3TheOthersByThei
 }
 
 TEST(AssemblyTree, BehindALeadingGapNoNodeBecomesARoot) {
-  const Bytes vc = FromHex("06000000 01000000 03000000 44000000" + kLinksBoxState + "02000000" + HexU32(72) + kGapFrame +
-                           HexFrame(88, 10006, 142) + Leaf(3));
+  const Bytes vc = FromHex("06000000 01000000 03000000 44000000" + kLinksBoxState + "02000000" + HexU32(72) +
+                           kGapFrame + HexFrame(88, 10006, 142) + Leaf(3));
   auto pz = NewBlock<Block>();
   ASSERT_TRUE(ReadRecord(vc, *pz));
   EXPECT_EQ(pz->m_vzNode[0].m_iNodeType, 0u);
@@ -231,14 +231,14 @@ TEST(AssemblyTree, TheSizingAnswersItsCodes) {
 
 TEST(AssemblyTree, ABadHeaderFrameOrKindRefusesTheRecord) {
   auto pz = NewBlock<Block>();
-  for (const auto& [iAt, iByte] : std::vector<std::pair<size_t, uint8_t>>{{0, 2},              // the tag
-                                                                         {12, 0x43},          // the data offset
-                                                                         {43, 0x40},          // the box
-                                                                         {64, 3},             // the node state
-                                                                         {72, 0x49},          // an entry's offset
-                                                                         {kKindAt, 0x13},     // its kind
-                                                                         {kKindAt + 4, 11},   // its size
-                                                                         {68, 4}}) {          // the number of entries
+  for (const auto& [iAt, iByte] : std::vector<std::pair<size_t, uint8_t>>{{0, 2},             // the tag
+                                                                          {12, 0x43},         // the data offset
+                                                                          {43, 0x40},         // the box
+                                                                          {64, 3},            // the node state
+                                                                          {72, 0x49},         // an entry's offset
+                                                                          {kKindAt, 0x13},    // its kind
+                                                                          {kKindAt + 4, 11},  // its size
+                                                                          {68, 4}}) {         // the number of entries
     Bytes vc = Golden();
     vc[iAt] = iByte;
     const uint64_t nBefore = QuietReports();

@@ -246,14 +246,14 @@ TEST(Instance, TheSizingAnswersItsCodesAndTestsNoBox) {
 TEST(Instance, ABadHeaderFrameOrKindRefusesTheRecord) {
   auto pz = NewBlock<Block>();
   for (const auto& [iAt, iByte] : std::vector<std::pair<size_t, uint8_t>>{{0, 6},
-                                                                         {12, 0x47},  // data below 72
-                                                                         {64, 3},
-                                                                         {75, 0x80},  // tolerances
-                                                                         {84, 3},     // entries
-                                                                         {88, 0x59},
-                                                                         {92, 0x16},
-                                                                         {96, 0},
-                                                                         {119, 0x7F}}) {  // levels
+                                                                          {12, 0x47},  // data below 72
+                                                                          {64, 3},
+                                                                          {75, 0x80},  // tolerances
+                                                                          {84, 3},     // entries
+                                                                          {88, 0x59},
+                                                                          {92, 0x16},
+                                                                          {96, 0},
+                                                                          {119, 0x7F}}) {  // levels
     Bytes vc = Golden();
     vc[iAt] = iByte;
     if (iAt == 96) vc[97] = 0;

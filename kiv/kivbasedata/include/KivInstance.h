@@ -92,8 +92,8 @@ class KivMemoryBlockInstance : public KivElementBlock {
     return true;
   }
 
-  uint32_t m_iInstanceValue = 0;                     // carried
-  std::vector<float> m_vfLevelTolerance = {0.01f};   // of each level; entries may have more levels or fewer
+  uint32_t m_iInstanceValue = 0;                    // carried
+  std::vector<float> m_vfLevelTolerance = {0.01f};  // of each level; entries may have more levels or fewer
   KivReusedList<KivInstanceEntry> m_vzInstance;
 
  private:
@@ -110,7 +110,8 @@ class KivMemoryBlockInstance : public KivElementBlock {
   static bool VisitEntry(Fields& zFields, KivInstanceEntry& z) {
     const uint32_t iFormat = zFields.Format();
     if (!zFields.Numbers(z.m_iInstanceData)) return false;
-    if (!zFields.Items(z.m_vzLevel, kLevelSizeMin, [](auto& f, KivInstanceLevel& zLevel) { return VisitLevel(f, zLevel); }))
+    if (!zFields.Items(z.m_vzLevel, kLevelSizeMin,
+                       [](auto& f, KivInstanceLevel& zLevel) { return VisitLevel(f, zLevel); }))
       return false;
     if (!zFields.Numbers(z.m_iBrepKey)) return false;
     if (iFormat >= 4 && !zFields.Numbers(z.m_iVertexKey, z.m_iVertexKey2)) return false;
