@@ -69,7 +69,7 @@ void Run(uint8_t iMode, const std::vector<uint8_t>& vcRecord) {
   KivMeshFlags zFlags;
   const bool bKeysOnly = (iMode & 4) != 0;
   const bool bGood = KivReadElement(std::span<const uint8_t>(vcRecord), (iMode & 2) != 0, bKeysOnly, zBlock, zFlags);
-  Demand(Taken(zBlock) <= 1100 * vcRecord.size() + 4096, "more memory than the input is worth");
+  Demand(Taken(zBlock) <= 64 * vcRecord.size() + 4096, "more memory than the input is worth");
   if (!bGood) return;
   if (bKeysOnly && !vcRecord.empty() && zBlock.m_zHeader.m_iFormat >= 1) {
     Demand(zFlags.m_vcFace.size() == zBlock.m_vzFace.size() && zFlags.m_vcEdge.size() == zBlock.m_vzEdge.size(),

@@ -3,6 +3,9 @@
 
 #include <gtest/gtest.h>
 
+#include <new>
+#include <utility>
+
 #include "KivLittleEndian.h"
 #include "KivTestElement.h"
 
@@ -102,7 +105,14 @@ class Probe : public KivElement<Block> {
  public:
   using KivElement<Block>::KivElement;
   using KivElement<Block>::m_vcRawData;
+  using KivElement<Block>::m_iPosition;
+  using KivElement<Block>::m_zRecordRef;
   Block* Held() { return this->m_pzMemoryBlock; }
+
+  void AfterTransfer() override {
+    if (m_bNoMemory) throw std::bad_alloc();
+  }
+  bool m_bNoMemory = false;
 };
 
 using MeshLike = ProbeBlock<1, true>;  // newest revision 2, least offset 100
@@ -271,7 +281,6 @@ TEST(Element, ABoxWithALowCornerAboveItsHighOneFailsOnReadAndOnWriteOfABrep) {
   EXPECT_FALSE(ReadRecord(vc, *pzRead));
   EXPECT_EQ(SizeOf(*pzRead), -40);
   auto pzModel = ModelLike::New();
-  vc[0] = 3;
   EXPECT_TRUE(ReadRecord(
       [&] {
         Bytes vcModel = BuildRecord(*pzModel);
@@ -455,6 +464,53 @@ TEST_F(ElementStore, AReadThatFailsNeverThrowsOutOfLoadAndTheElementCanBeLoadedA
   EXPECT_EQ(pz->Held()->m_iFirst, 5u);
 }
 
+TEST_F(ElementStore, AFetchThatFailsLeavesTheDefaultsAndNothingOfTheBlocksOwnerBefore) {
+  OpenEmpty();
+  auto* pzFirst = Put<ModelLike>(Sample<ModelLike>(5));
+  ModelLike* pzBlock = pzFirst->GetMemoryBlock();
+  ASSERT_NE(pzBlock, nullptr);
+  ASSERT_EQ(pzBlock->m_vzEntry.size(), 2u);
+  auto* pzSecond = Put<ModelLike>(Sample<ModelLike>(6, 3));
+  const uint64_t iPosition = std::exchange(pzSecond->m_iPosition, 9);  // no record stands there
+  pzSecond->m_zRecordRef = KivContainerRecord();
+  EXPECT_NO_REPORT(EXPECT_FALSE(pzSecond->Load(false)));
+  ASSERT_EQ(pzSecond->Held(), pzBlock);
+  EXPECT_EQ(pzBlock->m_iFirst, 7u);
+  EXPECT_TRUE(pzBlock->m_vzEntry.empty());
+  EXPECT_EQ(pzBlock->m_zHeader.m_iEntryCount, 0u);
+  pzSecond->m_iPosition = iPosition;
+  ASSERT_TRUE(pzSecond->Load(false));
+  EXPECT_EQ(pzBlock->m_vzEntry.size(), 3u);
+}
+
+TEST_F(ElementStore, ARecordBelowTheLeastSizeIsNotFetched) {
+  OpenEmpty();
+  Bytes vc = Sample<ModelLike>(5, 0);
+  vc.resize(71);
+  auto* pz = Put<ModelLike>(vc);
+  EXPECT_FALSE(pz->Load(false));
+  EXPECT_TRUE(pz->m_vcRawData.empty());
+  vc.resize(72);
+  pz = Put<ModelLike>(vc);
+  EXPECT_FALSE(pz->Load(false));  // its data offset lies behind it
+  EXPECT_EQ(pz->m_vcRawData, vc);
+}
+
+TEST_F(ElementStore, ALackOfMemoryIsReportedAndStaysInLoadAndSave) {
+  OpenEmpty();
+  auto* pz = Put<ModelLike>(Sample<ModelLike>(5));
+  ASSERT_NE(pz->GetMemoryBlock(), nullptr);
+  pz->m_bNoMemory = true;
+  const uint64_t nBefore = QuietReports();
+  EXPECT_NO_REPORT(EXPECT_FALSE(pz->Load(false)));
+  EXPECT_EQ(QuietReports(), nBefore + 1);
+  EXPECT_NO_REPORT(EXPECT_FALSE(pz->Save(false)));
+  EXPECT_EQ(QuietReports(), nBefore + 2);
+  EXPECT_STREQ(KivLastQuietReport().m_szSource, "src\\KivOutOfCoreData");
+  pz->m_bNoMemory = false;
+  EXPECT_TRUE(pz->Load(false));
+}
+
 TEST_F(ElementStore, TheRawBytesServeTheNextLoadWhileTheyHaveTheRecordsSize) {
   OpenEmpty();
   auto* pz = Put<ModelLike>(Sample<ModelLike>(5));
@@ -625,6 +681,31 @@ TEST_F(ElementStore, AKeyOnlyWriteOfABulkyElementGoesOverTheOldRecordAndLeavesGa
     if (iFormat == 1) KivStore<uint32_t>(&vcExpected[72], 0);
     EXPECT_EQ(Stored(*pz), vcExpected) << int{iFormat};
   }
+}
+
+TEST_F(ElementStore, AKeyOnlyWriteLeavesBytesBehindTheLastEntryAsTheyWere) {
+  OpenEmpty();
+  auto pzBlock = MeshLike::New();
+  pzBlock->m_iKey = 1;
+  pzBlock->AddEntry(1);
+  Bytes vc = BuildRecord(*pzBlock);
+  const size_t iEnd = vc.size();
+  vc.insert(vc.end(), 30, 0xAB);
+  auto* pz = Put<MeshLike>(vc);
+  ASSERT_TRUE(pz->Activate(true));
+  ASSERT_TRUE(pz->ReplaceAllPosition({{1, 9}}));
+  ASSERT_TRUE(pz->Save(true));
+  vc[100] = 9;
+  EXPECT_EQ(Stored(*pz), vc);
+  // But the entries must take the bytes that they took.
+  ASSERT_TRUE(pz->Load(true));
+  pz->GetMemoryBlockForWrite()->m_vzEntry[0].m_vzAttribute = {{1, Bytes(30)}};
+  EXPECT_FALSE(pz->Save(true));
+  EXPECT_EQ(Stored(*pz), vc);
+  // A whole write ends the record with the entries; one for keys then goes over that one.
+  ASSERT_TRUE(pz->Save(false));
+  ASSERT_TRUE(pz->Save(true));
+  EXPECT_EQ(pz->GetDataSize(), iEnd + 35 + 1 - 14);
 }
 
 TEST_F(ElementStore, AKeyOnlyWriteThatNoLongerFitsTheOldRecordIsRefused) {

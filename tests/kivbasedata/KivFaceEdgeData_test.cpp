@@ -552,6 +552,39 @@ TEST_F(FaceEdgeStore, AKeyOnlyWriteLeavesGapBytesAsTheyWere) {
   EXPECT_EQ(Stored(*pz), vc);
 }
 
+TEST_F(FaceEdgeStore, AMeshThatShrankInPlaceTakesAKeyOnlyWriteAfterItIsOpenedAgain) {
+  const KivWString csPath = MakeFile(u"shrunk.kiv");
+  m_pzModel = Open(csPath, true);
+  ASSERT_NE(m_pzModel, nullptr);
+  const Bytes vc = RecordWithKeys();
+  auto* pz = Put(vc);
+  Block* pzBlock = pz->GetMemoryBlockForWrite();
+  ASSERT_NE(pzBlock, nullptr);
+  pzBlock->m_vzEdge.Clear();
+  pzBlock->m_zHeader.m_iEntryCount = 1;
+  ASSERT_TRUE(pz->Deactivate());
+  Close(m_pzModel);
+
+  m_pzModel = Open(csPath, true);
+  ASSERT_NE(m_pzModel, nullptr);
+  pz = Fetch<KivFaceEdgeData>();
+  ASSERT_NE(pz, nullptr);
+  ASSERT_EQ(pz->GetDataSize(), vc.size());  // the container knows no other size
+  std::vector<uint64_t> viKey;
+  ASSERT_TRUE(pz->GetAllPosition(viKey));
+  ASSERT_EQ(viKey, (std::vector<uint64_t>{11, 22, 33, 44}));
+  const Bytes vcBefore = Stored(*pz);
+  ASSERT_TRUE(pz->ReplaceAllPosition({{11, 12}, {22, 23}, {33, 34}, {44, 45}}));
+  ASSERT_TRUE(pz->Save(true));
+  const Bytes vcAfter = Stored(*pz);
+  ASSERT_EQ(vcAfter.size(), vcBefore.size());
+  int nChanged = 0;
+  for (size_t i = 0; i < vcAfter.size(); ++i) nChanged += vcAfter[i] != vcBefore[i];
+  EXPECT_EQ(nChanged, 4);
+  ASSERT_TRUE(pz->GetAllPosition(viKey));
+  EXPECT_EQ(viKey, (std::vector<uint64_t>{12, 23, 34, 45}));
+}
+
 TEST_F(FaceEdgeStore, AKeyOnlyWriteUsesTheFlagsOfTheReadWhereANormalOneDecidesAnew) {
   OpenEmpty();
   // A triangle that could be local, stored in 4 bytes per coordinate.

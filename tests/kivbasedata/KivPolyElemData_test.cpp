@@ -224,9 +224,27 @@ TEST(PolyElemData, AFlatTriangleWithoutANormalAndAFlatStripRefuseTheRecord) {
   ASSERT_TRUE(ReadRecord(Golden(), *pz));
   pz->m_iMeshFlags = kMeshIndexCount;
   pz->m_vzFace[0].m_viCompactIndex.push_back(0);
-  const Bytes vcStrip = BuildRecord(*pz);
-  ASSERT_FALSE(vcStrip.empty());
-  EXPECT_FALSE(ReadRecord(vcStrip, *pz));
+  pz->BeforeSave(false);
+  EXPECT_EQ(SizeOf(*pz), -150);  // what could not be read again is not written either
+  pz->AfterSave();
+}
+
+TEST(PolyElemData, AFlatFaceThatLiesAboutItsTrianglesIsRefusedBeforeMemoryIsTaken) {
+  // One vertex, and runs of 255 normals where the indices should be: 3 bytes that would become 3060.
+  constexpr uint32_t kRuns = 2000;
+  Bytes vc = FromHex(kHeader +
+                     "64000000 18270000 0C000000  00000000 00000000 00000000 00000000  00000000 01"
+                     "01000000 00000000 01000000  00 00000000 00000000 00000000  01");
+  vc[4] = 1;
+  KivStore<uint32_t>(&vc[137], 255 * kRuns);
+  for (uint32_t i = 0; i < kRuns; ++i) vc.insert(vc.end(), {255, 0, 0x10});
+  for (const uint8_t iFlags : {0, 1, 8, 9}) {
+    vc[88] = iFlags;
+    auto pz = NewBlock<Block>();
+    EXPECT_FALSE(ReadRecord(vc, *pz));
+    ASSERT_EQ(pz->GetFaceNum(), 1u);
+    EXPECT_EQ(pz->m_vzFace[0].m_vfNormal.capacity() + pz->m_vzFace[0].m_vfCompactNormal.capacity(), 0u) << int{iFlags};
+  }
 }
 
 TEST(PolyElemData, AFlatMeshWithoutIndicesStaysAsItIs) {
@@ -243,6 +261,13 @@ TEST(PolyElemData, AFlatMeshWithoutIndicesStaysAsItIs) {
   ASSERT_TRUE(ReadRecord(vc, *pz));
   EXPECT_EQ(pz->m_vzFace[0].m_iVertexCount, 1u);
   EXPECT_EQ(BuildRecord(*pz), vc);
+  // But not where it says that it has triangles.
+  pz->m_vzFace[0].m_iTriangleCount = 1;
+  EXPECT_EQ(SizeOf(*pz), -150);
+  Bytes vcBad = vc;
+  vcBad[137] = 1;
+  vcBad.insert(vcBad.begin() + 100 + 46 + 12, {0, 0x10});
+  EXPECT_FALSE(ReadRecord(vcBad, *pz));
 }
 
 TEST(PolyElemData, ABlockThatHeldAFlatMeshForgetsItsListsWithTheNextRecord) {

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <new>
+
 #include "KivException.h"
 #include "KivTestReport.h"
 
@@ -24,6 +26,26 @@ TEST(ReportQuiet, TheReportIsAFullOne) {
   KivSetReported(false);
   KivReportHere("a", kSource, 1);
   EXPECT_TRUE(KivGetReportSwitches().m_bReported);
+}
+
+TEST(ReportQuiet, WhatIsThrownIsReportedUnlessItIsAReportAlready) {
+  const auto ReportsAfter = [](auto&& pfnThrow) {
+    const uint64_t nBefore = KivLastQuietReport().m_iNumber;
+    try {
+      pfnThrow();
+    } catch (...) {
+      KivReportThrownHere(kSource, 7);
+    }
+    return KivLastQuietReport().m_iNumber - nBefore;
+  };
+  EXPECT_EQ(ReportsAfter([] { KivReportFailure("a", kSource, 1); }), 0u);
+  EXPECT_EQ(ReportsAfter([] { throw std::bad_alloc(); }), 1u);
+  EXPECT_STREQ(KivLastQuietReport().m_szCondition, "0");
+  EXPECT_EQ(KivLastQuietReport().m_iLine, 7);
+  EXPECT_EQ(ReportsAfter([] { throw 5; }), 1u);
+  KivSetReportDispatchMode(true);
+  EXPECT_EQ(ReportsAfter([] { KivReportFailure("a", kSource, 1); }), 0u);
+  KivSetReportDispatchMode(false);
 }
 
 TEST(ReportQuiet, AnAssertionGivesTheValueOfItsCondition) {

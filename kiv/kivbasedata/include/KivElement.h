@@ -33,15 +33,13 @@ void KivResetElement(Block& zBlock, typename Block::Memory& zMemory) {
   zMemory.Clear();
 }
 
-// Fills a block from a record; no bytes at all give the defaults. What was read before a failure stays in the block.
+// Fills a block that has its defaults. What was read before a failure stays in the block. zReader stands at the record's
+// start and holds all of it; it is left behind the last entry.
 template <typename Block>
-bool KivReadElement(std::span<const uint8_t> vcRecord, bool bVer19Data, bool bKeysOnly, Block& zBlock,
-                    typename Block::Memory& zMemory) {
+bool KivParseElement(KivRecordReader& zReader, bool bVer19Data, bool bKeysOnly, Block& zBlock,
+                     typename Block::Memory& zMemory) {
   const KivElementRules& zRules = KivRulesOf<Block>();
   KivMemoryBlockHeader& zHeader = zBlock.m_zHeader;
-  KivResetElement(zBlock, zMemory);
-  if (vcRecord.empty()) return true;
-  KivRecordReader zReader(vcRecord.data(), vcRecord.size());
   if (!KivReadElementHeader(zReader, zRules, bVer19Data, zHeader)) return false;
   KivFieldReader zFields(zReader, KivReadAsFormat(zRules, zHeader.m_iFormat), bKeysOnly);
   if (!zBlock.VisitBody(zFields, zMemory)) return false;
@@ -50,6 +48,16 @@ bool KivReadElement(std::span<const uint8_t> vcRecord, bool bVer19Data, bool bKe
     zHeader.m_iDataOffset = std::max(zHeader.m_iDataOffset, zRules.m_iDataOffset);
   }
   return true;
+}
+
+// The same from the bytes of a record, into any block; no bytes at all give the defaults.
+template <typename Block>
+bool KivReadElement(std::span<const uint8_t> vcRecord, bool bVer19Data, bool bKeysOnly, Block& zBlock,
+                    typename Block::Memory& zMemory) {
+  KivResetElement(zBlock, zMemory);
+  if (vcRecord.empty()) return true;
+  KivRecordReader zReader(vcRecord.data(), vcRecord.size());
+  return KivParseElement(zReader, bVer19Data, bKeysOnly, zBlock, zMemory);
 }
 
 // The sizing pass: gives all entries their offsets and sizes and answers the size of the record, or the code, 0 or
@@ -98,10 +106,17 @@ class KivElement : public KivOutOfCoreBlockNode<Block> {
       const bool bVer19Data = this->IsVer19Data();
       Block* pzBlock = this->TakeBlock();
       if (pzBlock == nullptr) return false;
+      KivResetElement(*pzBlock, m_zMemory);
+      m_nUsed = 0;
       const auto Parse = [&](std::span<const uint8_t> vcRecord) {
-        return KivReadElement(vcRecord, bVer19Data, bModifyOnlyForPosition, *pzBlock, m_zMemory);
+        KivRecordReader zReader(vcRecord.data(), vcRecord.size());
+        if (!KivParseElement(zReader, bVer19Data, bModifyOnlyForPosition, *pzBlock, m_zMemory)) return false;
+        m_nUsed = zReader.Offset();
+        return true;
       };
-      if (!WithRecordBytes(Parse)) return false;
+      if (this->m_iDataSize != 0 &&
+          !(KivIsRecordLongEnough(KivRulesOf<Block>(), bVer19Data, this->m_iDataSize) && WithRecordBytes(Parse)))
+        return false;
       AfterTransfer();
       return true;
     });
@@ -157,11 +172,10 @@ class KivElement : public KivOutOfCoreBlockNode<Block> {
     return zSpace.m_iKeepRawData != 0 && !zSpace.m_bBlockPerElement;
   }
 
-  // Hands the record's bytes to pfnParse: none of an element without a record.
+  // Hands the record's bytes to pfnParse.
   template <typename Parse>
   bool WithRecordBytes(Parse&& pfnParse) {
     const uint64_t nBytes = this->m_iDataSize;
-    if (nBytes == 0) return pfnParse(std::span<const uint8_t>());
     if (KeepsRawData()) {
       if (this->m_vcRawData.size() != nBytes) {
         std::vector<uint8_t> vcBytes(static_cast<size_t>(nBytes));
@@ -203,10 +217,11 @@ class KivElement : public KivOutOfCoreBlockNode<Block> {
     zBlock.BeforeSave(bModifyOnlyForPosition);
     if (!KIV_ASSERT(zBlock.m_zHeader.m_iDataOffset >= zRules.m_iDataOffset)) return false;
     std::vector<uint8_t> vcRecord;
-    const bool bBuilt = Block::kKeepsLayout && bModifyOnlyForPosition ? BuildOverOldRecord(zBlock, vcRecord)
-                                                                      : BuildRecord(zBlock, vcRecord);
+    const bool bOver = Block::kKeepsLayout && bModifyOnlyForPosition;
+    const bool bBuilt = bOver ? BuildOverOldRecord(zBlock, vcRecord) : BuildRecord(zBlock, vcRecord);
     if (!bBuilt || !KIV_ASSERT(this->WriteData(vcRecord.data(), vcRecord.size()))) return false;
     this->m_vcRawData.clear();
+    if (!bOver) m_nUsed = vcRecord.size();
     return true;
   }
   bool BuildRecord(Block& zBlock, std::vector<uint8_t>& vcRecord) {
@@ -216,18 +231,21 @@ class KivElement : public KivOutOfCoreBlockNode<Block> {
     vcRecord.resize(static_cast<size_t>(nBytes));
     return KivWriteElement(std::span<uint8_t>(vcRecord), KivRulesOf<Block>().m_iFormat, zBlock, zMemory);
   }
+  // The bytes that the entries took must be filled again; those behind them stay.
   bool BuildOverOldRecord(Block& zBlock, std::vector<uint8_t>& vcRecord) {
     const KivElementRules& zRules = KivRulesOf<Block>();
-    if (!KIV_ASSERT(this->m_iDataSize >= zRules.m_iDataOffset)) return false;
+    if (!KIV_ASSERT(this->m_iDataSize >= zRules.m_iDataOffset && this->m_iDataSize >= m_nUsed)) return false;
     if (this->m_vcRawData.size() == this->m_iDataSize) {
       vcRecord = this->m_vcRawData;
     } else {
       vcRecord.resize(static_cast<size_t>(this->m_iDataSize));
       if (!Fetch(vcRecord.data())) return false;
     }
-    return KivWriteElement(std::span<uint8_t>(vcRecord), KivReadAsFormat(zRules, zBlock.m_zHeader.m_iFormat), zBlock,
-                           m_zMemory);
+    return KivWriteElement(std::span<uint8_t>(vcRecord).first(m_nUsed),
+                           KivReadAsFormat(zRules, zBlock.m_zHeader.m_iFormat), zBlock, m_zMemory);
   }
+
+  size_t m_nUsed = 0;  // bytes of the record up to the end of the last entry
 };
 
 }  // namespace kiv

@@ -35,6 +35,9 @@ struct KivElementRules {
 // Of a tag from 1 to 13, but for 10, whose record is read elsewhere; null for any other.
 const KivElementRules* KivFindElementRules(uint32_t iTag);
 
+// A record of so many bytes can hold what the type has at the least.
+bool KivIsRecordLongEnough(const KivElementRules& zRules, bool bVer19Data, uint64_t nBytes);
+
 // A new block's header.
 KivMemoryBlockHeader KivNewElementHeader(const KivElementRules& zRules);
 // Reads the header and tests what the type tests. zReader stands at the record's start and holds all of it; it is left

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "KivContainerRecord.h"
+#include "KivReportQuiet.h"
 
 namespace kiv {
 
@@ -82,12 +83,13 @@ class KivOutOfCoreData {
   std::vector<uint8_t>& RawData() { return m_vcRawData; }
   std::vector<uint8_t>& UnpackedData() { return m_vcUnpackedData; }
 
-  // Runs a Load or Save: what it throws was reported or is a lack of memory, and means false.
+  // Runs a Load or Save: what it throws is reported, if it is no report's own exception, and means false.
   template <typename Body>
   static bool WithoutThrow(Body&& body) noexcept {
     try {
       return body();
     } catch (...) {
+      KivReportThrownHere(kDataSource, __LINE__);
       return false;
     }
   }
@@ -108,6 +110,8 @@ class KivOutOfCoreData {
 
  private:
   friend class KivOutOfCoreManager;
+
+  static constexpr char kDataSource[] = "src\\KivOutOfCoreData";
 
   bool IsKeyed() const { return m_iPositionKey != 0 && m_iPositionKey != m_iPosition; }
   bool StoreAnew(KivOutOfCoreManager& zManager, const KivContainerData& zData);

@@ -19,8 +19,13 @@ struct KivPolyFace : KivMeshFace {
   void Clear();
   KivMeshFaceView View() const;
 
-  // From the stored form to the one in memory. False, after a report, for an index beyond the vertices, for a number of
-  // indices that is no multiple of 3, and for a triangle without a normal. A mesh without indices stays as it is.
+  bool HasThreeIndicesPerTriangle() const { return m_viIndex.size() == 3 * static_cast<uint64_t>(m_iTriangleCount); }
+
+  // Before the streams of a flat mesh are read: the compact lists lend their memory. False, after a report, if nBytes,
+  // what remains of the record, cannot hold the indices of the triangles.
+  bool BeginExpand(uint64_t nBytes);
+  // From the stored form to the one in memory. False, after a report, for an index beyond the vertices, and where there
+  // are not three indices for each triangle. A mesh without indices stays as it is.
   bool Expand();
   void ClearCompact();
   // Puts the stored form in the place of the expanded one, if there is one, and back again.
@@ -29,6 +34,7 @@ struct KivPolyFace : KivMeshFace {
 
  private:
   void Swap();
+  void SwapLists();
 
   bool m_bSwapped = false;
 };
@@ -47,19 +53,21 @@ class KivMemoryBlockPolyElem : public KivMeshBlock<KivMemoryBlockPolyElem, KivPo
   bool VisitFace(Fields& zFields, KivPolyFace& z, uint8_t& iLocal) {
     if (!zFields.Numbers(z.m_bFlatNormals, z.m_iVertexCount, z.m_iTriangleCount, z.m_iIndexSize)) return false;
     if constexpr (Fields::kReading) {
+      if (!z.IsFlat()) z.ClearCompact();
+      else if (!z.BeginExpand(zFields.Record().Remaining())) return false;
       const uint32_t nNormals = z.IsFlat() ? z.m_iTriangleCount : z.m_iVertexCount;
       if (!KivVisitStreams(zFields, *this, z, nNormals, iLocal)) return false;
       if (zFields.Format() < 2) z.m_iDegenerate = KivMeshDegenerateOf(z.m_viIndex);
-      if (z.IsFlat()) return z.Expand();
-      z.ClearCompact();
-      return true;
+      return !z.IsFlat() || z.Expand();
     } else {
       if constexpr (Fields::kSizing) {
         if (!zFields.Check(z.m_iId == 0, static_cast<int64_t>(KivMeshSizing::IdNotZero)) ||
             !zFields.Check(z.m_iValue3 == 0, static_cast<int64_t>(KivMeshSizing::ValueNotZero)))
           return false;
       }
-      return KivVisitStreams(zFields, *this, z.View(), iLocal);
+      return KivVisitStreams(zFields, *this, z.View(), iLocal) &&
+             (!Fields::kSizing || !z.IsFlat() ||
+              zFields.Check(z.HasThreeIndicesPerTriangle(), static_cast<int64_t>(KivMeshSizing::IndexCount)));
     }
   }
 

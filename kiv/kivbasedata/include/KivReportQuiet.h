@@ -12,6 +12,9 @@ namespace kiv {
 // Reports like KivReportFailure and always returns. The two texts must live as long as the process.
 void KivReportHere(const char* szCondition, const char* szSource, int32_t iLine) noexcept;
 
+// In a catch of everything: reports what was thrown as "0", unless it is the exception of a report, which has been made.
+void KivReportThrownHere(const char* szSource, int32_t iLine) noexcept;
+
 struct KivQuietReport {
   uint64_t m_iNumber = 0;          // reports made by KivReportHere so far, this one included; 0: none yet
   const char* m_szCondition = "";  // the condition; "0" where none is tested

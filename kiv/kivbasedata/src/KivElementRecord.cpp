@@ -59,6 +59,12 @@ const KivElementRules* KivFindElementRules(uint32_t iTag) {
   return pzRules != std::end(kRules) ? pzRules : nullptr;
 }
 
+bool KivIsRecordLongEnough(const KivElementRules& zRules, bool bVer19Data, uint64_t nBytes) {
+  const bool bVer19 = bVer19Data && zRules.m_bFollowsVer19;
+  if (!bVer19) return KIV_ASSERT(nBytes >= zRules.m_iDataOffset);
+  return KIV_ASSERT(nBytes >= (zRules.m_bTestsSizeInVer19 ? kElementHeaderSize : kElementHeaderSizeVer19));
+}
+
 KivMemoryBlockHeader KivNewElementHeader(const KivElementRules& zRules) {
   KivMemoryBlockHeader zHeader;
   zHeader.m_iTag = zRules.m_iTag;
@@ -70,9 +76,7 @@ KivMemoryBlockHeader KivNewElementHeader(const KivElementRules& zRules) {
 bool KivReadElementHeader(KivRecordReader& zReader, const KivElementRules& zRules, bool bVer19Data,
                           KivMemoryBlockHeader& zHeader) {
   const bool bVer19 = bVer19Data && zRules.m_bFollowsVer19;
-  if (!bVer19 && !KIV_ASSERT(zReader.Remaining() >= zRules.m_iDataOffset)) return false;
-  if (zRules.m_bTestsSizeInVer19 && !KIV_ASSERT(zReader.Remaining() >= kElementHeaderSize)) return false;
-  if (!KIV_ASSERT(zReader.Remaining() >= (bVer19 ? kElementHeaderSizeVer19 : kElementHeaderSize))) return false;
+  if (!KivIsRecordLongEnough(zRules, bVer19Data, zReader.Remaining())) return false;
   zHeader.m_iFormat = 0;
   zReader.Get(zHeader.m_iTag);
   zReader.Get(zHeader.m_iEntryCount);

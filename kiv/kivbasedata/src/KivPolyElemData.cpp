@@ -28,18 +28,22 @@ KivMeshFaceView KivPolyFace::View() const {
   return zView;
 }
 
+bool KivPolyFace::BeginExpand(uint64_t nBytes) {
+  if (!KIV_ASSERT(3 * static_cast<uint64_t>(m_iTriangleCount) <= nBytes)) return false;
+  SwapLists();
+  return true;
+}
+
 bool KivPolyFace::Expand() {
   const size_t nCorners = m_viIndex.size();
+  if (!KIV_ASSERT(HasThreeIndicesPerTriangle())) return false;
   if (nCorners == 0) {
     ClearCompact();
     return true;
   }
   const size_t nVertices = m_vfVertex.size() / 3;
   if (!KIV_ASSERT(*std::max_element(m_viIndex.begin(), m_viIndex.end()) < nVertices)) return false;
-  if (!KIV_ASSERT(nCorners % 3 == 0 && nCorners / 3 <= m_vfNormal.size() / 3)) return false;
-  m_vfCompactVertex.swap(m_vfVertex);
-  m_vfCompactNormal.swap(m_vfNormal);
-  m_viCompactIndex.swap(m_viIndex);
+  SwapLists();
   m_vfVertex.resize(3 * nCorners);
   m_vfNormal.resize(3 * nCorners);
   m_viIndex.resize(nCorners);
@@ -49,14 +53,17 @@ bool KivPolyFace::Expand() {
     m_viIndex[j] = static_cast<uint32_t>(j);
   }
   m_iVertexCount = static_cast<uint32_t>(nCorners);
-  m_iTriangleCount = static_cast<uint32_t>(nCorners / 3);
   return true;
 }
 
-void KivPolyFace::Swap() {
+void KivPolyFace::SwapLists() {
   m_vfVertex.swap(m_vfCompactVertex);
   m_vfNormal.swap(m_vfCompactNormal);
   m_viIndex.swap(m_viCompactIndex);
+}
+
+void KivPolyFace::Swap() {
+  SwapLists();
   m_iVertexCount = static_cast<uint32_t>(m_vfVertex.size() / 3);
   m_iTriangleCount = static_cast<uint32_t>(m_viIndex.size() / 3);
   m_bSwapped = !m_bSwapped;

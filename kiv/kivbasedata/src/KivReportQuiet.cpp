@@ -21,6 +21,16 @@ void KivReportHere(const char* szCondition, const char* szSource, int32_t iLine)
   }
 }
 
+void KivReportThrownHere(const char* szSource, int32_t iLine) noexcept {
+  try {
+    throw;
+  } catch (const KivException&) {
+  } catch (const KivDispatchException&) {
+  } catch (...) {
+    KivReportHere("0", szSource, iLine);
+  }
+}
+
 const KivQuietReport& KivLastQuietReport() noexcept {
   return g_zLast;
 }
