@@ -33,8 +33,8 @@ void KivResetElement(Block& zBlock, typename Block::Memory& zMemory) {
   zMemory.Clear();
 }
 
-// Fills a block that has its defaults. What was read before a failure stays in the block. zReader stands at the record's
-// start and holds all of it; it is left behind the last entry.
+// Fills a block that has its defaults. What was read before a failure stays in the block. zReader stands at the
+// record's start and holds all of it; it is left behind the last entry.
 template <typename Block>
 bool KivParseElement(KivRecordReader& zReader, bool bVer19Data, bool bKeysOnly, Block& zBlock,
                      typename Block::Memory& zMemory) {

@@ -53,8 +53,10 @@ class KivMemoryBlockPolyElem : public KivMeshBlock<KivMemoryBlockPolyElem, KivPo
   bool VisitFace(Fields& zFields, KivPolyFace& z, uint8_t& iLocal) {
     if (!zFields.Numbers(z.m_bFlatNormals, z.m_iVertexCount, z.m_iTriangleCount, z.m_iIndexSize)) return false;
     if constexpr (Fields::kReading) {
-      if (!z.IsFlat()) z.ClearCompact();
-      else if (!z.BeginExpand(zFields.Record().Remaining())) return false;
+      if (!z.IsFlat())
+        z.ClearCompact();
+      else if (!z.BeginExpand(zFields.Record().Remaining()))
+        return false;
       const uint32_t nNormals = z.IsFlat() ? z.m_iTriangleCount : z.m_iVertexCount;
       if (!KivVisitStreams(zFields, *this, z, nNormals, iLocal)) return false;
       if (zFields.Format() < 2) z.m_iDegenerate = KivMeshDegenerateOf(z.m_viIndex);

@@ -12,7 +12,8 @@ namespace kiv {
 // Reports like KivReportFailure and always returns. The two texts must live as long as the process.
 void KivReportHere(const char* szCondition, const char* szSource, int32_t iLine) noexcept;
 
-// In a catch of everything: reports what was thrown as "0", unless it is the exception of a report, which has been made.
+// In a catch of everything: reports what was thrown as "0", unless it is the exception of a report, which has been
+// made.
 void KivReportThrownHere(const char* szSource, int32_t iLine) noexcept;
 
 struct KivQuietReport {
