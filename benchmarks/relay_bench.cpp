@@ -307,6 +307,14 @@ DorClientOptions Options(const std::string& strFolder) {
   return zOptions;
 }
 
+constexpr char kEndAtOnce[] = "--end-at-once";
+
+void PrintMs(const char* szName, std::vector<double>& vdMs) {
+  std::sort(vdMs.begin(), vdMs.end());
+  std::printf("%-34s %12s  median %9.2f ms  p99 %9.2f ms\n", szName, "", vdMs[vdMs.size() / 2],
+              vdMs[vdMs.size() * 99 / 100]);
+}
+
 void BenchOurs(size_t nBytes, const std::string& strSize, const std::string& strFolder) {
   DorClient zClient(Options(strFolder));
   std::vector<double> vdOpenMs;
@@ -326,8 +334,31 @@ void BenchOurs(size_t nBytes, const std::string& strSize, const std::string& str
             [&] { Check(zClient.CallUnchecked(csRequest, vcPayload, vcResult) == 0, "request"); });
     Check(vcResult == vcPayload, "echo");
   }
-  std::sort(vdOpenMs.begin(), vdOpenMs.end());
-  std::printf("%-34s %23s median %9.1f ms\n", "open of a model (start of a child)", "", vdOpenMs[vdOpenMs.size() / 2]);
+  PrintMs("open of a model", vdOpenMs);
+}
+
+// The start of a child to the end of its handshake, beside a process that is started and ends at once.
+void BenchStart(const std::string& strFolder) {
+  constexpr int kStarts = 100;
+  DorClient zClient(Options(strFolder));
+  const KivWString csHandler = sys::Utf8ToWide(strFolder + "/DorHandler");
+  std::vector<double> vdChildMs, vdBareMs;
+  for (int i = 0; i < kStarts; ++i) {
+    int32_t iPid = 0;
+    uint64_t iStart = sys::SteadyNs();
+    Check(KivExProcLib_StartChild(csHandler, iPid) == 0, "start of a child");
+    vdChildMs.push_back(static_cast<double>(sys::SteadyNs() - iStart) / 1e6);
+    Check(KivExProcLib_CloseChild(iPid) == 0, "end of a child");
+
+    KivSysProcessStart zStart;
+    zStart.m_csCommandLine = u"\"" + csHandler + u"\" " + sys::Utf8ToWide(kEndAtOnce);
+    iStart = sys::SteadyNs();
+    KivSysProcess zProcess = KivSysProcess::Start(zStart);
+    Check(zProcess.Wait(KivSysEvent::kInfinite) == KivSysWait::Signalled, "bare process");
+    vdBareMs.push_back(static_cast<double>(sys::SteadyNs() - iStart) / 1e6);
+  }
+  PrintMs("start of a child", vdChildMs);
+  PrintMs("bare process, start to end", vdBareMs);
 }
 
 // From a handler's death to the moment at which the client knows of it, and to the end of the clean-up.
@@ -372,6 +403,7 @@ int main(int argc, char** argv) {
   for (int i = 0; i < argc; ++i) vcsArguments.push_back(sys::Utf8ToWide(argv[i]));
   for (const KivWString& csArgument : vcsArguments)
     if (csArgument.starts_with(u"-p")) return RunHandler(vcsArguments);
+  if (argc > 1 && std::string(argv[1]) == kEndAtOnce) return 0;
   if (argc > 1) g_dSeconds = std::atof(argv[1]);
   void* pRecord = mmap(nullptr, sizeof(Record), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
   Check(pRecord != MAP_FAILED, "mmap");
@@ -390,6 +422,7 @@ int main(int argc, char** argv) {
     InChild([&] { BenchSharedMemory("bare shared memory, " + strSize, nBytes); });
     PrintRatios(strSize);
   }
+  InChild([&] { BenchStart(strFolder); });
   for (int i = 0; i < 3; ++i) InChild([&] { BenchDeath(strFolder); });
   std::filesystem::remove_all(strFolder);
   return 0;

@@ -68,27 +68,52 @@ int32_t EndLoopAtOnce() {
 }  // namespace
 
 DorClient::DorClient(const DorClientOptions& zOptions) {
+  StartTree(zOptions.m_csRootFolder.empty() ? KivWString() : AbsolutePath(zOptions.m_csRootFolder));
+
+  KivWString csRelay;
+  std::string strWhy;
+  try {
+    const int32_t iStart = StartRelay(zOptions, csRelay);
+    if (iStart == 0) return;
+    strWhy = "code " + std::to_string(iStart);
+  } catch (const std::exception& e) {
+    strWhy = e.what();
+  }
+  try {
+    Close();
+  } catch (const std::exception&) {
+    // The report has been made; what the caller must hear of is why there is no relay.
+  }
+  throw DorClientError("the relay " + sys::WideToUtf8(csRelay) + " could not be started (" + strWhy + ")");
+}
+
+void DorClient::StartTree(const KivWString& csRootFolder) {
   KivExProcLib_SetHandlers(EndLoopAtOnce, nullptr, nullptr);
   KivExProcLib_SetSurviveChildDeath(true);
   std::vector<KivWString> vcsArguments{u"client"};
-  if (!zOptions.m_csRootFolder.empty()) vcsArguments.push_back(u"-r" + zOptions.m_csRootFolder);
-  const int32_t iRun = KivExProcLib_Run(vcsArguments);
-  if (iRun != 0) throw DorClientError("the process tree could not be started (code " + std::to_string(iRun) + ")");
-  m_csRootFolder = KivExProcLib_GetRootFolder();
-  m_bOpen = true;
-
-  KivWString csRelay;
-  int32_t iStart = 0;
+  if (!csRootFolder.empty()) vcsArguments.push_back(u"-r" + csRootFolder);
+  const bool bWasSettled = KivIsWorkFolderSettled();
+  const bool bWasThere = !csRootFolder.empty() && sys::PathExists(csRootFolder);
+  std::string strWhy;
   try {
-    iStart = StartRelay(zOptions, csRelay);
+    const int32_t iRun = KivExProcLib_Run(vcsArguments);
+    m_bOpen = iRun == 0;
+    strWhy = "code " + std::to_string(iRun);
   } catch (const std::exception& e) {
-    Close();
-    throw DorClientError("the relay " + sys::WideToUtf8(csRelay) + " could not be started: " + e.what());
+    strWhy = e.what();
   }
-  if (iStart == 0) return;
-  Close();
-  throw DorClientError("the relay " + sys::WideToUtf8(csRelay) + " could not be started (code " +
-                       std::to_string(iStart) + ")");
+  m_csRootFolder = KivExProcLib_GetRootFolder();
+  if (m_bOpen) return;
+
+  // What the start has made: the root folder, a generated one that an existing root folder was compared with, or no
+  // more than the folder of the markers in a folder of the host's.
+  if (!bWasSettled && KivIsWorkFolderSettled() && (!bWasThere || KivGetWorkFolder() != csRootFolder)) {
+    KivCloseLog();
+    KivRemoveTree(KivGetWorkFolder());
+  } else if (!m_csRootFolder.empty()) {
+    sys::RemoveFolder(m_csRootFolder + sys::kSeparator + u"Process");
+  }
+  throw DorClientError("the process tree could not be started (" + strWhy + ")");
 }
 
 int32_t DorClient::StartRelay(const DorClientOptions& zOptions, KivWString& csRelay) {
@@ -227,16 +252,21 @@ void DorClient::RememberTree() {
 }
 
 bool DorClient::Close() {
-  if (!m_bOpen) return true;
+  if (!m_bOpen) return m_bClean;
   m_bOpen = false;
   RememberTree();
-  if (m_iRelayPid != 0 && !m_bRelayEnded) KivExProcLib_CloseChild(m_iRelayPid);
+  try {
+    if (m_iRelayPid != 0 && !m_bRelayEnded) KivExProcLib_CloseChild(m_iRelayPid);
+  } catch (const std::exception&) {
+    // A relay that cannot be asked to end is killed with the tree.
+  }
   KivExProcLib_CloseDown(0, false);
 
   KivCloseLog();  // of a report in this process; it would hold the folder back
   const KivRemoveTreeResult iRemoved = KivRemoveTree(m_csRootFolder);
   const bool bClean = iRemoved == KivRemoveTreeResult::Done || !sys::PathExists(m_csRootFolder);
-  return RemoveGeneratedFolders() && bClean;
+  m_bClean = RemoveGeneratedFolders() && bClean;
+  return m_bClean;
 }
 
 bool DorClient::RemoveGeneratedFolders() {

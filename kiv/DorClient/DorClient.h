@@ -43,12 +43,14 @@ struct DorAnswer {
 struct DorClientOptions {
   KivWString m_csRelay;           // path of the relay; empty: DorRelay beside this program
   KivWString m_csRelayArguments;  // further arguments of the relay, for one that takes some
-  KivWString m_csRootFolder;      // a folder that does not exist yet; empty: a generated work folder
+  // A folder that does not exist yet, relative to this process's current folder; empty: the work folder, which is
+  // generated unless the host has settled it.
+  KivWString m_csRootFolder;
 };
 
 class DorClient {
  public:
-  // Throws DorClientError.
+  // Throws DorClientError, and then leaves no process, and no file or folder that it has made.
   explicit DorClient(const DorClientOptions& zOptions = DorClientOptions());
   ~DorClient();  // Close
   DorClient(const DorClient&) = delete;
@@ -72,7 +74,8 @@ class DorClient {
   void Clear(int64_t iModel);
 
   // Ends the relay and its handlers and removes the root folder and the work folders that they generated, beside the
-  // root folder and beside the relay; orphans of earlier trees there go as well. True if nothing was left behind.
+  // root folder and beside the relay; orphans of earlier trees there go as well. True if nothing was left behind; asked
+  // again it gives the same answer.
   bool Close();
 
   const KivWString& GetRootFolder() const { return m_csRootFolder; }
@@ -84,6 +87,7 @@ class DorClient {
  private:
   // The id of the model that the request is about; -1 if it opens one.
   int64_t CheckRequest(const DorRequestRow* pzRow, const KivWString& csRequest, const KivByteBuffer& vcPayload) const;
+  void StartTree(const KivWString& csRootFolder);
   int32_t StartRelay(const DorClientOptions& zOptions, KivWString& csRelay);
   void RememberTree();
   bool RemoveGeneratedFolders();
@@ -92,6 +96,7 @@ class DorClient {
   KivWString m_csRelayFolder;  // where the relay's program stands
   int32_t m_iRelayPid = 0;
   bool m_bOpen = false;
+  bool m_bClean = false;  // the last Close left nothing behind
   bool m_bRelayEnded = false;
   std::map<int64_t, bool> m_mapModels;  // open ones; true once a request was served
   std::set<int32_t> m_spSeenPids;       // all processes of the tree that were seen, for the clean-up

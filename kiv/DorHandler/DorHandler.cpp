@@ -1,6 +1,7 @@
 #include "DorHandler.h"
 
-#include "KivException.h"
+#include <exception>
+
 #include "KivFileFactory.h"
 #include "KivLittleEndian.h"
 #include "KivSysFile.h"
@@ -27,7 +28,6 @@ constexpr uint8_t kTrailerMark[4] = {'M', 'K', 'I', 'V'};
 
 struct Model {
   bool m_bRead = false;
-  int64_t m_iId = 0;
   KivWString m_csPath;
   DorFileKind m_iKind = DorFileKind::Unknown;
   uint64_t m_iLength = 0;
@@ -66,19 +66,20 @@ int32_t ReadModel(const KivWString& csPath) {
 void ServeRead(const KivByteBuffer& vcPayload, int32_t& iStatus, KivByteBuffer& vcResult) {
   uint64_t iCursor = 0;
   int64_t iModelId = 0;
-  int32_t iResult = static_cast<int32_t>(DorReadResult::Failed);
+  iStatus = static_cast<int32_t>(DorReadResult::Failed);
   try {
     KivWString csPath;
     int64_t iReserved = 0;
     if (KivGetInt64(iCursor, vcPayload, &iModelId) && KivGetString(iCursor, vcPayload, &csPath) &&
         KivGetInt64(iCursor, vcPayload, &iReserved) && iCursor == vcPayload.size())
-      iResult = ReadModel(csPath);
-  } catch (const KivException&) {
+      iStatus = ReadModel(csPath);
+    PutPrescribed(vcResult, iModelId, kDorReadDor);
+  } catch (const std::exception&) {
     // Told by the status; the first report of the process stands in the log.
+    g_zModel = Model();
+    iStatus = static_cast<int32_t>(DorReadResult::Failed);
+    PutPrescribed(vcResult, iModelId, kDorReadDor);
   }
-  g_zModel.m_iId = iModelId;
-  iStatus = iResult;
-  PutPrescribed(vcResult, iModelId, kDorReadDor);
 }
 
 void ServeTreeInfo(KivByteBuffer& vcResult) {
@@ -109,9 +110,11 @@ DorFileKind DorProbeModelFile(const KivWString& csPath, bool& bOpened, uint64_t&
   iLength = 0;
   KivSysFile hFile = KivSysFile::Open(
       csPath, {KivSysAccess::Read, KivSysShare::Read, KivSysDisposition::OpenExisting, KivSysFileFlags::RandomAccess});
-  bOpened = hFile.IsOpen();
-  if (!bOpened) return DorFileKind::Unknown;
+  bOpened = false;
+  if (!hFile.IsOpen()) return DorFileKind::Unknown;
   const auto pzFile = KivCreateReadOnlyFile(std::move(hFile), false);
+  bOpened = static_cast<bool>(pzFile);  // empty where memory is short
+  if (!bOpened) return DorFileKind::Unknown;
   iLength = pzFile->GetLength();
 
   uint8_t acHead[kMarkOffset + 1];
@@ -139,7 +142,8 @@ int32_t DorHandlerDispatch(const KivWString& csRequest, const KivByteBuffer& vcP
   }
   try {
     Serve(csRequest, vcPayload, vcResult);
-  } catch (const KivException& e) {
+  } catch (const std::exception& e) {
+    // Not only reports: memory that this request does not get must not end the handler, and with it the whole tree.
     Refuse(vcResult, DorAnswerCode::Failed, sys::Utf8ToWide(e.what()));
   }
   return 0;

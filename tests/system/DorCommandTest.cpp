@@ -70,11 +70,17 @@ TEST_F(DorCommand, WhatTheHandlerDoesNotDoGives1) {
 }
 
 TEST_F(DorCommand, WrongUseGives2AndStartsNothing) {
+  // A relay that is started makes the monitor's folder.
+  const KivWString csMonitor = m_zFolder / u"monitor";
+  SetVariable("TW_PROCESS_MONITOR_FOLDER", sys::WideToUtf8(csMonitor));
   for (const char16_t* szArguments :
        {u"", u"open", u"call model.kiv", u"call model.kiv NoSuch", u"nothing", u"call model.kiv IsPlanarFace 3",
         u"call model.kiv IsPlanarFace 3 x", u"call model.kiv ReadDor x", u"bench model.kiv --requests 0",
         u"bench model.kiv --idle 64", u"open model.kiv --no-such-option"})
     EXPECT_EQ(Run(szArguments), 2) << sys::WideToUtf8(szArguments);
+  EXPECT_FALSE(sys::PathExists(csMonitor));
+  EXPECT_EQ(Run(u"call " + Model() + u" DoNothing"), 0);
+  EXPECT_TRUE(sys::PathExists(csMonitor));
 }
 
 TEST_F(DorCommand, AModelThatCannotBeReadGives3) {

@@ -2,7 +2,6 @@
 #include <clocale>
 #include <cstdio>
 #include <cstdlib>
-#include <list>
 
 #include "DorEntry.h"
 #include "DorTreeTest.h"
@@ -13,12 +12,6 @@ using namespace kiv;
 using namespace kivtest;
 
 namespace {
-
-void SetVariable(const char* szName, const std::string& strValue) {
-  static std::list<std::string> lstrKept;  // the C library keeps the texts
-  lstrKept.push_back(std::string(szName) + "=" + strValue);
-  putenv(lstrKept.back().data());
-}
 
 size_t CountMonitorFiles(const KivWString& csFolder) {
   std::vector<KivSysFolderEntry> vzEntries;

@@ -123,6 +123,18 @@ KivByteBuffer Payload(int64_t iModel, uint64_t nBytes, uint64_t iSeed) {
   return vc;
 }
 
+constexpr uint64_t kLargeBytes = 48u << 20;  // more than an allocator keeps for itself
+
+// The payload of DorHandler_IsLinearCurve with a block of that size.
+KivByteBuffer LargeCurve(int64_t iModel) {
+  KivByteBuffer vcCurve = IdPayload(iModel);
+  for (int64_t i : {1, 2, 1}) KivPutInt64(vcCurve, i);
+  KivPutInt64(vcCurve, static_cast<int64_t>(kLargeBytes));
+  const KivByteBuffer vcBlock(kLargeBytes, 7);
+  KivPutBlock(vcCurve, vcBlock.data(), kLargeBytes);
+  return vcCurve;
+}
+
 }  // namespace
 
 KIV_TEST_CHILD(SpinsForAsLongAsItsParentLives) {
@@ -227,18 +239,23 @@ TEST(DorLoad, AVeryLargeRequestLeavesNoMemoryInTheProcessesThatItPassed) {
   const std::vector<int64_t> viBefore = MemoryOf(zClient, {iModel});
   KivByteBuffer vcResult;
   {
-    // Larger than what an allocator keeps for itself; once as a tail and once as a block that is written again.
-    const uint64_t nBytes = 48u << 20;
-    ASSERT_EQ(zClient.CallUnchecked(kPick, Payload(iModel, nBytes, 1), vcResult), 0);
-    KivByteBuffer vcCurve = IdPayload(iModel);
-    for (int64_t i : {1, 2, 1}) KivPutInt64(vcCurve, i);
-    KivPutInt64(vcCurve, static_cast<int64_t>(nBytes));
-    const KivByteBuffer vcBlock(nBytes, 7);
-    KivPutBlock(vcCurve, vcBlock.data(), nBytes);
+    // Once as a tail and once as a block that is written again.
+    ASSERT_EQ(zClient.CallUnchecked(kPick, Payload(iModel, kLargeBytes, 1), vcResult), 0);
+    const KivByteBuffer vcCurve = LargeCurve(iModel);
     ASSERT_EQ(zClient.CallUnchecked(u"DorHandler_IsLinearCurve", vcCurve, vcResult), 0);
     EXPECT_TRUE(vcResult == vcCurve);
   }
   KivByteBuffer().swap(vcResult);
-  // The sanitizers' allocator keeps what is freed.
-  if (!kSanitized) ExpectFlat(viBefore, MemoryOf(zClient, {iModel}), 16 * kMiB);
+  ExpectFlat(viBefore, MemoryOf(zClient, {iModel}), 16 * kMiB);
+}
+
+TEST(DorLoad, AVeryLargeRequestForAModelThatFailedLeavesNoMemoryEither) {
+  TestFolder zFolder;
+  DorClient zClient(OddPrograms(zFolder));
+  const int64_t iModel = zClient.StartOpen(u"read status 10");
+  EXPECT_THROW(zClient.AwaitOpen(iModel), DorReadError);
+  const std::vector<int64_t> viBefore = MemoryOf(zClient, {});
+  KivByteBuffer vcResult;
+  EXPECT_EQ(zClient.CallUnchecked(u"DorHandler_IsLinearCurve", LargeCurve(iModel), vcResult), kDorStatusReadFailed);
+  ExpectFlat(viBefore, MemoryOf(zClient, {}), 16 * kMiB);
 }

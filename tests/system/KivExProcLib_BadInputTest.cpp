@@ -349,25 +349,27 @@ TEST(ExProcPartner, AClientKilledAtAnyStepOfAnExchangeTakesItsTreeWithIt) {
   }
 }
 
-TEST(ExProcFault, AWaitOrAnEventThatFailsIsFatalForAChild) {
-  for (const KivSysCall iCall : {KivSysCall::EventWait, KivSysCall::EventSignal}) {
+TEST(ExProcFault, AWaitOrAnEventOrASlotThatFailsIsFatalForAChild) {
+  for (const char* szBody : {"FailingWait", "FailingSignal", "FailingAnswer", "FailingAnswerWithReportsThatReturn"}) {
     TestFolder zFolder;
-    const std::string strBody = iCall == KivSysCall::EventWait ? "FailingWait" : "FailingSignal";
-    HandMadeParent zParent(zFolder / u"root", strBody);
-    EXPECT_EQ(zParent.EndBehind(RequestImage(1, u"echo", "a")), SeenCode(999)) << strBody;
+    HandMadeParent zParent(zFolder / u"root", szBody);
+    EXPECT_EQ(zParent.EndBehind(RequestImage(1, u"echo", "a")), SeenCode(999)) << szBody;
+    EXPECT_EQ(zParent.m_hAnswer.Test(), KivSysWait::TimedOut) << szBody;
   }
 }
 
 namespace {
 
-int32_t RunWithFault(KivSysCall iCall) {
+int32_t RunWithFault(KivSysCall iCall, uint64_t iFrom = 1) {
   static KivSysCall iFailing;
+  static uint64_t iFirst;
   iFailing = iCall;
+  iFirst = iFrom;
   // The handshake waits for no event and sets none.
   KivExProcLib_SetBeforeStartHandler([]() -> int32_t {
     KivSysFaultPlan zPlan;
     zPlan.m_iCall = iFailing;
-    zPlan.m_iNth = 1;
+    zPlan.m_iNth = iFirst;
     zPlan.m_bFromThenOn = true;
     static const KivSysFaultScope zFault(zPlan);
     return 0;
@@ -382,4 +384,12 @@ KIV_TEST_CHILD(FailingWait) {
 }
 KIV_TEST_CHILD(FailingSignal) {
   return RunWithFault(KivSysCall::EventSignal);
+}
+// The first view is that of the request, the second one that of the answer.
+KIV_TEST_CHILD(FailingAnswer) {
+  return RunWithFault(KivSysCall::MappingView, 2);
+}
+KIV_TEST_CHILD(FailingAnswerWithReportsThatReturn) {
+  KivSetReportNoThrow(true);
+  return RunWithFault(KivSysCall::MappingView, 2);
 }

@@ -34,6 +34,22 @@ int32_t RootOfOneMember(const KivWString& csRoot, const std::string& strMember, 
   return iRoot != 0 ? iRoot : StartBody(strMember, iPid);
 }
 
+void ExpectSurvivalInTheMiddle(const KivWString& csHow) {
+  TestFolder zFolder;
+  const KivWString csRoot = zFolder / u"root";
+  int32_t iPid = 0;
+  ASSERT_EQ(RootOfOneMember(csRoot, "SurvivorInTheMiddle", iPid), 0);
+  const Sent z = Send(iPid, csHow);
+  EXPECT_EQ(z.m_iResult, 0);
+  EXPECT_EQ(z.m_iStatus, 1);
+  EXPECT_EQ(Text(z.m_vcPayload), "lives on");
+  EXPECT_TRUE(sys::PathExists(Join(csRoot, u"closed down")));  // the handler has been called all the same
+  EXPECT_EQ(CountMarkers(csRoot), 4u);  // root, member, its second child and one that was started behind the death
+  EXPECT_EQ(KivExProcLib_ServeChildren(), 0);
+  EndRoot();
+  EXPECT_FALSE(sys::PathExists(csRoot));
+}
+
 }  // namespace
 
 KIV_TEST_CHILD(Member) {
@@ -59,7 +75,9 @@ KIV_TEST_CHILD(RootWithFault) {
     return 2;
   if (bServe) KivSysEvent::Open(EventName(Decimal(iPid), OwnPid())).Wait(kLongMs);
   KivSysFaultPlan zPlan;
-  zPlan.m_iCall = vcsArgs.at(1) == u"wait" ? KivSysCall::EventWait : KivSysCall::EventSignal;
+  zPlan.m_iCall = vcsArgs.at(1) == u"wait"     ? KivSysCall::EventWait
+                  : vcsArgs.at(1) == u"signal" ? KivSysCall::EventSignal
+                                               : KivSysCall::MappingView;
   zPlan.m_iNth = static_cast<uint64_t>(std::stoi(sys::WideToUtf8(vcsArgs.at(2))));
   const KivSysFaultScope zFault(zPlan);
   if (bServe) {
@@ -173,6 +191,44 @@ KIV_TEST_CHILD(Survivor) {
   if (KivExProcLib_ServeChildren() != 0) return 10;
   return 50;
 }
+// Survives the death of its first child, without being the root, and tells it by its status: 1, then 1 of its pass.
+KIV_TEST_CHILD(SurvivorInTheMiddle) {
+  KivExProcLib_SetSurviveChildDeath(true);
+  KivExProcLib_SetCloseDownHandler([]() -> int32_t {
+    WriteFile(Join(GivenRoot(), u"closed down"), "");
+    return 0;
+  });
+  return RunMember(nullptr, GoOn,
+                   [](const KivWString& csRequest, const KivByteBuffer&, int32_t& iStatus, KivByteBuffer& vcResult) {
+                     int32_t iFirst = 0, iSecond = 0;
+                     if (StartBody("Member", iFirst) != 0 || StartBody("Member", iSecond) != 0) return 1;
+                     if (csRequest == u"send") {
+                       iStatus = Send(iFirst, u"kill").m_iResult;
+                     } else {
+                       KivExProcLib_PostMessage(iFirst, u"kill", {}, nullptr);
+                       while (iStatus == 0) iStatus = KivExProcLib_ServeChildren();
+                     }
+                     const Sent zFirst = Send(iFirst, u"echo"), zSecond = Send(iSecond, u"echo", "lives on");
+                     if (zFirst.m_iResult != 40 || zSecond.m_iResult != 0) iStatus = 100 + zSecond.m_iResult;
+                     vcResult = zSecond.m_vcPayload;
+                     int32_t iThird = 0;
+                     return StartBody("Member", iThird);
+                   });
+}
+// Closes down in an orderly way, with a handler that looks at the root folder.
+KIV_TEST_CHILD(RootWithACloseDownHandler) {
+  static KivWString csRoot, csSeen;
+  csRoot = vcsArgs.at(0);
+  csSeen = vcsArgs.at(1);
+  int32_t iPid = 0;
+  if (RootOfOneMember(csRoot, "Member", iPid) != 0) return 1;
+  KivExProcLib_SetCloseDownHandler([]() -> int32_t {
+    WriteFile(csSeen, sys::PathExists(csRoot) ? "root folder there" : "root folder gone");
+    return 77;  // is not looked at
+  });
+  KivExProcLib_CloseDown(42, true);
+  return 2;
+}
 KIV_TEST_CHILD(ReportsInARoot) {
   if (BecomeRoot(vcsArgs.at(0)) != 0) return 1;
   KivReportFailure("not caught", "tests", 5);
@@ -207,12 +263,13 @@ TEST(ExProcCloseChild, WhereReportsReturnAnUnknownChildClosesDownWith999) {
   EXPECT_EQ(CountLivingFiles(zFolder / u"root"), 0u);
 }
 
-TEST(ExProcFault, AnEventCallOfAParentThatFailsIsFatalInBothModesOfReports) {
+TEST(ExProcFault, ACallOfAParentThatFailsInAnExchangeIsFatalInBothModesOfReports) {
   struct Case {
     const char16_t *m_szCall, *m_szNth, *m_szWhat;
   };
-  // A send tests both events, sets one, waits and resets; a pass waits and resets.
-  for (const Case& z : {Case{u"signal", u"1", u"send"}, Case{u"wait", u"3", u"send"}, Case{u"signal", u"2", u"send"},
+  // A send writes the slot, whose first view is mapped then, tests both events, sets one, waits and resets; a pass
+  // waits and resets. A slot that did not take the message is not announced: the child would take an old one.
+  for (const Case& z : {Case{u"view", u"1", u"send"}, Case{u"signal", u"1", u"send"}, Case{u"wait", u"3", u"send"}, Case{u"signal", u"2", u"send"},
                         Case{u"wait", u"1", u"serve"}, Case{u"signal", u"1", u"serve"}})
     for (const bool bReturn : {false, true}) {
       TestFolder zFolder;
@@ -252,6 +309,13 @@ TEST(ExProcCloseDown, WithTheExitFlagOffTheRootFolderStays) {
   EXPECT_TRUE(sys::PathExists(zFolder / u"root"));
   EXPECT_EQ(CountLivingFiles(zFolder / u"root"), 0u);
   KivRemoveTree(zFolder / u"root");
+}
+
+TEST(ExProcCloseDown, TheHandlerOfAnEndingRootIsCalledWhenItsFolderHasGone) {
+  TestFolder zFolder;
+  KivSysProcess zRoot = StartRootBody("RootWithACloseDownHandler", zFolder / u"root", {zFolder / u"seen"});
+  EXPECT_EQ(EndOf(zRoot), 42);
+  EXPECT_EQ(zFolder.ReadBytes(u"seen"), "root folder gone");
 }
 
 TEST(ExProcCloseDown, ATickThatGivesANegativeValueEndsTheRootWith0) {
@@ -337,6 +401,14 @@ TEST(ExProcDeath, WithSurvivalOnADeathSeenByAPassGives1AndEndsTheOtherChildren) 
   TestFolder zFolder;
   KivSysProcess zRoot = StartRootBody("Survivor", zFolder / u"root", {u"serve"});
   EXPECT_EQ(EndOf(zRoot), 50);
+}
+
+TEST(ExProcDeath, WithSurvivalOnInAProcessThatIsNoRootADeathDuringASendForgetsThatChildAlone) {
+  ExpectSurvivalInTheMiddle(u"send");
+}
+
+TEST(ExProcDeath, WithSurvivalOnInAProcessThatIsNoRootADeathSeenByAPassForgetsThatChildAlone) {
+  ExpectSurvivalInTheMiddle(u"serve");
 }
 
 TEST(ExProcDeath, ARootThatIsKilledTakesItsWholeTreeWithIt) {

@@ -159,6 +159,35 @@ TEST_F(Channel, ASendBeforeTheAnswerHasBeenReadGivesMinus20AndLeavesTheSlot) {
   EXPECT_EQ(hAnswer.Test(), KivSysWait::TimedOut);
 }
 
+TEST_F(Channel, ARetryFindsTheChannelFreeAndGivesTheAnswer) {
+  KivSysEvent hAnswer = KivSysEvent::Open(EventName(Decimal(m_iPid), OwnPid()));
+  ASSERT_TRUE(hAnswer.Set());
+  // Both events are looked at by each try: the answer is taken away in front of the second one.
+  KivSysFaultPlan zPlan;
+  zPlan.m_iCall = KivSysCall::EventWait;
+  zPlan.m_iNth = 3;
+  zPlan.m_iKind = KivSysFaultKind::Meanwhile;
+  zPlan.m_pfnMeanwhile = [&] { hAnswer.Reset(); };
+  const KivSysFaultScope zFault(zPlan);
+  int64_t iStatus = -7;
+  KivByteBuffer vcAnswer;
+  EXPECT_EQ(KivExProcLib_SendMessageRetry(m_iPid, u"echo", Bytes("second try"), iStatus, vcAnswer), 0);
+  EXPECT_TRUE(zFault.HasFired());
+  EXPECT_EQ(iStatus, 0);
+  EXPECT_EQ(Text(vcAnswer), "second try");
+}
+
+TEST_F(Channel, ARetryIsNotMadeBehindAnotherCode) {
+  const KivSysFaultScope zCalls{KivSysFaultPlan()};
+  int64_t iStatus = -7;
+  KivByteBuffer vcAnswer{9};
+  EXPECT_EQ(KivExProcLib_SendMessageRetry(m_iPid + 1, u"echo", {}, iStatus, vcAnswer), 40);
+  EXPECT_EQ(KivExProcLib_SendMessageRetry(m_iPid, KivWString(256, u'n'), {}, iStatus, vcAnswer), 12);
+  EXPECT_EQ(zCalls.GetCount(KivSysCall::EventWait), 0u);
+  EXPECT_EQ(iStatus, -7);
+  EXPECT_EQ(vcAnswer, KivByteBuffer{9});
+}
+
 TEST_F(Channel, AnAnswerThatNobodyWantsIsDropped) {
   ASSERT_EQ(KivExProcLib_PostMessage(m_iPid, u"echo", Bytes("dropped"), nullptr), 0);
   const KivSysEvent hAnswer = KivSysEvent::Open(EventName(Decimal(m_iPid), OwnPid()));

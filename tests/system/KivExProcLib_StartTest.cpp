@@ -183,14 +183,23 @@ TEST(ExProcRoot, WithoutLocalTimeMarkerOrJobARootGives25Or50Or70) {
     const KivSysFaultScope zFault(zPlan);
     EXPECT_EQ(BecomeRoot(zFolder / u"root"), z.m_iCode);
     EXPECT_TRUE(zFault.HasFired());
-    KivExProcState::GetInstance().m_hProcessFile.Close();
+    EXPECT_EQ(CountMarkers(zFolder / u"root"), 0u);  // a root that did not come up has none
   }
+  EXPECT_EQ(BecomeRoot(zFolder / u"root"), 0);
+  EndRoot();
 }
 
 TEST(ExProcRoot, AnExistingFolderThatIsNotTheWorkFolderGives10) {
   TestFolder zFolder;
   EXPECT_EQ(BecomeRoot(zFolder.Path()), 10);
   KivRemoveTree(KivGetWorkFolder());  // the comparison made a generated one
+}
+
+TEST(ExProcRoot, AFileOfThatNameIsNoFolderThatExistsAndGives30) {
+  TestFolder zFolder;
+  WriteFile(zFolder / u"root", "x");
+  EXPECT_EQ(BecomeRoot(zFolder / u"root"), 30);
+  EXPECT_EQ(KivGetWorkFolder(), zFolder / u"root");  // settled without a comparison
 }
 
 TEST(ExProcRoot, AnExistingFolderThatIsTheWorkFolderWillDo) {

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <list>
 #include <utility>
 
 #include "KivLittleEndian.h"
@@ -124,6 +125,12 @@ int32_t EchoDispatch(const KivWString& csRequest, const KivByteBuffer& vcPayload
     vcResult = Bytes(std::to_string(csRequest.size()));
   }
   return 0;
+}
+
+void SetVariable(const char* szName, const std::string& strValue) {
+  static std::list<std::string> lstrKept;  // the C library keeps the texts
+  lstrKept.push_back(std::string(szName) + "=" + strValue);
+  putenv(lstrKept.back().data());
 }
 
 KivSysFile MakeSlot(const KivWString& csPath, const std::string& strBytes) {

@@ -108,6 +108,9 @@ int32_t EchoDispatch(const kiv::KivWString& csRequest, const kiv::KivByteBuffer&
                      kiv::KivByteBuffer& vcResult);
 int32_t GoOn();
 
+// Sets a variable of the environment of this process and of those that it starts.
+void SetVariable(const char* szName, const std::string& strValue);
+
 // Files that live with the returned object, as a slot or a marker does.
 kiv::KivSysFile MakeSlot(const kiv::KivWString& csPath, const std::string& strBytes);
 kiv::KivSysFile MakeMarker(const kiv::KivWString& csPath);

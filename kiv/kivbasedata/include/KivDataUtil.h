@@ -28,6 +28,7 @@ std::vector<uint8_t>& KivGetScratchBytes();
 // Settles the work folder, once: a relative name goes under the program's folder, an empty one is generated. Asked
 // again it changes nothing and gives true for an empty text only.
 bool KivSetWorkFolder(const KivWString& csFolder);
+bool KivIsWorkFolderSettled();             // makes nothing
 const KivWString& KivGetWorkFolder();      // makes the folder if needed
 const KivWString& KivGetWorkFolderName();  // its last part, or the text given
 KivWString KivMakeTempFolderName();        // ZUR_TMP_FOLDER-<date>-<time>-<pid>; nothing is made

@@ -50,7 +50,9 @@ void KivExProcLib_SetHandlers(KivExProcHandler pfnTick, KivExProcHandler pfnPoll
 void KivExProcLib_SetCloseDownHandler(KivExProcHandler pfnCloseDown);
 // Called in a child before its marker is made.
 void KivExProcLib_SetBeforeStartHandler(KivExProcHandler pfnBeforeStart);
-// On: a child's death ends all children but not this process.
+// On: a child's death does not end this process. In a root it ends the tree all the same: the marker goes, all children
+// are killed and no later one can be started; the root folder stays. Elsewhere that one child is forgotten and the
+// others live on.
 void KivExProcLib_SetSurviveChildDeath(bool bOn);
 // Root folder of a root process that is started without -r; empty (a generated work folder) unless set.
 void KivExProcLib_SetDefaultRootFolder(const KivWString& csFolder);
@@ -58,7 +60,8 @@ void KivExProcLib_SetDefaultRootFolder(const KivWString& csFolder);
 // Runs the process from the arguments -r<root folder>, -p<parent's process id>, -j<job name> (the program's name
 // first) to the end of its service loop. One of KivExProcRunResult, to be given to KivExProcLib_CloseDown.
 int32_t KivExProcLib_Run(const std::vector<KivWString>& vcsArguments);
-// The root's part of KivExProcLib_Run. An existing folder must be the work folder.
+// The root's part of KivExProcLib_Run. An existing folder must be the work folder. With a code other than Done no
+// marker is left; folders that it has made are.
 int32_t KivExProcLib_StartRoot(const KivWString& csRootFolder);
 KivWString KivExProcLib_GetRootFolder();
 

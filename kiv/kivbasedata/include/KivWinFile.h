@@ -81,7 +81,7 @@ class KivWinFile : public KivCacheUseFile {
   // For readers that keep a delete-on-close file open between uses: see KivSysFile.
   bool IsStillThere(uint64_t& iLength) const { return m_hFile.IsStillThere(iLength); }
 
-  // True once after a write that the device did not take whole, for a host whose reports return.
+  // True once after a write that the device or its view did not take whole, for a host whose reports return.
   bool TakeWriteFailure();
   // False if the file's disk surely cannot take nMore bytes. Up to 16 MiB nobody asks the disk.
   bool HasRoomFor(uint64_t nMore) const;
@@ -90,6 +90,7 @@ class KivWinFile : public KivCacheUseFile {
   bool HasBackGroundFile() const { return m_bHasBackGroundFile; }
 
   KivSysFile m_hFile;  // not open in a snapshot
+  bool m_bWriteFailed = false;
 
  private:
   friend struct KivWinFileTestAccess;
@@ -104,7 +105,6 @@ class KivWinFile : public KivCacheUseFile {
   void QueueBlock(uint64_t iBlock, uint32_t iPriority);
 
   bool m_bHasBackGroundFile = false;
-  bool m_bWriteFailed = false;
   KivWinFileBackGroundReadInfo m_zBackGroundReadInfo;
 };
 

@@ -25,8 +25,8 @@ class KivWinTmpShareFileOwner {
   // Makes the file anew with 64 KiB of capacity. False for an empty path or a file that cannot be made.
   bool Create(const KivWString& csPath);
   // Doubles the capacity until the range fits. Does nothing without a file, and reports a range that no doubling
-  // reaches.
-  void Write(uint64_t iOffset, const void* pSource, uint64_t nSize);
+  // reaches. Where reports return, false says that the file has not taken the bytes.
+  bool Write(uint64_t iOffset, const void* pSource, uint64_t nSize);
   uint64_t GetCapacity() const noexcept { return m_iCapacity; }
   bool IsOpen() const noexcept { return static_cast<bool>(m_pzFile); }
   // Lets go of the file, which vanishes.

@@ -75,6 +75,10 @@ bool KivSetWorkFolder(const KivWString& csFolder) {
   return true;
 }
 
+bool KivIsWorkFolderSettled() {
+  return State().m_bWorkSettled;
+}
+
 const KivWString& KivGetWorkFolder() {
   if (!State().m_bWorkSettled) KivSetWorkFolder(KivWString());
   return State().m_csWorkFolder;

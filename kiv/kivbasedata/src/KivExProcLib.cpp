@@ -60,6 +60,35 @@ int32_t BuryChild(int32_t iPid) {
   return Code(KivExProcSendResult::ChildDied);
 }
 
+// --- Messages -------------------------------------------------------------------------------------------------------
+
+// Head and payload. What the slot did not take must not be announced: the reader would find an old message.
+template <size_t nHead>
+void WriteMessage(KivWinTmpShareFileOwner& zSlot, const uint8_t (&acHead)[nHead], const KivByteBuffer& vcPayload) {
+  if (!zSlot.Write(0, acHead, nHead)) KivExProcFail(__LINE__);
+  if (!vcPayload.empty() && !zSlot.Write(nHead, vcPayload.data(), vcPayload.size())) KivExProcFail(__LINE__);
+}
+
+// A reader for one message, let go of on every way out: it would hold the slot's name behind its owner's end.
+class MessageReader {
+ public:
+  explicit MessageReader(KivWinTmpShareFileReader& zReader) : m_zReader(zReader) {}
+  ~MessageReader() {
+    try {
+      m_zReader.Release();
+    } catch (...) {
+      // A destructor lets no exception out; the report has been made.
+    }
+  }
+  MessageReader(const MessageReader&) = delete;
+  MessageReader& operator=(const MessageReader&) = delete;
+
+  KivWinTmpShareFileReader* operator->() const { return &m_zReader; }
+
+ private:
+  KivWinTmpShareFileReader& m_zReader;
+};
+
 // --- Senders --------------------------------------------------------------------------------------------------------
 
 // Fills the slot and sets the request event; what both senders have in common.
@@ -77,9 +106,7 @@ int32_t StartExchange(int32_t iChildPid, const KivWString& csRequest, const KivB
   uint8_t acHead[kRequestHead] = {};
   KivStore<uint64_t>(acHead, vcPayload.size());
   std::memcpy(acHead + kRequestNameOffset, csRequest.data(), csRequest.size() * sizeof(char16_t));
-  KivWinTmpShareFileOwner& zSlot = pzChild->m_zInputFile.Owner();
-  zSlot.Write(0, acHead, kRequestHead);
-  if (!vcPayload.empty()) zSlot.Write(kRequestHead, vcPayload.data(), vcPayload.size());
+  WriteMessage(pzChild->m_zInputFile.Owner(), acHead, vcPayload);
   pzChild->m_pfnAnswer = pfnAnswer;
   if (!pzChild->m_hRequestEvent.Set()) KivExProcFail(__LINE__);
   return Code(KivExProcSendResult::Done);
@@ -88,42 +115,39 @@ int32_t StartExchange(int32_t iChildPid, const KivWString& csRequest, const KivB
 // Reads what the child has written. Anything that does not fit is fatal.
 void ReadAnswer(KivExProcChild& zChild, int64_t& iStatus, KivByteBuffer& vcAnswer) {
   iStatus = 0;
-  KivWinTmpShareFileReader& zReader = zChild.m_zAnswerReader;
-  if (!zReader.Open(zChild.m_csAnswerFile)) KivExProcFail(__LINE__);
-  const uint64_t iLength = zReader.GetLength();
+  const MessageReader zReader(zChild.m_zAnswerReader);
+  if (!zReader->Open(zChild.m_csAnswerFile)) KivExProcFail(__LINE__);
+  const uint64_t iLength = zReader->GetLength();
   if (iLength < kAnswerLeast) {
-    zReader.Release();
     vcAnswer.clear();
     return;
   }
   uint8_t acHead[kAnswerHead];
-  if (zReader.Read(0, acHead, 8) != 8) KivExProcFail(__LINE__);
+  if (zReader->Read(0, acHead, 8) != 8) KivExProcFail(__LINE__);
   const uint64_t nPayload = KivLoad<uint64_t>(acHead);
   if (iLength < kAnswerHead || nPayload > iLength - kAnswerHead) KivExProcFail(__LINE__);
-  if (zReader.Read(kAnswerStatusOffset, acHead + 8, 8) != 8) KivExProcFail(__LINE__);
+  if (zReader->Read(kAnswerStatusOffset, acHead + 8, 8) != 8) KivExProcFail(__LINE__);
   iStatus = KivLoad<int64_t>(acHead + 8);
-  if (!zReader.ReadAll(kAnswerHead, nPayload, vcAnswer)) KivExProcFail(__LINE__);
-  zReader.Release();
+  if (!zReader->ReadAll(kAnswerHead, nPayload, vcAnswer)) KivExProcFail(__LINE__);
 }
 
 // --- Service passes -------------------------------------------------------------------------------------------------
 
 // Reads the request in the slot. False if the parent has closed its side; anything that does not fit is fatal.
 bool ReadRequest(KivExProcState& zState) {
-  KivWinTmpShareFileReader& zReader = zState.m_zRequestReader;
-  if (!zReader.Open(zState.m_csInputFile)) return false;
-  const uint64_t iLength = zReader.GetLength();
+  const MessageReader zReader(zState.m_zRequestReader);
+  if (!zReader->Open(zState.m_csInputFile)) return false;
+  const uint64_t iLength = zReader->GetLength();
   if (iLength < kRequestHead) KivExProcFail(__LINE__);
   uint8_t acHead[kRequestHead];
-  if (zReader.Read(0, acHead, kRequestHead) != kRequestHead) KivExProcFail(__LINE__);
+  if (zReader->Read(0, acHead, kRequestHead) != kRequestHead) KivExProcFail(__LINE__);
   const uint64_t nPayload = KivLoad<uint64_t>(acHead);
   if (nPayload > iLength - kRequestHead) KivExProcFail(__LINE__);
   char16_t acName[kRequestNameUnits];
   std::memcpy(acName, acHead + kRequestNameOffset, sizeof acName);
   if (acName[kRequestNameUnits - 1] != 0) KivExProcFail(__LINE__);
   zState.m_csRequest.assign(acName);
-  if (!zReader.ReadAll(kRequestHead, nPayload, zState.m_vcRequest)) KivExProcFail(__LINE__);
-  zReader.Release();
+  if (!zReader->ReadAll(kRequestHead, nPayload, zState.m_vcRequest)) KivExProcFail(__LINE__);
   return true;
 }
 
@@ -141,9 +165,7 @@ void ServeRequest(KivExProcState& zState) {
   uint8_t acHead[kAnswerHead];
   KivStore<uint64_t>(acHead, zState.m_vcResult.size());
   KivStore<int64_t>(acHead + kAnswerStatusOffset, iStatus);
-  KivWinTmpShareFileOwner& zSlot = zState.m_zOutputFile.Owner();
-  zSlot.Write(0, acHead, kAnswerHead);
-  if (!zState.m_vcResult.empty()) zSlot.Write(kAnswerHead, zState.m_vcResult.data(), zState.m_vcResult.size());
+  WriteMessage(zState.m_zOutputFile.Owner(), acHead, zState.m_vcResult);
   KivDropLargeBuffer(zState.m_vcResult);
   // In this order: between the two the slot counts as full.
   if (!zState.m_hRequestEvent.Reset()) KivExProcFail(__LINE__);
@@ -182,6 +204,12 @@ int32_t RunChild(const KivExProcArguments& zArguments) {
   while (KivExProcLib_ServeChildren() >= 0 && KivExProcLib_ServeParent() >= 0) {
   }
   return Code(KivExProcRunResult::Done);
+}
+
+// A root that did not come up takes its marker away: its process may live on.
+int32_t WithoutMarker(KivExProcRunResult iResult) {
+  KivExProcState::GetInstance().m_hProcessFile.Close();
+  return Code(iResult);
 }
 
 KivWString JobName(const KivWString& csPid, const KivSysLocalTime& zTime) {
@@ -326,9 +354,9 @@ int32_t KivExProcLib_StartRoot(const KivWString& csRootFolder) {
   if (sys::PathExists(zState.m_csProcessFile)) return Code(KivExProcRunResult::MarkerExists);
   zState.m_hProcessFile = KivExProcMakeMarker(zState.m_csProcessFile);
   if (!zState.m_hProcessFile.IsOpen()) return Code(KivExProcRunResult::MarkerNotMade);
-  if (!sys::PathExists(zState.m_csProcessFile)) return Code(KivExProcRunResult::MarkerNotThere);
+  if (!sys::PathExists(zState.m_csProcessFile)) return WithoutMarker(KivExProcRunResult::MarkerNotThere);
   zState.m_hJob = KivSysJob::Create(zState.m_csJobName);
-  if (!zState.m_hJob.IsOpen()) return Code(KivExProcRunResult::RequestEventNotOpen);
+  if (!zState.m_hJob.IsOpen()) return WithoutMarker(KivExProcRunResult::RequestEventNotOpen);
 
   while (KivExProcLib_ServeChildren() >= 0) {
   }

@@ -174,8 +174,10 @@ void KivWinMappedFile::DoWrite(uint64_t iOffset, const void* lpBuf, uint64_t nCo
     return;
   }
   const auto* const pSource = static_cast<const uint8_t*>(lpBuf);
-  ForParts(false, iOffset, nCount,
-           [pSource](uint8_t* pBuffer, uint64_t iPos, uint64_t nPart) { std::memcpy(pBuffer, pSource + iPos, nPart); });
+  if (!ForParts(false, iOffset, nCount, [pSource](uint8_t* pBuffer, uint64_t iPos, uint64_t nPart) {
+        std::memcpy(pBuffer, pSource + iPos, nPart);
+      }))
+    m_bWriteFailed = true;
 }
 
 void KivWinMappedFile::DoWriteZero(uint64_t iOffset, uint64_t nCount) {
@@ -184,7 +186,9 @@ void KivWinMappedFile::DoWriteZero(uint64_t iOffset, uint64_t nCount) {
     KivWinFile::DoWriteZero(iOffset, nCount);
     return;
   }
-  ForParts(false, iOffset, nCount, [](uint8_t* pBuffer, uint64_t, uint64_t nPart) { std::memset(pBuffer, 0, nPart); });
+  if (!ForParts(false, iOffset, nCount,
+                [](uint8_t* pBuffer, uint64_t, uint64_t nPart) { std::memset(pBuffer, 0, nPart); }))
+    m_bWriteFailed = true;
 }
 
 bool KivWinMappedFile::DoSetLength(uint64_t) {

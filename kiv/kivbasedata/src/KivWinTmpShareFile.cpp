@@ -30,14 +30,14 @@ bool KivWinTmpShareFileOwner::Create(const KivWString& csPath) {
   return true;
 }
 
-void KivWinTmpShareFileOwner::Write(uint64_t iOffset, const void* pSource, uint64_t nSize) {
-  if (!m_pzFile) return;
+bool KivWinTmpShareFileOwner::Write(uint64_t iOffset, const void* pSource, uint64_t nSize) {
+  if (!m_pzFile) return true;
   if (m_pzFile->CanUseDirectBuffer() && (iOffset > m_iCapacity || nSize > m_iCapacity - iOffset)) {
     uint64_t iCapacity = std::max(m_iCapacity, kFirstCapacity);
     while (iOffset > iCapacity || nSize > iCapacity - iOffset) {
       if (iCapacity > UINT64_MAX / 2) {
         KIV_FAIL();
-        return;
+        return false;
       }
       iCapacity *= 2;
     }
@@ -45,7 +45,9 @@ void KivWinTmpShareFileOwner::Write(uint64_t iOffset, const void* pSource, uint6
     m_pzFile->PrepareDirectBuffer(iCapacity);
     m_iCapacity = iCapacity;
   }
+  m_pzFile->TakeWriteFailure();  // of a write that left by an exception
   m_pzFile->Write(iOffset, pSource, nSize);
+  return !m_pzFile->TakeWriteFailure();
 }
 
 void KivWinTmpShareFileOwner::Release() {
