@@ -71,32 +71,18 @@ class Random {
   uint64_t m_iState;
 };
 
-// Open descriptors of a process, where the system shows them; else 0.
-size_t DescriptorsOf(int32_t iPid) {
-  std::vector<KivSysFolderEntry> vzEntries;
-  sys::ListFolder(u"/proc/" + Decimal(iPid) + u"/fd", vzEntries);
-  return vzEntries.size();
-}
-
-std::vector<size_t> DescriptorsOf(const std::vector<int32_t>& viPids) {
-  std::vector<size_t> vn;
-  for (int32_t iPid : viPids) vn.push_back(DescriptorsOf(iPid));
-  return vn;
-}
-
 constexpr char16_t kPick[] = u"DorHandler_PickOneElement";
 
-// Own memory of client, relay and the handlers of these models, in bytes; each process tells its own.
-std::vector<int64_t> MemoryOf(DorClient& zClient, const std::vector<int64_t>& viModels) {
-  std::vector<int64_t> vi{MemoryInUse()};
+// Footprints of client, relay and the handlers of these models; each process tells its own.
+std::vector<Footprint> FootprintsOf(DorClient& zClient, const std::vector<int64_t>& viModels) {
+  std::vector<Footprint> vz{OwnFootprint()};
   KivByteBuffer vcResult;
   const auto Ask = [&](const KivWString& csRequest, const KivByteBuffer& vcPayload) {
     uint64_t iCursor = 0;
-    int64_t iBytes = -1;
+    Footprint z;
     EXPECT_EQ(zClient.CallUnchecked(csRequest, vcPayload, vcResult), 0);
-    EXPECT_TRUE(KivGetInt64(iCursor, vcResult, &iBytes));
-    EXPECT_GT(iBytes, 0);
-    vi.push_back(iBytes);
+    EXPECT_TRUE(KivGetInt64(iCursor, vcResult, &z.m_iMemory) && KivGetInt64(iCursor, vcResult, &z.m_iHandles));
+    vz.push_back(z);
   };
   Ask(kAskRelayFootprint, {});
   for (int64_t iModel : viModels) {
@@ -104,16 +90,24 @@ std::vector<int64_t> MemoryOf(DorClient& zClient, const std::vector<int64_t>& vi
     for (char c : std::string("footprint")) vcPayload.push_back(static_cast<uint8_t>(c));
     Ask(kPick, vcPayload);
   }
-  return vi;
+  for (const Footprint& z : vz) {
+    EXPECT_GT(z.m_iMemory, 0);
+    EXPECT_GT(z.m_iHandles, 0);
+  }
+  return vz;
 }
 
 constexpr int64_t kMiB = int64_t{1} << 20;
 
-void ExpectFlat(const std::vector<int64_t>& viBefore, const std::vector<int64_t>& viAfter, int64_t iMost) {
-  ASSERT_EQ(viBefore.size(), viAfter.size());
-  if (kSanitized) return;  // its allocator keeps what is freed
-  for (size_t i = 0; i < viBefore.size(); ++i)
-    EXPECT_LE(viAfter[i], viBefore[i] + iMost) << "process " << i << " (client, relay, handlers)";
+// No process has one handle more, or more memory than that.
+void ExpectFlat(const std::vector<Footprint>& vzBefore, const std::vector<Footprint>& vzAfter, int64_t iMost) {
+  ASSERT_EQ(vzBefore.size(), vzAfter.size());
+  for (size_t i = 0; i < vzBefore.size(); ++i) {
+    SCOPED_TRACE("process " + std::to_string(i) + " (client, relay, handlers)");
+    EXPECT_LE(vzAfter[i].m_iHandles, vzBefore[i].m_iHandles);
+    if (kSanitized) continue;  // its allocator keeps what is freed
+    EXPECT_LE(vzAfter[i].m_iMemory, vzBefore[i].m_iMemory + iMost);
+  }
 }
 
 KivByteBuffer Payload(int64_t iModel, uint64_t nBytes, uint64_t iSeed) {
@@ -163,22 +157,16 @@ TEST(DorLoad, RequestsInRandomOrderOverManyModelsComeBackUnchangedAndMemoryStays
   EXPECT_EQ(zClient.ListTree().size(), static_cast<size_t>(zLoad.m_nModels) + 2);
 
   KivByteBuffer vcResult;
-  const std::vector<int32_t> viPids = zClient.ListTree();
-  std::vector<size_t> vnDescriptors;
-  std::vector<int64_t> viMemory;
+  std::vector<Footprint> vzBefore;
   for (int i = 0; i < zLoad.m_nRequests; ++i) {
-    if (i == zLoad.m_nRequests / 5) {
-      vnDescriptors = DescriptorsOf(viPids);
-      viMemory = MemoryOf(zClient, viModels);
-    }
+    if (i == zLoad.m_nRequests / 5) vzBefore = FootprintsOf(zClient, viModels);
     const int64_t iModel = viModels[zRandom.Below(viModels.size())];
     const KivByteBuffer vcPayload =
         Payload(iModel, 33 + zRandom.Below(zRandom.Below(20) == 0 ? 60000 : 2000), iSeed + static_cast<uint64_t>(i));
     ASSERT_EQ(zClient.CallUnchecked(kPick, vcPayload, vcResult), 0);
     ASSERT_TRUE(vcResult == vcPayload);
   }
-  EXPECT_EQ(DescriptorsOf(viPids), vnDescriptors);
-  ExpectFlat(viMemory, MemoryOf(zClient, viModels), 2 * kMiB);
+  ExpectFlat(vzBefore, FootprintsOf(zClient, viModels), 2 * kMiB);
   EXPECT_TRUE(zClient.Close());
 }
 
@@ -188,26 +176,18 @@ TEST(DorLoad, ModelsAreOpenedAndClosedAgainAndAgain) {
   const Stopwatch zWatch(std::to_string(zLoad.m_nCycles) + " cycles");
   TestFolder zFolder;
   DorClient zClient(OddPrograms(zFolder));
-  const std::vector<int32_t> viPids{static_cast<int32_t>(sys::CurrentProcessNumber()), zClient.GetRelayPid()};
-  std::vector<size_t> vnDescriptors;
-  std::vector<int64_t> viMemory;
+  std::vector<Footprint> vzBefore;
   for (int i = 0; i < zLoad.m_nCycles; ++i) {
     const int64_t iModel = zClient.Open(u"model");
     ASSERT_EQ(iModel, i);
     ASSERT_EQ(zClient.Call(KivWString(kDorDoNothing), IdPayload(iModel)).m_iStatus, 0);
     zClient.Clear(iModel);
     ASSERT_TRUE(Eventually([&] { return CountMarkers(zFolder / u"root") == 2; }));
-    if (i == zLoad.m_nCycles / 2) {
-      vnDescriptors = DescriptorsOf(viPids);
-      viMemory = MemoryOf(zClient, {});
-    }
+    if (i == zLoad.m_nCycles / 2) vzBefore = FootprintsOf(zClient, {});
   }
-  // The relay may still be about to forget the last child.
-  EXPECT_TRUE(Eventually([&] {
-    const std::vector<size_t> vn = DescriptorsOf(viPids);
-    return vn[0] <= vnDescriptors[0] && vn[1] <= vnDescriptors[1];
-  }));
-  ExpectFlat(viMemory, MemoryOf(zClient, {}), 2 * kMiB);
+  // The relay's last child may not have been waited for yet.
+  EXPECT_TRUE(Eventually([&] { return FootprintsOf(zClient, {})[1].m_iHandles <= vzBefore[1].m_iHandles; }));
+  ExpectFlat(vzBefore, FootprintsOf(zClient, {}), 2 * kMiB);
   EXPECT_TRUE(zClient.Close());
 }
 
@@ -236,7 +216,7 @@ TEST(DorLoad, AVeryLargeRequestLeavesNoMemoryInTheProcessesThatItPassed) {
   TestFolder zFolder;
   DorClient zClient(OddPrograms(zFolder));
   const int64_t iModel = zClient.Open(u"model");
-  const std::vector<int64_t> viBefore = MemoryOf(zClient, {iModel});
+  const std::vector<Footprint> vzBefore = FootprintsOf(zClient, {iModel});
   KivByteBuffer vcResult;
   {
     // Once as a tail and once as a block that is written again.
@@ -246,7 +226,7 @@ TEST(DorLoad, AVeryLargeRequestLeavesNoMemoryInTheProcessesThatItPassed) {
     EXPECT_TRUE(vcResult == vcCurve);
   }
   KivByteBuffer().swap(vcResult);
-  ExpectFlat(viBefore, MemoryOf(zClient, {iModel}), 16 * kMiB);
+  ExpectFlat(vzBefore, FootprintsOf(zClient, {iModel}), 16 * kMiB);
 }
 
 TEST(DorLoad, AVeryLargeRequestForAModelThatFailedLeavesNoMemoryEither) {
@@ -254,8 +234,8 @@ TEST(DorLoad, AVeryLargeRequestForAModelThatFailedLeavesNoMemoryEither) {
   DorClient zClient(OddPrograms(zFolder));
   const int64_t iModel = zClient.StartOpen(u"read status 10");
   EXPECT_THROW(zClient.AwaitOpen(iModel), DorReadError);
-  const std::vector<int64_t> viBefore = MemoryOf(zClient, {});
+  const std::vector<Footprint> vzBefore = FootprintsOf(zClient, {});
   KivByteBuffer vcResult;
   EXPECT_EQ(zClient.CallUnchecked(u"DorHandler_IsLinearCurve", LargeCurve(iModel), vcResult), kDorStatusReadFailed);
-  ExpectFlat(viBefore, MemoryOf(zClient, {}), 16 * kMiB);
+  ExpectFlat(vzBefore, FootprintsOf(zClient, {}), 16 * kMiB);
 }

@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <filesystem>
 
+#include "KivSysDiag.h"
 #include "KivSysFault.h"
 
 using namespace kiv;
@@ -20,6 +21,18 @@ void WriteModelFile(const KivWString& csPath, char cGeneration) {
 
 void WritePackageFile(const KivWString& csPath) {
   WriteFile(csPath, std::string("\0\0\0\0", 4) + std::string("\0\0\0\0\0\0\0\0", 8) + "M1K2I3V4");
+}
+
+Footprint OwnFootprint() {
+  KivSysMemoryCounters zCounters;
+  sys::MemoryCounters(zCounters);
+  return {static_cast<int64_t>(zCounters.m_iPageFile), static_cast<int64_t>(sys::CountHandles())};
+}
+
+KivByteBuffer FootprintPayload(const Footprint& zFootprint) {
+  KivByteBuffer vc = IdPayload(zFootprint.m_iMemory);
+  KivPutInt64(vc, zFootprint.m_iHandles);
+  return vc;
 }
 
 DorClientOptions RealPrograms(const TestFolder& zFolder) {
@@ -80,7 +93,7 @@ void Misbehave(const std::string& strWhat, int32_t& iStatus, KivByteBuffer& vcRe
                     std::min<size_t>(vcResult.size(), static_cast<size_t>(std::stoi(strWhat.substr(4)))));
   if (strWhat == "long") vcResult.push_back(0);
   if (strWhat.starts_with("wait ")) KivSysEvent::Open(Wide(strWhat.substr(5))).Wait(kLongMs);
-  if (strWhat == "footprint") vcResult = IdPayload(MemoryInUse());
+  if (strWhat == "footprint") vcResult = FootprintPayload(OwnFootprint());
 }
 
 int32_t OddDispatch(const KivWString& csRequest, const KivByteBuffer& vcPayload, int32_t& iStatus,
@@ -156,7 +169,7 @@ KIV_TEST_CHILD(OddRelay) {
       DorRelay_Tick, DorRelay_Poll,
       [](const KivWString& csRequest, const KivByteBuffer& vcPayload, int32_t& iStatus, KivByteBuffer& vcResult) {
         if (csRequest != kAskRelayFootprint) return DorRelay_Dispatch(csRequest, vcPayload, iStatus, vcResult);
-        vcResult = IdPayload(MemoryInUse());
+        vcResult = FootprintPayload(OwnFootprint());
         return 0;
       });
 }

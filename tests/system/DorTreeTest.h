@@ -18,19 +18,20 @@ kiv::DorClientOptions RealPrograms(const TestFolder& zFolder);
 // stands in the path of its model, "<when> <what>", as in "read kill", and in the tails of DorHandler_PickOneElement.
 //   when: read, clear, call      what: kill, exit, report, status <n>, cut <n> (bytes less), long (a byte more),
 //                                      id (another model), name (another request), wait <name of an event>,
-//                                      footprint (answers with MemoryInUse)
+//                                      footprint (answers with its Footprint)
 // Anything else is answered as it should be; calls are answered with their payload. The relay itself answers the
-// request kAskRelayFootprint with its MemoryInUse. The handlers may run another body.
+// request kAskRelayFootprint with its Footprint. The handlers may run another body.
 kiv::DorClientOptions OddPrograms(const TestFolder& zFolder, const std::string& strHandlerBody = "OddHandler",
                                   const std::vector<kiv::KivWString>& vcsHandlerArgs = {});
 constexpr char16_t kAskRelayFootprint[] = u"KivTestFootprint";
 
-// Bytes of memory that are this process's own.
-inline int64_t MemoryInUse() {
-  kiv::KivSysMemoryCounters zCounters;
-  kiv::sys::MemoryCounters(zCounters);
-  return static_cast<int64_t>(zCounters.m_iPageFile);
-}
+// What a process holds.
+struct Footprint {
+  int64_t m_iMemory = 0;   // bytes that are its own
+  int64_t m_iHandles = 0;  // open ones
+};
+Footprint OwnFootprint();
+kiv::KivByteBuffer FootprintPayload(const Footprint& zFootprint);  // two integers
 
 inline kiv::KivByteBuffer IdPayload(int64_t iModel) {
   kiv::KivByteBuffer vc;

@@ -269,8 +269,8 @@ TEST(ExProcFault, ACallOfAParentThatFailsInAnExchangeIsFatalInBothModesOfReports
   };
   // A send writes the slot, whose first view is mapped then, tests both events, sets one, waits and resets; a pass
   // waits and resets. A slot that did not take the message is not announced: the child would take an old one.
-  for (const Case& z : {Case{u"view", u"1", u"send"}, Case{u"signal", u"1", u"send"}, Case{u"wait", u"3", u"send"}, Case{u"signal", u"2", u"send"},
-                        Case{u"wait", u"1", u"serve"}, Case{u"signal", u"1", u"serve"}})
+  for (const Case& z : {Case{u"view", u"1", u"send"}, Case{u"signal", u"1", u"send"}, Case{u"wait", u"3", u"send"},
+                        Case{u"signal", u"2", u"send"}, Case{u"wait", u"1", u"serve"}, Case{u"signal", u"1", u"serve"}})
     for (const bool bReturn : {false, true}) {
       TestFolder zFolder;
       std::vector<KivWString> vcsMore{z.m_szCall, z.m_szNth, z.m_szWhat};
