@@ -313,6 +313,17 @@ TEST_F(InstanceStore, KeysAreLinksThenThoseOfEntriesAndLevelsThenThoseOfTheirAtt
   EXPECT_NO_REPORT(EXPECT_FALSE(pz->ReplaceAllPosition(mapKey)));
 }
 
+TEST_F(InstanceStore, TheKeysOfAnElementWithoutALinkAreNotListed) {
+  OpenEmpty();
+  Bytes vc = Golden();
+  vc[16] = vc[24] = vc[32] = 0;
+  auto* pz = Put<KivInstance>(vc);
+  std::vector<uint64_t> viKey;
+  EXPECT_NO_REPORT(EXPECT_FALSE(pz->GetAllPosition(viKey)));
+  vc[32] = 9;
+  EXPECT_TRUE(Put<KivInstance>(vc)->GetAllPosition(viKey));
+}
+
 TEST_F(InstanceStore, ASaveForChangedKeysClassifiesNothing) {
   OpenEmpty();
   auto pzBlock = NewBlock<Block>();

@@ -78,6 +78,9 @@ template <typename Block>
 void ExpectReadsSafely(const Bytes& vc, bool bVer19) {
   static Block zBlock, zAgain;
   if (!ReadRecord(vc, zBlock, bVer19)) return;
+  // A save refuses the offsets of generation 19.
+  uint32_t& iDataOffset = zBlock.m_zHeader.m_iDataOffset;
+  iDataOffset = std::max(iDataOffset, kiv::KivRulesOf<Block>().m_iDataOffset);
   const Bytes vcOut = BuildRecord(zBlock);
   if (vcOut.empty()) return;
   ASSERT_TRUE(ReadRecord(vcOut, zAgain));

@@ -3,6 +3,9 @@
 #include "KivAssemblyTree.h"
 #include "KivFaceEdgeData.h"
 #include "KivInstance.h"
+#include "KivModel.h"
+#include "KivModelNote.h"
+#include "KivPermanentIdTable.h"
 #include "KivPolyElemData.h"
 
 namespace kiv {
@@ -21,6 +24,9 @@ void KivRegisterElementClasses() {
   Register<KivPolyElemData>();
   Register<KivAssemblyTree>();
   Register<KivInstance>();
+  Register<KivModel>();
+  Register<KivModelNote>();
+  Register<KivPermanentIdTable>();
 }
 
 }  // namespace kiv

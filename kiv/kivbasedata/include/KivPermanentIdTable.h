@@ -1,0 +1,31 @@
+// The element with texts that stay the same when a model is imported again. docs/element_records.md has the record.
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "KivElement.h"
+
+namespace kiv {
+
+class KivMemoryBlockPermanentIdTable : public KivElementBlock {
+ public:
+  static constexpr uint32_t kTag = 9;
+  static constexpr char kSource[] = "src\\KivPermanentIdTable";
+
+  void Clear() { m_vstrPermanentId.clear(); }
+
+  template <typename Fields>
+  bool VisitBody(Fields& zFields, Memory&) {
+    return zFields.Items(m_vstrPermanentId, sizeof(uint32_t), [](auto& z, KivWString& str) { return z.Text(str); });
+  }
+
+  std::vector<KivWString> m_vstrPermanentId;  // m_iEntryCount of the header is not their number
+};
+
+class KivPermanentIdTable : public KivElement<KivMemoryBlockPermanentIdTable> {
+ public:
+  using KivElement::KivElement;
+};
+
+}  // namespace kiv
