@@ -33,8 +33,8 @@ class KivMemoryBlockModel : public KivElementBlock {
     return true;
   }
 
-  uint32_t m_iModelValue = 0;              // carried
-  std::array<float, 3> m_fModelBoxMin{};   // from revision 2; before it a box around nothing
+  uint32_t m_iModelValue = 0;             // carried
+  std::array<float, 3> m_fModelBoxMin{};  // from revision 2; before it a box around nothing
   std::array<float, 3> m_fModelBoxMax{};
 };
 
