@@ -2,8 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include <limits>
+
 #include "KivFastFileContainer.h"
 #include "KivFileFactory.h"
+#include "KivSysFault.h"
 #include "KivTestStore.h"
 
 namespace {
@@ -187,6 +190,69 @@ TEST_F(SnapShotContainer, ASideFileTakesThePlaceOfTheImage) {
   // A path without a file is no side file.
   auto pzPlain = Open(m_zFolder / u"none");
   EXPECT_EQ(pzPlain->GetStatus(), KivContainerStatus::Usable);
+}
+
+TEST_F(SnapShotContainer, AnEmptySideFileLeavesTheImageItsPlaceAndOneCutInsideANodeMakesTreeOperationsReport) {
+  PutFileBytes(m_zFolder / u"empty", "");
+  const auto pzImage = Open(m_zFolder / u"empty");
+  ASSERT_EQ(pzImage->GetStatus(), KivContainerStatus::Usable);
+  EXPECT_TRUE(pzImage->FullCheck().IsSound());
+  for (const size_t nBytes : {size_t{1}, size_t{8}, size_t{200}}) {
+    SCOPED_TRACE(nBytes);
+    PutFileBytes(m_zFolder / u"cut", std::string(nBytes, '\1'));
+    const auto pzCut = Open(m_zFolder / u"cut");
+    ASSERT_EQ(pzCut->GetStatus(), KivContainerStatus::Usable);
+    EXPECT_EQ(pzCut->GetUnusedRecordFile()->GetLength(), nBytes);
+    EXPECT_EQ(Text(*pzCut, m_iFirst), "first");
+    EXPECT_FALSE(pzCut->FullCheck().IsSound());
+    EXPECT_REPORT(Add(*pzCut, "more"), "0");
+    const NoThrowScope zNoThrow;
+    EXPECT_EQ(Text(*pzCut, Add(*pzCut, "more")), "more");
+  }
+}
+
+KivSysFaultPlan ShortRead(uint64_t iNth) {
+  KivSysFaultPlan zPlan;
+  zPlan.m_iCall = KivSysCall::FileRead;
+  zPlan.m_iNth = iNth;
+  zPlan.m_iKind = KivSysFaultKind::ShortCount;
+  return zPlan;
+}
+
+TEST_F(SnapShotContainer, ASideFileThatReadsShortIsReportedAndLeavesTheContainerUninitialized) {
+  const KivWString csSide = m_zFolder / u"side";
+  PutFileBytes(csSide, std::string(3 << 20, '\0'));
+  for (const uint64_t iNth : {uint64_t{1}, uint64_t{2}, uint64_t{3}}) {
+    SCOPED_TRACE(iNth);
+    const auto Make = [&, pzBase = OpenBase()] {
+      const KivSysFaultScope zScope(ShortRead(iNth));
+      const KivFastFileContainerForSnapShot zContainer(pzBase, nullptr, csSide, nullptr);
+      EXPECT_TRUE(zScope.HasFired());
+      EXPECT_EQ(zContainer.GetStatus(), KivContainerStatus::NotInitialized);
+    };
+    EXPECT_REPORT(Make(), "0");
+    const NoThrowScope zNoThrow;
+    const uint64_t nReports = KivGetReportCount();
+    Make();
+    EXPECT_EQ(KivGetReportCount(), nReports + 1);
+  }
+}
+
+TEST_F(SnapShotContainer, TheLongestSideFileIsReadAndOneOfAByteMoreIsNot) {
+  const KivWString csSide = m_zFolder / u"side";
+  const NoThrowScope zNoThrow;
+  for (const uint64_t iMore : {uint64_t{0}, uint64_t{1}}) {
+    {
+      KivSysFile zFile = Create(csSide);
+      zFile.SetSparse();
+      ASSERT_TRUE(zFile.SetLength(std::numeric_limits<uint32_t>::max() + iMore));
+    }
+    const auto pzBase = OpenBase();
+    const KivSysFaultScope zScope(ShortRead(1));  // nobody waits for 4 GiB
+    const KivFastFileContainerForSnapShot zContainer(pzBase, nullptr, csSide, nullptr);
+    EXPECT_EQ(zContainer.GetStatus(), KivContainerStatus::NotInitialized);
+    EXPECT_EQ(zScope.HasFired(), iMore == 0);
+  }
 }
 
 TEST_F(SnapShotContainer, ASideFileAboveFourGibibytesIsRefused) {

@@ -3,8 +3,11 @@
 #include <gtest/gtest.h>
 
 #include "KivContainerHeader.h"
+#include "KivException.h"
 #include "KivLittleEndian.h"
+#include "KivOutOfCorePositionTables.h"
 #include "KivPositionTableManager.h"
+#include "KivReportQuiet.h"
 #include "KivTestStore.h"
 
 namespace {
@@ -135,6 +138,55 @@ TEST_F(PositionTableElement, AtMostOneTableIsActiveWhileTheClassHasOneBlock) {
   EXPECT_EQ(ManagerOf(pzModel)->GetActiveElementNum(), 1U);
 }
 
+TEST_F(PositionTableElement, ABlockThatIsNotTheOneOfTheClassIsReportedWhenItIsGivenBackAndGoesAllTheSame) {
+  KivModelStatusBase* pzModel = Open(MakeFile(u"a.kiv"), true, 5);
+  const uint64_t iPosition = AddRecord(pzModel, TableRecord(3));
+  const auto LoadWithOwnBlock = [&] {
+    Space().SetBlockPerElement(true);
+    KivPositionTable* pzTable = TableAt(pzModel, iPosition);
+    EXPECT_NE(pzTable->GetMemoryBlock(), nullptr);
+    Space().SetBlockPerElement(false);
+    return pzTable;
+  };
+  for (const bool bThrow : {true, false}) {
+    SCOPED_TRACE(bThrow);
+    KivSetReportNoThrow(!bThrow);
+    const uint64_t nAll = KivGetReportCount();
+    KivPositionTable* pzTable = LoadWithOwnBlock();
+    EXPECT_EQ(KivGetReportCount(), nAll);
+    bool bReleased = false;
+    EXPECT_NO_THROW(bReleased = pzTable->Release());
+    EXPECT_TRUE(bReleased);
+    EXPECT_EQ(KivGetReportCount(), nAll + 1);
+    EXPECT_STREQ(KivLastQuietReport().m_szCondition, "0");
+    EXPECT_STREQ(KivLastQuietReport().m_szSource, "src\\KivPositionTable");
+    EXPECT_TRUE(pzTable->Release());  // it has none any more
+    EXPECT_EQ(KivGetReportCount(), nAll + 1);
+    // The element takes the class's block, and leaves the list with either.
+    EXPECT_EQ(pzTable->GetMemoryBlock()->m_aiPosition[2], 1002U);
+    EXPECT_TRUE(pzTable->Deactivate());
+    EXPECT_EQ(KivGetReportCount(), nAll + 1);
+    EXPECT_TRUE(LoadWithOwnBlock()->Deactivate());
+    EXPECT_EQ(KivGetReportCount(), nAll + 2);
+    EXPECT_EQ(ManagerOf(pzModel)->GetActiveElementNum(), 0U);
+  }
+  KivSetReportNoThrow(false);
+}
+
+TEST_F(PositionTableElement, TheBlockOfTheClassIsGivenBackWhateverTheSettingSaysByThen) {
+  KivModelStatusBase* pzModel = Open(MakeFile(u"a.kiv"), true, 5);
+  const uint64_t iFirst = AddRecord(pzModel, TableRecord(1));
+  const uint64_t iSecond = AddRecord(pzModel, TableRecord(2));
+  KivPositionTable* pzFirst = TableAt(pzModel, iFirst);
+  const KivMemoryBlockPositionTable* pzStatic = pzFirst->GetMemoryBlock();
+  Space().SetBlockPerElement(true);
+  const uint64_t nAll = KivGetReportCount();
+  EXPECT_TRUE(pzFirst->Release());
+  Space().SetBlockPerElement(false);
+  EXPECT_EQ(TableAt(pzModel, iSecond)->GetMemoryBlock(), pzStatic);
+  EXPECT_EQ(KivGetReportCount(), nAll);
+}
+
 // --- Tables and store together
 // ----------------------------------------------------------------------------------------
 
@@ -218,6 +270,50 @@ TEST_F(PositionTableElement, KeysOfBlocksThatWereNotLoadedSurviveSnapshotSaveAnd
     Close(pzModel);
     pzModel = Open(csPath, false, iLimit);
     ExpectBoth(pzModel, std::string(700, 'w').c_str());
+    Close(pzModel);
+  }
+}
+
+// Tables of which no new one can be stored for a while.
+class TablesWithoutRoom : public KivOutOfCorePositionTables {
+ public:
+  TablesWithoutRoom(uint32_t iManagerKey, bool bReports)
+      : KivOutOfCorePositionTables(iManagerKey), m_bReports(bReports) {}
+  Position NewTable() override {
+    if (m_bRoom) return KivOutOfCorePositionTables::NewTable();
+    if (m_bReports) KivReportFailure("0", "TablesWithoutRoom", __LINE__);
+    return NULL_FILE_INDEX;
+  }
+  bool m_bRoom = false;
+
+ private:
+  bool m_bReports;
+};
+
+TEST_F(PositionTableElement, KeysOfATableThatCouldNotBeStoredOnceAreStoredWhenTheModelIsClosed) {
+  for (const bool bReports : {false, true}) {
+    SCOPED_TRACE(bReports);
+    const KivWString csPath = MakeFile(u"a.kiv", true);
+    KivModelStatusBase* pzModel = Open(csPath, true);
+    const uint64_t iFirstKey = AddNote(pzModel, "in block 0").GetPosition();
+    KivPositionTableManager* pzTables = ManagerOf(pzModel)->GetPositionTableManager();
+    uint64_t iKey = 0;
+    for (uint64_t i = 1; i < 32768; ++i) ASSERT_TRUE(pzTables->AddKey(264, &iKey));
+    ASSERT_TRUE(ManagerOf(pzModel)->SaveChanges());
+    const uint64_t iNextKey = AddNote(pzModel, "in block 1").GetPosition();
+    ASSERT_EQ(iNextKey, 0x8000000000008000U);
+    TablesWithoutRoom zTables(pzModel->GetKey(), bReports);
+    pzTables->SetStore(&zTables);
+    EXPECT_REPORT(ManagerOf(pzModel)->SaveChanges(), "0");
+    if (!bReports) {
+      const NoThrowScope zNoThrow;
+      EXPECT_FALSE(ManagerOf(pzModel)->SaveChanges());
+    }
+    zTables.m_bRoom = true;
+    Close(pzModel);
+    pzModel = Open(csPath, false);
+    EXPECT_EQ(TextOf(KivOutOfCoreHandle(pzModel->GetKey(), iFirstKey)), "in block 0");
+    EXPECT_EQ(TextOf(KivOutOfCoreHandle(pzModel->GetKey(), iNextKey)), "in block 1");
     Close(pzModel);
   }
 }

@@ -21,6 +21,7 @@ namespace kiv {
 
 class KivMemoryBlockPositionTable : public KivMemoryBlock {
  public:
+  static constexpr char kSource[] = "src\\KivPositionTable";  // of reports
   static constexpr uint32_t kElementType = 10;
   static constexpr uint32_t kHeaderSize = 68;
   static constexpr uint32_t kLargestKind = 2;

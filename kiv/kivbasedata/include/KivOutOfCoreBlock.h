@@ -6,6 +6,7 @@
 #include "KivException.h"
 #include "KivMemoryBlock.h"
 #include "KivOutOfCoreTreeNode.h"
+#include "KivReportQuiet.h"
 
 namespace kiv {
 
@@ -23,7 +24,7 @@ class KivOutOfCoreBlock {
     if (pzOwner != nullptr && pzOwner != pzElement) {
       const bool bLet = pzOwner->IsActive() ? pzOwner->Deactivate() : pzOwner->Release();
       if (!bLet || zState.m_pzOwner != nullptr) {
-        KivReportFailure("0", kSource, __LINE__);
+        KivReportFailure("0", Source(), __LINE__);
         return nullptr;
       }
     }
@@ -35,8 +36,8 @@ class KivOutOfCoreBlock {
   static uint64_t GetAcquireNum() { return GetState().m_nAcquired; }
 
   // Gives the element's block back and sets the pointer to null. A block that is neither the static one nor the
-  // element's own by the rule above is reported, and freed.
-  static void Release(KivOutOfCoreData* pzElement, Block*& pzBlock) {
+  // element's own by the rule above is reported, and freed; the report stays here.
+  static void Release(KivOutOfCoreData* pzElement, Block*& pzBlock) noexcept {
     Block* const pzGone = pzBlock;
     pzBlock = nullptr;
     if (pzGone == nullptr) return;
@@ -46,11 +47,17 @@ class KivOutOfCoreBlock {
       return;
     }
     delete pzGone;
-    if (!HasOwnBlock(*pzElement)) KivReportFailure("0", kSource, __LINE__);
+    if (!HasOwnBlock(*pzElement)) KivReportHere("0", Source(), __LINE__);
   }
 
  private:
-  static constexpr char kSource[] = "src\\KivOutOfCoreData";
+  // Of reports: the source that the block's class names for itself, if it does.
+  static constexpr const char* Source() {
+    if constexpr (requires { Block::kSource; })
+      return Block::kSource;
+    else
+      return "src\\KivOutOfCoreData";
+  }
 
   struct State {
     Block m_zBlock;
@@ -72,13 +79,7 @@ template <typename Block>
 class KivOutOfCoreBlockNode : public KivOutOfCoreTreeNode {
  public:
   explicit KivOutOfCoreBlockNode(uint32_t iManagerKey) : KivOutOfCoreTreeNode(iManagerKey) {}
-  ~KivOutOfCoreBlockNode() override {
-    try {
-      KivOutOfCoreBlock<Block>::Release(this, m_pzMemoryBlock);
-    } catch (...) {
-      // A destructor lets no exception out; the report has been made.
-    }
-  }
+  ~KivOutOfCoreBlockNode() override { KivOutOfCoreBlock<Block>::Release(this, m_pzMemoryBlock); }
 
   Block* GetMemoryBlock() override {
     if (!Activate(false)) return nullptr;

@@ -4,11 +4,14 @@
 #include <exception>
 
 #include "KivContainerCheck.h"
+#include "KivException.h"
 #include "KivFastFileContainer.h"
 #include "KivWritableMemFile.h"
 
 namespace kiv {
 namespace {
+
+constexpr char kSource[] = "src\\KivFastFileContainerBase";
 
 constexpr uint64_t kFirst = KivFastFileContainerBase::kFirstRecord;
 constexpr uint64_t kFrame = KivFastFileContainerBase::kFrameSize;
@@ -161,7 +164,7 @@ void KivContainerSalvager::PutPendingFree() {
   FillBaseFileWithZeros(m_iFreeFrom, iSize);
   WriteFreeRecord(m_iFreeFrom, iSize);
   m_iEndPosition = m_iFreeTo;
-  InsertFreeRecord(0, iSize, m_iFreeFrom);
+  if (!InsertFreeRecord(0, iSize, m_iFreeFrom)) KIV_FAIL();
   ++m_zReport.m_iFreeRecordNum;
   m_iFreeFrom = m_iFreeTo = 0;
 }

@@ -10,8 +10,6 @@
 namespace kiv {
 namespace {
 
-constexpr char kSource[] = "src\\KivPositionTable";
-
 // Offsets in the current form; those behind the version are 4 bytes lower in generation 19.
 constexpr uint64_t kElementState = 8;
 constexpr uint64_t kHeaderSizeField = 12;
