@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstdlib>
 #include <filesystem>
 #include <limits>
 #include <set>
@@ -10,11 +11,14 @@
 
 #include "KivContainerHeader.h"
 #include "KivDataUtil.h"
+#include "KivException.h"
 #include "KivLittleEndian.h"
+#include "KivSysClock.h"
 #include "KivSysFault.h"
 #include "KivSysFile.h"
 #include "KivSysFolder.h"
 #include "KivTestChild.h"
+#include "KivTestScale.h"
 #include "KivTestStore.h"
 
 namespace {
@@ -192,6 +196,51 @@ TEST_F(DataSpace, ModelsThatAreOpenWhenTheProcessEndsAreStoredAndClosed) {
   EXPECT_EQ(iCode, 0);
   KivModelStatusBase* pzModel = Open(csPath, false);
   EXPECT_EQ(TextOf(KivOutOfCoreHandle(pzModel->GetKey(), 264)), "at end");
+}
+
+// Arguments: a model, a folder of the program's own, and the one that the environment names.
+KIV_TEST_CHILD(SetsTheFolderOfTemporaryStores) {
+  PrepareStoreProcess();
+  const auto IsEmpty = [](const KivWString& csFolder) {
+    return std::filesystem::is_empty(std::filesystem::path(csFolder));
+  };
+  const auto MakeTemporaryStore = [] {
+    const NoThrowScope zNoThrow;  // the folder of the system may be missing
+    return KivOutOfCoreManagerKeyOwner{KivStoreSource()}.GetManager() != nullptr;
+  };
+#ifndef _WIN32
+  setenv("TMPDIR", std::filesystem::path(vcsArgs[2]).c_str(), 1);
+#endif
+  KivOutOfCoreManager::SetOutOfCoreFileBase(vcsArgs[1]);
+  KivDataSpaceBase& zSpace = *KivDataSpaceBase::GetInstance();
+  for (int i = 0; i < 2; ++i) {
+    KivModelStatusBase* pzModel = nullptr;
+    if (zSpace.AddModel(vcsArgs[0], KivModelOpenInfo(), &pzModel) != KivAddModelResult::Done) return 2;
+    if (i == 0) {  // the first model of a process settles the folder
+      const bool bMade = MakeTemporaryStore();
+      if (!IsEmpty(vcsArgs[1])) return 3;
+      if (!IsWindows() && (!bMade || IsEmpty(vcsArgs[2]))) return 4;
+      KivOutOfCoreManager::SetOutOfCoreFileBase(vcsArgs[1]);
+    } else if (!MakeTemporaryStore() || IsEmpty(vcsArgs[1])) {  // once
+      return 5;
+    }
+    if (zSpace.RemoveModel(pzModel) != KivRemoveModelResult::Done) return 6;
+  }
+  return 0;
+}
+
+TEST_F(DataSpace, TheFirstModelOfAProcessSettlesTheFolderOfTemporaryStoresAndALaterChoiceStays) {
+  const KivWString csOwn = m_zFolder / u"own";
+  const KivWString csSystem = m_zFolder / u"system";
+  const KivWString csPath = MakeFile(u"a.kiv");
+  std::filesystem::create_directory(std::filesystem::path(csOwn));
+  std::filesystem::create_directory(std::filesystem::path(csSystem));
+  KivSysProcess zChild = StartTestChild("SetsTheFolderOfTemporaryStores", {csPath, csOwn, csSystem});
+  ASSERT_TRUE(zChild.IsOpen());
+  zChild.Wait(60000);
+  int32_t iCode = -1;
+  ASSERT_TRUE(zChild.GetExitCode(iCode));
+  EXPECT_EQ(iCode, 0);
 }
 
 // --- Models
@@ -540,6 +589,54 @@ TEST_F(DataSpace, APatchThatCannotBeReadIsReportedAndGivesThirty) {
   EXPECT_EQ(Space().AddModel(csPath, zInfo, nullptr), KivAddModelResult::NotOpened);
 }
 
+// Prefetches the payload of a record that nobody read yet, until it is there or kTries are over.
+bool IsPrefetched(KivModelStatusBase* pzModel, uint64_t iPosition) {
+  KivFastFileContainerBase& zContainer = *pzModel->GetManager()->GetContainer();
+  for (int i = 0; i < 3000; ++i) {
+    if (zContainer.PrefetchRecord(iPosition, 3)) return true;
+    if (!KivDataSpaceFields::GetInstance()->m_bBackGroundRead && i == 50) break;
+    sys::SleepMs(i < 100 ? 0 : 10);
+  }
+  return false;
+}
+
+TEST_F(DataSpace, WithBackGroundReadAModelThatIsReadGetsASecondHandleWhoseReaderFetchesAhead) {
+  const KivWString csPath = MakeFile(u"a.kiv");
+  const std::string strText(500000, 't');
+  KivModelStatusBase* pzModel = Open(csPath, true);
+  const uint64_t iPosition = AddNote(pzModel, strText).GetPosition();
+  Close(pzModel);
+  const auto OpensOf = [&](bool bForWrite) {
+    const KivSysFaultScope zCount({KivSysCall::FileOpen, 0});
+    pzModel = Open(csPath, bForWrite);
+    return zCount.GetCount(KivSysCall::FileOpen);
+  };
+  const uint64_t nWithout = OpensOf(false);
+  EXPECT_FALSE(IsPrefetched(pzModel, iPosition));
+  Close(pzModel);
+  const uint64_t nForWrite = OpensOf(true);
+  Close(pzModel);
+
+  Space().SetBackGroundRead(true);
+  EXPECT_EQ(OpensOf(true), nForWrite);
+  Close(pzModel);
+  EXPECT_EQ(OpensOf(false), nWithout + 1);
+  EXPECT_TRUE(IsPrefetched(pzModel, iPosition));
+  EXPECT_EQ(TextOf(KivOutOfCoreHandle(pzModel->GetKey(), iPosition)), strText);
+  Close(pzModel);
+  EXPECT_TRUE(IsClosed(csPath));
+  // A second handle that the system does not give is no reason to do without the first.
+  {
+    const KivSysFaultScope zFail({KivSysCall::FileOpen, 2});
+    pzModel = Open(csPath, false);
+    EXPECT_TRUE(zFail.HasFired());
+  }
+  ASSERT_NE(pzModel, nullptr);
+  EXPECT_EQ(TextOf(KivOutOfCoreHandle(pzModel->GetKey(), iPosition)), strText);
+  Space().SetBackGroundRead(false);
+  Close(pzModel);
+}
+
 // --- Element types
 // ----------------------------------------------------------------------------------------------------
 
@@ -673,6 +770,50 @@ KIV_TEST_CHILD(WorksWithAView) {
   const NoThrowScope zNoThrow;
   EXPECT_EQ(zSpace.RemoveModel(pzModel), KivRemoveModelResult::Done);
   return testing::Test::HasFailure() ? 1 : 0;
+}
+
+// Arguments: a file that is changed, one that goes with its model, and the way of reporting.
+KIV_TEST_CHILD(EndsADataSpaceWithAView) {
+  PrepareStoreProcess();
+  auto pzSpace = std::make_unique<KivDataSpaceBase>();
+  KivDataSpaceBase::InstallInstance(pzSpace.get());
+  RegisterTestTypes();
+  KivModelOpenInfo zInfo;
+  zInfo.m_bOpenForWrite = true;
+  KivModelStatusBase* pzModel = nullptr;
+  if (pzSpace->AddModel(vcsArgs[0], zInfo, &pzModel) != KivAddModelResult::Done) return 2;
+  auto pzNote = std::make_unique<TestNote>(pzModel->GetKey());
+  pzNote->GetMemoryBlockForWrite()->m_strText = "before";
+  const KivOutOfCoreHandle zNote = KivStoreNewElement(std::move(pzNote));
+  zNote.Fetch<TestNote>()->GetMemoryBlockForWrite()->m_strText = "at end";
+  zInfo.m_bOpenForWrite = false;
+  zInfo.m_bDeleteFileOnClose = true;
+  if (pzSpace->AddModel(vcsArgs[1], zInfo, nullptr) != KivAddModelResult::Done) return 3;
+  KivSetDataSpaceWithView();
+  KivSetReportNoThrow(vcsArgs[2] == u"returning");
+  const uint64_t nReports = KivGetReportCount();
+  pzSpace.reset();
+  if (KivGetReportCount() == nReports) return 4;
+  if (sys::PathExists(vcsArgs[1]) || !sys::PathExists(vcsArgs[0])) return 5;
+  return KivOutOfCoreManager::Find(zNote.GetManagerKey()) == nullptr ? 0 : 6;
+}
+
+TEST_F(DataSpace, TheEndOfADataSpaceWithAViewStoresItsModelsAndDeletesTheFilesThatGoWithThem) {
+  for (const char16_t* szReports : {u"throwing", u"returning"}) {
+    SCOPED_TRACE(testing::PrintToString(szReports));
+    const KivWString csKept = MakeFile(u"kept.kiv");
+    const KivWString csGone = MakeFile(u"gone.kiv");
+    std::filesystem::permissions(std::filesystem::path(csGone), std::filesystem::perms::owner_read);
+    KivSysProcess zChild = StartTestChild("EndsADataSpaceWithAView", {csKept, csGone, szReports});
+    ASSERT_TRUE(zChild.IsOpen());
+    zChild.Wait(60000);
+    int32_t iCode = -1;
+    ASSERT_TRUE(zChild.GetExitCode(iCode));
+    EXPECT_EQ(iCode, 0);
+    KivModelStatusBase* pzModel = Open(csKept, false);
+    EXPECT_EQ(TextOf(KivOutOfCoreHandle(pzModel->GetKey(), 264)), "at end");
+    Close(pzModel);
+  }
 }
 
 TEST_F(DataSpace, WithAViewUndoOperationsAreReported) {

@@ -176,6 +176,8 @@ class KivDataSpaceBase : public KivDataSpaceFields {
   // reported and is the result; bGoOn calls the others all the same.
   bool CallListeners(bool bGoOn, const std::function<bool(KivDataSpaceListener&)>& call);
   void CopyCleanedTables(KivModelStatusBase& zModel);
+  // Closes a model of m_spModel and deletes it, and its file if it asks for that.
+  void EndModel(KivModelStatusBase* pzModel);
   bool IsCurBaseSnapShotValid() const;
   bool CopyInto(KivDataSpaceBase& zEntry);
   void AbandonEntry(std::unique_ptr<KivDataSpaceBase> pzEntry);

@@ -94,17 +94,17 @@ KivDataSpaceBase::~KivDataSpaceBase() {
 
 // Lets no exception out: the reports have been made.
 void KivDataSpaceBase::CloseAll() noexcept {
-  try {
-    DiscardAllSnapShots();
-  } catch (...) {
-  }
-  while (!m_spModel.empty()) {
-    KivModelStatusBase* const pzModel = *m_spModel.begin();
+  const auto Quietly = [](auto&& body) {
     try {
-      KivDataSpaceBase::RemoveModel(pzModel);
+      body();
     } catch (...) {
     }
-    if (m_spModel.erase(pzModel) != 0) delete pzModel;
+  };
+  Quietly([&] { DiscardAllSnapShots(); });
+  while (!m_spModel.empty()) {
+    KivModelStatusBase* const pzModel = *m_spModel.begin();
+    Quietly([&] { KivDataSpaceBase::RemoveModel(pzModel); });
+    if (m_spModel.count(pzModel) != 0) Quietly([&] { EndModel(pzModel); });
   }
 }
 
@@ -296,7 +296,11 @@ KivRemoveModelResult KivDataSpaceBase::RemoveModel(KivModelStatusBase* pzModel) 
     return KivRemoveModelResult::UnknownModel;
   }
   CallListeners(true, [&](KivDataSpaceListener& z) { return z.ModelRemoved(pzModel); });
-  if (m_spModel.count(pzModel) == 0) return KivRemoveModelResult::Done;  // a listener has removed it
+  if (m_spModel.count(pzModel) != 0) EndModel(pzModel);  // else a listener has removed it
+  return KivRemoveModelResult::Done;
+}
+
+void KivDataSpaceBase::EndModel(KivModelStatusBase* pzModel) {
   const std::unique_ptr<KivModelStatusBase> pzGone(pzModel);
   const uint32_t iKey = pzModel->GetKey();
   // Elements that are stored at the end still find their model.
@@ -310,7 +314,6 @@ KivRemoveModelResult KivDataSpaceBase::RemoveModel(KivModelStatusBase* pzModel) 
     sys::ClearReadOnly(pzModel->m_csRootKivFile);
     sys::RemoveFileAt(pzModel->m_csRootKivFile);
   }
-  return KivRemoveModelResult::Done;
 }
 
 KivRemoveAllModelsResult KivDataSpaceBase::RemoveAllModels() {
