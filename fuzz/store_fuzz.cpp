@@ -1,13 +1,17 @@
-// Any bytes as a model in memory: opened, walked by position and by key, its tables walked, snapshotted, changed, taken
-// back, saved and closed. What may come is a report; what is made stays within a bound that the input sets.
+// Any bytes as a model: in memory, where it is opened, walked by position and by key, its tables walked, snapshotted,
+// changed, taken back, saved and closed; or in a file that is changed in place, closed and read once more. What may
+// come is a report; what is made stays within a bound that the input sets.
 //
-// Input: the first byte picks the report mode, whether the header is repaired, the limit of active elements, and
-// whether there are position tables; the rest is the file.
+// Input: the first byte picks whether the header is repaired (1), the report mode (2), a limit of active elements (4;
+// the upper four bits say which) and whether there are position tables (8). Without a limit of its own, 16 changes a
+// file in place, under a limit of 3 with 32. The rest is the file.
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "KivContainerHeader.h"
@@ -19,6 +23,7 @@
 #include "KivOutOfCoreHandle.h"
 #include "KivPositionTable.h"
 #include "KivPositionTableManager.h"
+#include "KivSysProcess.h"
 
 namespace {
 
@@ -129,6 +134,124 @@ void Change(uint32_t iKey, const std::vector<uint64_t>& viPosition, uint8_t iFil
     });
 }
 
+std::filesystem::path FileName(const char* szKind) {
+  return std::filesystem::path(kiv::KivGetWorkFolder()) / (szKind + std::to_string(kiv::sys::CurrentProcessNumber()));
+}
+
+// Of the length that a header claims for its free-space image the container believes up to 64 MiB.
+void ExpectBounded(const std::filesystem::path& zFile, size_t nSize) {
+  std::error_code zError;
+  if (std::filesystem::exists(zFile, zError) && std::filesystem::file_size(zFile, zError) > 8 * nSize + (72 << 20))
+    std::abort();
+}
+
+// A model always goes, and leaves nothing.
+void Remove(kiv::KivModelStatusBase* pzModel) {
+  kiv::KivSetReportNoThrow(true);
+  if (kiv::KivDataSpaceBase::GetInstance()->RemoveModel(pzModel) != kiv::KivRemoveModelResult::Done) std::abort();
+}
+
+kiv::KivPositionTableManager& TablesOf(kiv::KivModelStatusBase* pzModel) {
+  return *pzModel->GetManager()->GetPositionTableManager();
+}
+
+// Places of records, true and false ones, and keys.
+std::vector<uint64_t> PlacesIn(kiv::KivModelStatusBase* pzModel, size_t nBytes) {
+  Try([&] { TablesOf(pzModel).GetPositionNum(); });
+  // Tables do not overlap, so that a file makes no more blocks than it has room for.
+  const uint64_t nMost = nBytes / kiv::KivMemoryBlockPositionTable::kRecordSize19 + 1;
+  if (TablesOf(pzModel).GetLoadedBlockNum() > nMost) std::abort();
+
+  std::vector<uint64_t> viPosition = {264, nBytes, nBytes - 24, ~uint64_t{0}};
+  for (uint64_t i = 0; i < 10; ++i) viPosition.push_back(kiv::KivPositionTableManager::kTableKey + i * 4099);
+  uint64_t iFile = 264;
+  for (int i = 0; i < 50; ++i) {
+    kiv::KivContainerRecordWithSizes zRecord;
+    Try([&] { zRecord = pzModel->GetManager()->GetContainer()->GetRecordWithSizes(iFile); });
+    if (zRecord.m_iRecordSize < 24 || zRecord.m_iRecordSize > nBytes) break;
+    viPosition.push_back(iFile);
+    iFile += zRecord.m_iRecordSize;
+  }
+  return viPosition;
+}
+
+void ReadAndTakeBack(const std::vector<uint8_t>& vcFile, uint8_t iChoice) {
+  kiv::KivDataSpaceBase& zSpace = *kiv::KivDataSpaceBase::GetInstance();
+  kiv::KivModelOpenInfo zInfo;
+  zInfo.m_pvData = vcFile.data();
+  zInfo.m_iDataSize = vcFile.size();
+  kiv::KivModelStatusBase* pzModel = nullptr;
+  Try([&] { zSpace.AddModel(u"memory", zInfo, &pzModel); });
+  if (pzModel == nullptr) return;
+  const uint32_t iKey = pzModel->GetKey();
+  if ((iChoice & 4) != 0) kiv::KivOutOfCoreManager::SetMaxActiveOutOfCoreElement(iKey, 1 + (iChoice >> 4));
+  const std::vector<uint64_t> viPosition = PlacesIn(pzModel, vcFile.size());
+  Walk(iKey, viPosition);
+  bool bSnapShot = false;
+  Try([&] { bSnapShot = zSpace.CreateSnapShot() == kiv::KivCreateSnapShotResult::Done; });
+  Change(iKey, viPosition, iChoice, 50);
+  if (bSnapShot) {
+    Try([&] { zSpace.CreateSnapShot(); });
+    Change(iKey, viPosition, 1, 3);
+    Try([&] { zSpace.UndoSnapShot(2); });
+    Try([&] { zSpace.RedoSnapShot(1); });
+    Walk(iKey, viPosition);
+  }
+  const std::filesystem::path zSaved = FileName("saved");
+  std::error_code zError;
+  std::filesystem::remove(zSaved, zError);
+  Try([&] { zSpace.SaveSnapShot(pzModel, zSaved.u16string(), 0); });
+  ExpectBounded(zSaved, vcFile.size());
+  Try([&] { kiv::KivOutOfCoreManager::DeactivateAll(iKey); });
+  Remove(pzModel);
+  std::filesystem::remove(zSaved, zError);
+}
+
+void ChangeInPlace(const std::vector<uint8_t>& vcFile, uint8_t iChoice) {
+  kiv::KivDataSpaceBase& zSpace = *kiv::KivDataSpaceBase::GetInstance();
+  const std::filesystem::path zFile = FileName("changed");
+  std::filesystem::create_directories(zFile.parent_path());
+  std::ofstream(zFile, std::ios::binary)
+      .write(reinterpret_cast<const char*>(vcFile.data()), static_cast<std::streamsize>(vcFile.size()));
+  kiv::KivModelOpenInfo zInfo;
+  zInfo.m_bOpenForWrite = true;
+  kiv::KivModelStatusBase* pzModel = nullptr;
+  Try([&] { zSpace.AddModel(zFile.u16string(), zInfo, &pzModel); });
+  if (pzModel != nullptr) {
+    const uint32_t iKey = pzModel->GetKey();
+    if ((iChoice & 32) != 0) kiv::KivOutOfCoreManager::SetMaxActiveOutOfCoreElement(iKey, 3);
+    const std::vector<uint64_t> viPosition = PlacesIn(pzModel, vcFile.size());
+    Walk(iKey, viPosition);
+    Change(iKey, viPosition, iChoice, 50);
+    // A file that is changed in place does not go back: the snapshot says so, or the undo does.
+    Try([&] {
+      if (zSpace.CreateSnapShot() == kiv::KivCreateSnapShotResult::Done &&
+          zSpace.UndoSnapShot(1) == kiv::KivUndoResult::Done)
+        std::abort();
+    });
+    Try([&] { pzModel->GetManager()->SaveChanges(); });
+    Change(iKey, viPosition, 1, 3);
+    uint64_t iStart = 0;
+    for (size_t i = viPosition.size(); i-- > 14;)
+      Try([&] {
+        kiv::KivOutOfCoreData* pzElement = kiv::KivOutOfCoreManager::GetElement(iKey, viPosition[i]);
+        if (pzElement != nullptr) pzElement->MoveRecord(iStart);
+      });
+    Try([&] { TablesOf(pzModel).RewriteAllTables(); });
+    Walk(iKey, viPosition);
+    Try([&] { kiv::KivOutOfCoreManager::FlushMainFile(iKey); });
+    Remove(pzModel);
+    ExpectBounded(zFile, vcFile.size());
+    // What was opened once stays a model.
+    zInfo.m_bOpenForWrite = false;
+    if (zSpace.AddModel(zFile.u16string(), zInfo, &pzModel) != kiv::KivAddModelResult::Done) std::abort();
+    Walk(pzModel->GetKey(), PlacesIn(pzModel, static_cast<size_t>(std::filesystem::file_size(zFile))));
+    Remove(pzModel);
+  }
+  std::error_code zError;
+  std::filesystem::remove(zFile, zError);
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t nSize) {
@@ -144,55 +267,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t nSize) {
   if ((iChoice & 8) != 0 && vcFile.size() >= 264)
     kiv::KivStore<uint32_t>(vcFile.data() + 8 + kiv::KivContainerHeader::FilePositionTableMode, 1);
   kiv::KivSetReportNoThrow((iChoice & 2) != 0);
-  kiv::KivDataSpaceBase& zSpace = *kiv::KivDataSpaceBase::GetInstance();
-  kiv::KivModelOpenInfo zInfo;
-  zInfo.m_pvData = vcFile.data();
-  zInfo.m_iDataSize = vcFile.size();
-  kiv::KivModelStatusBase* pzModel = nullptr;
-  Try([&] { zSpace.AddModel(u"memory", zInfo, &pzModel); });
-  if (pzModel != nullptr) {
-    const uint32_t iKey = pzModel->GetKey();
-    if ((iChoice & 4) != 0) kiv::KivOutOfCoreManager::SetMaxActiveOutOfCoreElement(iKey, 1 + (iChoice >> 4));
-    kiv::KivPositionTableManager& zTables = *pzModel->GetManager()->GetPositionTableManager();
-    Try([&] { zTables.GetPositionNum(); });
-    // Tables do not overlap, so that a file makes no more blocks than it has room for.
-    const uint64_t nMost = vcFile.size() / kiv::KivMemoryBlockPositionTable::kRecordSize19 + 1;
-    if (zTables.GetLoadedBlockNum() > nMost) std::abort();
-
-    std::vector<uint64_t> viPosition = {264, vcFile.size(), vcFile.size() - 24, ~uint64_t{0}};
-    for (uint64_t i = 0; i < 10; ++i) viPosition.push_back(kiv::KivPositionTableManager::kTableKey + i * 4099);
-    uint64_t iFile = 264;
-    for (int i = 0; i < 50; ++i) {
-      kiv::KivContainerRecordWithSizes zRecord;
-      Try([&] { zRecord = pzModel->GetManager()->GetContainer()->GetRecordWithSizes(iFile); });
-      if (zRecord.m_iRecordSize < 24 || zRecord.m_iRecordSize > vcFile.size()) break;
-      viPosition.push_back(iFile);
-      iFile += zRecord.m_iRecordSize;
-    }
-    Walk(iKey, viPosition);
-    bool bSnapShot = false;
-    Try([&] { bSnapShot = zSpace.CreateSnapShot() == kiv::KivCreateSnapShotResult::Done; });
-    Change(iKey, viPosition, iChoice, 50);
-    if (bSnapShot) {
-      Try([&] { zSpace.CreateSnapShot(); });
-      Change(iKey, viPosition, 1, 3);
-      Try([&] { zSpace.UndoSnapShot(2); });
-      Try([&] { zSpace.RedoSnapShot(1); });
-      Walk(iKey, viPosition);
-    }
-    const std::filesystem::path zSaved = std::filesystem::path(kiv::KivGetWorkFolder()) / "saved";
-    std::error_code zError;
-    std::filesystem::remove(zSaved, zError);
-    Try([&] { zSpace.SaveSnapShot(pzModel, zSaved.u16string(), 0); });
-    const uintmax_t nSaved = std::filesystem::exists(zSaved, zError) ? std::filesystem::file_size(zSaved, zError) : 0;
-    // Of the length that a header claims for its free-space image the container believes up to 64 MiB.
-    if (nSaved > 8 * nSize + (72 << 20)) std::abort();
-    Try([&] { kiv::KivOutOfCoreManager::DeactivateAll(iKey); });
-    kiv::KivSetReportNoThrow(true);
-    // A model always goes, and leaves nothing.
-    if (zSpace.RemoveModel(pzModel) != kiv::KivRemoveModelResult::Done) std::abort();
-  }
+  if ((iChoice & 4) == 0 && (iChoice & 16) != 0)
+    ChangeInPlace(vcFile, iChoice);
+  else
+    ReadAndTakeBack(vcFile, iChoice);
   kiv::KivSetReportNoThrow(false);
-  if (!zSpace.GetModels().empty()) std::abort();
+  if (!kiv::KivDataSpaceBase::GetInstance()->GetModels().empty()) std::abort();
   return 0;
 }
