@@ -3,9 +3,13 @@
 //   usage: store_bench FOLDER [elements] [megabytes...]
 // Elements hold 68 bytes of header, eight references and a text of 400 bytes. LMDB holds the same bytes under the
 // element's number, parsed by the same code. No engine waits for the disk; LMDB commits every 1,000 operations.
-// Ratios are our operations per second over the peer's. Sizes of models default to 10 100 1000.
+// Ratios are our operations per second over the peer's. Sizes of models default to 10 100 1000. Cold fetches are of a
+// file that was taken out of the system's page cache, and by the clock.
+#include <fcntl.h>
 #include <lmdb.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <chrono>
 #include <cstdio>
@@ -135,6 +139,25 @@ uint64_t WorkFolderBytes() {
   return iBytes;
 }
 
+// Takes a file that nobody has mapped out of the page cache and says how much of it stayed there.
+void DropFromPageCache(const fs::path& zPath) {
+  const int iFile = ::open(zPath.c_str(), O_RDONLY | O_CLOEXEC);
+  struct stat zStat {};
+  if (iFile < 0 || ::fstat(iFile, &zStat) != 0 || zStat.st_size == 0) Fail("no file to take out of the page cache");
+  const auto nBytes = static_cast<size_t>(zStat.st_size);
+  if (::fdatasync(iFile) != 0 || ::posix_fadvise(iFile, 0, 0, POSIX_FADV_DONTNEED) != 0) Fail("the pages stay");
+  void* const pView = ::mmap(nullptr, nBytes, PROT_READ, MAP_SHARED, iFile, 0);
+  if (pView == MAP_FAILED) Fail("no view of the file");
+  std::vector<unsigned char> vcResident((nBytes + 4095) / 4096);
+  if (::mincore(pView, nBytes, vcResident.data()) != 0) Fail("nobody tells what is in memory");
+  size_t nResident = 0;
+  for (const unsigned char c : vcResident) nResident += c & 1;
+  ::munmap(pView, nBytes);
+  ::close(iFile);
+  if (nResident * 100 > vcResident.size())
+    std::printf("  %zu of %zu pages of %s stayed in memory\n", nResident, vcResident.size(), zPath.filename().c_str());
+}
+
 std::string TextOf(uint64_t i) {
   std::string strText(kTextSize, static_cast<char>('a' + i % 26));
   std::memcpy(strText.data(), &i, sizeof i);
@@ -178,8 +201,8 @@ const BenchBlock& Fetch(uint32_t iKey, uint64_t iPosition, uint64_t i) {
 }
 
 struct Order {
-  explicit Order(uint64_t nElements, uint64_t nAsked) {
-    std::mt19937_64 zRandom(7);
+  explicit Order(uint64_t nElements, uint64_t nAsked, uint64_t iSeed = 7) {
+    std::mt19937_64 zRandom(iSeed);
     for (uint64_t i = 0; i < nAsked; ++i) m_viIndex.push_back(zRandom() % nElements);
   }
   std::vector<uint64_t> m_viIndex;
@@ -196,10 +219,11 @@ void Line(const char* szWork, double dOurs, double dPeer) {
 struct PeerResult {
   double m_dFirst = 0;
   double m_dHot = 0;
+  double m_dCold = 0;
   double m_dWrite = 0;
 };
 
-PeerResult RunLmdb(const fs::path& zFolder, uint64_t nElements, const Order& zOrder) {
+PeerResult RunLmdb(const fs::path& zFolder, uint64_t nElements, const Order& zOrder, const Order& zColdOrder) {
   const auto Check = [](int iResult) {
     if (iResult != 0) Fail(mdb_strerror(iResult));
   };
@@ -233,13 +257,9 @@ PeerResult RunLmdb(const fs::path& zFolder, uint64_t nElements, const Order& zOr
     }
   };
   PutAll(nElements, [](uint64_t i) { return i; });
-  mdb_env_close(pEnvironment);
-  OpenIt();
-  PeerResult zResult;
-  for (int iPass = 0; iPass < 2; ++iPass) {
-    const Stopwatch zTime;
+  const auto GetAll = [&](const Order& zAsked) {
     Check(mdb_txn_begin(pEnvironment, nullptr, MDB_RDONLY, &pTransaction));
-    for (uint64_t i : zOrder.m_viIndex) {
+    for (uint64_t i : zAsked.m_viIndex) {
       MDB_val zKey{sizeof i, &i};
       MDB_val zValue{};
       Check(mdb_get(pTransaction, iDatabase, &zKey, &zValue));
@@ -248,6 +268,22 @@ PeerResult RunLmdb(const fs::path& zFolder, uint64_t nElements, const Order& zOr
         Fail("lmdb gave something else");
     }
     mdb_txn_abort(pTransaction);
+  };
+  mdb_env_close(pEnvironment);
+  DropFromPageCache(zFolder / "data.mdb");
+  OpenIt();
+  PeerResult zResult;
+  {
+    const Stopwatch zTime;
+    GetAll(zColdOrder);
+    zResult.m_dCold = static_cast<double>(zColdOrder.m_viIndex.size()) / zTime.Wall();
+  }
+  GetAll(zOrder);  // brings everything in
+  mdb_env_close(pEnvironment);
+  OpenIt();
+  for (int iPass = 0; iPass < 2; ++iPass) {
+    const Stopwatch zTime;
+    GetAll(zOrder);
     (iPass == 0 ? zResult.m_dFirst : zResult.m_dHot) = static_cast<double>(zOrder.m_viIndex.size()) / zTime.Cpu();
   }
   const Stopwatch zTime;
@@ -257,12 +293,30 @@ PeerResult RunLmdb(const fs::path& zFolder, uint64_t nElements, const Order& zOr
   return zResult;
 }
 
+void RunCold(const KivWString& csPath, const std::vector<uint64_t>& viPosition, const Order& zOrder,
+             const Order& zColdOrder, double dPeer) {
+  std::printf("%zu cold fetches among %llu elements of %u bytes, random order, per second by the clock\n",
+              zColdOrder.m_viIndex.size(), static_cast<unsigned long long>(viPosition.size()), kRecordSize);
+  for (const bool bForWrite : {false, true}) {
+    DropFromPageCache(fs::path(csPath));
+    KivModelStatusBase* pzModel = Open(csPath, bForWrite, 1000);
+    const Stopwatch zTime;
+    for (const uint64_t i : zColdOrder.m_viIndex) Fetch(pzModel->GetKey(), viPosition[i], i);
+    Line(bForWrite ? "fetch+read, in place, cold" : "fetch+read, for reading, cold",
+         static_cast<double>(zColdOrder.m_viIndex.size()) / zTime.Wall(), dPeer);
+    for (const uint64_t i : zOrder.m_viIndex) Fetch(pzModel->GetKey(), viPosition[i], i);  // brings everything in
+    Close(pzModel);
+  }
+}
+
 void RunElements(const fs::path& zFolder, uint64_t nElements) {
   const KivWString csPath = (zFolder / "elements.kiv").u16string();
   const std::vector<uint64_t> viPosition = MakeModel(csPath, nElements);
   const Order zOrder(nElements, nElements);
-  const PeerResult zPeer = RunLmdb(zFolder / "lmdb", nElements, zOrder);
+  const Order zColdOrder(nElements, nElements / 100, 8);
+  const PeerResult zPeer = RunLmdb(zFolder / "lmdb", nElements, zOrder, zColdOrder);
   const auto nAsked = static_cast<double>(zOrder.m_viIndex.size());
+  RunCold(csPath, viPosition, zOrder, zColdOrder, zPeer.m_dCold);
   std::printf("%llu elements of %u bytes, random order, per second of processor time\n",
               static_cast<unsigned long long>(nElements), kRecordSize);
   for (const bool bForWrite : {false, true})
