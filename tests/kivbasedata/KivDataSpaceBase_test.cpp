@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <cstdlib>
 #include <filesystem>
 #include <limits>
 #include <set>
@@ -198,19 +197,29 @@ TEST_F(DataSpace, ModelsThatAreOpenWhenTheProcessEndsAreStoredAndClosed) {
   EXPECT_EQ(TextOf(KivOutOfCoreHandle(pzModel->GetKey(), 264)), "at end");
 }
 
-// Arguments: a model, a folder of the program's own, and the one that the environment names.
+// The files of this process's temporary stores in a folder, which go.
+int TakeTemporaryStores(const KivWString& csFolder) {
+  const std::string strOwn = "_" + std::to_string(sys::CurrentProcessNumber()) + "_";
+  std::vector<std::filesystem::path> vzFound;
+  std::error_code zError;
+  for (const auto& zEntry : std::filesystem::directory_iterator(std::filesystem::path(csFolder), zError)) {
+    const std::string strName = zEntry.path().filename().string();
+    if (strName.compare(0, 3, "Kiv") == 0 && strName.find(strOwn) != std::string::npos)
+      vzFound.push_back(zEntry.path());
+  }
+  for (const auto& zPath : vzFound) std::filesystem::remove(zPath, zError);
+  return static_cast<int>(vzFound.size());
+}
+
+// Arguments: a model and a folder.
 KIV_TEST_CHILD(SetsTheFolderOfTemporaryStores) {
   PrepareStoreProcess();
-  const auto IsEmpty = [](const KivWString& csFolder) {
-    return std::filesystem::is_empty(std::filesystem::path(csFolder));
-  };
+  KivWString csSystem = u"C:\\tmp";
+  if (!IsWindows() && (!sys::EnvironmentText(u"TMPDIR", csSystem) || csSystem.empty())) csSystem = u"/tmp";
   const auto MakeTemporaryStore = [] {
-    const NoThrowScope zNoThrow;  // the folder of the system may be missing
+    const NoThrowScope zNoThrow;  // the system's folder may be missing
     return KivOutOfCoreManagerKeyOwner{KivStoreSource()}.GetManager() != nullptr;
   };
-#ifndef _WIN32
-  setenv("TMPDIR", std::filesystem::path(vcsArgs[2]).c_str(), 1);
-#endif
   KivOutOfCoreManager::SetOutOfCoreFileBase(vcsArgs[1]);
   KivDataSpaceBase& zSpace = *KivDataSpaceBase::GetInstance();
   for (int i = 0; i < 2; ++i) {
@@ -218,24 +227,23 @@ KIV_TEST_CHILD(SetsTheFolderOfTemporaryStores) {
     if (zSpace.AddModel(vcsArgs[0], KivModelOpenInfo(), &pzModel) != KivAddModelResult::Done) return 2;
     if (i == 0) {  // the first model of a process settles the folder
       const bool bMade = MakeTemporaryStore();
-      if (!IsEmpty(vcsArgs[1])) return 3;
-      if (!IsWindows() && (!bMade || IsEmpty(vcsArgs[2]))) return 4;
+      if (TakeTemporaryStores(vcsArgs[1]) != 0) return 3;
+      if (TakeTemporaryStores(csSystem) != (bMade ? 1 : 0)) return 4;
+      if (!bMade && sys::PathExists(csSystem)) return 5;
       KivOutOfCoreManager::SetOutOfCoreFileBase(vcsArgs[1]);
-    } else if (!MakeTemporaryStore() || IsEmpty(vcsArgs[1])) {  // once
-      return 5;
+    } else if (!MakeTemporaryStore() || TakeTemporaryStores(vcsArgs[1]) != 1) {  // once
+      return 6;
     }
-    if (zSpace.RemoveModel(pzModel) != KivRemoveModelResult::Done) return 6;
+    if (zSpace.RemoveModel(pzModel) != KivRemoveModelResult::Done) return 7;
   }
   return 0;
 }
 
 TEST_F(DataSpace, TheFirstModelOfAProcessSettlesTheFolderOfTemporaryStoresAndALaterChoiceStays) {
   const KivWString csOwn = m_zFolder / u"own";
-  const KivWString csSystem = m_zFolder / u"system";
   const KivWString csPath = MakeFile(u"a.kiv");
   std::filesystem::create_directory(std::filesystem::path(csOwn));
-  std::filesystem::create_directory(std::filesystem::path(csSystem));
-  KivSysProcess zChild = StartTestChild("SetsTheFolderOfTemporaryStores", {csPath, csOwn, csSystem});
+  KivSysProcess zChild = StartTestChild("SetsTheFolderOfTemporaryStores", {csPath, csOwn});
   ASSERT_TRUE(zChild.IsOpen());
   zChild.Wait(60000);
   int32_t iCode = -1;
