@@ -10,6 +10,7 @@
 #include "KivElementClasses.h"
 #include "KivLittleEndian.h"
 #include "KivTestElement.h"
+#include "KivTestMeshRecord.h"
 
 namespace {
 
@@ -39,25 +40,11 @@ const std::string kEdge =
 Bytes Golden() {
   return FromHex(kHeader + kFace + kEdge);
 }
-// The same in revision 1, which has no m_iDegenerate.
 Bytes Golden1() {
-  Bytes vc = Golden();
-  vc.erase(vc.begin() + 196 + 28, vc.begin() + 196 + 32);
-  vc.erase(vc.begin() + 100 + 28, vc.begin() + 100 + 32);
-  vc[8] = 1;
-  vc[100 + 8] = 0x5C;
-  vc[192] = 0xC0;
-  vc[192 + 8] = 0x41;
-  return vc;
+  return AsRevision1(Golden());
 }
-// In generation 19: revision 1 without its number.
 Bytes Golden19() {
-  Bytes vc = Golden1();
-  vc.erase(vc.begin() + 8, vc.begin() + 12);
-  vc[8] = 0x60;
-  vc[96] = 0x60;
-  vc[188] = 0xBC;
-  return vc;
+  return AsGeneration19(Golden());
 }
 // With a gap of 14 bytes, full of AB, before the edge and one of 12 bytes behind it.
 Bytes GoldenWithGaps() {
@@ -441,6 +428,36 @@ TEST(FaceEdgeData, LyingCountsAreRefusedBeforeMemoryIsTaken) {
   EXPECT_FALSE(ReadRecord(vc, *pz));
 }
 
+// --- Memory ---------------------------------------------------------------------------------------------------------
+
+namespace {
+
+// Faces and edges of several lengths, with attributes and a gap.
+Bytes ManyEntries() {
+  auto pz = NewBlock<Block>();
+  pz->m_iMeshFlags = kMeshDelta;
+  pz->m_zHeader.m_afBoxMax = {200, 200, 200};
+  for (uint32_t n = 1; n <= 12; ++n) {
+    AddTriangle(*pz);
+    KivMeshFace& z = pz->m_vzFace[n - 1];
+    z.m_iVertexCount = 30 + n;
+    z.m_iIndexSize = 2;
+    z.m_vfVertex.assign(3 * z.m_iVertexCount, static_cast<float>(n));
+    z.m_vfNormal.assign(3 * z.m_iVertexCount, 0.5f);
+    z.m_vzAttribute = {{1, Bytes(n)}, {2, Bytes(30)}};
+    AddLine(*pz);
+    pz->m_vzEdge[n - 1].m_vzAttribute = {{3, Bytes(2 * n)}};
+  }
+  pz->m_vzEdge.Add().m_zFrame = {0, kGapKind, 20};
+  return BuildRecord(*pz);
+}
+
+}  // namespace
+
+TEST(FaceEdgeData, ALaterReadOfARecordTakesNothingFromTheHeap) {
+  ExpectLaterReadsTakeNothingFromTheHeap<Block>(ManyEntries());
+}
+
 // --- In a store -----------------------------------------------------------------------------------------------------
 
 namespace {
@@ -512,17 +529,7 @@ TEST_F(FaceEdgeStore, KeysAreTheLinksThenTheAttributesOfFacesThenOfEdges) {
 TEST_F(FaceEdgeStore, KeysAreReplacedInAKeyOnlyWriteThatChangesNothingElse) {
   for (const uint8_t iFormat : {2, 1}) {
     OpenEmpty();
-    Bytes vc = RecordWithKeys();
-    if (iFormat == 1) {
-      // Without m_iDegenerate, which is taken out of both entries.
-      const uint32_t iEdge = 100 + KivLoad<uint32_t>(&vc[108]);
-      vc.erase(vc.begin() + iEdge + 28, vc.begin() + iEdge + 32);
-      vc.erase(vc.begin() + 128, vc.begin() + 132);
-      vc[8] = 1;
-      vc[108] = static_cast<uint8_t>(vc[108] - 4);
-      vc[iEdge - 4] = static_cast<uint8_t>(vc[iEdge - 4] - 4);
-      vc[iEdge - 4 + 8] = static_cast<uint8_t>(vc[iEdge - 4 + 8] - 4);
-    }
+    const Bytes vc = iFormat == 1 ? AsRevision1(RecordWithKeys()) : RecordWithKeys();
     auto* pz = Put(vc);
     std::vector<uint64_t> viKey;
     ASSERT_TRUE(pz->GetAllPosition(viKey));
@@ -692,6 +699,33 @@ TEST_F(FaceEdgeStore, AReloadOfTheOneBlockReusesTheMemoryOfItsEntries) {
   const void* const apAfter[] = {pzBlock->m_vzFace.begin(), pzBlock->m_vzFace[0].m_vfVertex.data(),
                                  pzBlock->m_vzFace[0].m_viIndex.data(), pzBlock->m_vzEdge[0].m_vfVertex.data()};
   EXPECT_TRUE(std::equal(std::begin(apBefore), std::end(apBefore), apAfter));
+}
+
+TEST_F(FaceEdgeStore, AReloadFromTheRawBytesTakesNothingFromTheHeap) {
+  OpenEmpty();
+  auto* pz = Put(ManyEntries());
+  ASSERT_TRUE(pz->Activate(false));
+  const HeapUse zHeap;
+  const bool bLoaded = pz->Load(false);
+  EXPECT_EQ(zHeap.Calls(), 0u);
+  EXPECT_TRUE(bLoaded);
+}
+
+TEST_F(FaceEdgeStore, AReloadOnTheStackTakesNothingFromTheHeapForItsEntries) {
+  Space().SetKeepRawData(0);
+  OpenEmpty();
+  uint64_t anCalls[2] = {};
+  int i = 0;
+  for (const Bytes& vc : {Golden(), ManyEntries()}) {
+    auto* pz = Put(vc);
+    ASSERT_TRUE(pz->Activate(false));
+    ASSERT_TRUE(pz->Load(false));
+    const HeapUse zHeap;
+    const bool bLoaded = pz->Load(false);
+    anCalls[i++] = zHeap.Calls();
+    EXPECT_TRUE(bLoaded);
+  }
+  EXPECT_EQ(anCalls[0], anCalls[1]);
 }
 
 TEST_F(FaceEdgeStore, AValueThatIsClampedIsReportedOnceAndTheRecordStores) {

@@ -8,6 +8,7 @@
 #include "KivFaceEdgeData.h"
 #include "KivLittleEndian.h"
 #include "KivTestElement.h"
+#include "KivTestMeshRecord.h"
 
 namespace {
 
@@ -37,22 +38,10 @@ Bytes Golden() {
   return FromHex(kHeader + kFlatFace + kEdge);
 }
 Bytes Golden1() {
-  Bytes vc = Golden();
-  vc.erase(vc.begin() + 195 + 28, vc.begin() + 195 + 32);
-  vc.erase(vc.begin() + 100 + 28, vc.begin() + 100 + 32);
-  vc[8] = 1;
-  vc[100 + 8] = 0x5B;
-  vc[191] = 0xBF;
-  vc[191 + 8] = 0x41;
-  return vc;
+  return AsRevision1(Golden());
 }
 Bytes Golden19() {
-  Bytes vc = Golden1();
-  vc.erase(vc.begin() + 8, vc.begin() + 12);
-  vc[8] = 0x60;
-  vc[96] = 0x60;
-  vc[187] = 0xBB;
-  return vc;
+  return AsGeneration19(Golden());
 }
 // The same triangles with a normal for each vertex.
 Bytes GoldenPerVertex() {
@@ -362,6 +351,28 @@ TEST(PolyElemData, EveryCutAndEveryDamagedByteOfEachRevisionIsRefusedOrHarmless)
 TEST(PolyElemData, RandomBytesAreRefusedOrHarmless) {
   ExpectRandomBytesAreHarmless<Block>(Golden(), 100, 3);
   ExpectRandomBytesAreHarmless<Block>(GoldenPerVertex(), 112, 4);
+}
+
+TEST(PolyElemData, ALaterReadOfARecordTakesNothingFromTheHeap) {
+  // Flat meshes of several lengths and one with a normal for each vertex.
+  auto pz = NewBlock<Block>();
+  ASSERT_TRUE(ReadRecord(Golden(), *pz));
+  const KivPolyFace zFlat = pz->m_vzFace[0];
+  for (uint32_t n = 1; n <= 8; ++n) {
+    KivPolyFace& z = pz->m_vzFace.Add();
+    z = zFlat;
+    z.m_viCompactIndex.insert(z.m_viCompactIndex.end(), 3 * n, n % 4);
+    z.m_vfCompactNormal.insert(z.m_vfCompactNormal.end(), 3 * n, 0.5f);
+    z.m_vzAttribute = {{1, Bytes(n)}};
+  }
+  KivPolyFace& zPerVertex = pz->m_vzFace.Add();
+  zPerVertex = zFlat;
+  zPerVertex.m_bFlatNormals = 0;
+  zPerVertex.ClearCompact();
+  pz->m_zHeader.m_iEntryCount += 9;
+  const Bytes vc = BuildRecord(*pz);
+  ASSERT_FALSE(vc.empty());
+  ExpectLaterReadsTakeNothingFromTheHeap<Block>(vc);
 }
 
 // --- In a store -----------------------------------------------------------------------------------------------------

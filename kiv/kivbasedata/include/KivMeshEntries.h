@@ -133,6 +133,9 @@ class KivMeshBlock : public KivMemoryBlockFaceEdgeInterface {
   bool VisitEntries(KivFieldReader& zFields, KivMeshFlags& zFlags) {
     static constexpr const char* kSource = Kind::kSource;
     static constexpr uint32_t kKinds[] = {kGapKind, Kind::kFaceKind, Kind::kEdgeKind};
+    constexpr size_t kLeastEntry = kEntryFrameSize + 20 + kAttributeListMin;
+    const size_t nAtMost = zFields.Record().Remaining() / kLeastEntry;
+    m_vzFace.Reserve(std::min<size_t>(m_zHeader.m_iEntryCount, nAtMost));
     bool bEdges = false;
     const auto Read = [&](const KivEntryFrame& zFrame) {
       if (zFrame.m_iKind == Kind::kFaceKind && !KIV_ASSERT(!bEdges)) return false;
