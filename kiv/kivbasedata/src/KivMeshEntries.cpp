@@ -5,8 +5,6 @@
 namespace kiv {
 namespace {
 
-constexpr char kSource[] = "src\\KivFaceEdgeData";
-
 // The element's box as the coder takes it.
 struct Box {
   explicit Box(const KivMemoryBlockFaceEdgeInterface& zMesh) {
