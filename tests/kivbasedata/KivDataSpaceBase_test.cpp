@@ -346,9 +346,11 @@ TEST_F(DataSpace, AFileThatIsOpenForWritingElsewhereGivesThirtyAfterTheRetries) 
   ASSERT_TRUE(zElsewhere.IsOpen());
   KivModelOpenInfo zInfo;
   zInfo.m_bOpenForWrite = true;
+  const uint32_t iKey = NextKey();
   const NoThrowScope zNoThrow;
   EXPECT_EQ(Space().AddModel(csPath, zInfo, nullptr), KivAddModelResult::NotOpened);
   EXPECT_TRUE(Space().GetModels().empty());
+  EXPECT_EQ(NextKey(), iKey);
 }
 
 TEST_F(DataSpace, RecordsWhoseFrameLiesAreReportedAndNothingElseHappens) {
@@ -698,6 +700,21 @@ TEST_F(DataSpace, AnIndexOutsideTheTablesIsReported) {
     Space().SetReplaceAllPosition(iOutside, 0, nullptr);
   }
   EXPECT_EQ(KivGetReportCount(), nReports + 10);
+}
+
+bool CanSavePatch() {
+  return true;
+}
+
+TEST_F(DataSpace, AFunctionThatIsAskedBeforePatchesIsKeptOnceAndNullIsNone) {
+  struct Space : KivDataSpaceBase {
+    size_t Functions() const { return m_vpfnCanSavePatch.size(); }
+  } zSpace;
+  zSpace.AddCanSavePatchFunction(nullptr);
+  EXPECT_EQ(zSpace.Functions(), 0U);
+  for (int i = 0; i < 2; ++i) zSpace.AddCanSavePatchFunction(CanSavePatch);
+  zSpace.AddCanSavePatchFunction([] { return false; });
+  EXPECT_EQ(zSpace.Functions(), 2U);
 }
 
 // --- Listeners

@@ -252,6 +252,24 @@ TEST_F(OutOfCoreManager, AFileThatIsOpenForWritingElsewhereIsTriedFourTimes) {
   EXPECT_EQ(zCount.GetCount(KivSysCall::FileOpen), 4U);
 }
 
+TEST_F(OutOfCoreManager, AStoreThatIsChangedInPlaceIsNotSavedElsewhere) {
+  const KivModelStatusBase* pzModel = Open(MakeFile(u"a.kiv"), true);
+  const uint32_t iKey = pzModel->GetKey();
+  const KivWString csCopy = m_zFolder / u"copy.kiv";
+  EXPECT_REPORT(KivOutOfCoreManager::SaveAs(iKey, csCopy, false), "0");
+  EXPECT_REPORT(KivOutOfCoreManager::SaveInSlices(iKey, csCopy, 0), "0");
+  EXPECT_REPORT(KivOutOfCoreManager::IsSaveInSlicesComplete(iKey, csCopy), "0");
+  EXPECT_REPORT(KivOutOfCoreManager::CancelSaveInSlices(iKey, csCopy), "0");
+  const NoThrowScope zNoThrow;
+  const uint64_t nReports = KivGetReportCount();
+  EXPECT_FALSE(KivOutOfCoreManager::SaveAs(iKey, csCopy, false));
+  EXPECT_EQ(KivOutOfCoreManager::SaveInSlices(iKey, csCopy, 0), KivSaveInSlicesResult::TargetNotCreated);
+  EXPECT_FALSE(KivOutOfCoreManager::IsSaveInSlicesComplete(iKey, csCopy));
+  KivOutOfCoreManager::CancelSaveInSlices(iKey, csCopy);
+  EXPECT_EQ(KivGetReportCount(), nReports + 4);
+  EXPECT_EQ(Files(), std::set<std::string>{"a.kiv"});
+}
+
 TEST_F(OutOfCoreManager, APreviousGenerationIsTold) {
   const KivWString csPath = MakeFile(u"a.kiv");
   KivModelStatusBase* pzModel = Open(csPath, false);
@@ -680,20 +698,19 @@ TEST_F(OutOfCoreManager, AtALimitOfOneTheMapGrowsByAnObjectForEachFetchAndAboveI
     size_t nMost = 0;
     uint64_t nRead = 0;
     uint64_t iAfterATenth = 0;
-    const uint64_t nWalked = iLimit == 1 ? nElements / 10 : nElements;
-    for (uint64_t i = 0; i < nWalked; ++i) {
+    for (uint64_t i = 0; i < nElements; ++i) {
       auto* pzBag = dynamic_cast<TestBag*>(KivOutOfCoreManager::GetElement(pzModel->GetKey(), viPosition[i]));
       ASSERT_TRUE(pzBag != nullptr);
       const TestBlock* pzBlock = pzBag->GetMemoryBlock();
       ASSERT_TRUE(pzBlock != nullptr);
       nRead += pzBlock->m_strText.size();
       nMost = std::max(nMost, pzManager->GetKnownElementNum());
-      if (i == nWalked / 10) iAfterATenth = MemoryNow();
+      if (i == nElements / 10) iAfterATenth = MemoryNow();
     }
     const uint64_t iAtTheEnd = MemoryNow();
-    EXPECT_EQ(nRead, 40 * nWalked);
+    EXPECT_EQ(nRead, 40 * nElements);
     if (iLimit == 1) {
-      EXPECT_EQ(nMost, nWalked);
+      EXPECT_EQ(nMost, nElements);
     } else {
       EXPECT_LE(nMost, static_cast<size_t>(iLimit) + 1);
       EXPECT_EQ(TestCounts().m_iObjects, std::min<int>(iLimit, static_cast<int>(nElements)));
