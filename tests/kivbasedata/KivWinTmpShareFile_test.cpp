@@ -216,6 +216,33 @@ TEST(ShareFile, WithoutTheLargerMappingTheCapacityCountsAndTheBytesGoThroughTheH
   EXPECT_EQ(ReadAll(zReader, strLong.size() - 2, 2), "hh");
 }
 
+TEST(ShareFile, AWriteThatTheFileDidNotTakeIsReportedAndGivesFalseAndTheNextOneIsGood) {
+  for (const KivSysCall iCall : {KivSysCall::MappingView, KivSysCall::FileWrite}) {
+    TestFolder zFolder;
+    KivSetNoDirectBuffer(iCall == KivSysCall::FileWrite);
+    KivWinTmpShareFileOwner zOwner;
+    ASSERT_TRUE(zOwner.Create(zFolder / u"slot"));
+    KivSysFaultPlan zPlan;
+    zPlan.m_iCall = iCall;
+    zPlan.m_iNth = 1;
+    {
+      const KivSysFaultScope zFault(zPlan);
+      EXPECT_NE(ReportOf([&] { Write(zOwner, 0, "abc"); }), u"");
+    }
+    {
+      NoThrowScope zNoThrow;
+      const KivSysFaultScope zFault(zPlan);
+      EXPECT_FALSE(zOwner.Write(0, "abc", 3));
+      EXPECT_TRUE(zFault.HasFired());
+    }
+    EXPECT_TRUE(zOwner.Write(0, "xyz", 3));
+    KivWinTmpShareFileReader zReader;
+    ASSERT_TRUE(zReader.Open(zFolder / u"slot"));
+    EXPECT_EQ(ReadAll(zReader, 0, 3), "xyz");
+    KivSetNoDirectBuffer(false);
+  }
+}
+
 TEST(ShareFile, AnEndThatNoDoublingReachesIsReportedAndNothingIsWritten) {
   TestFolder zFolder;
   KivWinTmpShareFileOwner zOwner;

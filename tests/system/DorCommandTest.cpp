@@ -107,6 +107,7 @@ TEST_F(DorCommand, JsonTellsTheTreeTheTimesAndThatNothingIsLeft) {
   for (const char* szPart : {"\"model\": 0", "\"root_folder\"", "\"processes\"", "\"kind\": \"model\"",
                              "\"bytes\": 264", "\"milliseconds\"", "\"left_behind\": false"})
     EXPECT_TRUE(Holds(strText, szPart)) << szPart << " in " << strText;
+  EXPECT_FALSE(Holds(strText, "reading")) << "the spinner, which is for a terminal";
 }
 
 TEST_F(DorCommand, ErrorsAreJsonToo) {
