@@ -71,6 +71,8 @@ TEST(DorHandlerWithoutMemory, AReadFailsWithItsStatusAndItsAnswerAndTheHandlerGo
 TEST(DorHandlerWithoutMemory, ARequestIsAnsweredWithACodeAndTheHandlerGoesOn) {
   KivByteBuffer vcPayload;
   KivPutInt64(vcPayload, 5);
+  Answered zCleared;
+  DorHandlerDispatch(KivWString(kDorClearModel), vcPayload, zCleared.m_iStatus, zCleared.m_vcResult);
   const std::vector<Answered> vz = FailEachAllocation(KivWString(kDorGetAsmTreeInfo), vcPayload);
   ASSERT_GT(vz.size(), 1u);
   for (const Answered& z : vz) EXPECT_EQ(z.m_iStatus, 0);
