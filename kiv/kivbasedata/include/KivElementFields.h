@@ -94,6 +94,14 @@ class KivFieldReader {
       return zFrame.IsGap() || pfnEntry(*this, zEntry);
     });
   }
+  // nCount entries of a KivReusedList without frames, of nLeast bytes at the least, each by pfnEntry(fields, item).
+  template <typename List, typename Entry>
+  bool BareEntries(List& vzEntry, uint32_t nCount, uint64_t nLeast, Entry&& pfnEntry) {
+    if (!KIV_ASSERT(nCount <= m_zReader.Remaining() / nLeast)) return false;
+    for (uint32_t i = 0; i < nCount; ++i)
+      if (!pfnEntry(*this, vzEntry.Add())) return false;
+    return true;
+  }
   bool Text(KivWString& csText) { return KivReadText(m_zReader, csText); }
   bool Attributes(std::vector<KivAttribute>& vzAttribute) { return KivReadAttributes(m_zReader, vzAttribute); }
   // Goes to an offset that a field names; bytes between are not looked at.
@@ -187,6 +195,14 @@ class KivFieldSizer {
     }
     return true;
   }
+  template <typename List, typename Entry>
+  bool BareEntries(List& vzEntry, uint32_t, uint64_t, Entry&& pfnEntry) {
+    for (auto& zEntry : vzEntry) {
+      if (!pfnEntry(*this, zEntry)) return false;
+      ++m_nLive;
+    }
+    return true;
+  }
   bool Text(const KivWString& csText) {
     m_iOffset += KivSizeOfText(csText);
     return true;
@@ -257,6 +273,14 @@ class KivFieldWriter {
     for (auto& zEntry : vzEntry) {
       if (!KivWriteEntryFrame(m_zWriter, zEntry.m_zFrame)) return false;
       if (zEntry.m_zFrame.IsGap()) continue;
+      if (!pfnEntry(*this, zEntry)) return false;
+      ++m_nLive;
+    }
+    return true;
+  }
+  template <typename List, typename Entry>
+  bool BareEntries(List& vzEntry, uint32_t, uint64_t, Entry&& pfnEntry) {
+    for (auto& zEntry : vzEntry) {
       if (!pfnEntry(*this, zEntry)) return false;
       ++m_nLive;
     }

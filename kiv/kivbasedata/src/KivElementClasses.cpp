@@ -1,12 +1,17 @@
 #include "KivElementClasses.h"
 
 #include "KivAssemblyTree.h"
+#include "KivBrepData.h"
+#include "KivCamera.h"
 #include "KivFaceEdgeData.h"
 #include "KivInstance.h"
+#include "KivLayerFilter.h"
 #include "KivModel.h"
 #include "KivModelNote.h"
+#include "KivPMI.h"
 #include "KivPermanentIdTable.h"
 #include "KivPolyElemData.h"
+#include "KivVertexData.h"
 
 namespace kiv {
 namespace {
@@ -24,6 +29,11 @@ void KivRegisterElementClasses() {
   Register<KivPolyElemData>();
   Register<KivAssemblyTree>();
   Register<KivInstance>();
+  Register<KivLayerFilter>();
+  Register<KivCamera>();
+  Register<KivPMI>();
+  Register<KivBrepData>();
+  Register<KivVertexData>();
   Register<KivModel>();
   Register<KivModelNote>();
   Register<KivPermanentIdTable>();

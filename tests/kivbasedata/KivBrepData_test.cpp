@@ -1,0 +1,222 @@
+#include "KivBrepData.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "KivElementClasses.h"
+#include "KivTestElement.h"
+#include "KivVertexData.h"
+
+namespace {
+
+using namespace kiv;
+using namespace kivtest;
+
+using Block = KivMemoryBlockBrep;
+using Vertices = KivMemoryBlockVertex;
+
+const std::string kLinksBoxState =
+    "0A00000000000000 0B00000000000000 0C00000000000000"
+    "00000000 00000000 00000000  0000803F 0000803F 0000803F  00000000";
+const std::string kEntries =
+    "0700000000000000 00000000 03000000 AABBCC  01 04 01000000 99 00000000000000";
+const std::string kSecond = "0800000000000000 00000000 01000000 40" + HexZeros(14);
+
+Bytes Golden() {
+  return FromHex("05000000 02000000 01000000 48000000" + kLinksBoxState + "2A000000" + HexFrame(72, 10004, 45) +
+                 kEntries + HexFrame(117, 10005, 43) + kSecond);
+}
+Bytes Golden19() {
+  return FromHex("05000000 02000000 44000000" + kLinksBoxState + "2A000000" + HexFrame(68, 10004, 45) + kEntries +
+                 HexFrame(113, 10005, 43) + kSecond);
+}
+
+const std::string kTwoVertices = "01000000 02000000 03000000 04000000 05000000 06000000 07000000  01 04 01000000 99" +
+                                 HexZeros(7) + HexZeros(28) + HexZeros(14);
+Bytes GoldenVertices() {
+  return FromHex("0D000000 02000000 01000000 48000000" + kLinksBoxState + "2A000000" + kTwoVertices);
+}
+Bytes GoldenVertices19() {
+  return FromHex("0D000000 02000000 44000000" + kLinksBoxState + "2A000000" + kTwoVertices);
+}
+
+class BrepStore : public ElementStoreTest {
+ protected:
+  BrepStore() { KivRegisterElementClasses(); }
+};
+
+}  // namespace
+
+// --- B-rep ----------------------------------------------------------------------------------------------------------
+
+TEST(BrepData, ARecordReadsAsItIs) {
+  auto pz = NewBlock<Block>();
+  ASSERT_TRUE(ReadRecord(Golden(), *pz));
+  EXPECT_EQ(pz->m_iBrepValue, 42u);
+  ASSERT_EQ(pz->m_vzGeometry.size(), 2u);
+  EXPECT_EQ(pz->m_vzGeometry[0].m_zFrame.m_iKind, kBrepNurbsKind);
+  EXPECT_EQ(pz->m_vzGeometry[0].m_iGeometryId, 7u);
+  EXPECT_EQ(pz->m_vzGeometry[0].m_vcGeometry, (Bytes{0xAA, 0xBB, 0xCC}));
+  EXPECT_EQ(pz->m_vzGeometry[0].m_vzAttribute, (std::vector<KivAttribute>{{4, {0x99}}}));
+  EXPECT_EQ(pz->m_vzGeometry[1].m_zFrame.m_iKind, kBrepAnalyticKind);
+  EXPECT_EQ(pz->m_vzGeometry[1].m_vcGeometry, (Bytes{0x40}));
+  EXPECT_EQ(BuildRecord(*pz), Golden());
+  ASSERT_TRUE(ReadRecord(Golden19(), *pz, true));
+  EXPECT_EQ(pz->m_vzGeometry[1].m_iGeometryId, 8u);
+  EXPECT_EQ(pz->m_zHeader.m_iFormat, 0u);
+}
+
+TEST(BrepData, ADataOffsetAboveTheLeastIsKept) {
+  auto pz = NewBlock<Block>();
+  pz->m_zHeader.m_iDataOffset = 80;
+  pz->AddGeometry(kBrepNurbsKind).m_vcGeometry = {1};
+  const Bytes vc = BuildRecord(*pz);
+  EXPECT_EQ(vc.size(), 80u + 28 + 1 + 14);
+  ASSERT_TRUE(ReadRecord(vc, *pz));
+  EXPECT_EQ(pz->m_vzGeometry[0].m_zFrame.m_iOffset, 80u);
+}
+
+TEST(BrepData, AGapIsWrittenAs12BytesAndCannotBeReadBack) {
+  auto pz = NewBlock<Block>();
+  for (const bool bBehind : {false, true}) {
+    KivElementBlock::Memory zMemory;
+    KivResetElement(*pz, zMemory);
+    if (bBehind) pz->AddGeometry(kBrepNurbsKind).m_vcGeometry = {1};
+    KivBrepEntry& zGap = pz->m_vzGeometry.Add();
+    zGap.m_zFrame.m_iKind = kGapKind;
+    zGap.m_zFrame.m_iSize = 40;
+    if (!bBehind) pz->AddGeometry(kBrepNurbsKind).m_vcGeometry = {1};
+    const Bytes vc = BuildRecord(*pz);
+    EXPECT_EQ(vc.size(), 72u + 12 + 43);
+    const uint64_t nBefore = QuietReports();
+    EXPECT_FALSE(ReadRecord(vc, *pz)) << bBehind;
+    EXPECT_EQ(QuietReports(), nBefore + 1);
+  }
+}
+
+TEST(BrepData, AnEmptyGeometryFailsOnBothSidesANonZeroWordOnAWrite) {
+  auto pz = NewBlock<Block>();
+  Bytes vc = Golden();
+  vc[117 + 24] = 0;
+  EXPECT_FALSE(ReadRecord(vc, *pz));
+  vc = Golden();
+  vc[117 + 20] = 1;
+  ASSERT_TRUE(ReadRecord(vc, *pz));
+  EXPECT_EQ(pz->m_vzGeometry[1].m_iGeometryZero, 1u);
+  EXPECT_EQ(SizeOf(*pz), -90);
+}
+
+TEST(BrepData, TheSizingAnswersItsCodes) {
+  const auto With = [](auto&& pfnChange) {
+    auto pz = NewBlock<Block>();
+    EXPECT_TRUE(ReadRecord(Golden(), *pz));
+    pfnChange(*pz);
+    return SizeOf(*pz);
+  };
+  EXPECT_EQ(With([](Block&) {}), 160);
+  EXPECT_EQ(With([](Block& z) { z.m_zHeader.m_iTag = 13; }), -10);
+  EXPECT_EQ(With([](Block& z) { z.m_zHeader.m_afBoxMin[0] = 2; }), -40);
+  EXPECT_EQ(With([](Block& z) { z.m_zHeader.m_iNodeState = 3; }), -50);
+  EXPECT_EQ(With([](Block& z) { z.m_vzGeometry[1].m_iGeometryZero = 5; }), -90);
+  EXPECT_EQ(With([](Block& z) { z.m_vzGeometry[0].m_vcGeometry.clear(); }), -100);
+  EXPECT_EQ(With([](Block& z) { z.m_zHeader.m_iEntryCount = 3; }), -580);
+  EXPECT_EQ(With([](Block& z) { z.m_vzGeometry[0].m_zFrame.m_iKind = 10006; }), 0);
+}
+
+TEST(BrepData, ABoxWithALowCornerAboveItsHighOneFailsTheRead) {
+  Bytes vc = Golden();
+  vc[43] = 0x70;
+  auto pz = NewBlock<Block>();
+  EXPECT_FALSE(ReadRecord(vc, *pz));
+}
+
+TEST(BrepData, EveryCutAndEveryDamagedByteIsRefusedOrHarmless) {
+  ExpectDamageIsRefusedOrHarmless<Block>(Golden(), false, Golden().size());
+  ExpectDamageIsRefusedOrHarmless<Block>(Golden19(), true, Golden19().size());
+  ExpectRandomBytesAreHarmless<Block>(Golden(), 72, 95);
+  const NoThrowScope zNoThrow;
+  ExpectDamageIsRefusedOrHarmless<Block>(Golden(), false, Golden().size());
+}
+
+TEST_F(BrepStore, KeysAreLinksAndThoseOfAttributes) {
+  OpenEmpty();
+  auto pzBlock = NewBlock<Block>();
+  ASSERT_TRUE(ReadRecord(Golden(), *pzBlock));
+  pzBlock->m_vzGeometry[1].m_vzAttribute = {{kTestNoteIndex, {0x51, 0, 0, 0, 0, 0, 0, 0}}};
+  auto* pz = Put<KivBrepData>(BuildRecord(*pzBlock));
+  ASSERT_NE(pz, nullptr);
+  EXPECT_EQ(pz->GetElementType(), 5u);
+  std::vector<uint64_t> viKey;
+  ASSERT_TRUE(pz->GetAllPosition(viKey));
+  EXPECT_EQ(viKey, (std::vector<uint64_t>{10, 11, 12, 0x51}));
+  ASSERT_TRUE(pz->ReplaceAllPosition({{10, 20}, {11, 21}, {12, 22}, {0x51, 0x61}}));
+  ASSERT_TRUE(pz->GetAllPosition(viKey));
+  EXPECT_EQ(viKey, (std::vector<uint64_t>{20, 21, 22, 0x61}));
+}
+
+// --- Vertices -------------------------------------------------------------------------------------------------------
+
+TEST(VertexData, ARecordReadsAsItIs) {
+  auto pz = NewBlock<Vertices>();
+  ASSERT_TRUE(ReadRecord(GoldenVertices(), *pz));
+  EXPECT_EQ(pz->m_iVertexValue, 42u);
+  ASSERT_EQ(pz->m_vzVertex.size(), 2u);
+  EXPECT_EQ(pz->m_vzVertex[0].m_iVertexData, (std::array<uint32_t, 7>{1, 2, 3, 4, 5, 6, 7}));
+  EXPECT_EQ(pz->m_vzVertex[0].m_vzAttribute, (std::vector<KivAttribute>{{4, {0x99}}}));
+  EXPECT_EQ(pz->m_vzVertex[1].m_iVertexData, (std::array<uint32_t, 7>{}));
+  EXPECT_EQ(BuildRecord(*pz), GoldenVertices());
+  ASSERT_TRUE(ReadRecord(GoldenVertices19(), *pz, true));
+  EXPECT_EQ(pz->m_vzVertex[0].m_iVertexData[6], 7u);
+}
+
+TEST(VertexData, TheSizingAnswersItsCodes) {
+  const auto With = [](auto&& pfnChange) {
+    auto pz = NewBlock<Vertices>();
+    EXPECT_TRUE(ReadRecord(GoldenVertices(), *pz));
+    pfnChange(*pz);
+    return SizeOf(*pz);
+  };
+  EXPECT_EQ(With([](Vertices&) {}), 72 + 2 * 42);
+  EXPECT_EQ(With([](Vertices& z) { z.m_zHeader.m_iTag = 5; }), -10);
+  EXPECT_EQ(With([](Vertices& z) { z.m_zHeader.m_afBoxMin[0] = 2; }), -40);
+  EXPECT_EQ(With([](Vertices& z) { z.m_zHeader.m_iNodeState = 3; }), -50);
+  EXPECT_EQ(With([](Vertices& z) { z.m_zHeader.m_iEntryCount = 1; }), -580);
+}
+
+TEST(VertexData, ANumberOfVerticesIsComparedWithTheBytesThatRemain) {
+  Bytes vc = GoldenVertices();
+  auto pz = NewBlock<Vertices>();
+  for (const uint8_t n : {3, 0x7F, 0xFF}) {
+    vc[4] = vc[7] = n;
+    EXPECT_FALSE(ReadRecord(vc, *pz));
+    EXPECT_EQ(pz->m_vzVertex.size(), 0u);
+  }
+}
+
+TEST(VertexData, EveryCutAndEveryDamagedByteIsRefusedOrHarmless) {
+  ExpectDamageIsRefusedOrHarmless<Vertices>(GoldenVertices(), false, GoldenVertices().size());
+  ExpectDamageIsRefusedOrHarmless<Vertices>(GoldenVertices19(), true, GoldenVertices19().size());
+  ExpectRandomBytesAreHarmless<Vertices>(GoldenVertices(), 72, 96);
+  const NoThrowScope zNoThrow;
+  ExpectDamageIsRefusedOrHarmless<Vertices>(GoldenVertices(), false, GoldenVertices().size());
+}
+
+TEST_F(BrepStore, AVertexElementIsLoadedAnewForItsKeysWhichStandInTheRowOfMeshes) {
+  OpenEmpty();
+  auto pzBlock = NewBlock<Vertices>();
+  ASSERT_TRUE(ReadRecord(GoldenVertices(), *pzBlock));
+  pzBlock->m_vzVertex[1].m_vzAttribute = {{kTestNoteIndex, {0x51, 0, 0, 0, 0, 0, 0, 0}}};
+  for (const uint32_t iKeep : {1u, 0u}) {
+    Space().SetKeepRawData(iKeep);
+    auto* pz = Put<KivVertexData>(BuildRecord(*pzBlock));
+    ASSERT_NE(pz, nullptr);
+    EXPECT_EQ(pz->GetElementType(), 13u);
+    std::vector<uint64_t> viKey;
+    ASSERT_TRUE(pz->GetAllPosition(viKey));
+    EXPECT_EQ(viKey, (std::vector<uint64_t>{10, 11, 12, 0x51}));
+    ASSERT_TRUE(pz->ReplaceAllPosition({{10, 20}, {11, 21}, {12, 22}, {0x51, 0x61}}));
+    ASSERT_TRUE(pz->GetAllPosition(viKey));
+    EXPECT_EQ(viKey, (std::vector<uint64_t>{20, 21, 22, 0x61}));
+  }
+}
