@@ -92,7 +92,8 @@ TEST(BrepGeometry, MagicTypeAxisAndRadiusAreTested) {
   EXPECT_FALSE(IsGood(kBrepAnalyticKind, Analytic(0, false)));
   EXPECT_FALSE(IsGood(kBrepAnalyticKind, Analytic(6, false)));
   const double dNaN = std::numeric_limits<double>::quiet_NaN();
-  for (const auto& [dAxis, bGood] : {std::pair{1e-13, false}, {1.0001e-12, true}, {1e-11, true}, {0.0, false}, {dNaN, false}}) {
+  for (const auto& [dAxis, bGood] :
+       {std::pair{1e-13, false}, {1.0001e-12, true}, {1e-11, true}, {0.0, false}, {dNaN, false}}) {
     vc = Analytic(1, false);
     KivStore<double>(&vc[42], dAxis);
     EXPECT_EQ(IsGood(kBrepAnalyticKind, vc), bGood) << dAxis;

@@ -59,8 +59,8 @@ Bytes GoldenDetail() {
 }
 // Gaps in both lists.
 Bytes GoldenGaps() {
-  return FromHex("0C000000 02000000 04000000 44000000" + kLinksBoxState + "03000000" + HexFrame(72, 10000, 14) + "0000" +
-                 HexFrame(86, 10014, 398) + View(4) + HexFrame(484, 10000, 12) + "02000000" +
+  return FromHex("0C000000 02000000 04000000 44000000" + kLinksBoxState + "03000000" + HexFrame(72, 10000, 14) +
+                 "0000" + HexFrame(86, 10014, 398) + View(4) + HexFrame(484, 10000, 12) + "02000000" +
                  HexFrame(500, 10015, 63) + kGroup + HexFrame(563, 10000, 12));
 }
 
@@ -350,7 +350,7 @@ TEST(ViewLookup, AViewGivesOneForItsPmiAndOneForItsLayers) {
   ASSERT_TRUE(ReadRecord(Golden(), *pz));
   KivViewDisplay z(pz->m_vzView[0]);
   EXPECT_FALSE(z.m_zPMI.Query(true, 3, 9));
-  EXPECT_TRUE(z.m_zPMI.Query(false, 4, 9));     // mode 1
+  EXPECT_TRUE(z.m_zPMI.Query(false, 4, 9));  // mode 1
   EXPECT_TRUE(z.m_zLayer.Query(false, 4, 10));
   EXPECT_FALSE(z.m_zLayer.Query(true, 3, 10));  // mode 2
 }

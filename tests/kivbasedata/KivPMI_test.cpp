@@ -20,8 +20,7 @@ const std::string kLinksBoxState =
 
 // An annotation with one of everything.
 std::string Annotation(uint32_t iFormat) {
-  std::string str =
-      "02000000 03000000  01000000 02000000 03000000 04000000 05000000 06000000 07000000 08000000";
+  std::string str = "02000000 03000000  01000000 02000000 03000000 04000000 05000000 06000000 07000000 08000000";
   if (iFormat >= 3) str += "09000000";
   str += "02000000 0A000000 0B000000";
   if (iFormat >= 4)

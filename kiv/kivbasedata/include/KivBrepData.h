@@ -11,7 +11,7 @@
 namespace kiv {
 
 struct KivBrepEntry {
-  KivEntryFrame m_zFrame;  // of kind kBrepNurbsKind or kBrepAnalyticKind
+  KivEntryFrame m_zFrame;        // of kind kBrepNurbsKind or kBrepAnalyticKind
   uint64_t m_iGeometryId = 0;    // carried
   uint32_t m_iGeometryZero = 0;  // a write demands 0
   std::vector<uint8_t> m_vcGeometry;

@@ -23,7 +23,7 @@ struct KivBrepGeometry {
   double m_dRadius = 0;  // of the types 2 and 3
 
   // NURBS form
-  uint32_t m_iOrder = 0;  // degree + 1
+  uint32_t m_iOrder = 0;         // degree + 1
   std::vector<double> m_vdKnot;  // order + number of poles
   std::vector<KivECoord3> m_vzPole;
   std::vector<double> m_vdWeight;  // one for each pole, or empty for a plain one

@@ -67,7 +67,8 @@ struct KivView {
   std::vector<uint8_t> m_vcClipByte;  // from revision 4
   uint32_t m_iClipValue = 0;          // from revision 4
   bool m_bClipOn = false;
-  bool m_bSectionOn = false;  // from revision 3; one of the two forms of a section follows: the list, if it is not empty
+  bool m_bSectionOn =
+      false;  // from revision 3; one of the two forms of a section follows: the list, if it is not empty
   std::vector<KivViewSectionItem> m_vSectionList;
   std::array<double, 11> m_dSection{};
   uint32_t m_iSectionValue = 0;
@@ -142,8 +143,7 @@ class KivMemoryBlockCamera : public KivElementBlock {
            VisitShow(zFields, z.m_iPMIShowMode, z.m_vPMIShow, true) &&
            VisitShow(zFields, z.m_iLayerShowMode, z.m_vLayerShow, false) && zFields.Numbers(z.m_iViewData) &&
            zFields.Items(z.m_vViewRecord, 20, [](auto& f, std::array<uint32_t, 5>& ai) { return f.Numbers(ai); }) &&
-           VisitClips(zFields, z) && VisitSection(zFields, z) &&
-           zFields.Numbers(z.m_iFilterRef0, z.m_iFilterKind) &&
+           VisitClips(zFields, z) && VisitSection(zFields, z) && zFields.Numbers(z.m_iFilterRef0, z.m_iFilterKind) &&
            zFields.Check(z.m_iFilterKind == kLayerFilterEntryKind || z.m_iFilterKind == kGapKind) &&
            zFields.Numbers(z.m_iFilterRef1, z.m_iGroupRef0, z.m_iGroupKind) &&
            zFields.Check(z.m_iGroupKind == kViewGroupKind || z.m_iGroupKind == kGapKind) &&
@@ -209,12 +209,12 @@ class KivMemoryBlockCamera : public KivElementBlock {
     return zFields.Flag(z.m_bGroupFlag) && zFields.Numbers(z.m_iGroupValue, z.m_iParentKind) &&
            zFields.Check(z.m_iParentKind == kViewGroupKind || z.m_iParentKind == kGapKind) &&
            zFields.Numbers(z.m_iParentRef) &&
-           zFields.Items(z.m_vMember, 12,
-                         [](auto& f, KivViewMember& zMember) {
-                           return f.Numbers(zMember.m_iMember0, zMember.m_iMemberKind, zMember.m_iMember1) &&
-                                  f.Check(zMember.m_iMemberKind == kViewKind ||
-                                          zMember.m_iMemberKind == kViewGroupKind);
-                         }) &&
+           zFields.Items(
+               z.m_vMember, 12,
+               [](auto& f, KivViewMember& zMember) {
+                 return f.Numbers(zMember.m_iMember0, zMember.m_iMemberKind, zMember.m_iMember1) &&
+                        f.Check(zMember.m_iMemberKind == kViewKind || zMember.m_iMemberKind == kViewGroupKind);
+               }) &&
            zFields.Numbers(z.m_iGroupValue2) && zFields.Text(z.m_strGroupName);
   }
 };

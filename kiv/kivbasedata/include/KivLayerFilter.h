@@ -1,5 +1,5 @@
-// The element with named sets of layers that are on or off, and the lookup that tells for each entity whether its layer is
-// visible. docs/element_records.md has the record.
+// The element with named sets of layers that are on or off, and the lookup that tells for each entity whether its layer
+// is visible. docs/element_records.md has the record.
 #pragma once
 
 #include <array>
@@ -50,8 +50,9 @@ class KivMemoryBlockLayerFilter : public KivElementBlock {
 
   template <typename Fields>
   static bool VisitFilter(Fields& zFields, KivLayerFilterEntry& z) {
-    return zFields.Items(z.m_vzLayer, kLayerSize,
-                         [](auto& f, KivLayer& zLayer) { return f.Numbers(zLayer.m_iLayer) && f.Flag(zLayer.m_bOn); }) &&
+    return zFields.Items(
+               z.m_vzLayer, kLayerSize,
+               [](auto& f, KivLayer& zLayer) { return f.Numbers(zLayer.m_iLayer) && f.Flag(zLayer.m_bOn); }) &&
            zFields.Numbers(z.m_iFilterValue) && zFields.Text(z.m_strFilterName);
   }
 };
@@ -61,8 +62,8 @@ class KivLayerFilter : public KivElement<KivMemoryBlockLayerFilter> {
   using KivElement::KivElement;
 };
 
-// Tells the visibility of layers. Asked for every entity that is shown: a query allocates nothing, and one that is equal
-// to the query before it is not looked up again. One thread at a time.
+// Tells the visibility of layers. Asked for every entity that is shown: a query allocates nothing, and one that is
+// equal to the query before it is not looked up again. One thread at a time.
 class KivLayerFilterLookup {
  public:
   enum class Form { Empty, List, Bits, Set };
@@ -103,9 +104,7 @@ class KivLayerFilterLookup {
     bool Has(uint32_t iLayer) const;
   };
 
-  bool Find(bool bDefaultOn, uint32_t iLayer) const {
-    return bDefaultOn ? !m_zOff.Has(iLayer) : m_zOn.Has(iLayer);
-  }
+  bool Find(bool bDefaultOn, uint32_t iLayer) const { return bDefaultOn ? !m_zOff.Has(iLayer) : m_zOn.Has(iLayer); }
 
   Members m_zOn;
   Members m_zOff;

@@ -26,11 +26,11 @@ struct KivPMIEntry {
   std::array<uint32_t, 8> m_iPMIData{};
   uint32_t m_iPMIData8 = 0;  // from revision 3
   std::vector<uint32_t> m_viPMIInts;
-  std::vector<uint64_t> m_viPMIRefs;                        // from revision 4; no element keys
-  std::vector<uint8_t> m_vcPMIBytes;                        // from revision 4
-  std::array<std::array<uint32_t, 3>, 3> m_iPMIVector{};    // from revision 4
-  uint32_t m_iPMIData9 = 0;                                 // from revision 4
-  std::vector<uint32_t> m_viPMIInts2;                       // from revision 3
+  std::vector<uint64_t> m_viPMIRefs;                      // from revision 4; no element keys
+  std::vector<uint8_t> m_vcPMIBytes;                      // from revision 4
+  std::array<std::array<uint32_t, 3>, 3> m_iPMIVector{};  // from revision 4
+  uint32_t m_iPMIData9 = 0;                               // from revision 4
+  std::vector<uint32_t> m_viPMIInts2;                     // from revision 3
   std::vector<uint32_t> m_viPMIInts3;
   std::vector<KivPMITextBlock> m_vTextBlock;
   std::vector<std::array<uint32_t, 3>> m_vPMITriple;  // from revision 2
@@ -99,9 +99,9 @@ class KivMemoryBlockPMI : public KivElementBlock {
            (iFormat < 3 || zFields.List(z.m_viPMIInts2)) && zFields.List(z.m_viPMIInts3) &&
            zFields.Items(z.m_vTextBlock, kTextBlockSizeMin,
                          [](auto& f, KivPMITextBlock& zText) { return VisitTextBlock(f, zText); }) &&
-           (iFormat < 2 || (zFields.Items(z.m_vPMITriple, 12,
-                                          [](auto& f, std::array<uint32_t, 3>& ai) { return f.Numbers(ai); }) &&
-                            zFields.Attributes(z.m_vzAttribute)));
+           (iFormat < 2 || (zFields.Items(z.m_vPMITriple, 12, [](auto& f, std::array<uint32_t, 3>& ai) {
+              return f.Numbers(ai);
+            }) && zFields.Attributes(z.m_vzAttribute)));
   }
 };
 

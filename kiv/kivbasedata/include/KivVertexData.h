@@ -39,9 +39,10 @@ class KivMemoryBlockVertex : public KivElementBlock {
   template <typename Fields>
   bool VisitBody(Fields& zFields, Memory&) {
     return zFields.Numbers(m_iVertexValue) && zFields.FillTo(m_zHeader.m_iDataOffset) &&
-           zFields.BareEntries(m_vzVertex, m_zHeader.m_iEntryCount, kVertexSizeMin, [](auto& z, KivVertexEntry& zVertex) {
-             return z.Numbers(zVertex.m_iVertexData) && z.Attributes(zVertex.m_vzAttribute);
-           });
+           zFields.BareEntries(m_vzVertex, m_zHeader.m_iEntryCount, kVertexSizeMin,
+                               [](auto& z, KivVertexEntry& zVertex) {
+                                 return z.Numbers(zVertex.m_iVertexData) && z.Attributes(zVertex.m_vzAttribute);
+                               });
   }
 
   template <typename Keys>

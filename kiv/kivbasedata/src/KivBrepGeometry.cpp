@@ -174,8 +174,7 @@ bool KivDecodeBrepGeometry(uint32_t iKind, std::span<const uint8_t> vcGeometry, 
   if (vcGeometry.empty()) return false;
   if (!KIV_ASSERT(iKind == kBrepNurbsKind || iKind == kBrepAnalyticKind)) return false;
   GeometryReader zReader(vcGeometry);
-  const bool bGood =
-      iKind == kBrepAnalyticKind ? DecodeAnalytic(zReader, zGeometry) : DecodeNurbs(zReader, zGeometry);
+  const bool bGood = iKind == kBrepAnalyticKind ? DecodeAnalytic(zReader, zGeometry) : DecodeNurbs(zReader, zGeometry);
   return bGood && KIV_ASSERT(zReader.IsAtEnd());
 }
 
