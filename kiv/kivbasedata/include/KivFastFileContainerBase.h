@@ -118,6 +118,7 @@ class KivFastFileContainerBase {
   uint8_t GetGeneration() const { return zHeaderInfo[KivContainerHeader::FormatVersion]; }
   Position GetFirstPositionTable() const { return m_iFirstPositionTable; }
   void SetFirstPositionTable(Position iFile) { m_iFirstPositionTable = iFile; }
+  void SetFilePositionTableMode(uint32_t iMode) { m_iFilePositionTableMode = iMode; }  // counts from the next opening
   void SetHeaderDirty() { m_bHeaderDirty = true; }
   KivPositionTableManager* GetPositionTableManager() const { return m_pzPositionTableManager; }
 

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 
+#include "KivMemoryBlock.h"
 #include "KivMeshCodec.h"
 
 namespace kiv {
@@ -11,5 +12,8 @@ namespace kiv {
 // from the root on and visits each element once; a root of 0 is an empty tree. What cannot be loaded or is no mesh is
 // reported and left out, and the result is then false.
 bool KivAddMeshTree(uint32_t iManagerKey, uint64_t iRootKey, KivMeshStatistics& zStatistics);
+
+// Adds the faces of one element's block. False for null and for a block of no mesh.
+bool KivAddMeshBlock(const KivMemoryBlock* pzBlock, KivMeshStatistics& zStatistics);
 
 }  // namespace kiv

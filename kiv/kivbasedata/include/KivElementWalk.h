@@ -1,0 +1,54 @@
+// From a model's root to its elements: accessors, and a walk over all of them. docs/model.md has the picture.
+//
+// Reports are quiet (source "src\KivModel"). Pointers to elements and blocks are good until the next operation on the
+// store.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <set>
+#include <vector>
+
+#include "KivAssemblyTree.h"
+#include "KivInstance.h"
+#include "KivMeshCodec.h"
+#include "KivModel.h"
+#include "KivModelNote.h"
+
+namespace kiv {
+
+// --- Accessors ------------------------------------------------------------------------------------------------------
+
+// The element at kModelPosition. Null after a report.
+KivModel* KivGetModel(uint32_t iManagerKey);
+// The root of the instance tree. Null after a report, also for a model without one.
+KivInstance* KivGetInstanceRoot(uint32_t iManagerKey);
+// These are null, too, where there is no such element, without a report.
+KivModelNote* KivGetModelNote(uint32_t iManagerKey);
+KivAssemblyTree* KivGetAssemblyTree(uint32_t iManagerKey);
+KivOutOfCoreTreeNode* KivGetSecondElement(uint32_t iManagerKey);
+
+// --- Walk -----------------------------------------------------------------------------------------------------------
+
+// Gets each element that the walk has loaded.
+using KivElementVisitor = std::function<void(KivOutOfCoreTreeNode& zElement)>;
+
+// Loads a tree of elements through the links 1 and 2 of each, and visits each once: keys that stand in siSeen are
+// passed by, and those that come are added. False if a part could not be loaded, which is reported and left out.
+bool KivWalkTree(uint32_t iManagerKey, uint64_t iRootKey, std::set<uint64_t>& siSeen, const KivElementVisitor& pfnVisit);
+
+constexpr int32_t kAllLevels = -1;
+
+// Loads the elements with these tags, and visits them:
+//   7, 11, 12     PMI, layer filter and camera of each assembly node
+//   0, 2          the instances
+//   1, 8          the meshes of one level of detail, or with a negative iLevel those of all levels and the common ones
+//   5, 13         the B-reps, and the vertices
+// No element is visited twice. False if a part could not be loaded, which is reported and left out.
+bool KivWalkElements(uint32_t iManagerKey, const std::set<uint32_t>& siTag, int32_t iLevel,
+                     const KivElementVisitor& pfnVisit);
+
+// Adds the faces of all meshes of a model, or of those of one level.
+bool KivAddModelMeshes(uint32_t iManagerKey, int32_t iLevel, KivMeshStatistics& zStatistics);
+
+}  // namespace kiv

@@ -1,0 +1,104 @@
+// Builds a model in memory and writes it as a container whose elements refer to each other by keys, so that they can
+// grow and move. docs/model.md has the picture.
+//
+//   KivModelBuilder zBuilder;
+//   const size_t iBolt = zBuilder.AddPart();
+//   zBuilder.FaceEdge(iBolt, 0).AddFace() ...           // a mesh at level 0
+//   const size_t iRoot = zBuilder.AddNode(u"machine");
+//   const size_t iNode = zBuilder.AddNode(u"bolt", iRoot);
+//   zBuilder.PlaceInstance(iBolt, zMatrix, iNode);
+//   zBuilder.PMI(iNode).AddPMI() ...
+//   bool bDone = zBuilder.Save(u"machine.kiv");
+//
+// The blocks that it hands out are the elements' own: fill any of their fields. Links, keys, numbers of entries and boxes
+// are set by Save. References stay good while the builder lives.
+//
+// Where the records leave a meaning open, the builder gives one: m_viChildren of a node are indices of nodes,
+// m_iInstanceData[0] of an instance is the index of its node.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <map>
+#include <memory>
+#include <vector>
+
+#include "KivAssemblyTree.h"
+#include "KivBrepData.h"
+#include "KivCamera.h"
+#include "KivFaceEdgeData.h"
+#include "KivInstance.h"
+#include "KivLayerFilter.h"
+#include "KivModelNote.h"
+#include "KivPMI.h"
+#include "KivPermanentIdTable.h"
+#include "KivPolyElemData.h"
+#include "KivVertexData.h"
+
+namespace kiv {
+
+class KivModelBuilder {
+ public:
+  static constexpr size_t kNoNode = SIZE_MAX;
+
+  KivModelBuilder();
+
+  // Tolerances of the levels of detail, the first one first; one of 0.01 unless set.
+  void SetLevels(const std::vector<float>& vfTolerance) { m_vfLevelTolerance = vfTolerance; }
+
+  // --- Parts --------------------------------------------------------------------------------------------------------
+
+  size_t AddPart();
+  // What a part has, made with the first call.
+  KivMemoryBlockFaceEdge& FaceEdge(size_t iPart, size_t iLevel);
+  KivMemoryBlockPolyElem& PolyElem(size_t iPart, size_t iLevel);
+  KivMemoryBlockBrep& Brep(size_t iPart);
+  KivMemoryBlockVertex& Vertices(size_t iPart);
+
+  // --- Structure ----------------------------------------------------------------------------------------------------
+
+  // The first node is the root.
+  size_t AddNode(const KivWString& csName, size_t iParent = kNoNode);
+  KivAssemblyNode& Node(size_t iNode) { return m_zAssembly.m_vzNode[iNode]; }  // until the next AddNode
+  size_t PlaceInstance(size_t iPart, const KivEMatrix4& zMatrix, size_t iNode);
+
+  // What a node has, made with the first call.
+  KivMemoryBlockPMI& PMI(size_t iNode);
+  KivMemoryBlockLayerFilter& LayerFilter(size_t iNode);
+  KivMemoryBlockCamera& Camera(size_t iNode);
+
+  // --- The whole ----------------------------------------------------------------------------------------------------
+
+  KivModelNoteParameters& Parameters() { return m_zNote; }
+  KivMemoryBlockPermanentIdTable& PermanentIds();
+
+  // Writes a new file. False after a report; the file is then no model. It can be called again.
+  bool Save(const KivWString& csPath);
+
+ private:
+  struct Part {
+    std::map<size_t, std::unique_ptr<KivMemoryBlockFaceEdge>> m_mapFaceEdge;  // by level
+    std::map<size_t, std::unique_ptr<KivMemoryBlockPolyElem>> m_mapPolyElem;
+    std::unique_ptr<KivMemoryBlockBrep> m_pzBrep;
+    std::unique_ptr<KivMemoryBlockVertex> m_pzVertex;
+  };
+  struct Placed {
+    size_t m_iPart = 0;
+    size_t m_iNode = kNoNode;
+    KivEMatrix4 m_zMatrix;
+  };
+  class Writer;
+
+  std::vector<float> m_vfLevelTolerance = {0.01f};
+  std::deque<Part> m_vzPart;
+  std::vector<Placed> m_vzPlaced;
+  KivMemoryBlockAssemblyTree m_zAssembly;
+  KivMemoryBlockModelNote m_zNote;
+  std::map<size_t, std::unique_ptr<KivMemoryBlockPMI>> m_mapPMI;  // by node
+  std::map<size_t, std::unique_ptr<KivMemoryBlockLayerFilter>> m_mapLayerFilter;
+  std::map<size_t, std::unique_ptr<KivMemoryBlockCamera>> m_mapCamera;
+  std::unique_ptr<KivMemoryBlockPermanentIdTable> m_pzPermanentIds;
+};
+
+}  // namespace kiv
