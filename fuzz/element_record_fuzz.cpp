@@ -1,6 +1,7 @@
-// Input: an element's tag, a byte whose lowest bit says that the store is of generation 19, and a record. The record's
-// entries have a body of one field of each kind. What can be read must be the same after it is written and read once
-// more, in as many bytes as the sizing said, and must not take memory far beyond the size of the input.
+// Input: an element's tag, a byte whose lowest bit says that the store is of generation 19, and a record. It is read twice:
+// with entries that have a body of one field of each kind, and as the element that it is. What can be read must be the
+// same after it is written and read once more, in as many bytes as the sizing said, and must not take memory far beyond
+// the size of the input. Geometry strings are decoded, and lookups are made of layers and views.
 #include <algorithm>
 #include <array>
 #include <cstdint>
@@ -8,9 +9,19 @@
 #include <cstdlib>
 #include <vector>
 
+#include "KivAssemblyTree.h"
+#include "KivBrepData.h"
+#include "KivCamera.h"
 #include "KivElementFields.h"
 #include "KivElementRecord.h"
 #include "KivException.h"
+#include "KivInstance.h"
+#include "KivLayerFilter.h"
+#include "KivModel.h"
+#include "KivModelNote.h"
+#include "KivPMI.h"
+#include "KivPermanentIdTable.h"
+#include "KivVertexData.h"
 
 namespace {
 
@@ -87,6 +98,97 @@ bool Same(const Entry& zA, const Entry& zB) {
          zA.m_vzAttribute == zB.m_vzAttribute;
 }
 
+// --- As the element that it is --------------------------------------------------------------------------------------
+
+template <typename Block>
+void Use(Block&) {}
+void Use(KivMemoryBlockBrep& zBlock) {
+  for (const KivBrepEntry& zEntry : zBlock.m_vzGeometry) {
+    KivBrepGeometry z;
+    if (!KivDecodeBrepGeometry(zEntry.m_zFrame.m_iKind, zEntry.m_vcGeometry, z) || z.m_iKind != kBrepNurbsKind) continue;
+    Demand(z.m_vdKnot.size() == z.m_iOrder + z.m_vzPole.size(), "another number of knots");
+    Demand(z.m_vdWeight.empty() || z.m_vdWeight.size() == z.m_vzPole.size(), "another number of weights");
+    Demand(z.m_vdKnot.size() <= std::max<uint64_t>(kBrepRepeatMax, zEntry.m_vcGeometry.size()), "too many repeats");
+  }
+}
+void Use(KivMemoryBlockLayerFilter& zBlock) {
+  for (const KivLayerFilterEntry& zEntry : zBlock.m_vzFilter) {
+    KivLayerFilterLookup zLookup;
+    zLookup.Build(&zEntry);
+    for (const KivLayer& zLayer : zEntry.m_vzLayer)
+      Demand(zLookup.Query(!zLayer.m_bOn, zLayer.m_iLayer) == zLayer.m_bOn, "a listed layer is not found");
+  }
+}
+void Use(KivMemoryBlockCamera& zBlock) {
+  for (const KivView& zView : zBlock.m_vzView) {
+    KivViewDisplay zDisplay(zView);
+    for (const KivViewShow& zShow : zView.m_vPMIShow)
+      if (zShow.m_iState != 0)
+        Demand(zDisplay.m_zPMI.Query(zShow.m_iState == 2, zShow.m_iRef0, zShow.m_iRef1) == (zShow.m_iState == 1),
+               "a listed annotation is not found");
+  }
+}
+
+// False where the sizing refuses.
+template <typename Block>
+bool WriteBlock(Block& zBlock, std::vector<uint8_t>& vcOut) {
+  const KivElementRules& zRules = KivRulesOf<Block>();
+  zBlock.m_zHeader.m_iFormat = zRules.m_iFormat;
+  zBlock.m_zHeader.m_iDataOffset = std::max(zBlock.m_zHeader.m_iDataOffset, zRules.m_iDataOffset);
+  zBlock.BeforeSave(false);
+  typename Block::Memory zMemory;
+  const int64_t nBytes = KivSizeElement(zBlock, zMemory);
+  if (nBytes <= 0) return false;
+  vcOut.assign(static_cast<size_t>(nBytes), 0);
+  Demand(KivWriteElement(std::span<uint8_t>(vcOut), zRules.m_iFormat, zBlock, zMemory),
+         "the sizing and the writer of an element disagree");
+  zBlock.AfterSave();
+  return true;
+}
+
+template <typename Block>
+void RunElement(bool bVer19, const std::vector<uint8_t>& vcBytes) {
+  static Block zBlock, zAgain;
+  typename Block::Memory zMemory;
+  if (!KivReadElement(std::span<const uint8_t>(vcBytes), bVer19, false, zBlock, zMemory)) return;
+  Use(zBlock);
+  std::vector<uint8_t> vcOut, vcTwice;
+  if (!WriteBlock(zBlock, vcOut)) return;
+  if (!KivReadElement(std::span<const uint8_t>(vcOut), false, false, zAgain, zMemory)) {
+    // The gaps of a B-rep are the one thing that is written and not read.
+    Demand(Block::kTag == KivMemoryBlockBrep::kTag, "what was written of an element cannot be read");
+    return;
+  }
+  Demand(WriteBlock(zAgain, vcTwice) && vcTwice == vcOut, "an element that was read again is another one");
+}
+
+void RunElement(uint32_t iTag, bool bVer19, const std::vector<uint8_t>& vcBytes) {
+  switch (iTag) {
+    case 2:
+      return RunElement<KivMemoryBlockInstance>(bVer19, vcBytes);
+    case 3:
+      return RunElement<KivMemoryBlockModel>(bVer19, vcBytes);
+    case 4:
+      return RunElement<KivMemoryBlockModelNote>(bVer19, vcBytes);
+    case 5:
+      return RunElement<KivMemoryBlockBrep>(bVer19, vcBytes);
+    case 6:
+      return RunElement<KivMemoryBlockAssemblyTree>(bVer19, vcBytes);
+    case 7:
+      return RunElement<KivMemoryBlockPMI>(bVer19, vcBytes);
+    case 9:
+      return RunElement<KivMemoryBlockPermanentIdTable>(bVer19, vcBytes);
+    case 11:
+      return RunElement<KivMemoryBlockLayerFilter>(bVer19, vcBytes);
+    case 12:
+      return RunElement<KivMemoryBlockCamera>(bVer19, vcBytes);
+    case 13:
+      return RunElement<KivMemoryBlockVertex>(bVer19, vcBytes);
+    default:
+      return;  // meshes have a fuzzer of their own
+  }
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t nSize) {
@@ -96,6 +198,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t nSize) {
   const KivElementRules* pzRules = KivFindElementRules(pData[0] % 16);
   if (pzRules == nullptr) return 0;
   const std::vector<uint8_t> vcBytes(pData + 2, pData + nSize);
+  RunElement(pzRules->m_iTag, (pData[1] & 1) != 0, vcBytes);
   Record zRecord;
   const bool bGood = Read(*pzRules, (pData[1] & 1) != 0, vcBytes, zRecord);
   size_t nTaken = 0;
