@@ -1,7 +1,7 @@
-// Input: an element's tag, a byte whose lowest bit says that the store is of generation 19, and a record. It is read twice:
-// with entries that have a body of one field of each kind, and as the element that it is. What can be read must be the
-// same after it is written and read once more, in as many bytes as the sizing said, and must not take memory far beyond
-// the size of the input. Geometry strings are decoded, and lookups are made of layers and views.
+// Input: an element's tag, a byte whose lowest bit says that the store is of generation 19, and a record. It is read
+// twice: with entries that have a body of one field of each kind, and as the element that it is. What can be read must
+// be the same after it is written and read once more, in as many bytes as the sizing said, and must not take memory far
+// beyond the size of the input. Geometry strings are decoded, and lookups are made of layers and views.
 #include <algorithm>
 #include <array>
 #include <cstdint>
@@ -105,7 +105,8 @@ void Use(Block&) {}
 void Use(KivMemoryBlockBrep& zBlock) {
   for (const KivBrepEntry& zEntry : zBlock.m_vzGeometry) {
     KivBrepGeometry z;
-    if (!KivDecodeBrepGeometry(zEntry.m_zFrame.m_iKind, zEntry.m_vcGeometry, z) || z.m_iKind != kBrepNurbsKind) continue;
+    if (!KivDecodeBrepGeometry(zEntry.m_zFrame.m_iKind, zEntry.m_vcGeometry, z) || z.m_iKind != kBrepNurbsKind)
+      continue;
     Demand(z.m_vdKnot.size() == z.m_iOrder + z.m_vzPole.size(), "another number of knots");
     Demand(z.m_vdWeight.empty() || z.m_vdWeight.size() == z.m_vzPole.size(), "another number of weights");
     Demand(z.m_vdKnot.size() <= std::max<uint64_t>(kBrepRepeatMax, zEntry.m_vcGeometry.size()), "too many repeats");

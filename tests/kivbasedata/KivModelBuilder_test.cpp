@@ -158,8 +158,9 @@ TEST_F(ModelBuilder, EveryElementListsItsKeysAndEachOfThemLeadsToAnElement) {
     ASSERT_TRUE(pz->GetAllPosition(viKey)) << pz->GetElementType();
     viToVisit.insert(viToVisit.end(), viKey.begin(), viKey.end());
   }
-  EXPECT_EQ(mapNum, (Counts{{1, 2}, {2, 4}, {3, 1}, {4, 1}, {5, 1}, {6, 1}, {7, 1}, {8, 1}, {9, 1}, {11, 1}, {12, 1},
-                            {13, 1}}));
+  EXPECT_EQ(
+      mapNum,
+      (Counts{{1, 2}, {2, 4}, {3, 1}, {4, 1}, {5, 1}, {6, 1}, {7, 1}, {8, 1}, {9, 1}, {11, 1}, {12, 1}, {13, 1}}));
 }
 
 TEST_F(ModelBuilder, AnElementGrowsAndMovesAndAllReferencesToItHold) {

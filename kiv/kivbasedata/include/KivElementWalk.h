@@ -35,7 +35,8 @@ using KivElementVisitor = std::function<void(KivOutOfCoreTreeNode& zElement)>;
 
 // Loads a tree of elements through the links 1 and 2 of each, and visits each once: keys that stand in siSeen are
 // passed by, and those that come are added. False if a part could not be loaded, which is reported and left out.
-bool KivWalkTree(uint32_t iManagerKey, uint64_t iRootKey, std::set<uint64_t>& siSeen, const KivElementVisitor& pfnVisit);
+bool KivWalkTree(uint32_t iManagerKey, uint64_t iRootKey, std::set<uint64_t>& siSeen,
+                 const KivElementVisitor& pfnVisit);
 
 constexpr int32_t kAllLevels = -1;
 

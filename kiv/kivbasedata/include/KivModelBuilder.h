@@ -10,8 +10,8 @@
 //   zBuilder.PMI(iNode).AddPMI() ...
 //   bool bDone = zBuilder.Save(u"machine.kiv");
 //
-// The blocks that it hands out are the elements' own: fill any of their fields. Links, keys, numbers of entries and boxes
-// are set by Save. References stay good while the builder lives.
+// The blocks that it hands out are the elements' own: fill any of their fields. Links, keys, numbers of entries and
+// boxes are set by Save. References stay good while the builder lives.
 //
 // Where the records leave a meaning open, the builder gives one: m_viChildren of a node are indices of nodes,
 // m_iInstanceData[0] of an instance is the index of its node.

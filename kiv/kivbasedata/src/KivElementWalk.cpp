@@ -32,7 +32,7 @@ auto BlockOf(Element* pzElement) -> decltype(pzElement->GetMemoryBlock()) {
 
 // The keys of what hangs on assembly nodes and on instances.
 struct Gathered {
-  std::set<uint64_t> m_siNode;    // PMI, layer filters and cameras
+  std::set<uint64_t> m_siNode;  // PMI, layer filters and cameras
   std::set<uint64_t> m_siMesh;
   std::set<uint64_t> m_siBrep;
   std::set<uint64_t> m_siVertex;
@@ -163,9 +163,8 @@ bool KivWalkElements(uint32_t iManagerKey, const std::set<uint32_t>& siTag, int3
 }
 
 bool KivAddModelMeshes(uint32_t iManagerKey, int32_t iLevel, KivMeshStatistics& zStatistics) {
-  return KivWalkElements(iManagerKey, {1, 8}, iLevel, [&](KivOutOfCoreTreeNode& zElement) {
-    KivAddMeshBlock(BlockOf(&zElement), zStatistics);
-  });
+  return KivWalkElements(iManagerKey, {1, 8}, iLevel,
+                         [&](KivOutOfCoreTreeNode& zElement) { KivAddMeshBlock(BlockOf(&zElement), zStatistics); });
 }
 
 }  // namespace kiv

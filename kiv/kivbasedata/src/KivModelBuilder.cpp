@@ -224,7 +224,8 @@ class KivModelBuilder::Writer {
 
   // A balanced tree: element i has the children 2i + 1 and 2i + 2. Children come first, then their parent's links.
   bool WriteInstances() {
-    const size_t nElements = std::max<size_t>(1, (m_z.m_vzPlaced.size() + kInstancesPerElement - 1) / kInstancesPerElement);
+    const size_t nElements =
+        std::max<size_t>(1, (m_z.m_vzPlaced.size() + kInstancesPerElement - 1) / kInstancesPerElement);
     std::vector<uint64_t> viKey(nElements, 0);
     std::vector<Box> vzBox(nElements);
     m_vzNodeBox.assign(m_z.m_zAssembly.m_vzNode.size(), Box());
