@@ -34,7 +34,11 @@ struct History {
 
 class FileFault : public FileTest {
  protected:
-  FileFault() : m_vcBase(Pattern(kBlocks * kBlock - 100)), m_csBase(MakeFile(u"base", m_vcBase)) {}
+  FileFault() : m_vcBase(Pattern(kBlocks * kBlock - 100)), m_csBase(MakeFile(u"base", m_vcBase)) {
+    // The first report opens what the system keeps for further ones.
+    EXPECT_NE(ReportOf([] { KivCreateReadOnlyFile(KivSysFile(), true); }), u"");
+    EXPECT_GT(sys::CountHandles(), 0u);
+  }
 
   History Make(bool bMapped) {
     m_zSpace.Base(-1);
