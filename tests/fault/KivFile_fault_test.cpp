@@ -34,11 +34,7 @@ struct History {
 
 class FileFault : public FileTest {
  protected:
-  FileFault() : m_vcBase(Pattern(kBlocks * kBlock - 100)), m_csBase(MakeFile(u"base", m_vcBase)) {
-    // The first report opens what the system keeps for further ones.
-    EXPECT_NE(ReportOf([] { KivCreateReadOnlyFile(KivSysFile(), true); }), u"");
-    EXPECT_GT(sys::CountHandles(), 0u);
-  }
+  FileFault() : m_vcBase(Pattern(kBlocks * kBlock - 100)), m_csBase(MakeFile(u"base", m_vcBase)) {}
 
   History Make(bool bMapped) {
     m_zSpace.Base(-1);
@@ -61,57 +57,75 @@ class FileFault : public FileTest {
     return z;
   }
 
+  using Operation = std::function<void(History&)>;
+
   // Runs an operation once for each call of the system that it makes, with that call failing, and looks afterwards at
   // what it left. Both in hosts whose reports throw and in hosts whose reports return.
-  void ForEachFault(const std::function<void(History&)>& pfnOperation, const std::function<void(History&)>& pfnCheck) {
-    Make(false);
+  void ForEachFault(const Operation& pfnOperation, const Operation& pfnCheck) {
+    // What the system opens once and keeps is there after the first rounds.
+    for (const bool bMapped : {false, true})
+      for (const bool bThrow : {true, false}) Round(bMapped, bThrow, KivSysFaultKind::Fail, pfnOperation, pfnCheck);
     const uint64_t nBefore = sys::CountHandles();
+    EXPECT_GT(nBefore, 0u);
     for (const bool bMapped : {false, true})
       for (const bool bThrow : {true, false})
-        for (const auto iKind : {KivSysFaultKind::Fail, KivSysFaultKind::DiskFull, KivSysFaultKind::ShortCount}) {
-          // A plan meets each call that a run without failures makes.
-          uint64_t nCalls = 0;
-          {
-            History z = Make(bMapped);
-            const KivSysFaultScope zCount(KivSysFaultPlan{});
-            pfnOperation(z);
-            for (uint32_t i = 0; i < static_cast<uint32_t>(KivSysCall::Count); ++i) {
-              const auto iCall = static_cast<KivSysCall>(i);
-              const bool bTransfer = iCall == KivSysCall::FileRead || iCall == KivSysCall::FileWrite;
-              if (bTransfer || iKind != KivSysFaultKind::ShortCount) nCalls += zCount.GetCount(iCall);
-            }
-          }
-          m_zSpace.Discarding(false);
-          uint64_t iNth = 1;
-          for (bool bFired = true; bFired && !HasFailure(); ++iNth) {
-            SCOPED_TRACE("call " + std::to_string(iNth) + " kind " + std::to_string(static_cast<int>(iKind)) +
-                         (bThrow ? " throwing" : " returning") + (bMapped ? " mapped" : ""));
-            History z = Make(bMapped);
-            {
-              KivSysFaultPlan zPlan;
-              zPlan.m_bAnyCall = true;
-              zPlan.m_iNth = iNth;
-              zPlan.m_iKind = iKind;
-              const KivSysFaultScope zFault(zPlan);
-              if (bThrow) {
-                ReportOf([&] { pfnOperation(z); });
-              } else {
-                const NoThrowScope zNoThrow;
-                pfnOperation(z);
-              }
-              bFired = zFault.HasFired();
-            }
-            m_zSpace.Discarding(false);
-            pfnCheck(z);
-          }
-          // The last round found no call left.
-          EXPECT_EQ(iNth - 2, nCalls);
-          if (iKind != KivSysFaultKind::ShortCount) {
-            EXPECT_GT(nCalls, 0u) << "the operation makes no calls";
-          }
-        }
+        for (const auto iKind : {KivSysFaultKind::Fail, KivSysFaultKind::DiskFull, KivSysFaultKind::ShortCount})
+          Round(bMapped, bThrow, iKind, pfnOperation, pfnCheck);
     EXPECT_EQ(sys::CountHandles(), nBefore);
     EXPECT_EQ(CountWorkFiles(), 0);
+  }
+
+  void Round(bool bMapped, bool bThrow, KivSysFaultKind iKind, const Operation& pfnOperation,
+             const Operation& pfnCheck) {
+    // A plan meets each call that a run without failures makes.
+    uint64_t nCalls = 0;
+    {
+      History z = Make(bMapped);
+      const KivSysFaultScope zCount(KivSysFaultPlan{});
+      pfnOperation(z);
+      for (uint32_t i = 0; i < static_cast<uint32_t>(KivSysCall::Count); ++i) {
+        const auto iCall = static_cast<KivSysCall>(i);
+        const bool bTransfer = iCall == KivSysCall::FileRead || iCall == KivSysCall::FileWrite;
+        if (bTransfer || iKind != KivSysFaultKind::ShortCount) nCalls += zCount.GetCount(iCall);
+      }
+    }
+    m_zSpace.Discarding(false);
+    uint64_t iNth = 1;
+    for (bool bFired = true; bFired && !HasFailure(); ++iNth) {
+      SCOPED_TRACE("call " + std::to_string(iNth) + " kind " + std::to_string(static_cast<int>(iKind)) +
+                   (bThrow ? " throwing" : " returning") + (bMapped ? " mapped" : ""));
+      History z = Make(bMapped);
+      {
+        KivSysFaultPlan zPlan;
+        zPlan.m_bAnyCall = true;
+        zPlan.m_iNth = iNth;
+        zPlan.m_iKind = iKind;
+        const KivSysFaultScope zFault(zPlan);
+        if (bThrow) {
+          ReportOf([&] { pfnOperation(z); });
+        } else {
+          const NoThrowScope zNoThrow;
+          pfnOperation(z);
+        }
+        bFired = zFault.HasFired();
+      }
+      m_zSpace.Discarding(false);
+      pfnCheck(z);
+    }
+    // The last round found no call left.
+    EXPECT_EQ(iNth - 2, nCalls);
+    if (iKind != KivSysFaultKind::ShortCount) {
+      EXPECT_GT(nCalls, 0u) << "the operation makes no calls";
+    }
+  }
+
+  // What is the same at the end of the second run of a body as at its begin.
+  static void LeavesNoHandles(const std::function<void()>& pfnBody) {
+    pfnBody();
+    const uint64_t nBefore = sys::CountHandles();
+    EXPECT_GT(nBefore, 0u);
+    pfnBody();
+    EXPECT_EQ(sys::CountHandles(), nBefore);
   }
 
   static Bytes All(ISnapShotFile& zFile) { return ReadBytes(zFile, 0, kBlocks * kBlock); }
@@ -147,7 +161,8 @@ TEST_F(FileFault, AWriteThatFailsLeavesEverythingElse) {
 TEST_F(FileFault, ASnapshotThatFailsLeavesTheFileAsItWas) {
   ForEachFault(
       [this](History& z) {
-        m_zSpace.Base(2);
+        // Where all releases came through the places are counted anew.
+        m_zSpace.Base(static_cast<int32_t>(dynamic_cast<KivCacheUseFile*>(z.m_pzFile.Get())->m_vpSnapShotData.size()));
         z.m_pzC = z.m_pzFile->CreateSnapShot();
       },
       [](History& z) {
@@ -223,6 +238,43 @@ TEST_F(FileFault, AReleaseOfTheLastOneThatFailsCanBeTriedAgain) {
       });
 }
 
+TEST_F(FileFault, ASnapshotThatDiesAfterAFailedReleaseLosesNothing) {
+  ForEachFault([](History& z) { z.m_pzA->ReleaseSnapShot(); },
+               [](History& z) {
+                 z.m_pzA.Release();
+                 EXPECT_EQ(All(*z.m_pzFile), z.m_vcLive);
+                 EXPECT_EQ(All(*z.m_pzB), z.m_vcB);
+                 EXPECT_EQ(z.m_pzB->ReleaseSnapShot(), 0);
+                 z.m_pzB.Release();
+                 EXPECT_EQ(All(*z.m_pzFile), z.m_vcLive);
+                 EXPECT_TRUE(dynamic_cast<KivCacheUseFile*>(z.m_pzFile.Get())->m_vpCacheSnapShot.empty());
+                 EXPECT_EQ(CountWorkFiles(), 1);
+               });
+}
+
+TEST_F(FileFault, ALastSnapshotThatDiesAfterAFailedReleaseLosesNothing) {
+  ForEachFault(
+      [](History& z) {
+        // Both die, whatever becomes of their releases.
+        for (KivSharedPtr<ISnapShotFile>* ppzSnapShot : {&z.m_pzA, &z.m_pzB}) {
+          try {
+            (*ppzSnapShot)->ReleaseSnapShot();
+          } catch (const KivException&) {
+          }
+          ppzSnapShot->Release();
+        }
+      },
+      [this](History& z) {
+        EXPECT_EQ(All(*z.m_pzFile), z.m_vcLive);
+        // Where all releases came through the places are counted anew.
+        m_zSpace.Base(static_cast<int32_t>(dynamic_cast<KivCacheUseFile*>(z.m_pzFile.Get())->m_vpSnapShotData.size()));
+        z.m_pzC = z.m_pzFile->CreateSnapShot();
+        EXPECT_EQ(CountWorkFiles(), 2);
+        EXPECT_EQ(All(*z.m_pzC), z.m_vcLive);
+        EXPECT_EQ(All(*z.m_pzFile), z.m_vcLive);
+      });
+}
+
 TEST_F(FileFault, ASavedPatchThatFailsCanBeSavedAgain) {
   ForEachFault([this](History& z) { z.m_pzFile->SaveCache(m_zFolder / u"patch", 4 * kBlock); },
                [this](History& z) {
@@ -263,68 +315,68 @@ TEST_F(FileFault, CachingAheadLosesNothing) {
 }
 
 TEST_F(FileFault, AMappedFileThatCannotGrowKeepsItsBytes) {
-  const uint64_t nBefore = sys::CountHandles();
   const Bytes vcData = Pattern(2 * kBlock, 4);
-  for (const bool bThrow : {true, false}) {
-    bool bFired = true;
-    for (uint64_t iNth = 1; bFired && !HasFailure(); ++iNth) {
-      SCOPED_TRACE(iNth);
-      auto pzFile = KivCreateMappedFile(OpenNew(m_zFolder / u"grow"));
-      ASSERT_TRUE(pzFile->PrepareDirectBuffer(2 * kBlock));
-      WriteBytes(*pzFile, 0, vcData);
-      {
-        KivSysFaultPlan zPlan;
-        zPlan.m_bAnyCall = true;
-        zPlan.m_iNth = iNth;
-        zPlan.m_iKind = KivSysFaultKind::DiskFull;
-        const KivSysFaultScope zFault(zPlan);
-        const auto Grow = [&] {
-          if (pzFile->PrepareDirectBuffer(9 * kBlock)) pzFile->Write(8 * kBlock, "x", 1);
-        };
-        if (bThrow) {
-          ReportOf(Grow);
-        } else {
-          const NoThrowScope zNoThrow;
-          Grow();
-        }
-        bFired = zFault.HasFired();
-      }
-      EXPECT_EQ(ReadBytes(*pzFile, 0, 2 * kBlock), vcData);
-    }
-  }
-  EXPECT_EQ(sys::CountHandles(), nBefore);
-  EXPECT_EQ(CountWorkFiles(), 0);
-}
-
-TEST_F(FileFault, AFileWhoseReaderMeetsFailuresEndsAndReadsRight) {
-  const uint64_t nBefore = sys::CountHandles();
-  for (const auto iKind : {KivSysFaultKind::Fail, KivSysFaultKind::ShortCount})
-    for (const bool bFromThenOn : {false, true})
-      for (uint64_t iNth = 1; iNth <= 8; ++iNth) {
+  LeavesNoHandles([&] {
+    for (const bool bThrow : {true, false}) {
+      bool bFired = true;
+      for (uint64_t iNth = 1; bFired && !HasFailure(); ++iNth) {
         SCOPED_TRACE(iNth);
-        auto pzFile = KivCreateReadOnlyMappedFile(OpenToRead(m_csBase), OpenToRead(m_csBase));
+        auto pzFile = KivCreateMappedFile(OpenNew(m_zFolder / u"grow"));
+        ASSERT_TRUE(pzFile->PrepareDirectBuffer(2 * kBlock));
+        WriteBytes(*pzFile, 0, vcData);
         {
           KivSysFaultPlan zPlan;
           zPlan.m_bAnyCall = true;
           zPlan.m_iNth = iNth;
-          zPlan.m_bFromThenOn = bFromThenOn;
-          zPlan.m_iKind = iKind;
+          zPlan.m_iKind = KivSysFaultKind::DiskFull;
           const KivSysFaultScope zFault(zPlan);
-          ReportOf([&] {
-            for (uint64_t i = 0; i < kBlocks; ++i) pzFile->RequestBackGroundRead(i, 1 + static_cast<uint32_t>(i) % 3);
-            Bytes vcRead(kBlocks * kBlock);
-            pzFile->Read(0, vcRead.data(), kBlock);
-          });
-          if (iNth % 2 == 0) {
-            pzFile.Release();  // while the plan holds
-            continue;
+          const auto Grow = [&] {
+            if (pzFile->PrepareDirectBuffer(9 * kBlock)) pzFile->Write(8 * kBlock, "x", 1);
+          };
+          if (bThrow) {
+            ReportOf(Grow);
+          } else {
+            const NoThrowScope zNoThrow;
+            Grow();
           }
+          bFired = zFault.HasFired();
         }
-        Bytes vcExpected = m_vcBase;
-        vcExpected.resize(kBlocks * kBlock);
-        EXPECT_EQ(All(*pzFile), vcExpected);
+        EXPECT_EQ(ReadBytes(*pzFile, 0, 2 * kBlock), vcData);
       }
-  EXPECT_EQ(sys::CountHandles(), nBefore);
+    }
+  });
+  EXPECT_EQ(CountWorkFiles(), 0);
+}
+
+TEST_F(FileFault, AFileWhoseReaderMeetsFailuresEndsAndReadsRight) {
+  LeavesNoHandles([&] {
+    for (const auto iKind : {KivSysFaultKind::Fail, KivSysFaultKind::ShortCount})
+      for (const bool bFromThenOn : {false, true})
+        for (uint64_t iNth = 1; iNth <= 8; ++iNth) {
+          SCOPED_TRACE(iNth);
+          auto pzFile = KivCreateReadOnlyMappedFile(OpenToRead(m_csBase), OpenToRead(m_csBase));
+          {
+            KivSysFaultPlan zPlan;
+            zPlan.m_bAnyCall = true;
+            zPlan.m_iNth = iNth;
+            zPlan.m_bFromThenOn = bFromThenOn;
+            zPlan.m_iKind = iKind;
+            const KivSysFaultScope zFault(zPlan);
+            ReportOf([&] {
+              for (uint64_t i = 0; i < kBlocks; ++i) pzFile->RequestBackGroundRead(i, 1 + static_cast<uint32_t>(i) % 3);
+              Bytes vcRead(kBlocks * kBlock);
+              pzFile->Read(0, vcRead.data(), kBlock);
+            });
+            if (iNth % 2 == 0) {
+              pzFile.Release();  // while the plan holds
+              continue;
+            }
+          }
+          Bytes vcExpected = m_vcBase;
+          vcExpected.resize(kBlocks * kBlock);
+          EXPECT_EQ(All(*pzFile), vcExpected);
+        }
+  });
   EXPECT_EQ(CountWorkFiles(), 0);
 }
 

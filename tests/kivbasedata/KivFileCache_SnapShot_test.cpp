@@ -184,23 +184,124 @@ TEST_F(FileCache, BlocksPassADeadSnapshotOnTheirWayToTheNext) {
   EXPECT_NO_REPORT(EXPECT_EQ(Text(ReadBytes(m_zFile, 0, 2)), "a0"));
 }
 
-TEST_F(FileCache, ADeadOldestSnapshotTakesItsOwnBlocksAlongAndNoOthers) {
+TEST_F(FileCache, ADeadOldestSnapshotLosesNothing) {
   m_zFile.Write(0, "a0", 2);
   auto pzA = m_zSpace.Take(m_zFile);
   m_zFile.Write(kBlock, "b1", 2);
   auto pzB = m_zSpace.Take(m_zFile);
   pzA.Release();
+  EXPECT_EQ(m_zFile.m_vpSnapShotData[0], nullptr);
+  EXPECT_EQ(CountWorkFiles(), 3);
+  EXPECT_NO_REPORT(EXPECT_EQ(Text(ReadBytes(*pzB, 0, 2)), "a0"));
   EXPECT_NO_REPORT(EXPECT_EQ(pzB->ReleaseSnapShot(), 0));
   EXPECT_TRUE(m_zFile.m_vpCacheSnapShot.empty());
   EXPECT_TRUE(m_zFile.GetCache()->m_vpSnapShotStatus.empty());
+  EXPECT_NO_REPORT(EXPECT_EQ(Text(ReadBytes(m_zFile, 0, 2)), "a0"));
   EXPECT_NO_REPORT(EXPECT_EQ(Text(ReadBytes(m_zFile, kBlock, 2)), "b1"));
-  uint8_t c = 0;
-  EXPECT_REPORT(m_zFile.Read(0, &c, 1), "0");
-  // A later snapshot in the same place is not taken for the dead one.
-  m_zSpace.Base(-1);
+  EXPECT_EQ(Words(), (std::vector<uint32_t>{3, 3}));
+  pzB.Release();
+  EXPECT_EQ(CountWorkFiles(), 1);
+}
+
+TEST_F(FileCache, ADeadSnapshotMovesItsBlocksToTheNextLivingOneWhenOneLeaves) {
+  m_zFile.Write(0, "a0", 2);
+  auto pzA = m_zSpace.Take(m_zFile);
+  m_zFile.Write(kBlock, "b1", 2);
+  auto pzB = m_zSpace.Take(m_zFile);
+  m_zFile.Write(0, "c0", 2);
   auto pzC = m_zSpace.Take(m_zFile);
-  EXPECT_REPORT(m_zFile.Read(0, &c, 1), "0");
-  EXPECT_RETURNING_REPORT(EXPECT_EQ(ReadBytes(m_zFile, 0, 8), Slice(m_vcBase, 0, 8)));
+  pzA.Release();
+  EXPECT_EQ(pzB->ReleaseSnapShot(), 0);
+  pzB.Release();
+  EXPECT_EQ(CountWorkFiles(), 2) << "that of the third, and that of the file";
+  EXPECT_NO_REPORT(EXPECT_EQ(Text(ReadBytes(*pzC, 0, 2)) + Text(ReadBytes(*pzC, kBlock, 2)), "c0b1"));
+  EXPECT_NO_REPORT(EXPECT_EQ(Text(ReadBytes(m_zFile, 0, 2)) + Text(ReadBytes(m_zFile, kBlock, 2)), "c0b1"));
+  EXPECT_EQ(m_zFile.RestoreSnapShot(pzC), 0);
+  EXPECT_NO_REPORT(EXPECT_EQ(Text(ReadBytes(m_zFile, 0, 2)) + Text(ReadBytes(m_zFile, kBlock, 2)), "c0b1"));
+}
+
+TEST_F(FileCache, ARestoredStateIsThereAfterItsSnapshotHasDied) {
+  m_zFile.Write(0, "a0", 2);
+  auto pzA = m_zSpace.Take(m_zFile);
+  m_zFile.Write(0, "b0", 2);
+  auto pzB = m_zSpace.Take(m_zFile);
+  m_zSpace.Base(0);
+  EXPECT_EQ(m_zFile.RestoreSnapShot(pzA), 0);
+  pzA.Release();
+  EXPECT_NO_REPORT(EXPECT_EQ(Text(ReadBytes(m_zFile, 0, 2)), "a0"));
+  EXPECT_NO_REPORT(EXPECT_EQ(Text(ReadBytes(*pzB, 0, 2)), "b0"));
+  m_zSpace.Base(1);
+  EXPECT_EQ(m_zFile.RestoreSnapShot(pzB), 0);
+  EXPECT_NO_REPORT(EXPECT_EQ(Text(ReadBytes(m_zFile, 0, 2)), "b0"));
+}
+
+TEST_F(FileCache, ASnapshotInThePlaceOfADeadOneHoldsItsOwnBlocks) {
+  m_zFile.Write(0, "a0", 2);
+  auto pzA = m_zSpace.Take(m_zFile);
+  m_zFile.Write(0, "b0", 2);
+  m_zFile.Write(kBlock, "b1", 2);
+  auto pzB = m_zSpace.Take(m_zFile);
+  m_zFile.Write(2 * kBlock, "c2", 2);
+  pzB.Release();
+  m_zSpace.Base(0);
+  auto pzC = m_zSpace.Take(m_zFile);
+  ASSERT_EQ(m_zFile.m_vpSnapShotData.size(), 2u);
+  ASSERT_EQ(m_zFile.m_vpCacheSnapShot.size(), 2u);
+  EXPECT_EQ(CountWorkFiles(), 3) << "that of the dead one has gone";
+  const auto State = [](ISnapShotFile& zFile) {
+    return Text(ReadBytes(zFile, 0, 2)) + Text(ReadBytes(zFile, kBlock, 2)) + Text(ReadBytes(zFile, 2 * kBlock, 2));
+  };
+  EXPECT_NO_REPORT(EXPECT_EQ(State(m_zFile), "b0b1c2"));
+  m_zFile.Write(kBlock, "d1", 2);
+  EXPECT_NO_REPORT(EXPECT_EQ(State(*pzC), "b0b1c2"));
+  EXPECT_EQ(pzA->ReleaseSnapShot(), 0);
+  EXPECT_NO_REPORT(EXPECT_EQ(State(*pzC), "b0b1c2"));
+  EXPECT_NO_REPORT(EXPECT_EQ(State(m_zFile), "b0d1c2"));
+  EXPECT_EQ(m_zFile.RestoreSnapShot(pzC), 0);
+  EXPECT_NO_REPORT(EXPECT_EQ(State(m_zFile), "b0b1c2"));
+}
+
+TEST_F(FileCache, SnapshotsThatDieWithoutAReleaseDoNotPileUpWorkFiles) {
+  std::string strState(4, '-');
+  for (size_t i = 0; i < 40; ++i) {
+    strState[i % 4] = static_cast<char>('a' + i % 26);
+    m_zFile.Write(i % 4 * kBlock, &strState[i % 4], 1);
+    m_zSpace.Take(m_zFile).Release();
+    EXPECT_LE(CountWorkFiles(), 2);
+  }
+  for (size_t i = 0; i < 4; ++i) EXPECT_NO_REPORT(EXPECT_EQ(ReadBytes(m_zFile, i * kBlock, 1)[0], strState[i]));
+}
+
+TEST_F(FileCache, BlocksOfDeadSnapshotsThatCannotBeFetchedKeepTheNextOneFromBeingTaken) {
+  m_zFile.Write(0, "a0", 2);
+  m_zSpace.Take(m_zFile).Release();
+  ++KivDataSpaceBase::GetInstance()->m_iCurBaseSnapShot;
+  KivSysFaultPlan zPlan;
+  zPlan.m_iCall = KivSysCall::FileRead;
+  zPlan.m_iNth = 1;
+  zPlan.m_bFromThenOn = true;
+  {
+    const KivSysFaultScope zFault(zPlan);
+    EXPECT_NE(ReportOf([&] { m_zFile.CreateSnapShot(); }), u"");
+    EXPECT_RETURNING_REPORT(EXPECT_FALSE(m_zFile.CreateSnapShot()));
+  }
+  auto pzSnapShot = m_zFile.CreateSnapShot();
+  ASSERT_TRUE(pzSnapShot);
+  EXPECT_NO_REPORT(EXPECT_EQ(Text(ReadBytes(*pzSnapShot, 0, 2)), "a0"));
+  EXPECT_NO_REPORT(EXPECT_EQ(Text(ReadBytes(m_zFile, 0, 2)), "a0"));
+}
+
+TEST_F(FileCache, ADiscardInTheWrongOrderForgetsNoDeadSnapshot) {
+  m_zFile.Write(0, "a0", 2);
+  auto pzA = m_zSpace.Take(m_zFile);
+  auto pzB = m_zSpace.Take(m_zFile);
+  m_zFile.Write(0, "c0", 2);
+  m_zSpace.Take(m_zFile).Release();
+  m_zSpace.Discarding(true);
+  EXPECT_REPORT(pzA->ReleaseSnapShot(), "m_pOriginal->m_vpSnapShotData.back() == this");
+  m_zSpace.Discarding(false);
+  EXPECT_EQ(m_zFile.m_vpSnapShotData.size(), 3u);
+  EXPECT_NO_REPORT(EXPECT_EQ(Text(ReadBytes(m_zFile, 0, 2)), "c0"));
 }
 
 TEST_F(FileCache, AReleaseOfTheBaseWithLaterEntriesKeepsTheFilesBlocks) {

@@ -84,10 +84,11 @@ TEST_F(FileCache, AWordThatNamesNoSnapshotIsReportedAndTheBlockTakenFromTheBase)
   EXPECT_EQ(Words()[0], 3u);
 }
 
-TEST_F(FileCache, AWordThatNamesADeadSnapshotIsReportedAndTheBlockTakenFromTheBase) {
+TEST_F(FileCache, AWordThatNamesASnapshotWithoutACacheIsReportedAndTheBlockTakenFromTheBase) {
   m_zFile.Write(0, "x", 1);
   auto pzSnapShot = m_zSpace.Take(m_zFile);
-  pzSnapShot.Release();
+  pzSnapShot->DisableCache();
+  EXPECT_EQ(m_zFile.m_vpCacheSnapShot[0], nullptr);
   uint8_t c = 0;
   EXPECT_REPORT(m_zFile.Read(0, &c, 1), "0");
   EXPECT_RETURNING_REPORT(EXPECT_EQ(ReadBytes(m_zFile, 0, 8), Slice(m_vcBase, 0, 8)));
@@ -230,6 +231,53 @@ TEST_F(FileCache, ANothingAtAnyOffsetTouchesNothing) {
     EXPECT_NO_REPORT(m_zFile.Write(iOffset, &c, 0));
   }
   EXPECT_TRUE(Words().empty());
+}
+
+TEST_F(FileCache, AnEmptyRangeInsideABlockAsksForThatBlockAndOneAtABlocksStartForNone) {
+  uint8_t c = 0;
+  m_zFile.Read(kBlock, &c, 1);
+  EXPECT_FALSE(m_zFile.IsRangeCached(10, 10, 0));
+  EXPECT_FALSE(m_zFile.IsRangeCached(20, 10, 0));
+  EXPECT_TRUE(m_zFile.IsRangeCached(0, 0, 0));
+  EXPECT_TRUE(m_zFile.IsRangeCached(10, 0, 0));
+  EXPECT_TRUE(m_zFile.IsRangeCached(kBlock + 10, kBlock + 10, 0));
+  EXPECT_TRUE(m_zFile.IsRangeCached(2 * kBlock, 2 * kBlock, 0));
+  EXPECT_FALSE(m_zFile.IsRangeCached(2 * kBlock + 1, 2 * kBlock + 1, 1));
+  EXPECT_EQ(m_zFile.GetCache()->m_dqWanted, std::deque<uint64_t>{2});
+}
+
+// A base file that is all hole: as long as it says, without a byte of its own.
+class HugeFile : public KivMemFile {
+ public:
+  explicit HugeFile(uint64_t nLength) : KivMemFile("", 0), m_nLength(nLength) {}
+  uint64_t DoGetLength() override { return m_nLength; }
+  uint64_t DoRead(uint64_t, void* lpBuf, uint64_t nCount) override {
+    std::memset(lpBuf, 0, nCount);
+    return nCount;
+  }
+  uint64_t m_nLength;
+};
+
+TEST_F(FileCache, ALengthThatOnlyAHoleCanHaveClaimsNoMemory) {
+  for (const uint64_t nLength : {(uint64_t{1} << 42) + kBlock, uint64_t{1} << 46, (uint64_t{1} << 63) - kBlock}) {
+    SCOPED_TRACE(nLength);
+    HugeFile zFile(nLength);
+    double adRate[100];
+    uint8_t c = 1;
+    EXPECT_REPORT(zFile.AdvanceCaching(1), "0");
+    EXPECT_RETURNING_REPORT(EXPECT_FALSE(zFile.AdvanceCaching(1)));
+    EXPECT_REPORT(zFile.GetCacheStatusMap(adRate), "0");
+    EXPECT_REPORT(zFile.Read(nLength - 1, &c, 1), "0");
+    EXPECT_RETURNING_REPORT(EXPECT_EQ(zFile.Read(nLength - 1, &c, 1), 0u));
+    EXPECT_REPORT(zFile.Write(nLength - 1, &c, 1), "0");
+    EXPECT_RETURNING_REPORT(zFile.WriteZero(nLength - 1, 1));
+    EXPECT_REPORT(zFile.IsRangeCached(nLength - 1, nLength, 1), "0");
+    EXPECT_RETURNING_REPORT(EXPECT_FALSE(zFile.IsRangeCached(nLength - 1, nLength, 1)));
+    EXPECT_RETURNING_REPORT(EXPECT_FALSE(zFile.SaveCache(PatchPath(), nLength)));
+    EXPECT_TRUE(Words(zFile).empty());
+    EXPECT_NO_REPORT(EXPECT_EQ(zFile.Read(5 * kBlock, &c, 1), 1u));
+    EXPECT_EQ(c, 0);
+  }
 }
 
 TEST_F(FileCache, AZeroWriteThatTheDiskCannotTakeIsRefusedBeforeItBegins) {

@@ -139,10 +139,12 @@ class CachedRandom : public FileTest, public testing::WithParamInterface<Case> {
 // The history as the data space drives it: entries from the back go with the flag set, those from the front without.
 struct History {
   struct Entry {
-    KivSharedPtr<ISnapShotFile> m_pzFile;
+    KivSharedPtr<ISnapShotFile> m_pzFile;  // empty when it has died without a release
     State m_zState;
   };
   std::vector<std::unique_ptr<Entry>> m_vpEntry;  // null places where an entry was discarded
+
+  bool Lives(int i) const { return m_vpEntry[static_cast<size_t>(i)] && m_vpEntry[static_cast<size_t>(i)]->m_pzFile; }
 
   KivDataSpaceBase& Space() { return *KivDataSpaceBase::GetInstance(); }
   int Cur() { return Space().m_iCurBaseSnapShot; }
@@ -150,7 +152,7 @@ struct History {
   void CutRedo() {
     Space().m_bDiscardingSnapShot = true;
     while (static_cast<int>(m_vpEntry.size()) > Cur() + 1) {
-      if (m_vpEntry.back() != nullptr) {
+      if (Lives(static_cast<int>(m_vpEntry.size()) - 1)) {
         ASSERT_EQ(m_vpEntry.back()->m_pzFile->ReleaseSnapShot(), 0);
       }
       m_vpEntry.pop_back();
@@ -172,10 +174,10 @@ struct History {
     zModel.Restore(m_vpEntry[static_cast<size_t>(iEntry)]->m_zState);
   }
   void Undo(int nSteps, ISnapShotFile& zFile, CachedModel& zModel) {
-    if (Cur() < 0 || m_vpEntry[static_cast<size_t>(Cur())] == nullptr) return;
+    if (Cur() < 0 || !Lives(Cur())) return;
     int iTarget = Cur();
     for (int i = Cur(), nSeen = 0; i >= 0 && nSeen < nSteps; --i)
-      if (m_vpEntry[static_cast<size_t>(i)] != nullptr) {
+      if (Lives(i)) {
         iTarget = i;
         ++nSeen;
       }
@@ -184,25 +186,35 @@ struct History {
   void Redo(int nSteps, ISnapShotFile& zFile, CachedModel& zModel) {
     const int nRedo = static_cast<int>(m_vpEntry.size()) - Cur() - 1;
     if (nRedo <= 0 || Cur() < 0) return;
-    RestoreTo(Cur() + std::min(nSteps, nRedo), zFile, zModel);
+    const int iTarget = Cur() + std::min(nSteps, nRedo);
+    if (Lives(iTarget)) RestoreTo(iTarget, zFile, zModel);
+  }
+  // An entry that is not the current one dies without a release.
+  void Drop(int iEntry) {
+    if (iEntry != Cur() && Lives(iEntry)) m_vpEntry[static_cast<size_t>(iEntry)]->m_pzFile.Release();
   }
   void DiscardFront(int iEntry, CachedModel& zModel) {
-    Entry& zEntry = *m_vpEntry[static_cast<size_t>(iEntry)];
-    ASSERT_EQ(zEntry.m_pzFile->ReleaseSnapShot(), 0);
-    if (iEntry + 1 < static_cast<int>(m_vpEntry.size())) {
-      // The next one knows now what this one had fetched.
-      State& zNext = m_vpEntry[static_cast<size_t>(iEntry) + 1]->m_zState;
-      for (const auto* pSet : {&zEntry.m_zState.m_spOwn, &zEntry.m_zState.m_spNamed})
+    ASSERT_EQ(m_vpEntry[static_cast<size_t>(iEntry)]->m_pzFile->ReleaseSnapShot(), 0);
+    if (iEntry == Cur()) {
+      zModel.LastReleased();
+      for (auto& pzEntry : m_vpEntry) pzEntry = nullptr;
+      return;
+    }
+    // The next one, dead or alive, knows now what this one and the dead ones before it had fetched.
+    for (size_t iFrom = 0; iFrom <= static_cast<size_t>(iEntry); ++iFrom) {
+      if (m_vpEntry[iFrom] == nullptr) continue;
+      size_t iNext = iFrom + 1;
+      while (m_vpEntry[iNext] == nullptr) ++iNext;
+      State& zNext = m_vpEntry[iNext]->m_zState;
+      for (const auto* pSet : {&m_vpEntry[iFrom]->m_zState.m_spOwn, &m_vpEntry[iFrom]->m_zState.m_spNamed})
         for (const uint64_t i : *pSet)
           if (!zNext.Knows(i)) zNext.m_spNamed.insert(i);
-    } else {
-      zModel.LastReleased();
+      m_vpEntry[iFrom] = nullptr;
     }
-    m_vpEntry[static_cast<size_t>(iEntry)] = nullptr;
   }
   void Discard(int nEntries, CachedModel& zModel) {
     for (int i = 0; i < Cur() && nEntries > 0; ++i)
-      if (m_vpEntry[static_cast<size_t>(i)] != nullptr) {
+      if (Lives(i)) {
         DiscardFront(i, zModel);
         --nEntries;
       }
@@ -210,12 +222,12 @@ struct History {
   void DiscardAll(CachedModel& zModel) {
     CutRedo();
     for (int i = 0; i < static_cast<int>(m_vpEntry.size()); ++i)
-      if (m_vpEntry[static_cast<size_t>(i)] != nullptr) DiscardFront(i, zModel);
+      if (Lives(i)) DiscardFront(i, zModel);
     Space().m_iCurBaseSnapShot = -1;
   }
   int Living() const {
     return static_cast<int>(
-        std::count_if(m_vpEntry.begin(), m_vpEntry.end(), [](const auto& p) { return p != nullptr; }));
+        std::count_if(m_vpEntry.begin(), m_vpEntry.end(), [](const auto& p) { return p && p->m_pzFile; }));
   }
 };
 
@@ -269,7 +281,7 @@ TEST_P(CachedRandom, AgreesWithFullCopies) {
     } else if (iKind < 94) {
       // A snapshot reads as on its first day.
       for (auto& pzEntry : zHistory.m_vpEntry) {
-        if (pzEntry == nullptr || Below(3) != 0) continue;
+        if (pzEntry == nullptr || !pzEntry->m_pzFile || Below(3) != 0) continue;
         EXPECT_EQ(ReadBytes(*pzEntry->m_pzFile, iOffset, nCount),
                   Slice(pzEntry->m_zState.m_vcContent, iOffset, nCount));
         zModel.Touch(pzEntry->m_zState, iOffset, nCount);
@@ -312,6 +324,7 @@ TEST_P(CachedRandom, AgreesWithFullCopies) {
       }
     } else if (iKind < 98) {
       pzFile->Flush();
+      if (!zHistory.m_vpEntry.empty()) zHistory.Drop(static_cast<int>(Below(zHistory.m_vpEntry.size())));
     } else if (Below(10) == 0) {
       // A patch on the base gives the same bytes.
       const uint64_t nSize = 1 + Below(nReach);
@@ -332,10 +345,11 @@ TEST_P(CachedRandom, AgreesWithFullCopies) {
   }
   EXPECT_EQ(ReadBytes(*pzFile, 0, nReach), zModel.m_zLive.m_vcContent);
   for (auto& pzEntry : zHistory.m_vpEntry)
-    if (pzEntry != nullptr) {
+    if (pzEntry != nullptr && pzEntry->m_pzFile) {
       EXPECT_EQ(ReadBytes(*pzEntry->m_pzFile, 0, nReach), pzEntry->m_zState.m_vcContent);
     }
   zHistory.DiscardAll(zModel);
+  EXPECT_EQ(CountWorkFiles(), 1);
   EXPECT_EQ(ReadBytes(*pzFile, 0, nReach), zModel.m_zLive.m_vcContent);
   EXPECT_EQ(m_zFolder.ReadBytes(u"base"), Text(m_vcBase));
 }

@@ -306,6 +306,20 @@ TEST_F(History, ADeadLastSnapshotDoesNotKeepTheOneBeforeItFromBeingDiscarded) {
   EXPECT_TRUE(zFile.m_vpSnapShotData.empty());
 }
 
+TEST_F(History, TheNextSnapshotTakesThePlaceOfADeadLastOne) {
+  PlainHistoryFile zFile;
+  auto pzA = m_zSpace.Take(zFile);
+  auto pzB = m_zSpace.Take(zFile);
+  pzB.Release();
+  m_zSpace.Base(0);
+  auto pzC = m_zSpace.Take(zFile);
+  ASSERT_EQ(zFile.m_vpSnapShotData.size(), 2u);
+  EXPECT_EQ(zFile.m_vpSnapShotData[1], dynamic_cast<KivHistoryFile*>(pzC.Get()));
+  EXPECT_EQ(pzA->ReleaseSnapShot(), 0);
+  EXPECT_EQ(pzC->ReleaseSnapShot(), 0);
+  EXPECT_TRUE(zFile.m_vpSnapShotData.empty());
+}
+
 TEST_F(History, AReleaseOfTheBaseLeavesLaterEntriesWithoutAFile) {
   PlainHistoryFile zFile;
   auto pzA = m_zSpace.Take(zFile);

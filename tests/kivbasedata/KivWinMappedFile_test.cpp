@@ -149,8 +149,12 @@ TEST_F(Mapped, ATransferBehindTheMappingIsReported) {
     EXPECT_REPORT(pzFile->Write(iOffset, acBuffer, 16), "0");
     EXPECT_REPORT(pzFile->WriteZero(iOffset, 16), "0");
     EXPECT_RETURNING_REPORT(EXPECT_EQ(pzFile->Read(iOffset, acBuffer, 16), 0u));
+    Device(pzFile).TakeWriteFailure();
     EXPECT_RETURNING_REPORT(pzFile->Write(iOffset, acBuffer, 16));
+    EXPECT_TRUE(Device(pzFile).TakeWriteFailure());
     EXPECT_RETURNING_REPORT(pzFile->WriteZero(iOffset, 16));
+    EXPECT_TRUE(Device(pzFile).TakeWriteFailure());
+    EXPECT_FALSE(Device(pzFile).TakeWriteFailure());
   }
   EXPECT_EQ(pzFile->GetLength(), kBlock);
 }

@@ -50,8 +50,11 @@ class KivCacheUseFile : public KivHistoryFile {
 
   bool m_bEnableCache;  // may go off, never on again
   std::unique_ptr<KivFileCache> m_pzFileCache;
-  uint64_t m_iOrgFileSize = 0;                   // 0: not yet fetched
-  std::vector<KivFileCache*> m_vpCacheSnapShot;  // the cache of each snapshot, parallel to m_vpSnapShotData
+  uint64_t m_iOrgFileSize = 0;  // 0: not yet fetched
+  // The cache of each snapshot, parallel to m_vpSnapShotData. That of a snapshot which died without a release stays
+  // until its blocks have moved on; null where they have.
+  std::vector<KivFileCache*> m_vpCacheSnapShot;
+  uint64_t m_iFirstCache = 0;  // index of the oldest cache in m_vpCacheSnapShot: it has the blocks of those before it
 
  protected:
   void LeaveOriginal() override;
@@ -63,11 +66,22 @@ class KivCacheUseFile : public KivHistoryFile {
   bool CanUseCache() const { return m_bReadOnly && m_bEnableCache; }
   // Takes this snapshot's cache out of the lists of its file.
   void UnlinkCache();
-  // The oldest snapshot is going: its blocks move to the next living one, or to the file if it is the last. False,
-  // after a report, if some could not be moved: the snapshot must stay.
-  static bool HandOverBlocks(KivCacheUseFile& zOriginal);
+  // This snapshot dies without a release: what it holds stays with its file, without an end of its own. Cannot fail.
+  void LeaveCacheToOriginal();
+  // The oldest snapshot is going: its blocks move to the next living one, or to the file if it is the last, and so do
+  // those of the dead ones before it. False, after a report, if some could not be moved: the snapshot must stay.
+  bool HandOverBlocks();
+  // Fetches each block that the live cache still has with the snapshots from this index on. False after a report.
+  bool FetchFromSnapShots(uint64_t iFrom);
+  // Makes the place of the next snapshot free of what dead ones have left there. False, after a report, if the blocks
+  // could not be fetched before.
+  bool ClearNextPlace();
+  void ForgetCache(uint64_t iIndex);
   // The lists of caches become as long as that of the snapshots, whose end may have been cut off.
-  void CutCacheLists();
+  void CutCacheLists(size_t nSnapShots);
+
+  // The caches of dead snapshots; each stands in m_vpCacheSnapShot too. Has room for those of all living ones.
+  std::vector<std::unique_ptr<KivFileCache>> m_vpzLeftCache;
 };
 
 }  // namespace kiv

@@ -6,7 +6,7 @@
 //   bit 0          the block lies in this cache's own work file
 //   bit 1          the block differs from the base file: it was written, or reaches behind the base file's end
 //   4 and above,   the block lies in the work file of a snapshot: (word >> 2) - 1 is its index, raised to the oldest
-//   bit 0 clear    living one; bit 1 as above
+//   bit 0 clear    whose blocks have not moved on; bit 1 as above
 //
 // A missing word counts as 0. A 2 cannot be; where found it is reported and counts as 0.
 //
@@ -59,8 +59,9 @@ class KivFileCache {
   bool IsInReach(uint64_t iOffset, uint64_t nCount);
   // False if the disk cannot take the blocks of this range, not empty, that the work file does not hold yet.
   bool HasRoomFor(uint64_t iOffset, uint64_t nCount);
-  // True if the block's word names a snapshot and that one, or the one that took its blocks over, has it.
-  bool IsWithSnapShot(uint64_t iBlock) const;
+  // True if the block's word names a snapshot and that one, or the one that took its blocks over, has it; of those at
+  // iFrom and behind.
+  bool IsWithSnapShot(uint64_t iBlock, uint64_t iFrom = 0) const;
 
   // The new cache takes the work file over; this one goes on in a fresh one. Null after a report, and nothing is
   // changed.
@@ -91,9 +92,12 @@ class KivFileCache {
   bool FetchBlockInto(uint64_t iBlock, KivWinMappedFile& zWork, uint8_t* pBuffer);
   // Fills one block from the base file; zeros behind what it gives.
   bool ReadBase(uint64_t iBlock, uint8_t* pBuffer);
+  // A whole block of a work file. False, after a report, if it could not be read.
+  bool ReadWorkBlock(KivWinMappedFile& zWork, uint64_t iBlock, uint8_t* pBuffer) const;
   // False if the device did not take all of it, in a host whose reports return.
   bool WriteWork(KivWinMappedFile& zWork, uint64_t iOffset, const void* lpBuf, uint64_t nCount);
-  void GrowStatus(uint64_t nWords);
+  // False after a report: words for more than 4 TiB, which only the length of an empty file can claim, or no memory.
+  bool GrowStatus(uint64_t nWords);
   bool HasOwn(uint64_t iBlock) const { return iBlock < m_vcCacheStatus.size() && (m_vcCacheStatus[iBlock] & 1) != 0; }
   // A last block that FillCached left short becomes whole, with zeros.
   bool CompleteLastBlock();

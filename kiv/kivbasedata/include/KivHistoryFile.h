@@ -73,12 +73,16 @@ class KivHistoryFile : public KivFile, public ISnapShotFile {
   KivHistoryFile* m_pOriginal = nullptr;  // in a snapshot: the file that it was taken from
 
  protected:
-  // The two halves of DetachSnapShot. The first says whether this snapshot may leave now: 0, or a code after a report;
-  // of the file it only forgets dead snapshots at the end of the list. The second cannot fail.
+  // The two halves of DetachSnapShot. The first says whether this snapshot may leave now: 0, or a code after a report.
+  // The second cannot fail.
   int32_t CheckDetach();
   void LeaveList();
   // The snapshot is cut from its file: it stays a snapshot, without a file.
   virtual void LeaveOriginal();
+  // How many places of m_vpSnapShotData stay when the next snapshot is taken: dead ones at the end must not keep it
+  // from the place that the data space counts for it.
+  size_t CountKeptPlaces() const;
+  bool HasLivingSnapShot() const;
 
   bool m_bLeft = false;       // a snapshot that has no file any more
   bool m_bHandedOut = false;  // a snapshot that CreateSnapShot has given to its caller

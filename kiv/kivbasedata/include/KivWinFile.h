@@ -83,14 +83,17 @@ class KivWinFile : public KivCacheUseFile {
 
   // True once after a write that the device or its view did not take whole, for a host whose reports return.
   bool TakeWriteFailure();
+  // True once after a read with a piece that failed and reads as zeros.
+  bool TakeReadFailure();
   // False if the file's disk surely cannot take nMore bytes. Up to 16 MiB nobody asks the disk.
   bool HasRoomFor(uint64_t nMore) const;
 
  protected:
   bool HasBackGroundFile() const { return m_bHasBackGroundFile; }
 
-  KivSysFile m_hFile;  // not open in a snapshot
-  bool m_bWriteFailed = false;
+  KivSysFile m_hFile;           // not open in a snapshot
+  bool m_bWriteFailed = false;  // for TakeWriteFailure
+  bool m_bReadFailed = false;   // for TakeReadFailure
 
  private:
   friend struct KivWinFileTestAccess;

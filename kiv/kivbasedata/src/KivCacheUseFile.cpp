@@ -1,6 +1,7 @@
 #include "KivCacheUseFile.h"
 
 #include <algorithm>
+#include <utility>
 #include <vector>
 
 #include "KivDataSpaceFields.h"
@@ -26,7 +27,7 @@ KivCacheUseFile::~KivCacheUseFile() {
       pOriginal->m_vpCacheSnapShot.pop_back();
       pOriginal->m_pzFileCache->TakeBack(*m_pzFileCache);
     } else {
-      UnlinkCache();
+      LeaveCacheToOriginal();
     }
   }
   for (KivFileCache* pCache : m_vpCacheSnapShot)
@@ -49,6 +50,15 @@ void KivCacheUseFile::UnlinkCache() {
   }
   m_pzFileCache->m_pzOwner = nullptr;
   m_pzFileCache->m_pOriginal = nullptr;
+}
+
+void KivCacheUseFile::LeaveCacheToOriginal() {
+  KivCacheUseFile& zOriginal = *CachedOriginal();
+  const auto& vpCache = zOriginal.m_vpCacheSnapShot;
+  if (std::find(vpCache.begin(), vpCache.end(), m_pzFileCache.get()) == vpCache.end())
+    UnlinkCache();
+  else
+    zOriginal.m_vpzLeftCache.push_back(std::move(m_pzFileCache));  // there is room
 }
 
 void KivCacheUseFile::LeaveOriginal() {
@@ -159,7 +169,7 @@ bool KivCacheUseFile::IsRangeCached(uint64_t iStart, uint64_t iEnd, uint32_t iPr
 KivFile* KivCacheUseFile::CopyToSnapShot(KivFile* pSnapShot_arg) {
   if (!KIV_CHECK(!IsSnapShotFile())) return nullptr;
   if (!KIV_CHECK(pSnapShot_arg != NULL)) return nullptr;
-  CutCacheLists();
+  if (!ClearNextPlace()) return nullptr;
   auto* pSnapShot = dynamic_cast<KivCacheUseFile*>(KivHistoryFile::CopyToSnapShot(pSnapShot_arg));
   if (pSnapShot == nullptr) return nullptr;
   if (!m_bEnableCache) {
@@ -168,6 +178,7 @@ KivFile* KivCacheUseFile::CopyToSnapShot(KivFile* pSnapShot_arg) {
   }
   pSnapShot->m_bEnableCache = m_bEnableCache;
   m_vpCacheSnapShot.reserve(m_vpCacheSnapShot.size() + 1);
+  m_vpzLeftCache.reserve(m_vpCacheSnapShot.size() + 1);
   KivFileCache* pCache = GetCache();
   pSnapShot->m_pzFileCache = pCache->CreateSnapShot();
   if (pSnapShot->m_pzFileCache == nullptr) return nullptr;
@@ -262,6 +273,7 @@ void KivCacheUseFile::WriteZeroData(uint64_t iOffset, uint64_t nCount) {
     KIV_FAIL();
     return;
   }
+  if (nCount == 0) return;
   DoWriteZero(iOffset, nCount);
   m_bModified = true;
 }
@@ -302,25 +314,61 @@ uint64_t KivCacheUseFile::GetDataLength() {
   return nLength;
 }
 
-bool KivCacheUseFile::HandOverBlocks(KivCacheUseFile& zOriginal) {
-  const std::vector<KivFileCache*>& vpCache = zOriginal.m_vpCacheSnapShot;
-  const uint64_t iFirst = zOriginal.m_iFirstSnapShot;
-  const int64_t iBase = KivDataSpaceFields::GetInstance()->GetCurBaseSnapShot();
-  // Behind the base the list ends with this release, whatever it holds.
-  const uint64_t iEnd = std::min<uint64_t>(vpCache.size(), iBase < 0 ? 0 : static_cast<uint64_t>(iBase) + 1);
-  for (uint64_t i = iFirst + 1; i < iEnd; ++i)
-    if (vpCache[i] != nullptr && vpCache[iFirst] != nullptr) return vpCache[iFirst]->MergeCacheSnapShot(*vpCache[i]);
-  // It is the last one.
-  if (zOriginal.m_pzFileCache == nullptr) return true;
+bool KivCacheUseFile::FetchFromSnapShots(uint64_t iFrom) {
+  if (m_pzFileCache == nullptr) return true;
   const uint64_t iAllocationGranularity = KivGetAllocationGranularity();
-  KivFileCache& zLive = *zOriginal.m_pzFileCache;
+  KivFileCache& zLive = *m_pzFileCache;
   for (uint64_t i = 0; i < zLive.m_vcCacheStatus.size(); ++i) {
-    if (zLive.m_vcCacheStatus[i] < 4 || !zLive.IsWithSnapShot(i)) continue;
+    if (!zLive.IsWithSnapShot(i, iFrom)) continue;
     char cDummy = 0;
-    const uint64_t iRead = zOriginal.Read(i * iAllocationGranularity, &cDummy, sizeof(cDummy));
+    const uint64_t iRead = Read(i * iAllocationGranularity, &cDummy, sizeof(cDummy));
     if (!KIV_CHECK(iRead == sizeof(cDummy))) return false;
   }
   return true;
+}
+
+bool KivCacheUseFile::HandOverBlocks() {
+  const int64_t iBase = KivDataSpaceFields::GetInstance()->GetCurBaseSnapShot();
+  const uint64_t iLeaving = m_iFirstSnapShot;
+  // Behind the base the list ends with this release, whatever it holds.
+  uint64_t iEnd = m_vpCacheSnapShot.size();
+  if (iBase >= 0) iEnd = std::min(iEnd, static_cast<uint64_t>(iBase) + 1);
+  bool bLast = true;
+  for (uint64_t i = iLeaving + 1; i < iEnd; ++i)
+    bLast = bLast && (m_vpSnapShotData[i] == nullptr || m_vpCacheSnapShot[i] == nullptr);
+  if (bLast) return FetchFromSnapShots(0);
+  while (m_iFirstCache <= iLeaving) {
+    KivFileCache* const pCache = m_vpCacheSnapShot[m_iFirstCache];
+    uint64_t iNext = m_iFirstCache + 1;
+    while (iNext <= iLeaving && m_vpCacheSnapShot[iNext] == nullptr) ++iNext;
+    if (pCache != nullptr) {
+      while (m_vpCacheSnapShot[iNext] == nullptr) ++iNext;
+      if (!pCache->MergeCacheSnapShot(*m_vpCacheSnapShot[iNext])) return false;
+    }
+    ForgetCache(m_iFirstCache);
+    m_iFirstCache = iNext;
+  }
+  return true;
+}
+
+bool KivCacheUseFile::ClearNextPlace() {
+  if (m_vpCacheSnapShot.empty()) return true;
+  const size_t nKept = CountKeptPlaces();
+  const bool bAnyLives = HasLivingSnapShot();
+  if (bAnyLives && m_vpCacheSnapShot.size() <= nKept) return true;
+  // Where none lives the file itself is the only one that needs what they have left.
+  const uint64_t iFrom = bAnyLives ? nKept : 0;
+  if (!FetchFromSnapShots(iFrom)) return false;
+  for (uint64_t i = iFrom; i < m_vpCacheSnapShot.size(); ++i) ForgetCache(i);
+  CutCacheLists(nKept);
+  return true;
+}
+
+void KivCacheUseFile::ForgetCache(uint64_t iIndex) {
+  const KivFileCache* const pCache = std::exchange(m_vpCacheSnapShot[iIndex], nullptr);
+  if (m_pzFileCache != nullptr && iIndex < m_pzFileCache->m_vpSnapShotStatus.size())
+    m_pzFileCache->m_vpSnapShotStatus[iIndex] = nullptr;
+  std::erase_if(m_vpzLeftCache, [pCache](const auto& pzLeft) { return pzLeft.get() == pCache; });
 }
 
 int32_t KivCacheUseFile::DetachSnapShot() {
@@ -340,18 +388,22 @@ int32_t KivCacheUseFile::DetachSnapShot() {
   // No block moves for a snapshot that has to stay.
   const int32_t iResult = CheckDetach();
   if (iResult != KivDetachDone) return iResult;
-  if (!KivDataSpaceFields::GetInstance()->m_bDiscardingSnapShot && !HandOverBlocks(*pOriginal))
-    return KivDetachBehindList;
+  const bool bDiscarding = KivDataSpaceFields::GetInstance()->m_bDiscardingSnapShot;
+  if (!bDiscarding && !pOriginal->HandOverBlocks()) return KivDetachBehindList;
   LeaveList();
-  pOriginal->CutCacheLists();
+  pOriginal->CutCacheLists(pOriginal->m_vpSnapShotData.size());
+  // The file has fetched all that the last one, and the dead ones, had.
+  if (!bDiscarding && !pOriginal->HasLivingSnapShot())
+    for (uint64_t i = 0; i < pOriginal->m_vpCacheSnapShot.size(); ++i) pOriginal->ForgetCache(i);
   return KivDetachDone;
 }
 
-void KivCacheUseFile::CutCacheLists() {
-  const size_t nSnapShots = m_vpSnapShotData.size();
+void KivCacheUseFile::CutCacheLists(size_t nSnapShots) {
+  for (uint64_t i = nSnapShots; i < m_vpCacheSnapShot.size(); ++i) ForgetCache(i);
   if (m_vpCacheSnapShot.size() > nSnapShots) m_vpCacheSnapShot.resize(nSnapShots);
   if (m_pzFileCache != nullptr && m_pzFileCache->m_vpSnapShotStatus.size() > nSnapShots)
     m_pzFileCache->m_vpSnapShotStatus.resize(nSnapShots);
+  m_iFirstCache = std::min<uint64_t>(m_iFirstCache, nSnapShots);
 }
 
 void KivCacheUseFile::FillCached(uint64_t iOffset, uint64_t nCount, const void* lpBuf) {

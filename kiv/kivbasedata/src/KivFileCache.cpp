@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <new>
 #include <utility>
 
 #include "KivCacheUseFile.h"
@@ -20,6 +21,7 @@ constexpr char kSource[] = "src\\KivFileCache";
 constexpr uint64_t kEndOfOffsets = uint64_t{1} << 63;
 constexpr uint64_t kReach = uint64_t{1} << 40;
 constexpr uint64_t kFillPiece = 0x1000000;
+constexpr uint64_t kMostWords = uint64_t{1} << 26;
 constexpr size_t kWantedLimit = 10000;
 constexpr uint64_t kBufferAlignment = 16;
 
@@ -120,10 +122,28 @@ bool KivFileCache::WriteWork(KivWinMappedFile& zWork, uint64_t iOffset, const vo
   return true;
 }
 
+bool KivFileCache::ReadWorkBlock(KivWinMappedFile& zWork, uint64_t iBlock, uint8_t* pBuffer) const {
+  const uint64_t iAllocationGranularity = m_iBlockSize;
+  zWork.TakeReadFailure();  // of a read that left by an exception
+  const uint64_t iRead = zWork.DoRead(iBlock * m_iBlockSize, pBuffer, iAllocationGranularity);
+  return KIV_CHECK(iRead == iAllocationGranularity) && !zWork.TakeReadFailure();
+}
+
 // --- Blocks ---------------------------------------------------------------------------------------------------------
 
-void KivFileCache::GrowStatus(uint64_t nWords) {
-  if (m_vcCacheStatus.size() < nWords) m_vcCacheStatus.resize(nWords);
+bool KivFileCache::GrowStatus(uint64_t nWords) {
+  if (m_vcCacheStatus.size() >= nWords) return true;
+  bool bGrown = false;
+  if (nWords <= kMostWords) {
+    try {
+      m_vcCacheStatus.resize(nWords);
+      bGrown = true;
+    } catch (const std::bad_alloc&) {
+      // Reported below.
+    }
+  }
+  if (!bGrown) KIV_FAIL();
+  return bGrown;
 }
 
 KivCacheUseFile* KivFileCache::BaseFile() const {
@@ -152,12 +172,12 @@ bool KivFileCache::HasRoomFor(uint64_t iOffset, uint64_t nCount) {
   return pWork->HasRoomFor((iEnd - iFirst - nHeld) * m_iBlockSize);
 }
 
-bool KivFileCache::IsWithSnapShot(uint64_t iBlock) const {
+bool KivFileCache::IsWithSnapShot(uint64_t iBlock, uint64_t iFrom) const {
   const KivCacheUseFile* const pBase = BaseFile();
   const uint32_t iWord = iBlock < m_vcCacheStatus.size() ? m_vcCacheStatus[iBlock] : 0;
   if (pBase == nullptr || iWord < 4) return false;
-  const uint64_t k = std::max<uint64_t>((iWord >> 2) - 1, pBase->m_iFirstSnapShot);
-  if (k >= pBase->m_vpCacheSnapShot.size()) return false;
+  const uint64_t k = std::max<uint64_t>((iWord >> 2) - 1, pBase->m_iFirstCache);
+  if (k < iFrom || k >= pBase->m_vpCacheSnapShot.size()) return false;
   const KivFileCache* const pSnapShot = pBase->m_vpCacheSnapShot[k];
   return pSnapShot != nullptr && pSnapShot->HasWorkFile() && pSnapShot->HasOwn(iBlock);
 }
@@ -213,8 +233,7 @@ bool KivFileCache::FetchBlockInto(uint64_t iBlock, KivWinMappedFile& zWork, uint
     KIV_FAIL();
     return false;
   }
-  GrowStatus(iBlock + 1);
-  const uint64_t iAllocationGranularity = m_iBlockSize;
+  if (!GrowStatus(iBlock + 1)) return false;
   const uint64_t iStart = iBlock * m_iBlockSize;
   const uint64_t iOrgFileSize = pBase->GetOrgFileSize();
   const bool bInside = iStart < iOrgFileSize && iOrgFileSize - iStart >= m_iBlockSize;
@@ -226,22 +245,21 @@ bool KivFileCache::FetchBlockInto(uint64_t iBlock, KivWinMappedFile& zWork, uint
     KIV_FAIL();
     iNewWord = 3;
   } else if (iWord >= 4) {
-    const uint64_t k = std::max<uint64_t>((iWord >> 2) - 1, pBase->m_iFirstSnapShot);
+    const uint64_t k = std::max<uint64_t>((iWord >> 2) - 1, pBase->m_iFirstCache);
     KivFileCache* const pFrom = k < pBase->m_vpCacheSnapShot.size() ? pBase->m_vpCacheSnapShot[k] : nullptr;
     if (k >= pBase->m_vpCacheSnapShot.size()) {
       KIV_FAIL();
       iNewWord = 3;
     } else if (!IsWithSnapShot(iBlock)) {
-      // The snapshot has died, and its blocks with it.
+      // The snapshot's cache is off, and its blocks are gone with it.
       KIV_FAIL();
       iNewWord = 1;
     } else if (iBlock < pFrom->m_vbForeign.size() && pFrom->m_vbForeign[iBlock]) {
       KIV_FAIL();
       return false;
     } else {
-      const uint64_t iRead = pFrom->m_pzCacheFile->DoRead(iStart, pBuffer, iAllocationGranularity);
       // Half a block must not take the place of what was written before: it stays with the snapshot.
-      if (!KIV_CHECK(iRead == iAllocationGranularity)) return false;
+      if (!ReadWorkBlock(*pFrom->m_pzCacheFile, iBlock, pBuffer)) return false;
       iNewWord = (iWord & 2) + 1;
       bFromBase = false;
     }
@@ -310,16 +328,18 @@ void KivFileCache::FillCached(uint64_t iOffset, uint64_t nCount, const void* lpB
 // --- Caching ahead --------------------------------------------------------------------------------------------------
 
 bool KivFileCache::IsRangeCached(uint64_t iStart, uint64_t iEnd, uint32_t iPriority) {
-  if (iStart >= iEnd) return true;
-  if (m_pzOwner == nullptr || !IsInReach(iStart, iEnd - iStart)) {
+  // An empty range inside a block asks for that block, one at a block's start for none.
+  const uint64_t iFirst = iStart - iStart % m_iBlockSize;
+  if (iFirst >= iEnd) return true;
+  if (m_pzOwner == nullptr || !IsInReach(iFirst, iEnd - iFirst)) {
     KIV_FAIL();
     return false;
   }
+  if (!GrowStatus((iEnd - 1) / m_iBlockSize + 1)) return false;
   bool bCached = true;
   const uint64_t iLast = (iEnd - 1) / m_iBlockSize;
-  for (uint64_t i = iStart / m_iBlockSize; i <= iLast; ++i) {
-    GrowStatus(i + 1);
-    if (m_vcCacheStatus[i] != 0) continue;
+  for (uint64_t i = iFirst / m_iBlockSize; i <= iLast; ++i) {
+    if (m_vcCacheStatus[i] != 0) continue;  // present: nothing to ask for
     const bool bInMemory = m_pzOwner->IsBackGroundReadDone(i);
     bCached = bCached && bInMemory;
     if (iPriority == 0) continue;
@@ -337,7 +357,7 @@ bool KivFileCache::AdvanceCaching(uint32_t iMilliSeconds) {
   uint64_t iLastReading = iStart;
   while (m_dqWanted.size() > kWantedLimit) m_dqWanted.pop_front();
   const uint64_t nBlocks = m_pzOwner->DoGetLength() / m_iBlockSize;
-  GrowStatus(nBlocks + 1);
+  if (!GrowStatus(nBlocks + 1)) return false;
   uint64_t nBatch = 1;
   const uint64_t iDeadline = iStart + iMilliSeconds;
   std::vector<uint8_t> vcBlock;
@@ -351,7 +371,7 @@ bool KivFileCache::AdvanceCaching(uint32_t iMilliSeconds) {
       if (m_iSweptBlocks >= nBlocks) return false;
       const bool bWanted = !m_dqWanted.empty();
       const uint64_t i = bWanted ? m_dqWanted.back() : nBlocks - m_iSweptBlocks - 1;
-      GrowStatus(i + 1);
+      if (!GrowStatus(i + 1)) return false;
       const uint32_t iWord = m_vcCacheStatus[i];
       if (iWord == 0 || iWord == 2) {
         if (iWord == 2) KIV_FAIL();
@@ -380,7 +400,7 @@ bool KivFileCache::AdvanceCaching(uint32_t iMilliSeconds) {
 void KivFileCache::GetCacheStatusMap(double (&adRate)[100]) {
   if (m_pzOwner == nullptr) return;
   const uint64_t nBlocks = m_pzOwner->DoGetLength() / m_iBlockSize;
-  GrowStatus(nBlocks + 1);
+  if (!GrowStatus(nBlocks + 1)) return;
   for (int i = 0; i < 100; ++i) {
     int nCached = 0;
     for (int k = 0; k < 10; ++k) {

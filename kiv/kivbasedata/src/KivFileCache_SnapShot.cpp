@@ -103,13 +103,11 @@ bool KivFileCache::MergeCacheSnapShot(KivFileCache& zNext) {
   KivWinMappedFile* pWork = GetWorkFile();
   KivWinMappedFile* pNextWork = zNext.GetWorkFile();
   if (pWork == nullptr || pNextWork == nullptr) return false;
-  const uint64_t iAllocationGranularity = m_iBlockSize;
   std::vector<uint8_t> vcBlock(m_iBlockSize);
-  GrowStatus(zNext.m_vcCacheStatus.size());
+  if (!GrowStatus(zNext.m_vcCacheStatus.size())) return false;
   for (size_t i = 0; i < zNext.m_vcCacheStatus.size(); ++i) {
     if (!zNext.HasOwn(i)) continue;
-    const uint64_t iRead = pNextWork->DoRead(i * m_iBlockSize, vcBlock.data(), iAllocationGranularity);
-    if (!KIV_CHECK(iRead == iAllocationGranularity)) return false;
+    if (!ReadWorkBlock(*pNextWork, i, vcBlock.data())) return false;
     if (m_vbForeign.size() <= i) m_vbForeign.resize(m_vcCacheStatus.size());
     m_vbForeign[i] = true;
     if (!WriteWork(*pWork, i * m_iBlockSize, vcBlock.data(), m_iBlockSize)) return false;

@@ -33,6 +33,17 @@ void KivHistoryFile::PassDeadSnapShots() {
     ++m_iFirstSnapShot;
 }
 
+size_t KivHistoryFile::CountKeptPlaces() const {
+  const int32_t iBase = KivDataSpaceFields::GetInstance()->GetCurBaseSnapShot();
+  size_t nKept = m_vpSnapShotData.size();
+  while (iBase >= 0 && nKept > static_cast<size_t>(iBase) && m_vpSnapShotData[nKept - 1] == nullptr) --nKept;
+  return nKept;
+}
+
+bool KivHistoryFile::HasLivingSnapShot() const {
+  return std::any_of(m_vpSnapShotData.begin(), m_vpSnapShotData.end(), [](const auto* p) { return p != nullptr; });
+}
+
 void KivHistoryFile::LeaveOriginal() {
   m_pOriginal = nullptr;
   m_bLeft = true;
@@ -150,6 +161,9 @@ KivFile* KivHistoryFile::CopyToSnapShot(KivFile* pSnapShot_arg) {
     KIV_FAIL();
     return nullptr;
   }
+  m_vpSnapShotData.reserve(m_vpSnapShotData.size() + 1);
+  m_vpSnapShotData.resize(CountKeptPlaces());
+  m_iFirstSnapShot = std::min<uint64_t>(m_iFirstSnapShot, m_vpSnapShotData.size());
   m_vpSnapShotData.push_back(pSnapShot);
   pSnapShot->m_bModified = m_bModified;
   pSnapShot->m_pOriginal = this;
@@ -205,12 +219,12 @@ int32_t KivHistoryFile::CheckDetach() {
   std::vector<KivHistoryFile*>& vpList = m_pOriginal->m_vpSnapShotData;
   if (KivDataSpaceFields::GetInstance()->m_bDiscardingSnapShot) {
     // Those that died without a release do not stand in the way.
-    while (!vpList.empty() && vpList.back() == nullptr) vpList.pop_back();
-    if (vpList.empty()) {
+    const auto pLast = std::find_if(vpList.rbegin(), vpList.rend(), [](const auto* p) { return p != nullptr; });
+    if (pLast == vpList.rend()) {
       KIV_FAIL();
       return KivDetachListEmpty;
     }
-    KIV_CHECK(m_pOriginal->m_vpSnapShotData.back() == this);
+    KIV_CHECK_AS(*pLast == this, "m_pOriginal->m_vpSnapShotData.back() == this");
     return KivDetachDone;
   }
   KIV_CHECK_AS(KivDataSpaceFields::GetInstance()->GetCurBaseSnapShot() >= 0,
@@ -235,18 +249,20 @@ void KivHistoryFile::LeaveList() {
   KivHistoryFile* const pOriginal = m_pOriginal;
   std::vector<KivHistoryFile*>& vpList = pOriginal->m_vpSnapShotData;
   if (KivDataSpaceFields::GetInstance()->m_bDiscardingSnapShot) {
-    KivHistoryFile* pLast = vpList.back();
+    while (vpList.back() == nullptr) vpList.pop_back();
+    KivHistoryFile* const pLast = vpList.back();
     vpList.pop_back();
-    if (pLast != nullptr) pLast->LeaveOriginal();
+    pLast->LeaveOriginal();
     return;
   }
   uint64_t& iFirst = pOriginal->m_iFirstSnapShot;
-  const auto iEnd = static_cast<uint64_t>(int64_t{KivDataSpaceFields::GetInstance()->GetCurBaseSnapShot()} + 1);
+  const int64_t iBase = KivDataSpaceFields::GetInstance()->GetCurBaseSnapShot();
+  const uint64_t iEnd = iBase < 0 ? vpList.size() + 1 : static_cast<uint64_t>(iBase) + 1;
   vpList[iFirst] = nullptr;
   ++iFirst;
   // Those that died without a release have left already.
-  while (iFirst != iEnd && iFirst < vpList.size() && vpList[iFirst] == nullptr) ++iFirst;
-  if (iFirst == iEnd) {
+  while (iFirst < iEnd && iFirst < vpList.size() && vpList[iFirst] == nullptr) ++iFirst;
+  if (iFirst >= iEnd) {
     iFirst = 0;
     for (KivHistoryFile* pSnapShot : vpList)
       if (pSnapShot != nullptr) pSnapShot->LeaveOriginal();

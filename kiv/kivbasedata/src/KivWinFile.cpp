@@ -187,6 +187,10 @@ bool KivWinFile::TakeWriteFailure() {
   return std::exchange(m_bWriteFailed, false);
 }
 
+bool KivWinFile::TakeReadFailure() {
+  return std::exchange(m_bReadFailed, false);
+}
+
 // --- Snapshots ------------------------------------------------------------------------------------------------------
 
 KivFile* KivWinFile::CopyToSnapShot(KivFile* pSnapShot_arg) {
@@ -251,6 +255,7 @@ uint64_t KivWinFile::ReadInPieces(uint64_t iOffset, uint8_t* pBuffer, uint64_t n
     const uint64_t iToRead = std::min(nCount - iPos, kSmallCount);
     uint32_t nRead = 0;
     if (!m_hFile.ReadAt(iOffset + iPos, pBuffer + iPos, static_cast<uint32_t>(iToRead), nRead)) {
+      m_bReadFailed = true;
       ReportPiece(iOffset, nCount, iPos, iToRead, nRead, sys::LastError(), iFirstError);
       std::memset(pBuffer + iPos, 0, iToRead);
     } else if (nRead < iToRead) {

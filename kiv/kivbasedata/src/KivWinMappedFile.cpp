@@ -137,23 +137,19 @@ KivFile* KivWinMappedFile::CreateInstance() {
 
 template <typename Part>
 bool KivWinMappedFile::ForParts(bool bReadOnly, uint64_t iOffset, uint64_t nCount, Part&& pfnPart) {
-  if (iOffset > m_iMappingSize || nCount > m_iMappingSize - iOffset) {
+  const auto Fail = [&] {
+    m_bWriteFailed = m_bWriteFailed || !bReadOnly;
     KIV_FAIL();
     return false;
-  }
+  };
+  if (iOffset > m_iMappingSize || nCount > m_iMappingSize - iOffset) return Fail();
   for (uint64_t iPos = 0; iPos < nCount;) {
     const uint64_t nPart = std::min(nCount - iPos, kMaxPart);
     uint8_t* pBuffer = DoGetDirectBuffer(bReadOnly, iOffset + iPos, nPart);
-    if (pBuffer == nullptr) {
-      KIV_FAIL();
-      return false;
-    }
+    if (pBuffer == nullptr) return Fail();
     pfnPart(pBuffer, iPos, nPart);
     m_bNowUsingDirectBuffer = false;
-    if (m_zMapping.HasLostPages()) {
-      KIV_FAIL();
-      return false;
-    }
+    if (m_zMapping.HasLostPages()) return Fail();
     iPos += nPart;
   }
   return true;
@@ -174,10 +170,8 @@ void KivWinMappedFile::DoWrite(uint64_t iOffset, const void* lpBuf, uint64_t nCo
     return;
   }
   const auto* const pSource = static_cast<const uint8_t*>(lpBuf);
-  if (!ForParts(false, iOffset, nCount, [pSource](uint8_t* pBuffer, uint64_t iPos, uint64_t nPart) {
-        std::memcpy(pBuffer, pSource + iPos, nPart);
-      }))
-    m_bWriteFailed = true;
+  ForParts(false, iOffset, nCount,
+           [pSource](uint8_t* pBuffer, uint64_t iPos, uint64_t nPart) { std::memcpy(pBuffer, pSource + iPos, nPart); });
 }
 
 void KivWinMappedFile::DoWriteZero(uint64_t iOffset, uint64_t nCount) {
@@ -186,9 +180,7 @@ void KivWinMappedFile::DoWriteZero(uint64_t iOffset, uint64_t nCount) {
     KivWinFile::DoWriteZero(iOffset, nCount);
     return;
   }
-  if (!ForParts(false, iOffset, nCount,
-                [](uint8_t* pBuffer, uint64_t, uint64_t nPart) { std::memset(pBuffer, 0, nPart); }))
-    m_bWriteFailed = true;
+  ForParts(false, iOffset, nCount, [](uint8_t* pBuffer, uint64_t, uint64_t nPart) { std::memset(pBuffer, 0, nPart); });
 }
 
 bool KivWinMappedFile::DoSetLength(uint64_t) {
