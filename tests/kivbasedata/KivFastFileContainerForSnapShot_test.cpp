@@ -94,6 +94,35 @@ TEST_F(SnapShotContainer, ARestoredCloneBringsRecordsAndTreeBack) {
   Discard(pzClone);
 }
 
+TEST_F(SnapShotContainer, ACloneWhoseReleaseFailsInItsDestructorLosesNothing) {
+  auto pzContainer = Open();
+  const Position iEdited = Add(*pzContainer, std::string(300000, 'e'));
+  Base(0);
+  auto pzFirst = pzContainer->CreateSnapShot();
+  const Position iLater = Add(*pzContainer, std::string(100000, 'l'));
+  Base(1);
+  auto pzSecond = pzContainer->CreateSnapShot();
+  {
+    KivSysFaultPlan zPlan;
+    zPlan.m_iCall = KivSysCall::FileRead;
+    zPlan.m_iNth = 1;
+    zPlan.m_bFromThenOn = true;
+    const KivSysFaultScope zFault(zPlan);
+    const uint64_t nBefore = KivGetReportCount();
+    pzFirst.reset();
+    EXPECT_GT(KivGetReportCount(), nBefore);
+    EXPECT_TRUE(zFault.HasFired());
+  }
+  for (KivFastFileContainerBase* pzBase : {static_cast<KivFastFileContainerBase*>(pzContainer.get()),
+                                           static_cast<KivFastFileContainerBase*>(pzSecond.get())}) {
+    EXPECT_EQ(Text(*pzBase, m_iFirst), "first");
+    EXPECT_EQ(Text(*pzBase, iEdited), std::string(300000, 'e'));
+    EXPECT_EQ(Text(*pzBase, iLater), std::string(100000, 'l'));
+  }
+  EXPECT_EQ(pzContainer->RestoreFromUndo(*pzSecond), KivContainerRestoreResult::Done);
+  EXPECT_EQ(Text(*pzContainer, iEdited), std::string(300000, 'e'));
+}
+
 TEST_F(SnapShotContainer, ACloneKeepsItsStateWhileTheContainerChanges) {
   auto pzContainer = Open();
   Base(0);

@@ -541,6 +541,18 @@ TEST_F(WinFile, AFileWhoseLengthIsUnknownAtTheStartGoesWithoutAReader) {
   EXPECT_EQ(ReadBytes(*pzFile, 5, 9), Slice(m_vcBase, 5, 9)) << "its reads are not taken for those of an empty file";
 }
 
+TEST_F(WinFile, AReaderThatHasClosedItsHandleIsNotStartedAgain) {
+  auto pzFile = OpenBackGround();
+  KivWinFileBackGroundReadInfo& zInfo = KivWinFileTestAccess::Info(Device(pzFile));
+  zInfo.m_hBackGroundFile.Close();  // as a reader without memory does at its end
+  for (const uint32_t iPriority : {1u, 2u, 3u}) Device(pzFile).RequestBackGroundRead(1, iPriority);
+  EXPECT_FALSE(zInfo.m_bThreadRunning);
+  EXPECT_TRUE(zInfo.m_dqUrgent.empty());
+  EXPECT_TRUE(zInfo.m_dqIdle.empty());
+  EXPECT_FALSE(Device(pzFile).IsBackGroundReadDone(1));
+  EXPECT_EQ(ReadBytes(*pzFile, kBlock - 5, 100), Slice(m_vcBase, kBlock - 5, 100));
+}
+
 TEST_F(WinFile, ASecondHandleWhoseReaderNeverStartedIsClosedToo) {
   OpenBackGround().Release();
   EXPECT_TRUE(BaseIsClosed());
