@@ -12,6 +12,7 @@
 #include <filesystem>
 #include <functional>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "KivDataSpaceBase.h"
@@ -19,6 +20,7 @@
 #include "KivFileFactory.h"
 #include "KivMemFile.h"
 #include "KivSysMapping.h"
+#include "KivWinFile.h"
 #include "KivWritableMemFile.h"
 
 namespace {
@@ -99,6 +101,11 @@ Result Measure(const Target& zTarget, uint64_t nBytes, uint64_t nRandom) {
 }
 
 void Print(const std::string& strName, const Result& z, const Result& zPeer) {
+  if (z.m_dWriteRate == 0) {
+    std::printf("  %-44s %7.2f %5.2fx  %7s %6s  %8.0f %5.2fx  %8s\n", strName.c_str(), z.m_dReadRate,
+                z.m_dReadRate / zPeer.m_dReadRate, "-", "", z.m_dReadTime, z.m_dReadTime / zPeer.m_dReadTime, "-");
+    return;
+  }
   std::printf("  %-44s %7.2f %5.2fx  %7.2f %5.2fx  %8.0f %5.2fx  %8.0f %5.2fx\n", strName.c_str(), z.m_dReadRate,
               z.m_dReadRate / zPeer.m_dReadRate, z.m_dWriteRate, z.m_dWriteRate / zPeer.m_dWriteRate, z.m_dReadTime,
               z.m_dReadTime / zPeer.m_dReadTime, z.m_dWriteTime, z.m_dWriteTime / zPeer.m_dWriteTime);
@@ -124,6 +131,10 @@ void Fill(const std::filesystem::path& zPath, uint64_t nBytes) {
   for (size_t i = 0; i < vcPiece.size(); ++i) vcPiece[i] = static_cast<uint8_t>(i * 7);
   uint32_t nDone = 0;
   for (uint64_t i = 0; i < nBytes; i += kMiB) hFile.WriteAt(i, vcPiece.data(), static_cast<uint32_t>(kMiB), nDone);
+}
+
+Target ReadsOf(ISnapShotFile* pFile) {
+  return {"", [pFile](uint64_t iOffset, void* pBuffer, uint32_t nCount) { pFile->Read(iOffset, pBuffer, nCount); }, {}};
 }
 
 Target Whole(const std::string& strName, const KivSharedPtr<ISnapShotFile>& pzFile) {
@@ -155,6 +166,28 @@ void CompareTransfers(const std::filesystem::path& zFolder) {
     std::vector<uint8_t> vcAll(kMiB);
     for (uint64_t i = 0; i < nBytes; i += kMiB) pzFile->Read(i, vcAll.data(), kMiB);
     Print("KivWinFile read-only, cached blocks", Measure(Whole("", pzFile), nBytes, nRandom), zHandle);
+  }
+  {
+    KivWinFile zFile(Open(zFolder / "a", false, KivSysDisposition::OpenExisting), true, false,
+                     Open(zFolder / "a", false, KivSysDisposition::OpenExisting));
+    const uint64_t nBlocks = nBytes / KivGetAllocationGranularity();
+    for (uint64_t i = 0; i < nBlocks; ++i) zFile.RequestBackGroundRead(i, 2);
+    for (uint64_t i = 0; i < nBlocks; ++i)
+      while (!zFile.IsBackGroundReadDone(i)) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    Print("KivWinFile, all read by its reader", Measure(ReadsOf(&zFile), nBytes, nRandom), zHandle);
+  }
+  {
+    const auto pzFile =
+        KivCreateReadOnlyMappedFile(Open(zFolder / "a", false, KivSysDisposition::OpenExisting), KivSysFile());
+    pzFile->PrepareDirectBuffer(0);
+    std::vector<uint8_t> vcAll(kMiB);
+    for (uint64_t i = 0; i < nBytes; i += kMiB) pzFile->Read(i, vcAll.data(), kMiB);
+    Print("KivWinMappedFile read-only, cached blocks", Measure(Whole("", pzFile), nBytes, nRandom), zHandle);
+  }
+  {
+    const auto pzFile = KivCreateVirtualNetworkFile(Open(zFolder / "a", false, KivSysDisposition::OpenExisting), 0,
+                                                    false, KivSysFile());
+    Print("KivVirtualNetworkFile, delay 0, no cache", Measure(ReadsOf(pzFile.Get()), nBytes, nRandom), zHandle);
   }
   {
     std::vector<uint8_t> vcData(nBytes, 3);
