@@ -12,6 +12,11 @@ if(KIV_SANITIZE)
   add_compile_options($<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>)
 endif()
 
+if(KIV_FUZZ_ENGINE)
+  add_compile_options(-fsanitize=fuzzer-no-link)  # the engine is guided by the branches of the library
+  add_link_options(-fsanitize=fuzzer-no-link)
+endif()
+
 function(kiv_target_options target)
   target_compile_options(${target} PRIVATE
     -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual -Wcast-qual
