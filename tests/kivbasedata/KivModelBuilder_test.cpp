@@ -301,6 +301,24 @@ TEST_F(ModelBuilder, AWalkLeavesOutWhatCannotBeLoadedAndDoesNotFollowACircleTwic
   EXPECT_EQ(nSeen, 8);
 }
 
+TEST_F(ModelBuilder, AWalkOverATreeThatCannotBeReachedIsFalse) {
+  KivModelBuilder zBuilder;
+  BuildSample(zBuilder, 1);
+  ASSERT_TRUE(zBuilder.Save(m_zFolder / u"a.kiv"));
+  const uint32_t iKey = Reopen(m_zFolder / u"a.kiv", true, 4);
+  const auto Walks = [&] { return KivWalkElements(iKey, {7}, kAllLevels, [](KivOutOfCoreTreeNode&) {}); };
+  EXPECT_TRUE(Walks());
+  const uint64_t iInstances = KivGetInstanceRoot(iKey)->GetPositionKey();
+  KivModelNote* pzNote = KivGetModelNote(iKey);
+  ASSERT_NE(pzNote, nullptr);
+  pzNote->GetMemoryBlockForWrite()->m_iAssemblyKey = iInstances;  // an element of another class
+  EXPECT_NO_REPORT(EXPECT_FALSE(Walks()));
+  KivGetModelNote(iKey)->GetMemoryBlockForWrite()->m_iAssemblyKey = 0;
+  EXPECT_TRUE(Walks());
+  KivGetModel(iKey)->GetMemoryBlockForWrite()->m_zHeader.m_aiLink[2] = iInstances;
+  EXPECT_NO_REPORT(EXPECT_FALSE(Walks()));
+}
+
 TEST_F(ModelBuilder, AModelWithoutAnInstanceTreeIsReportedOneWithoutANoteIsNot) {
   OpenEmpty(4, false);
   auto pzModel = std::make_unique<KivModel>(m_pzModel->GetKey());

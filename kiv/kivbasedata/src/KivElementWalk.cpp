@@ -50,6 +50,22 @@ void GatherNodes(const KivMemoryBlockAssemblyTree& zTree, const std::set<uint32_
   }
 }
 
+// True also where a model has no note or no assembly tree.
+bool GatherFromTree(uint32_t iManagerKey, const std::set<uint32_t>& siTag, Gathered& zGathered) {
+  const KivMemoryBlockModel* pzModel = BlockOf(KivGetModel(iManagerKey));
+  if (pzModel == nullptr) return false;
+  const uint64_t iNoteKey = pzModel->m_zHeader.m_aiLink[2];
+  if (iNoteKey == 0) return true;
+  const KivMemoryBlockModelNote* pzNote = BlockOf(ElementAt<KivModelNote>(iManagerKey, iNoteKey));
+  if (pzNote == nullptr) return false;
+  const uint64_t iTreeKey = pzNote->m_iAssemblyKey;
+  if (iTreeKey == 0) return true;
+  const KivMemoryBlockAssemblyTree* pzTree = BlockOf(ElementAt<KivAssemblyTree>(iManagerKey, iTreeKey));
+  if (pzTree == nullptr) return false;
+  GatherNodes(*pzTree, siTag, zGathered);
+  return true;
+}
+
 void GatherLevel(const KivInstanceLevel& zLevel, const std::set<uint32_t>& siTag, bool bCommon, Gathered& zGathered) {
   if (siTag.count(1) != 0) AddKey(zGathered.m_siMesh, zLevel.m_iFaceEdgeKey);
   if (siTag.count(8) != 0) AddKey(zGathered.m_siMesh, zLevel.m_iPolyElemKey);
@@ -137,10 +153,7 @@ bool KivWalkElements(uint32_t iManagerKey, const std::set<uint32_t>& siTag, int3
   Gathered zGathered;
   std::set<uint64_t> siSeen;
   if (Wants({7, 11, 12})) {
-    KivAssemblyTree* pzTree = KivGetAssemblyTree(iManagerKey);
-    const KivMemoryBlockAssemblyTree* pzBlock = BlockOf(pzTree);
-    if (pzBlock != nullptr) GatherNodes(*pzBlock, siTag, zGathered);
-    bAll &= pzTree == nullptr || pzBlock != nullptr;
+    bAll &= GatherFromTree(iManagerKey, siTag, zGathered);
     for (const uint64_t iKey : zGathered.m_siNode) bAll &= KivWalkTree(iManagerKey, iKey, siSeen, pfnWanted);
   }
   if (Wants({0, 1, 2, 5, 8, 13})) {
