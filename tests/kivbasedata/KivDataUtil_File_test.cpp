@@ -340,6 +340,19 @@ TEST(OrphanFolders, ADeletionThatFailsGivesFalseAndTheOthersGoOn) {
   EXPECT_EQ(vzLeft.size(), 1u);
 }
 
+TEST(OrphanFolders, WhoCannotTellTheLivingDeletesNothing) {
+  kivtest::TestFolder zFolder;
+  sys::MakeFolder(zFolder / u"ZUR_TMP_FOLDER-a");
+  {
+    const KivSysFaultScope zFault({KivSysCall::ProcessList, 1, false, KivSysFaultKind::Fail, false});
+    EXPECT_FALSE(KivRemoveOrphanFolders(zFolder.Path(), false));
+    EXPECT_TRUE(zFault.HasFired());
+  }
+  EXPECT_TRUE(KivFileExists(zFolder / u"ZUR_TMP_FOLDER-a"));
+  EXPECT_TRUE(KivRemoveOrphanFolders(zFolder.Path(), false));
+  EXPECT_FALSE(KivFileExists(zFolder / u"ZUR_TMP_FOLDER-a"));
+}
+
 TEST(OrphanFolders, AFolderThatIsNotThereHasNoOrphans) {
   kivtest::TestFolder zFolder;
   EXPECT_TRUE(KivRemoveOrphanFolders(zFolder / u"missing", false));

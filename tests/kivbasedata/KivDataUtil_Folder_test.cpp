@@ -179,7 +179,13 @@ KIV_TEST_CHILD(FindsModules) {
   CHILD_CHECK(KivFindModule(u"Tool") == Join(csModule, u"Tool_x64" + Suffix()));
   CHILD_CHECK(writeFile(Join(csModule, u"Nowhere_x64" + Suffix())));
   CHILD_CHECK(KivFindModule(u"Nowhere") == Join(csModule, u"Nowhere" + Suffix()));
-  // The empty name is the program itself.
+  // The empty name is the program itself; a failure is not remembered.
+  {
+    const KivSysFaultScope zFault({KivSysCall::ProgramPath, 1, true, KivSysFaultKind::Fail, false});
+    CHILD_CHECK(kivtest::ReportOf([] { KivFindModule(u""); }) == u"0");
+    const kivtest::NoThrowScope zNoThrow;
+    CHILD_CHECK(KivFindModule(u"").empty());
+  }
   KivWString csProgram;
   CHILD_CHECK(sys::ProgramPath(csProgram));
   CHILD_CHECK(KivFindModule(u"") == csProgram);
@@ -189,8 +195,12 @@ KIV_TEST_CHILD(FindsModules) {
 // The file calls of a look-up, the second one of the same name included.
 KIV_TEST_CHILD(RemembersModules) {
   KivSetWorkFolder(u"work");
-  KivFindModule(u"Tool");
-  KivSysFaultScope zFault({KivSysCall::Count, 1, true, KivSysFaultKind::Fail, true});
+  {
+    const KivSysFaultScope zCounts({KivSysCall::PathExists, 0, false, KivSysFaultKind::Fail, false});
+    KivFindModule(u"Tool");
+    CHILD_CHECK(zCounts.GetCount(KivSysCall::PathExists) > 0);
+  }
+  const KivSysFaultScope zFault({KivSysCall::Count, 1, true, KivSysFaultKind::Fail, true});
   const KivWString& csAgain = KivFindModule(u"Tool");
   CHILD_CHECK(!zFault.HasFired());
   CHILD_CHECK(&csAgain == &KivFindModule(u"Tool"));

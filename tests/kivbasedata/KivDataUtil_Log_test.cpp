@@ -69,6 +69,12 @@ TEST_F(TimingLog, TheMemoryTextIsFourNumbersOfWidthTen) {
   EXPECT_GT(std::stoull(strText), 0u);
 }
 
+TEST_F(TimingLog, TheMemoryTextIsFourZerosWhenTheCallFails) {
+  const KivSysFaultScope zFault({KivSysCall::MemoryCounters, 1, true, KivSysFaultKind::Fail, false});
+  EXPECT_NO_REPORT(
+      { EXPECT_EQ(KivGetMemoryText(), u"         0,         0,         0,         0"); });
+}
+
 TEST_F(TimingLog, NumbersStandBeforeTheMessage) {
   KivLogNumber(-12, u"a");
   KivLogNumber(2147483647, u"b");

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "KivDataUtil.h"
+#include "KivSysFault.h"
 #include "KivTestReport.h"
 
 using namespace kiv;
@@ -37,6 +38,26 @@ TEST(Text, AnsiHoldsTheTerminatorAndReplacesWhatWasInTheArray) {
   EXPECT_EQ(vcText, (std::vector<char>{'a', 'b', '\0'}));
   KivToAnsi(u"", vcText);
   EXPECT_EQ(vcText, (std::vector<char>{'\0'}));
+}
+
+TEST(Text, AnAnsiTextThatCannotBeMeasuredIsReportedAndTheArrayIsEmpty) {
+  std::vector<char> vcText(10, 'x');
+  const KivSysFaultScope zFault({KivSysCall::TextMeasure, 1, true, KivSysFaultKind::Fail, false});
+  EXPECT_REPORT(KivToAnsi(u"ab", vcText), "0");
+  EXPECT_TRUE(vcText.empty());
+  kivtest::NoThrowScope zNoThrow;
+  vcText.assign(10, 'x');
+  KivToAnsi(u"ab", vcText);
+  EXPECT_TRUE(vcText.empty());
+}
+
+TEST(Text, AnAnsiTextOfAnotherLengthThanMeasuredIsReported) {
+  std::vector<char> vcText;
+  const KivSysFaultScope zFault({KivSysCall::TextConvert, 1, true, KivSysFaultKind::ShortCount, false});
+  EXPECT_REPORT(KivToAnsi(u"ab", vcText), "iLength == nLength");
+  kivtest::NoThrowScope zNoThrow;
+  KivToAnsi(u"ab", vcText);
+  EXPECT_EQ(vcText, (std::vector<char>{'a', '\0'}));
 }
 
 TEST(Text, EveryLengthOfUtf8ComesBack) {

@@ -337,14 +337,22 @@ TEST(File, RemovalNeedsTheSharingOfDeletion) {
   EXPECT_TRUE(sys::RemoveFileAt(zFolder / u"a"));
 }
 
-TEST(File, LastErrorKeepsTheFailureThroughLaterSuccess) {
+TEST(File, LastErrorIsThatOfTheFailureJustSeen) {
   const TestFolder zFolder;
   sys::SetLastErrorNumber(0);
   EXPECT_FALSE(
       OpenFile(zFolder / u"a", KivSysAccess::Read, KivSysShare::All, KivSysDisposition::OpenExisting).IsOpen());
-  const int32_t iError = sys::LastError();
-  EXPECT_NE(iError, 0);
+  const int32_t iMissing = sys::LastError();
+  EXPECT_NE(iMissing, 0);
+  EXPECT_TRUE(
+      OpenFile(zFolder / u"a", KivSysAccess::ReadWrite, KivSysShare::All, KivSysDisposition::CreateNew).IsOpen());
+  if (sys::kSeparator == u'/') {
+    EXPECT_EQ(sys::LastError(), iMissing) << "a success leaves it alone";
+  }
+  EXPECT_FALSE(
+      OpenFile(zFolder / u"a", KivSysAccess::ReadWrite, KivSysShare::All, KivSysDisposition::CreateNew).IsOpen());
+  EXPECT_NE(sys::LastError(), iMissing);
   EXPECT_FALSE(
       OpenFile(zFolder / u"b", KivSysAccess::Read, KivSysShare::All, KivSysDisposition::OpenExisting).IsOpen());
-  EXPECT_EQ(sys::LastError(), iError);
+  EXPECT_EQ(sys::LastError(), iMissing);
 }

@@ -11,6 +11,8 @@
 #include <linux/filter.h>
 #include <linux/seccomp.h>
 #include <pty.h>
+#include <sched.h>
+#include <sys/mount.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -429,8 +431,54 @@ TEST(Posix, AFileThatOthersCutReadsAsZerosAndSaysSo) {
   }
 }
 
-TEST(Posix, AFullDiskFailsTheMappingAndRaisesNoSignal) {
-  // No disk has this much room.
+namespace {
+
+// A file system of this size on the folder, for this process alone; false where that is not allowed.
+bool MountSmallDisk(const std::string& strFolder, const char* szSize) {
+  static const bool s_bOwn =
+      unshare(CLONE_NEWNS) == 0 && mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
+  return s_bOwn && mount("tmpfs", strFolder.c_str(), "tmpfs", 0, szSize) == 0;
+}
+
+}  // namespace
+
+// Folder. Where no disk can be mounted, a kernel that gives no room stands for the full one.
+KIV_TEST_CHILD(PosixUsesAFullDisk) {
+  if (!MountSmallDisk(Native(vcsArgs[0]), "size=8m") || !MountSmallDisk("/dev/shm", "size=4k")) {
+    if (!RefuseSystemCall(SYS_fallocate, ENOSPC)) return 90;
+  }
+  KivSysFile zFile = OpenFile(vcsArgs[0] + u"/a", KivSysAccess::ReadWrite, KivSysShare::All,
+                              KivSysDisposition::CreateAlways);
+  const std::vector<char> vcBytes(65536, 'a');
+  uint32_t nDone = 0;
+  if (!zFile.WriteAt(0, vcBytes.data(), 65536, nDone)) return 91;
+  // The first is less than what is asked for before it is taken, the second more.
+  for (const uint64_t iLength : {uint64_t{12} << 20, uint64_t{20} << 20}) {
+    KivSysMapping zMapping;
+    if (zMapping.Create(zFile, false, iLength, u"") || zMapping.IsOpen()) return 1;
+    if (sys::LastError() != ENOSPC) return 2;
+    uint64_t nLength = 0;
+    if (!zFile.GetLength(nLength) || nLength != vcBytes.size()) return 3;
+  }
+  // Events live in memory files of that size: one that has no room is not made, and nobody finds half of it.
+  bool bExisted = false;
+  const KivSysEvent zFirst = KivSysEvent::Create(u"KivTest_First", bExisted);
+  if (zFirst.IsOpen() && zFirst.Test() != KivSysWait::TimedOut) return 4;
+  const KivSysEvent zSecond = KivSysEvent::Create(u"KivTest_Second", bExisted);
+  if (zSecond.IsOpen() || sys::LastError() != ENOSPC) return 5;
+  return KivSysEvent::Open(u"KivTest_Second").IsOpen() ? 6 : 0;
+}
+
+TEST(Posix, AFullDiskFailsMappingsAndEventsAndRaisesNoSignal) {
+  const TestFolder zFolder;
+  KivSysProcess zChild = StartTestChild("PosixUsesAFullDisk", {zFolder.Path()});
+  ASSERT_EQ(zChild.Wait(kLong), KivSysWait::Signalled);
+  int32_t iCode = -1;
+  ASSERT_TRUE(zChild.GetExitCode(iCode));
+  EXPECT_EQ(iCode, 0);
+}
+
+TEST(Posix, AMappingLargerThanAnyDiskIsRefused) {
   const TestFolder zFolder;
   KivSysFile zFile =
       OpenFile(zFolder / u"a", KivSysAccess::ReadWrite, KivSysShare::All, KivSysDisposition::CreateAlways);

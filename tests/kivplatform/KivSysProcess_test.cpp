@@ -250,38 +250,49 @@ TEST(Job, EndsATreeOf64ProcessesAndGrandchildren) {
   }
 }
 
-// Starts children for ever, each of which does the same: job, marker folder.
+// Starts children, each of which does the same: job, marker folder, event that each of them holds as long as it lives.
+// Where the job does not end them they end with their marker's folder, and after a minute whatever comes.
 KIV_TEST_CHILD(ForkingNode) {
+  bool bExisted = false;
+  const KivSysEvent zLives = KivSysEvent::Create(vcsArgs[2], bExisted);
+  if (!zLives.IsOpen()) return 2;
   const KivSysFile zMarker = MakeMarker(MarkerOfThisProcess(vcsArgs[1]));
   if (!zMarker.IsOpen()) return 1;
-  for (;;) {
+  for (const uint64_t iEnd = sys::SteadyNs() + 60'000'000'000; sys::SteadyNs() < iEnd;) {
     // Markers bound the number of processes, so that the machine stays usable.
-    if (MarkedIds(vcsArgs[1]).size() < 48) {
+    const std::set<uint32_t> setIds = MarkedIds(vcsArgs[1]);
+    if (setIds.count(sys::CurrentProcessNumber()) == 0) return 3;
+    if (setIds.size() < 48) {
       // Children inherit the job. A Windows job does not let its processes break away; Wine would.
       if (IsWindows())
-        StartTestChild("ForkingNode", {vcsArgs[0], vcsArgs[1]});
+        StartTestChild("ForkingNode", vcsArgs);
       else
-        StartInJob(vcsArgs[0], "ForkingNode", {vcsArgs[0], vcsArgs[1]}, true);
+        StartInJob(vcsArgs[0], "ForkingNode", vcsArgs, true);
     } else if (sys::SteadyNs() % 7 == 0) {
       return 0;  // makes room for another one
     }
     sys::SleepMs(1);
   }
+  return 4;
 }
 
+// The one test that lets time pass: one that had lived on would start others in it, up to 48, which hold the event.
 TEST(Job, EndsATreeWhileItForks) {
   const uint64_t nRounds = Scaled(5, 1);
   for (uint64_t i = 0; i < nRounds; ++i) {
     const TestFolder zFolder;
-    const KivWString csJob = UniqueName("Job");
+    const KivWString csJob = UniqueName("Job"), csLives = UniqueName("Lives");
     KivSysJob zJob = KivSysJob::Create(csJob);
     ASSERT_TRUE(zJob.IsOpen());
-    for (int j = 0; j < 4; ++j) StartInJob(csJob, "ForkingNode", {csJob, zFolder.Path()}, true);
+    const std::vector<KivWString> vcsArgs = {csJob, zFolder.Path(), csLives};
+    for (int j = 0; j < 4; ++j) StartInJob(csJob, "ForkingNode", vcsArgs, true);
     ASSERT_TRUE(Eventually([&] { return MarkedIds(zFolder.Path()).size() >= 24; }));
+    EXPECT_TRUE(KivSysEvent::Open(csLives).IsOpen());
     EXPECT_TRUE(zJob.Terminate(5, zFolder.Path()));
+    EXPECT_TRUE(Eventually([&] { return !KivSysEvent::Open(csLives).IsOpen(); })) << "one of them lives";
     EXPECT_TRUE(Eventually([&] { return MarkedIds(zFolder.Path()).empty(); }));
-    // One that had lived on would have started others, which would have their markers by now.
     sys::SleepMs(100);
+    EXPECT_FALSE(KivSysEvent::Open(csLives).IsOpen()) << "one of them lived on and started others";
     EXPECT_TRUE(MarkedIds(zFolder.Path()).empty());
   }
 }
@@ -296,6 +307,25 @@ TEST(Job, IsFoundByItsNameWhileItsOwnerHoldsIt) {
     EXPECT_TRUE(zJob.Terminate(0, u"")) << "an empty one";
   }
   EXPECT_FALSE(KivSysJob::Open(csName).IsOpen());
+}
+
+TEST(Job, ANameThatIsEmptyOrHoldsAZeroIsRefused) {
+  for (const KivWString& csName : {KivWString(), KivWString(u"a\0b", 3)}) {
+    EXPECT_FALSE(KivSysJob::Create(csName).IsOpen());
+    EXPECT_FALSE(KivSysJob::Open(csName).IsOpen());
+    bool bExisted = false;
+    EXPECT_FALSE(KivSysEvent::Create(csName, bExisted).IsOpen());
+    EXPECT_FALSE(KivSysEvent::Open(csName).IsOpen());
+  }
+}
+
+TEST(Process, ACommandLineOrAFolderThatHoldsAZeroIsRefused) {
+  KivSysProcessStart zStart;
+  zStart.m_csCommandLine = TestChildCommandLine("EndsWith", {u"0"}) + KivWString(u"\0 more", 6);
+  EXPECT_FALSE(KivSysProcess::Start(zStart).IsOpen());
+  zStart.m_csCommandLine = TestChildCommandLine("EndsWith", {u"0"});
+  zStart.m_csFolder = KivWString(u"a\0b", 3);
+  EXPECT_FALSE(KivSysProcess::Start(zStart).IsOpen());
 }
 
 TEST(Job, DoesNotEndWhatItDoesNotHold) {

@@ -13,25 +13,6 @@ KivWStringView UpToFirstZero(const KivWString& csText) {
   return KivWStringView(csText).substr(0, csText.find(u'\0'));
 }
 
-// Bytes of the text in UTF-8, where a lone surrogate takes the three of U+FFFD.
-uint64_t MeasureUtf8(KivWStringView csText) {
-  uint64_t nBytes = 0;
-  for (size_t i = 0; i < csText.size(); ++i) {
-    const char16_t cUnit = csText[i];
-    if (cUnit < 0x80) {
-      nBytes += 1;
-    } else if (cUnit < 0x800) {
-      nBytes += 2;
-    } else if ((cUnit & 0xFC00) == 0xD800 && i + 1 < csText.size() && (csText[i + 1] & 0xFC00) == 0xDC00) {
-      nBytes += 4;
-      ++i;
-    } else {
-      nBytes += 3;
-    }
-  }
-  return nBytes;
-}
-
 void AssignWithZero(const std::string& strText, std::vector<char>& vcText) {
   vcText.assign(strText.c_str(), strText.c_str() + strText.size() + 1);
 }
@@ -46,13 +27,13 @@ void FromUtf8(std::string_view strText, KivWString& csText) {
 void KivToAnsi(const KivWString& csText, std::vector<char>& vcText) {
   vcText.clear();
   const KivWStringView csUsed = UpToFirstZero(csText);
-  const std::string strText = sys::WideToAnsi(csUsed);
-  const uint64_t nLength = strText.empty() && !csUsed.empty() ? 0 : strText.size() + 1;
-  if (nLength == 0) {
+  const uint64_t nMeasured = sys::MeasureAnsi(csUsed);
+  if (nMeasured == 0 && !csUsed.empty()) {
     KIV_FAIL();
     return;
   }
-  AssignWithZero(strText, vcText);
+  const uint64_t nLength = nMeasured + 1;
+  AssignWithZero(sys::WideToAnsi(csUsed), vcText);
   const uint64_t iLength = vcText.size();
   KIV_CHECK(iLength == nLength);
 }
@@ -60,7 +41,7 @@ void KivToAnsi(const KivWString& csText, std::vector<char>& vcText) {
 void KivToUtf8(const KivWString& csText, std::vector<char>& vcText) {
   vcText.clear();
   const KivWStringView csUsed = UpToFirstZero(csText);
-  const uint64_t nUTF8Length = MeasureUtf8(csUsed) + 1;
+  const uint64_t nUTF8Length = sys::MeasureUtf8(csUsed) + 1;
   AssignWithZero(sys::WideToUtf8(csUsed), vcText);
   const uint64_t iLength = vcText.size();
   KIV_CHECK(iLength == nUTF8Length);

@@ -36,7 +36,8 @@ FaultAnswer AskFaultPlan(KivSysCall iCall) noexcept {
   g_viCount[static_cast<size_t>(iCall)].fetch_add(1, std::memory_order_relaxed);
   if (!g_zPlan.m_bAnyCall && iCall != g_zPlan.m_iCall) return FaultAnswer::Go;
   // Only transfers can be cut; of the others a plan of short counts takes no notice.
-  const bool bTransfer = iCall == KivSysCall::FileRead || iCall == KivSysCall::FileWrite;
+  const bool bTransfer =
+      iCall == KivSysCall::FileRead || iCall == KivSysCall::FileWrite || iCall == KivSysCall::TextConvert;
   if (g_zPlan.m_iKind == KivSysFaultKind::ShortCount && !bTransfer) return FaultAnswer::Go;
   const uint64_t iNumber = g_iMatching.fetch_add(1, std::memory_order_relaxed) + 1;
   if (g_zPlan.m_iNth == 0) return FaultAnswer::Go;

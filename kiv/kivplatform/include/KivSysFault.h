@@ -35,6 +35,12 @@ enum class KivSysCall : uint32_t {
   Clock,  // local time
   ProcessWait,
   JobCreate,
+  PathExists,  // one that fails answers that there is none
+  ProgramPath,
+  ProcessList,
+  MemoryCounters,
+  TextMeasure,
+  TextConvert,  // one that is cut short lacks its last byte
   Count
 };
 

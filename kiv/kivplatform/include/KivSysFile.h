@@ -95,14 +95,14 @@ class KivSysFile {
  private:
   static constexpr intptr_t kNoHandle = -1;
   intptr_t m_iHandle = kNoHandle;
-  // Posix: the name to remove at the close, only for delete-on-close files.
-  KivWString m_csDeletePath;
+  // Posix: the name to remove at the close, as the system takes it; only for delete-on-close files.
+  std::string m_strDeletePath;
 };
 
 namespace sys {
 
-// The system's number of the last failure of a call of this seam on this thread (GetLastError, errno). A call that
-// succeeds leaves it alone.
+// The system's number of the last failure of a call of this seam on this thread (GetLastError, errno). Valid right after
+// that failure: on Windows a call that succeeds may change it, on Linux it leaves it alone.
 int32_t LastError() noexcept;
 void SetLastErrorNumber(int32_t iError) noexcept;
 

@@ -12,6 +12,7 @@
 #include <array>
 #include <cerrno>
 #include <climits>
+#include <memory>
 #include <new>
 #include <string>
 
@@ -63,14 +64,15 @@ EventWords* MapWords(int iFd) {
   return pBase == MAP_FAILED ? nullptr : static_cast<EventWords*>(pBase);
 }
 
-EventObject* MakeObject(EventWords* pzWords, const std::string& strPath) {
-  auto* const pzObject = new EventObject;
-  pzObject->m_pzWords = pzWords;
+// Made before the words are mapped, so that want of memory leaves nothing mapped or held.
+std::unique_ptr<EventObject> ObjectFor(const std::string& strPath) {
+  auto pzObject = std::make_unique<EventObject>();
   pzObject->m_strPath = strPath;
   return pzObject;
 }
 
 EventObject* OpenLiving(const std::string& strPath) {
+  std::unique_ptr<EventObject> pzObject = ObjectFor(strPath);
   for (int iTry = 0; iTry < 10000; ++iTry) {
     const Descriptor zFd(open(strPath.c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW));
     if (!zFd.IsOpen()) {
@@ -92,12 +94,12 @@ EventObject* OpenLiving(const std::string& strPath) {
       FailWith(EINVAL);
       return nullptr;
     }
-    EventWords* const pzWords = MapWords(zFd.Get());
-    if (pzWords == nullptr) {
+    pzObject->m_pzWords = MapWords(zFd.Get());
+    if (pzObject->m_pzWords == nullptr) {
       FailWithErrno();
       return nullptr;
     }
-    return MakeObject(pzWords, strPath);
+    return pzObject.release();
   }
   FailWith(EBUSY);
   return nullptr;
@@ -105,18 +107,19 @@ EventObject* OpenLiving(const std::string& strPath) {
 
 // Null with EEXIST if the name is taken.
 EventObject* MakeNew(const std::string& strPath) {
+  std::unique_ptr<EventObject> pzObject = ObjectFor(strPath);
   const Descriptor zFd(sys::posix::MakeLockedFile(strPath.c_str(), 1u << 0, false, kFileSize));
   if (!zFd.IsOpen()) {
     FailWithErrno();
     return nullptr;
   }
-  EventWords* const pzWords = MapWords(zFd.Get());
-  if (pzWords == nullptr) {
+  pzObject->m_pzWords = MapWords(zFd.Get());
+  if (pzObject->m_pzWords == nullptr) {
     FailWithErrno();
     unlink(strPath.c_str());
     return nullptr;
   }
-  return MakeObject(pzWords, strPath);
+  return pzObject.release();
 }
 
 long Futex(std::atomic<uint32_t>* pWord, int iOperation, uint32_t iValue, const timespec* pUntil) {

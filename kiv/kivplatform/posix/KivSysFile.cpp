@@ -196,16 +196,16 @@ std::string AbsolutePath(const std::string& strPath) {
 }  // namespace
 
 KivSysFile::KivSysFile(KivSysFile&& zOther) noexcept
-    : m_iHandle(std::exchange(zOther.m_iHandle, kNoHandle)), m_csDeletePath(std::move(zOther.m_csDeletePath)) {
-  zOther.m_csDeletePath.clear();
+    : m_iHandle(std::exchange(zOther.m_iHandle, kNoHandle)), m_strDeletePath(std::move(zOther.m_strDeletePath)) {
+  zOther.m_strDeletePath.clear();
 }
 
 KivSysFile& KivSysFile::operator=(KivSysFile&& zOther) noexcept {
   if (this != &zOther) {
     Close();
     m_iHandle = std::exchange(zOther.m_iHandle, kNoHandle);
-    m_csDeletePath = std::move(zOther.m_csDeletePath);
-    zOther.m_csDeletePath.clear();
+    m_strDeletePath = std::move(zOther.m_strDeletePath);
+    zOther.m_strDeletePath.clear();
   }
   return *this;
 }
@@ -234,7 +234,7 @@ KivSysFile KivSysFile::Open(const KivWString& csPath, const KivSysOpenMode& zMod
     if (HasFlag(zMode.m_iFlags, KivSysFileFlags::RandomAccess)) posix_fadvise(zFd.Get(), 0, 0, POSIX_FADV_RANDOM);
     if (HasFlag(zMode.m_iFlags, KivSysFileFlags::SequentialScan)) posix_fadvise(zFd.Get(), 0, 0, POSIX_FADV_SEQUENTIAL);
   }
-  if (bDelete) zFile.m_csDeletePath = sys::posix::WideName(AbsolutePath(strPath));
+  if (bDelete) zFile.m_strDeletePath = AbsolutePath(strPath);
   zFile.m_iHandle = zFd.Release();
   return zFile;
 }
@@ -242,13 +242,12 @@ KivSysFile KivSysFile::Open(const KivWString& csPath, const KivSysOpenMode& zMod
 void KivSysFile::Close() noexcept {
   if (m_iHandle == kNoHandle) return;
   const int iFd = static_cast<int>(m_iHandle);
-  if (!m_csDeletePath.empty()) {
-    const std::string strPath = sys::posix::NativeName(m_csDeletePath);
+  if (!m_strDeletePath.empty()) {
     struct stat zOpen, zNamed;
-    if (fstat(iFd, &zOpen) == 0 && lstat(strPath.c_str(), &zNamed) == 0 && zOpen.st_ino == zNamed.st_ino &&
+    if (fstat(iFd, &zOpen) == 0 && lstat(m_strDeletePath.c_str(), &zNamed) == 0 && zOpen.st_ino == zNamed.st_ino &&
         zOpen.st_dev == zNamed.st_dev)
-      unlink(strPath.c_str());
-    m_csDeletePath.clear();
+      unlink(m_strDeletePath.c_str());
+    m_strDeletePath.clear();
   }
   close(iFd);
   m_iHandle = kNoHandle;
@@ -377,7 +376,7 @@ bool KivSysFile::GetCommTimeouts(KivSysCommTimeouts& zTimeouts) const {
 KivWString KivSysFile::GetName() const {
   if (!IsOpen()) return u"";
   // The descriptor of a file that was linked in later still shows no name.
-  if (!m_csDeletePath.empty()) return m_csDeletePath;
+  if (!m_strDeletePath.empty()) return sys::posix::WideName(m_strDeletePath);
   char szLink[64];
   std::snprintf(szLink, sizeof szLink, "/proc/self/fd/%d", static_cast<int>(m_iHandle));
   char szName[4096];

@@ -79,7 +79,7 @@ bool CopyBytes(int iFrom, int iTo) {
 
 bool PathExists(const KivWString& csPath) {
   std::string strPath;
-  if (!NativePath(csPath, strPath)) return false;
+  if (!FaultAllows(KivSysCall::PathExists) || !NativePath(csPath, strPath)) return false;
   struct stat zStat;
   return posix::ExistsAt(AT_FDCWD, strPath.c_str(), zStat);
 }
@@ -213,6 +213,7 @@ bool IsRelativePath(const KivWString& csPath) {
 }
 
 bool ProgramPath(KivWString& csPath) {
+  if (!FaultAllows(KivSysCall::ProgramPath)) return false;
   char szPath[4096];
   const ssize_t nPath = readlink("/proc/self/exe", szPath, sizeof szPath);
   if (nPath <= 0) return FailWithErrno();

@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <new>
 
 #include "KivSysFile.h"
 
@@ -235,7 +236,7 @@ int MakeByTmpName(const char* szPath, const std::string& strFolder, uint32_t iLo
 
 }  // namespace
 
-int MakeLockedFile(const char* szPath, uint32_t iLockSet, bool bSticky, int64_t iLength) noexcept {
+int MakeLockedFile(const char* szPath, uint32_t iLockSet, bool bSticky, int64_t iLength) noexcept try {
   const char* const pSlash = std::strrchr(szPath, '/');
   const std::string strFolder = pSlash == nullptr  ? "."
                                 : pSlash == szPath ? "/"
@@ -247,6 +248,9 @@ int MakeLockedFile(const char* szPath, uint32_t iLockSet, bool bSticky, int64_t 
     if (iFd >= 0 || (errno != EOPNOTSUPP && errno != EISDIR && errno != EINVAL && errno != ENOENT)) return iFd;
   }
   return MakeByTmpName(szPath, strFolder, iLockSet, iMode, iLength);
+} catch (const std::bad_alloc&) {
+  errno = ENOMEM;
+  return -1;
 }
 
 bool SafeFolder(const std::string& strFolder) {
@@ -271,7 +275,7 @@ bool PrivateObjectFolder(std::string& strFolder) {
 }
 
 bool ObjectPath(char cKind, const KivWString& csName, std::string& strPath) {
-  if (csName.empty()) return FailWith(EINVAL);
+  if (csName.empty() || csName.find(u'\0') != KivWString::npos) return FailWith(EINVAL);
   if (!PrivateObjectFolder(strPath)) return false;
   KivWStringView csRest = csName;
   if (csRest.substr(0, 6) == u"Local\\") csRest.remove_prefix(6);

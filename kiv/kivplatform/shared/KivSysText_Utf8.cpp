@@ -46,17 +46,6 @@ size_t InvalidPart(std::string_view strText) {
   return nPart;
 }
 
-// Both measures are exact: a text takes what it needs, and not what its length may need at most.
-size_t MeasureUtf8(KivWStringView csText) {
-  size_t nBytes = 0;
-  for (size_t i = 0; i < csText.size(); ++i) {
-    const char16_t c = csText[i];
-    const bool bPair = IsHigh(c) && i + 1 < csText.size() && IsLow(csText[i + 1]);
-    nBytes += c < 0x80 ? 1 : c < 0x800 ? 2 : bPair ? 4 : 3;
-    if (bPair) ++i;
-  }
-  return nBytes;
-}
 
 size_t MeasureWide(std::string_view strText) {
   size_t nUnits = 0;
@@ -76,6 +65,18 @@ size_t MeasureWide(std::string_view strText) {
 }
 
 }  // namespace
+
+// Both measures are exact: a text takes what it needs, and not what its length may need at most.
+uint64_t MeasureUtf8(KivWStringView csText) {
+  uint64_t nBytes = 0;
+  for (size_t i = 0; i < csText.size(); ++i) {
+    const char16_t c = csText[i];
+    const bool bPair = IsHigh(c) && i + 1 < csText.size() && IsLow(csText[i + 1]);
+    nBytes += c < 0x80 ? 1 : c < 0x800 ? 2 : bPair ? 4 : 3;
+    if (bPair) ++i;
+  }
+  return nBytes;
+}
 
 std::string WideToUtf8(KivWStringView csText) {
   std::string strText;

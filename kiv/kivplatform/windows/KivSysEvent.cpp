@@ -20,13 +20,6 @@ KivSysWait FromWait(DWORD iResult) {
   }
 }
 
-// An empty name would make an object that nobody else can open, and one with a zero unit would be cut.
-bool IsUsableName(const KivWString& csName) {
-  if (!csName.empty() && csName.find(u'\0') == KivWString::npos) return true;
-  SetLastError(ERROR_INVALID_NAME);
-  return false;
-}
-
 }  // namespace
 
 KivSysEvent::KivSysEvent(KivSysEvent&& zOther) noexcept : m_iHandle(std::exchange(zOther.m_iHandle, 0)) {}
@@ -46,7 +39,7 @@ KivSysEvent::~KivSysEvent() {
 KivSysEvent KivSysEvent::Create(const KivWString& csName, bool& bExisted) {
   KivSysEvent zEvent;
   bExisted = false;
-  if (!IsUsableName(csName) || sys::FaultFails(KivSysCall::EventCreate)) return zEvent;
+  if (!sys::IsUsableName(csName) || sys::FaultFails(KivSysCall::EventCreate)) return zEvent;
   SetLastError(NO_ERROR);
   const HANDLE hEvent = CreateEventW(nullptr, TRUE, FALSE, sys::ToSystem(csName).c_str());
   bExisted = hEvent != nullptr && GetLastError() == ERROR_ALREADY_EXISTS;
@@ -56,7 +49,7 @@ KivSysEvent KivSysEvent::Create(const KivWString& csName, bool& bExisted) {
 
 KivSysEvent KivSysEvent::Open(const KivWString& csName) {
   KivSysEvent zEvent;
-  if (!IsUsableName(csName) || sys::FaultFails(KivSysCall::EventOpen)) return zEvent;
+  if (!sys::IsUsableName(csName) || sys::FaultFails(KivSysCall::EventOpen)) return zEvent;
   zEvent.m_iHandle = sys::FromHandle(OpenEventW(EVENT_ALL_ACCESS, FALSE, sys::ToSystem(csName).c_str()));
   return zEvent;
 }

@@ -34,7 +34,7 @@ const char16_t kSeparator = u'\\';
 const KivWStringView kExecutableSuffix = u".exe";
 
 bool PathExists(const KivWString& csPath) {
-  return Attributes(csPath) != INVALID_FILE_ATTRIBUTES;
+  return !FaultFails(KivSysCall::PathExists) && Attributes(csPath) != INVALID_FILE_ATTRIBUTES;
 }
 
 bool FolderExists(const KivWString& csPath) {
@@ -112,6 +112,7 @@ bool IsRelativePath(const KivWString& csPath) {
 }
 
 bool ProgramPath(KivWString& csPath) {
+  if (FaultFails(KivSysCall::ProgramPath)) return false;
   wchar_t acPath[260] = {};
   const DWORD nLength = GetModuleFileNameW(nullptr, acPath, 260);
   if (nLength == 0 || nLength >= 260) return false;

@@ -38,6 +38,7 @@ KivSysProcess::~KivSysProcess() {
 KivSysProcess KivSysProcess::Start(const KivSysProcessStart& zStart) {
   KivSysProcess zProcess;
   if (sys::FaultFails(KivSysCall::ProcessStart)) return zProcess;
+  if (!sys::IsWhole(zStart.m_csCommandLine) || !sys::IsWhole(zStart.m_csFolder)) return zProcess;
   STARTUPINFOW zInfo = {};
   static_assert(sizeof zInfo == 104);
   zInfo.cb = sizeof zInfo;
@@ -109,13 +110,14 @@ KivSysJob::~KivSysJob() {
 
 KivSysJob KivSysJob::Create(const KivWString& csName) {
   KivSysJob zJob;
-  if (sys::FaultFails(KivSysCall::JobCreate)) return zJob;
+  if (!sys::IsUsableName(csName) || sys::FaultFails(KivSysCall::JobCreate)) return zJob;
   zJob.m_iHandle = sys::FromHandle(CreateJobObjectW(nullptr, sys::ToSystem(csName).c_str()));
   return zJob;
 }
 
 KivSysJob KivSysJob::Open(const KivWString& csName) {
   KivSysJob zJob;
+  if (!sys::IsUsableName(csName)) return zJob;
   zJob.m_iHandle = sys::FromHandle(OpenJobObjectW(MAXIMUM_ALLOWED, FALSE, sys::ToSystem(csName).c_str()));
   return zJob;
 }
@@ -147,6 +149,7 @@ uint32_t CurrentProcessNumber() {
 
 bool ListProcesses(std::vector<uint32_t>& viIds) {
   viIds.clear();
+  if (FaultFails(KivSysCall::ProcessList)) return false;
   std::vector<DWORD> viSystem(1024);
   for (;;) {
     DWORD nBytes = 0;
@@ -161,6 +164,7 @@ bool ListProcesses(std::vector<uint32_t>& viIds) {
 }
 
 bool MemoryCounters(KivSysMemoryCounters& zCounters) {
+  if (FaultFails(KivSysCall::MemoryCounters)) return false;
   PROCESS_MEMORY_COUNTERS zSystem = {};
   zSystem.cb = sizeof zSystem;
   if (!K32GetProcessMemoryInfo(GetCurrentProcess(), &zSystem, sizeof zSystem)) return false;

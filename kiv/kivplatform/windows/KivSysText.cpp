@@ -11,13 +11,23 @@ constexpr size_t kMost = INT_MAX;  // what the system converts in one call; a lo
 
 }  // namespace
 
+uint64_t MeasureAnsi(KivWStringView csText) {
+  if (FaultFails(KivSysCall::TextMeasure) || csText.empty() || csText.size() > kMost) return 0;
+  const std::wstring csSystem = ToSystem(csText);
+  const int nUnits = static_cast<int>(csSystem.size());
+  return static_cast<uint64_t>(
+      WideCharToMultiByte(CP_ACP, 0, csSystem.data(), nUnits, nullptr, 0, nullptr, nullptr));
+}
+
 std::string WideToAnsi(KivWStringView csText) {
-  if (csText.empty() || csText.size() > kMost) return {};
+  const FaultAnswer iAnswer = AskFault(KivSysCall::TextConvert);
+  if (iAnswer == FaultAnswer::Fail || csText.empty() || csText.size() > kMost) return {};
   const std::wstring csSystem = ToSystem(csText);
   const int nUnits = static_cast<int>(csSystem.size());
   const int nBytes = WideCharToMultiByte(CP_ACP, 0, csSystem.data(), nUnits, nullptr, 0, nullptr, nullptr);
   std::string strText(static_cast<size_t>(nBytes), '\0');
   WideCharToMultiByte(CP_ACP, 0, csSystem.data(), nUnits, strText.data(), nBytes, nullptr, nullptr);
+  if (iAnswer == FaultAnswer::Short && !strText.empty()) strText.pop_back();
   return strText;
 }
 

@@ -35,4 +35,18 @@ inline bool FaultFails(KivSysCall iCall) {
   return AskFault(iCall) == FaultAnswer::Fail;
 }
 
+// False, with the last error set, for a text that the system would cut at its zero unit.
+inline bool IsWhole(KivWStringView csText) {
+  if (csText.find(u'\0') == KivWStringView::npos) return true;
+  SetLastError(ERROR_INVALID_NAME);
+  return false;
+}
+
+// The name of an object: an empty one would make an object that nobody else can open.
+inline bool IsUsableName(KivWStringView csName) {
+  if (!csName.empty()) return IsWhole(csName);
+  SetLastError(ERROR_INVALID_NAME);
+  return false;
+}
+
 }  // namespace kiv::sys
