@@ -179,7 +179,15 @@ KIV_TEST_CHILD(FindsModules) {
   CHILD_CHECK(KivFindModule(u"Tool") == Join(csModule, u"Tool_x64" + Suffix()));
   CHILD_CHECK(writeFile(Join(csModule, u"Nowhere_x64" + Suffix())));
   CHILD_CHECK(KivFindModule(u"Nowhere") == Join(csModule, u"Nowhere" + Suffix()));
-  // The empty name is the program itself; a failure is not remembered.
+  // The empty name is the program itself.
+  KivWString csProgram;
+  CHILD_CHECK(sys::ProgramPath(csProgram));
+  CHILD_CHECK(KivFindModule(u"") == csProgram);
+  return 0;
+}
+
+// The program's own path, which the system does not tell at first; that failure is not remembered.
+KIV_TEST_CHILD(FindsItselfLater) {
   {
     const KivSysFaultScope zFault({KivSysCall::ProgramPath, 1, true, KivSysFaultKind::Fail, false});
     CHILD_CHECK(kivtest::ReportOf([] { KivFindModule(u""); }) == u"0");
@@ -270,6 +278,10 @@ TEST(LogFolder, ItStandsBesideTheWorkFolderByDefault) {
 
 TEST(FindModule, WorkFolderThenX64ThenPlainName) {
   EXPECT_EQ(kivtest::TestProgram().Run("FindsModules"), 0);
+}
+
+TEST(FindModule, AProgramPathThatTheSystemDoesNotTellIsReportedAndAskedForAgain) {
+  EXPECT_EQ(kivtest::TestProgram().Run("FindsItselfLater"), 0);
 }
 
 TEST(FindModule, TheSecondLookUpDoesNotTouchTheDisk) {
