@@ -71,8 +71,7 @@ TEST_F(TimingLog, TheMemoryTextIsFourNumbersOfWidthTen) {
 
 TEST_F(TimingLog, TheMemoryTextIsFourZerosWhenTheCallFails) {
   const KivSysFaultScope zFault({KivSysCall::MemoryCounters, 1, true, KivSysFaultKind::Fail, false});
-  EXPECT_NO_REPORT(
-      { EXPECT_EQ(KivGetMemoryText(), u"         0,         0,         0,         0"); });
+  EXPECT_NO_REPORT({ EXPECT_EQ(KivGetMemoryText(), u"         0,         0,         0,         0"); });
 }
 
 TEST_F(TimingLog, NumbersStandBeforeTheMessage) {

@@ -447,8 +447,8 @@ KIV_TEST_CHILD(PosixUsesAFullDisk) {
   if (!MountSmallDisk(Native(vcsArgs[0]), "size=8m") || !MountSmallDisk("/dev/shm", "size=4k")) {
     if (!RefuseSystemCall(SYS_fallocate, ENOSPC)) return 90;
   }
-  KivSysFile zFile = OpenFile(vcsArgs[0] + u"/a", KivSysAccess::ReadWrite, KivSysShare::All,
-                              KivSysDisposition::CreateAlways);
+  KivSysFile zFile =
+      OpenFile(vcsArgs[0] + u"/a", KivSysAccess::ReadWrite, KivSysShare::All, KivSysDisposition::CreateAlways);
   const std::vector<char> vcBytes(65536, 'a');
   uint32_t nDone = 0;
   if (!zFile.WriteAt(0, vcBytes.data(), 65536, nDone)) return 91;

@@ -101,8 +101,8 @@ class KivSysFile {
 
 namespace sys {
 
-// The system's number of the last failure of a call of this seam on this thread (GetLastError, errno). Valid right after
-// that failure: on Windows a call that succeeds may change it, on Linux it leaves it alone.
+// The system's number of the last failure of a call of this seam on this thread (GetLastError, errno). Valid right
+// after that failure: on Windows a call that succeeds may change it, on Linux it leaves it alone.
 int32_t LastError() noexcept;
 void SetLastErrorNumber(int32_t iError) noexcept;
 

@@ -180,7 +180,7 @@ KivSysProcess KivSysProcess::Start(const KivSysProcessStart& zStart) {
   vpArgs.push_back(nullptr);
 
   auto pzChild = std::make_unique<ChildObject>();  // before there is a child that want of memory could lose
-  pid_t iGroup = -1;  // this process's
+  pid_t iGroup = -1;                               // this process's
   bool bPending = false;
   if (!zStart.m_csJobName.empty()) {
     iGroup = GroupOfJob(zStart.m_csJobName);

@@ -46,7 +46,6 @@ size_t InvalidPart(std::string_view strText) {
   return nPart;
 }
 
-
 size_t MeasureWide(std::string_view strText) {
   size_t nUnits = 0;
   while (!strText.empty()) {

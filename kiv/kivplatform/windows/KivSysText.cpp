@@ -15,8 +15,7 @@ uint64_t MeasureAnsi(KivWStringView csText) {
   if (FaultFails(KivSysCall::TextMeasure) || csText.empty() || csText.size() > kMost) return 0;
   const std::wstring csSystem = ToSystem(csText);
   const int nUnits = static_cast<int>(csSystem.size());
-  return static_cast<uint64_t>(
-      WideCharToMultiByte(CP_ACP, 0, csSystem.data(), nUnits, nullptr, 0, nullptr, nullptr));
+  return static_cast<uint64_t>(WideCharToMultiByte(CP_ACP, 0, csSystem.data(), nUnits, nullptr, 0, nullptr, nullptr));
 }
 
 std::string WideToAnsi(KivWStringView csText) {
