@@ -2,7 +2,7 @@
 # Installs what is missing, builds, and runs the tests. Safe to repeat.
 #
 #   ./test.sh                       everything
-#   ./test.sh native windows        only these stages: checks native asan windows
+#   ./test.sh native windows        only these stages: checks native asan tsan windows
 set -euo pipefail
 cd "$(dirname "$0")"
 export KIV_LOG_DIR="$PWD/build/logs"
@@ -11,7 +11,7 @@ mkdir -p "$KIV_LOG_DIR"
 source scripts/packages.sh
 
 stages=("$@")
-[ ${#stages[@]} -gt 0 ] || stages=(checks native asan windows)
+[ ${#stages[@]} -gt 0 ] || stages=(checks native asan tsan windows)
 jobs=$(nproc)
 failed=()
 started=$SECONDS
@@ -19,13 +19,15 @@ started=$SECONDS
 wants() { local stage; for stage in "${stages[@]}"; do [ "$stage" = "$1" ] && return 0; done; return 1; }
 
 for stage in "${stages[@]}"; do
-  case "$stage" in checks | native | asan | windows) ;; *) echo "test.sh: no stage '$stage'" >&2; exit 2 ;; esac
+  case "$stage" in checks | native | asan | tsan | windows) ;; *) echo "test.sh: no stage '$stage'" >&2; exit 2 ;; esac
 done
 
-# Builds a preset with its progress line, and keeps the log.
-build() {
-  cmake --preset "$1" >"$KIV_LOG_DIR/configure-$1.log" 2>&1 || { tail -n 30 "$KIV_LOG_DIR/configure-$1.log"; return 1; }
-  cmake --build --preset "$1" -j "$jobs"
+# Builds a preset, or only some targets of it, with its progress line, and keeps the log.
+build() { # preset [target...]
+  local preset=$1
+  shift
+  cmake --preset "$preset" >"$KIV_LOG_DIR/configure-$preset.log" 2>&1 || { tail -n 30 "$KIV_LOG_DIR/configure-$preset.log"; return 1; }
+  cmake --build --preset "$preset" -j "$jobs" ${1:+--target "$@"}
 }
 
 run_tests() { # preset [option...]
@@ -54,6 +56,8 @@ checks() {
 
 native() { build linux && run_tests linux; }
 asan() { build linux-asan && run_tests linux-asan; }
+# Only what has a thread of its own inside: a build of everything would take as long as the tests of the other stages.
+tsan() { build linux-tsan kivthread_tests && run_tests linux-tsan -R '^Threads[.]'; }
 
 # A server that stays holds this script's output open, and whoever reads it waits for ever: it ends on every way out.
 wine_server=
