@@ -6,6 +6,7 @@
 #include "KivSysClock.h"
 #include "KivSysDiag.h"
 #include "KivSysFault.h"
+#include "KivSysFolder.h"
 #include "KivSysLocale.h"
 #include "KivTestProgram.h"
 
@@ -41,8 +42,11 @@ TEST(System, TheVersionStaysTheSame) {
   EXPECT_EQ(iMinor, iSystemMinor);
 }
 
-TEST(System, TheGranularityIsAPowerOfTwo) {
+TEST(System, TheGranularityIsAPowerOfTwoAnd64KiBWhereTheSystemSaysNone) {
   const uint32_t iGranularity = KivGetAllocationGranularity();
+  if (sys::kSeparator == u'/') {
+    EXPECT_EQ(iGranularity, 0x10000u);
+  }
   EXPECT_TRUE(std::has_single_bit(iGranularity));
   EXPECT_GE(iGranularity, 0x10000u);
   EXPECT_EQ(iGranularity, KivGetAllocationGranularity());

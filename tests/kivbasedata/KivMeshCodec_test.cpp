@@ -2,10 +2,14 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <limits>
 #include <memory>
 
+#include "KivDataUtil.h"
 #include "KivReportQuiet.h"
+#include "KivSysProcess.h"
+#include "KivTestFolder.h"
 #include "KivTestMesh.h"
 #include "KivTestScale.h"
 
@@ -209,6 +213,14 @@ TEST(MeshCodecVertex, ValuesBeyondTheirFormAreClampedWithOneReportInTheWritingPa
   EXPECT_EQ(PutVertices(Header(4, 1), KivMeshEntryType::Edge, 1, {10, 10, 10, 400, 11, 11}),
             FromHex("0A000000 0A000000 0A000000  00 00 00  FF 01 01"));
   EXPECT_EQ(Reports(), nBefore + 3);
+}
+
+TEST(MeshCodecVertex, WhatLiesBelowTheLocalOriginIsReportedAndBecomesZero) {
+  // A coordinate that is no number counts as 0, and 0 is below this origin: one report for each.
+  const uint64_t nBefore = Reports();
+  EXPECT_EQ(PutVertices(Header(4, 1), KivMeshEntryType::Edge, 1, {10, 10, 10, kNaN, 10, 10}),
+            FromHex("0A000000 0A000000 0A000000  00 00 00  00 00 00"));
+  EXPECT_EQ(Reports(), nBefore + 2);
 }
 
 TEST(MeshCodecVertex, ThirtyThreeVerticesAreNotDeltaCodedThirtyFourAre) {
@@ -735,6 +747,24 @@ TEST(MeshStatistics, CountsAndLines) {
   EXPECT_EQ(vcsLine[1], u"iTri1ByteVtxNum = 3, iTri2ByteVtxNum = 3, iTri4ByteVtxNum = 8");
   EXPECT_EQ(vcsLine[2], u"iDiff6BitVtxNum = 8, iDiff13BitVtxNum = 1, iDiff20BitVtxNum = 1, iDiff27BitVtxNum = 2");
   EXPECT_EQ(vcsLine[3], u"iVtxPM2XYZ = 1, iVtxPM7XYZ = 1, iVtxPM63XYZ = 1, iVtxPM255XYZ = 1");
+}
+
+TEST(MeshStatistics, TheFourLinesGoToTheTimingLog) {
+  const kivtest::TestFolder zFolder;
+  KivSetWorkFolder(zFolder.Path());
+  KivMeshStatistics zStatistics;
+  zStatistics.m_iTriVertex = 24;
+  zStatistics.m_iVtxPM255XYZ = 7;
+  zStatistics.WriteLog();
+  const std::string strName = "KivLog" + std::to_string(sys::CurrentProcessNumber()) + ".txt";
+  const std::string strText = zFolder.ReadBytes(sys::Utf8ToWide(strName));
+  KivCloseLog();
+  EXPECT_EQ(std::count(strText.begin(), strText.end(), '\n'), 4);
+  size_t iAt = 0;
+  for (const KivWString& csLine : zStatistics.Lines()) {
+    iAt = strText.find("," + sys::WideToUtf8(csLine) + "\n", iAt);
+    ASSERT_NE(iAt, std::string::npos) << sys::WideToUtf8(csLine);
+  }
 }
 
 TEST(MeshStatistics, ADifferenceIsTruncatedAfterAThousandthOfAStepIsAdded) {

@@ -5,7 +5,10 @@
 
 #include "DorEntry.h"
 #include "DorTreeTest.h"
+#include "KivDataSpaceBase.h"
 #include "KivException.h"
+#include "KivSysFault.h"
+#include "KivSysLocale.h"
 #include "KivTestScale.h"
 
 using namespace kiv;
@@ -84,6 +87,27 @@ TEST(DorEntry, AProcessThatIsKilledOrEndsByAReportLeavesNoMonitorFile) {
   KivByteBuffer vcResult;
   EXPECT_THROW(zClient.CallUnchecked(u"DorHandler_CopyAsm", {}, vcResult), DorClientError);
   EXPECT_TRUE(Eventually([&] { return CountMonitorFiles(csMonitor) == 0; }));
+}
+
+KIV_TEST_CHILD(KnowsItsLanguage) {
+  KivDataSpaceBase::GetInstance()->m_iLanguageId = 0;
+  DorPrepareProcess();
+  return KivDataSpaceBase::GetInstance()->m_iLanguageId == static_cast<uint16_t>(sys::LanguageId()) ? 0 : 1;
+}
+
+TEST(DorEntry, TheLanguageOfTheSystemIsThatOfTheDataSpace) {
+  ASSERT_NE(static_cast<uint16_t>(sys::LanguageId()), 0);
+  KivSysProcess zChild = StartTestChild("KnowsItsLanguage", {});
+  EXPECT_EQ(EndOf(zChild), 0);
+}
+
+// Windows has no variables that are empty: there it is one that is not set.
+TEST(DorEntry, AMonitorFolderThatIsEmptyTextMakesNothing) {
+  SetVariable("TW_PROCESS_MONITOR_FOLDER", "");
+  const KivSysFaultScope zCounts(KivSysFaultPlan{});
+  DorMakeMonitorMarker();
+  EXPECT_EQ(zCounts.GetCount(KivSysCall::FolderMake), 0u);
+  EXPECT_EQ(zCounts.GetCount(KivSysCall::FileOpen), 0u);
 }
 
 TEST(DorEntry, AMonitorFolderThatIsEmptyTextOrCannotBeMadeIsNoHindrance) {

@@ -308,7 +308,6 @@ TEST(ExProcStart, AChildKilledAtAnyStepOfTheHandshakeGives94AndLeavesNoFiles) {
 TEST(ExProcStart, AChildThatFindsNoProcessFolderMakesTheParentGive94) {
   TestFolder zFolder;
   ASSERT_EQ(BecomeRoot(zFolder / u"root"), 0);
-  KivExProcLib_SetSurviveChildDeath(true);
   int32_t iPid = 0;
   // A child in another root: the folders of the pair are where the parent makes them, the markers are not.
   const KivWString csOther = u"-r\"" + (zFolder / u"elsewhere") + u"\" ";

@@ -49,7 +49,8 @@ class SymbolEngine {
  public:
   SymbolEngine() {
     m_zCallbacks.find_elf = dwfl_linux_proc_find_elf;
-    m_zCallbacks.find_debuginfo = dwfl_standard_find_debuginfo;
+    // Files of this machine alone: the standard look-up may ask a server, and a report does not wait for one.
+    m_zCallbacks.find_debuginfo = dwfl_build_id_find_debuginfo;
     m_pDwfl = dwfl_begin(&m_zCallbacks);
     Report();
   }

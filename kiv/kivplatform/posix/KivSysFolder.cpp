@@ -51,7 +51,10 @@ bool ForEntries(const std::string& strFolder, Entry&& pfnEntry) {
   const Directory pDirectory(opendir(strFolder.c_str()));
   if (pDirectory == nullptr) return FailWithErrno();
   const int iFolderFd = dirfd(pDirectory.get());
-  while (const dirent* pEntry = readdir(pDirectory.get())) {
+  for (;;) {
+    errno = 0;
+    const dirent* const pEntry = readdir(pDirectory.get());
+    if (pEntry == nullptr) return errno == 0 || FailWithErrno();
     const char* const szName = pEntry->d_name;
     if (std::strcmp(szName, ".") == 0 || std::strcmp(szName, "..") == 0) continue;
     struct stat zStat;
@@ -62,7 +65,6 @@ bool ForEntries(const std::string& strFolder, Entry&& pfnEntry) {
     else if (posix::ExistsAt(iFolderFd, szName, zStat))
       pfnEntry(szName, S_ISDIR(zStat.st_mode), false);
   }
-  return true;
 }
 
 bool CopyBytes(int iFrom, int iTo) {

@@ -17,6 +17,7 @@
 #include <exception>
 #include <memory>
 #include <mutex>
+#include <new>
 #include <string>
 #include <utility>
 
@@ -90,7 +91,7 @@ class Orphans {
     for (;;) {
       std::vector<pollfd> vzPoll;
       int iTimeout = -1;
-      {
+      try {
         const std::lock_guard zGuard(m_zLock);
         vzPoll.push_back({m_zWake.Get(), POLLIN, 0});
         for (const Child& zChild : m_vzChildren) {
@@ -99,6 +100,8 @@ class Orphans {
           else
             iTimeout = 50;
         }
+      } catch (const std::bad_alloc&) {
+        iTimeout = 50;  // looks at some of them, and at all a little later
       }
       poll(vzPoll.data(), vzPoll.size(), iTimeout);
       uint64_t iCount;
@@ -179,8 +182,10 @@ KivSysProcess KivSysProcess::Start(const KivSysProcessStart& zStart) {
   for (std::string& strArg : vstrArgs) vpArgs.push_back(strArg.data());
   vpArgs.push_back(nullptr);
 
-  auto pzChild = std::make_unique<ChildObject>();  // before there is a child that want of memory could lose
-  pid_t iGroup = -1;                               // this process's
+  // Before there is a child that want of memory could lose.
+  auto pzChild = std::make_unique<ChildObject>();
+  Orphans::Get();
+  pid_t iGroup = -1;  // this process's
   bool bPending = false;
   if (!zStart.m_csJobName.empty()) {
     iGroup = GroupOfJob(zStart.m_csJobName);
@@ -290,17 +295,22 @@ bool ListProcesses(std::vector<uint32_t>& viIds) {
   if (!FaultAllows(KivSysCall::ProcessList)) return false;
   DIR* const pDirectory = opendir("/proc");
   if (pDirectory == nullptr) return FailWithErrno();
-  while (const dirent* pEntry = readdir(pDirectory)) {
+  for (;;) {
+    errno = 0;
+    const dirent* const pEntry = readdir(pDirectory);
+    if (pEntry == nullptr) break;
     char* pEnd = nullptr;
     const long iId = std::strtol(pEntry->d_name, &pEnd, 10);
     if (pEnd == pEntry->d_name || *pEnd != 0 || iId <= 0 || iId > INT32_MAX) continue;
     ProcessFacts zFacts;
     // One that cannot be looked at counts as running.
+    errno = 0;
     if (ReadProcessFacts(static_cast<int32_t>(iId), zFacts) ? zFacts.IsAlive() : errno != ENOENT && errno != ESRCH)
       viIds.push_back(static_cast<uint32_t>(iId));
   }
+  const int iError = errno;  // half a list would make the living look dead
   closedir(pDirectory);
-  return true;
+  return iError == 0 || FailWith(iError);
 }
 
 bool MemoryCounters(KivSysMemoryCounters& zCounters) {

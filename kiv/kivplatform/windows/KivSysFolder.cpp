@@ -67,8 +67,9 @@ bool ListFolder(const KivWString& csFolder, std::vector<KivSysFolderEntry>& vzEn
     zEntry.m_bFolder = !zEntry.m_bLink && (zFound.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
     if (zEntry.m_csName != u"." && zEntry.m_csName != u"..") vzEntries.push_back(std::move(zEntry));
   } while (FindNextFileW(hFind, &zFound));
+  const bool bWhole = GetLastError() == ERROR_NO_MORE_FILES;
   FindClose(hFind);
-  return true;
+  return bWhole;
 }
 
 bool MakeFolder(const KivWString& csFolder) {
