@@ -22,15 +22,17 @@ KivOutOfCoreData::~KivOutOfCoreData() {
   pzManager->ForgetElement(this);
   // While the history moves, the store is not the one that this element belongs to.
   if (KivDataSpaceFields::GetInstance()->m_bDiscardingSnapShot) return;
+  if (!m_bTemporary) return;
+  // A destructor lets no exception out; the reports have been made.
   try {
-    if (m_bTemporary && m_iPosition != 0) {
-      pzManager->FreeRecord(m_iPosition);
-      m_iPosition = 0;
-    }
+    if (m_iPosition != 0) pzManager->FreeRecord(m_iPosition);
+    m_iPosition = 0;
   } catch (...) {
-    // A destructor lets no exception out; the report has been made.
   }
-  if (m_bTemporary) pzManager->Release();
+  try {
+    pzManager->Release();
+  } catch (...) {
+  }
 }
 
 bool KivOutOfCoreData::Load(bool) {
