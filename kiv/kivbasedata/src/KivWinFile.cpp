@@ -453,16 +453,16 @@ void KivWinFile::QueueBlock(uint64_t iBlock, uint32_t iPriority) {
       if (!zInfo.m_dqUrgent.empty() && zInfo.m_dqUrgent.back() == iBlock) return;
       std::erase(zInfo.m_dqUrgent, iBlock);
     }
+    zInfo.m_dqUrgent.push_back(iBlock);  // before the state: without memory the block can be asked for again
     iState = kUrgent;
-    zInfo.m_dqUrgent.push_back(iBlock);
   } else if (iPriority == 2) {
     if (iState != kNothing && iState != kIdle) return;
-    iState = kUrgent;
     zInfo.m_dqUrgent.push_front(iBlock);
+    iState = kUrgent;
   } else {
     if (iState == kUrgent || iState == kInMemory) return;
-    iState = kIdle;
     zInfo.m_dqIdle.push_back(iBlock);
+    iState = kIdle;
     while (zInfo.m_dqIdle.size() > kIdleLimit) zInfo.m_dqIdle.pop_front();
   }
 }

@@ -3,6 +3,7 @@
 #include <process.h>
 
 #include <memory>
+#include <new>
 #include <utility>
 
 #include "KivSysWindows.h"
@@ -54,7 +55,8 @@ unsigned __stdcall RunBody(void* pArgument) {
 
 bool StartThread(std::function<void()> pfnBody, uint32_t iStackSize) {
   if (FaultFails(KivSysCall::ThreadStart)) return false;
-  auto pzBody = std::make_unique<std::function<void()>>(std::move(pfnBody));
+  std::unique_ptr<std::function<void()>> pzBody(new (std::nothrow) std::function<void()>(std::move(pfnBody)));
+  if (pzBody == nullptr) return false;
   const uintptr_t hThread = _beginthreadex(nullptr, iStackSize, RunBody, pzBody.get(), 0, nullptr);
   if (hThread == 0) return false;
   (void)pzBody.release();  // the thread owns it now
