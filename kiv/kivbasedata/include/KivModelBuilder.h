@@ -73,10 +73,16 @@ class KivModelBuilder {
   KivModelNoteParameters& Parameters() { return m_zNote; }
   KivMemoryBlockPermanentIdTable& PermanentIds();
 
-  // Writes a new file. False after a report; the file is then no model. It can be called again.
+  // Writes a new file, and reads it back before it says true. False after a report; the file is then no whole model.
+  // It can be called again.
   bool Save(const KivWString& csPath);
 
  private:
+  static constexpr size_t kMostLevels = 4096;  // a mesh of a higher level is refused when it is saved
+
+  bool WriteInto(const KivWString& csPath);
+  bool IsWhole(const KivWString& csPath) const;
+
   struct Part {
     std::map<size_t, std::unique_ptr<KivMemoryBlockFaceEdge>> m_mapFaceEdge;  // by level
     std::map<size_t, std::unique_ptr<KivMemoryBlockPolyElem>> m_mapPolyElem;

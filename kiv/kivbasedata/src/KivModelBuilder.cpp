@@ -4,6 +4,8 @@
 #include <array>
 
 #include "KivElementClasses.h"
+#include "KivElementWalk.h"
+#include "KivException.h"
 #include "KivFastFileContainerBase.h"
 #include "KivModel.h"
 #include "KivOutOfCoreHandle.h"
@@ -198,11 +200,13 @@ class KivModelBuilder::Writer {
     for (Part& zPart : m_z.m_vzPart) {
       Stored& zStored = m_vzStored.emplace_back();
       for (auto& [iLevel, pzMesh] : zPart.m_mapFaceEdge) {
+        if (!KIV_ASSERT(iLevel < kMostLevels)) return false;
         Finish(*pzMesh, zStored.m_zBox);
         KivInstanceLevel& zLevel = LevelOf(zStored, iLevel);
         if (!StoreWithParent<KivFaceEdgeData>(*pzMesh, 0, zLevel.m_iFaceEdgeKey)) return false;
       }
       for (auto& [iLevel, pzMesh] : zPart.m_mapPolyElem) {
+        if (!KIV_ASSERT(iLevel < kMostLevels)) return false;
         Finish(*pzMesh, zStored.m_zBox);
         KivInstanceLevel& zLevel = LevelOf(zStored, iLevel);
         if (zLevel.m_iFaceEdgeKey == 0) zLevel.m_iLevelKind = kInstanceLevelPolyElem;
@@ -367,18 +371,41 @@ class KivModelBuilder::Writer {
 bool KivModelBuilder::Save(const KivWString& csPath) {
   KivRegisterElementClasses();
   try {
-    if (!Writer::MakeKeyedContainer(csPath)) return false;
-    KivStoreSource zSource;
-    zSource.m_csPath = csPath;
-    zSource.m_eMode = KivStoreMode::ReadWrite;
-    const KivOutOfCoreManagerKeyOwner zOwner(zSource);
-    KivOutOfCoreManager* pzManager = zOwner.GetManager();
-    if (!KIV_ASSERT(pzManager != nullptr && pzManager->GetContainer() != nullptr)) return false;
-    return Writer(*this, zOwner.GetKey()).WriteAll() && KIV_ASSERT(pzManager->SaveChanges()) &&
-           KIV_ASSERT(KivOutOfCoreManager::FlushMainFile(zOwner.GetKey()));
-  } catch (...) {
+    return Writer::MakeKeyedContainer(csPath) && WriteInto(csPath) && KIV_ASSERT(IsWhole(csPath));
+  } catch (const KivException&) {
     return false;  // reported where it came from
+  } catch (const KivDispatchException&) {
+    return false;
+  } catch (...) {
+    KivReportThrownHere(kSource, __LINE__);
+    return false;
   }
+}
+
+bool KivModelBuilder::WriteInto(const KivWString& csPath) {
+  KivStoreSource zSource;
+  zSource.m_csPath = csPath;
+  zSource.m_eMode = KivStoreMode::ReadWrite;
+  const KivOutOfCoreManagerKeyOwner zOwner(zSource);
+  KivOutOfCoreManager* pzManager = zOwner.GetManager();
+  if (!KIV_ASSERT(pzManager != nullptr && pzManager->GetContainer() != nullptr)) return false;
+  if (!Writer(*this, zOwner.GetKey()).WriteAll() || !KIV_ASSERT(pzManager->SaveChanges())) return false;
+  pzManager->GetContainer()->Flush();  // here, since the end of the store tells nobody what failed
+  return KIV_ASSERT(KivOutOfCoreManager::FlushMainFile(zOwner.GetKey()));
+}
+
+// Reads all elements back: where reports return, a write that failed is seen by nothing else.
+bool KivModelBuilder::IsWhole(const KivWString& csPath) const {
+  KivStoreSource zSource;
+  zSource.m_csPath = csPath;
+  zSource.m_eMode = KivStoreMode::Read;
+  const KivOutOfCoreManagerKeyOwner zOwner(zSource);
+  const KivOutOfCoreManager* pzManager = zOwner.GetManager();
+  if (pzManager == nullptr || pzManager->GetContainer() == nullptr) return false;
+  const uint32_t iKey = zOwner.GetKey();
+  return KivGetModel(iKey) != nullptr && KivGetInstanceRoot(iKey) != nullptr && KivGetModelNote(iKey) != nullptr &&
+         KivGetAssemblyTree(iKey) != nullptr && (m_pzPermanentIds == nullptr || KivGetSecondElement(iKey) != nullptr) &&
+         KivWalkElements(iKey, {0, 1, 2, 5, 7, 8, 11, 12, 13}, kAllLevels, [](KivOutOfCoreTreeNode&) {});
 }
 
 }  // namespace kiv

@@ -1,0 +1,103 @@
+// A model is saved while each single call of the system fails: what counts as saved is whole.
+#include "KivModelBuilder.h"
+
+#include <gtest/gtest.h>
+
+#include <set>
+
+#include "KivElementWalk.h"
+#include "KivException.h"
+#include "KivSysFault.h"
+#include "KivTestStore.h"
+
+using namespace kiv;
+using namespace kivtest;
+
+namespace {
+
+class ModelBuilderFault : public StoreTest {
+ protected:
+  static void Build(KivModelBuilder& z) {
+    const size_t iPart = z.AddPart();
+    for (const size_t iLevel : {0, 1}) {
+      auto& zMesh = z.FaceEdge(iPart, iLevel);
+      zMesh.m_fStep = 0.001f;
+      for (int i = 0; i < 50; ++i) {
+        auto& zFace = zMesh.AddFace();
+        zFace.m_iVertexCount = 3;
+        zFace.m_iTriangleCount = 1;
+        zFace.m_iIndexSize = 1;
+        zFace.m_vfVertex = {0, 0, 0, static_cast<float>(i + 1), 0, 0, 0, 1, 0};
+        zFace.m_vfNormal = {0, 0, 1, 0, 0, 1, 0, 0, 1};
+        zFace.m_viIndex = {0, 1, 2};
+      }
+    }
+    const size_t iNode = z.AddNode(u"part");
+    for (int i = 0; i < 300; ++i) z.PlaceInstance(iPart, KivEMatrix4(), iNode);
+    z.PermanentIds().m_vstrPermanentId = {u"NB1"};
+  }
+  // Elements of the model that the walk loads; -1 if something is missing.
+  int64_t Count(const KivWString& csPath) {
+    KivModelStatusBase* pzModel = Open(csPath, false);
+    if (pzModel == nullptr) return -1;
+    const uint32_t iKey = pzModel->GetKey();
+    int64_t nElements = 0;
+    const bool bWhole = KivGetSecondElement(iKey) != nullptr &&
+                        KivWalkElements(iKey, {0, 1, 2, 8}, kAllLevels, [&](KivOutOfCoreTreeNode&) { ++nElements; });
+    Close(pzModel);
+    return bWhole ? nElements : -1;
+  }
+};
+
+}  // namespace
+
+TEST_F(ModelBuilderFault, WhatCountsAsSavedIsWholeWhicheverCallFailed) {
+  KivModelBuilder zBuilder;
+  Build(zBuilder);
+  const KivWString csPath = m_zFolder / u"model.kiv";
+  ASSERT_TRUE(zBuilder.Save(csPath));
+  const int64_t nElements = Count(csPath);
+  ASSERT_GT(nElements, 3);
+  for (const bool bThrow : {true, false})
+    for (const KivSysCall iCall : {KivSysCall::FileOpen, KivSysCall::FileRead, KivSysCall::FileWrite,
+                                   KivSysCall::FileSetLength, KivSysCall::MappingCreate, KivSysCall::MappingView}) {
+      uint64_t nRefused = 0;
+      for (uint64_t iNth = 1;; ++iNth) {
+        SCOPED_TRACE(testing::Message() << "call " << static_cast<int>(iCall) << ", number " << iNth);
+        bool bSaved = false, bFired = false;
+        {
+          KivSysFaultPlan zPlan;
+          zPlan.m_iCall = iCall;
+          zPlan.m_iNth = iNth;
+          zPlan.m_bFromThenOn = iCall == KivSysCall::FileWrite;  // a disk that is full stays full
+          const KivSysFaultScope zFault(zPlan);
+          if (bThrow) {
+            bSaved = zBuilder.Save(csPath);
+          } else {
+            const NoThrowScope zNoThrow;
+            bSaved = zBuilder.Save(csPath);
+          }
+          bFired = zFault.HasFired();
+        }
+        nRefused += !bSaved;
+        if (bSaved) {
+          EXPECT_EQ(Count(csPath), nElements);
+        }
+        if (!bFired) {
+          EXPECT_TRUE(bSaved);
+          break;
+        }
+        ASSERT_LT(iNth, 5000u);
+      }
+      if (iCall == KivSysCall::FileWrite) {
+        EXPECT_GT(nRefused, 0u);
+      }
+    }
+}
+
+TEST_F(ModelBuilderFault, AMeshOfALevelThatNoModelHasIsRefused) {
+  KivModelBuilder zBuilder;
+  Build(zBuilder);
+  zBuilder.FaceEdge(0, SIZE_MAX);
+  EXPECT_FALSE(zBuilder.Save(m_zFolder / u"model.kiv"));
+}
