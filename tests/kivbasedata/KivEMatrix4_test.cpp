@@ -145,7 +145,6 @@ TEST(Matrix4, DividingByASingularMatrixMultipliesByItAsItIs) {
   const uint64_t nBefore = Reports();
   EXPECT_TRUE(SameBits(z / zFlat, z * zFlat));
   EXPECT_EQ(Reports(), nBefore + 1);
-  EXPECT_TRUE((z * zFlat / z).IsIdentityLike(z * zFlat / z));
 }
 
 TEST(Matrix4, InvertGivesTheInverse) {
@@ -156,7 +155,8 @@ TEST(Matrix4, InvertGivesTheInverse) {
     ASSERT_TRUE(zInverse.Invert());
     const KivEMatrix4 zProduct = z * zInverse;
     for (size_t k = 0; k < 16; ++k) ASSERT_NEAR(zProduct[k], k % 5 == 0 ? 1 : 0, 1e-9);
-    ASSERT_NEAR((z / z)[0], 1, 1e-9);
+    const KivEMatrix4 zOther = RandomMatrix(zRandom);
+    ASSERT_TRUE(SameBits(zOther / z, zOther * zInverse)) << "the divisor's inverse stands on the right";
   }
 }
 

@@ -59,6 +59,22 @@ TEST(MatrixCode, ATranslationAloneHasNoTurns) {
   EXPECT_TRUE(RoundTrip(z).IsIdentityLike(z));
 }
 
+TEST(MatrixCode, TurnsAboutEachAxisHaveBitsOfTheirOwn) {
+  KivEMatrix4 zX, zY, zZ;
+  zX.RotateX(0, 1);
+  zY.RotateY(0, 1);
+  zZ.RotateZ(0, 1);
+  EXPECT_EQ(CodeOf(zX), 1 << 2 | 3);
+  EXPECT_EQ(CodeOf(zY), 1 << 4 | 3);
+  EXPECT_EQ(CodeOf(zZ), 1 << 6 | 3);
+  // X first, then Y, then Z.
+  KivEMatrix4 z;
+  z.RotateX(0, 1);
+  z.RotateY(-1, 0);
+  z.RotateZ(0, -1);
+  EXPECT_TRUE(KivDecodeMatrix(3 << 6 | 2 << 4 | 1 << 2 | 3, nullptr).IsIdentityLike(z));
+}
+
 TEST(MatrixCode, EachCombinationOfQuarterTurnsComesBack) {
   for (unsigned i = 0; i < 64; ++i) {
     static constexpr double kCosine[4] = {1, 0, -1, 0}, kSine[4] = {0, 1, 0, -1};
