@@ -15,6 +15,7 @@
 namespace kiv {
 namespace {
 
+constexpr uint64_t kMostBlocks = uint64_t{1} << 26;  // that a background reader keeps states of: 4 TiB
 constexpr char kSource[] = "src\\KivWinFile";
 constexpr uint64_t kMaxTransfer = 0x10000000;  // one transfer takes a 32-bit count
 constexpr uint64_t kSmallCount = 0x10000;
@@ -161,14 +162,16 @@ KivWinFile::KivWinFile(KivSysFile hFile, bool bReadOnly, bool bEnableCache, KivS
   m_bHasBackGroundFile = zInfo.m_hBackGroundFile.IsOpen();
   if (!m_bHasBackGroundFile) return;
   zInfo.m_iFileSize = DoGetLength();
-  if (m_bLengthUnknown) {
-    // Nothing is known of its blocks: the file goes on without a reader.
+  zInfo.m_iBlockSize = KivGetAllocationGranularity();
+  const uint64_t nBlocks =
+      zInfo.m_iFileSize / zInfo.m_iBlockSize + (zInfo.m_iFileSize % zInfo.m_iBlockSize != 0 ? 1 : 0);
+  if (m_bLengthUnknown || nBlocks > kMostBlocks) {
+    // Nothing is known of its blocks, or a length alone would claim their states: the file goes on without a reader.
     m_bHasBackGroundFile = false;
     zInfo.m_hBackGroundFile.Close();
     return;
   }
-  zInfo.m_iBlockSize = KivGetAllocationGranularity();
-  zInfo.m_iBlockCount = zInfo.m_iFileSize / zInfo.m_iBlockSize + (zInfo.m_iFileSize % zInfo.m_iBlockSize != 0 ? 1 : 0);
+  zInfo.m_iBlockCount = nBlocks;
   zInfo.m_vcBlockState.resize(zInfo.m_iBlockCount);
 }
 
