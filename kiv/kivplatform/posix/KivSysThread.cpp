@@ -69,8 +69,12 @@ bool posix::StartDetached(std::function<void()> pfnBody, uint32_t iStackSize) {
   size_t nStack = std::max<size_t>(iStackSize, 128 * 1024) + static_cast<size_t>(sysconf(_SC_THREAD_STACK_MIN));
   nStack = (nStack + nPage - 1) / nPage * nPage;
 
-  std::unique_ptr<std::function<void()>> pzBody(new (std::nothrow) std::function<void()>(std::move(pfnBody)));
-  if (pzBody == nullptr) return posix::FailWith(ENOMEM);
+  std::unique_ptr<std::function<void()>> pzBody;
+  try {
+    pzBody = std::make_unique<std::function<void()>>(std::move(pfnBody));
+  } catch (const std::bad_alloc&) {
+    return posix::FailWith(ENOMEM);
+  }
   pthread_attr_t zAttributes;
   if (int iError = pthread_attr_init(&zAttributes); iError != 0) return posix::FailWith(iError);
   pthread_attr_setdetachstate(&zAttributes, PTHREAD_CREATE_DETACHED);

@@ -55,8 +55,12 @@ unsigned __stdcall RunBody(void* pArgument) {
 
 bool StartThread(std::function<void()> pfnBody, uint32_t iStackSize) {
   if (FaultFails(KivSysCall::ThreadStart)) return false;
-  std::unique_ptr<std::function<void()>> pzBody(new (std::nothrow) std::function<void()>(std::move(pfnBody)));
-  if (pzBody == nullptr) return false;
+  std::unique_ptr<std::function<void()>> pzBody;
+  try {
+    pzBody = std::make_unique<std::function<void()>>(std::move(pfnBody));
+  } catch (const std::bad_alloc&) {
+    return false;
+  }
   const uintptr_t hThread = _beginthreadex(nullptr, iStackSize, RunBody, pzBody.get(), 0, nullptr);
   if (hThread == 0) return false;
   (void)pzBody.release();  // the thread owns it now
