@@ -71,6 +71,7 @@ class KivModelBuilder {
   // --- The whole ----------------------------------------------------------------------------------------------------
 
   KivModelNoteParameters& Parameters() { return m_zNote; }
+  std::vector<KivAttribute>& NoteAttributes() { return m_zNote.m_vzAttribute; }
   KivMemoryBlockPermanentIdTable& PermanentIds();
 
   // Writes a new file, and reads it back before it says true. False after a report; the file is then no whole model.
