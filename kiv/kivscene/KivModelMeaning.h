@@ -1,10 +1,12 @@
 // What this project's programs mean by the fields that the library only carries. docs/kiv.md tells it to users.
 //
-//   nodes          m_strNodeName[0] is the name of the place, [1] that of the part or assembly; m_zMatrix places the node
+//   nodes          m_strNodeName[0] is the name of the place, [1] that of the part or assembly; m_zMatrix places the
+//   node
 //                  in its parent; m_viChildren are indices of nodes
 //   instances      m_iInstanceData[0] is the index of the node; m_zMatrix places the part in the model, so it is the
 //                  product of the node's matrix and those of its parents, from the inside out
-//   meshes         level 0 is the coarsest; m_iId of a face or an edge is its number in the part, from 1, the same in all
+//   meshes         level 0 is the coarsest; m_iId of a face or an edge is its number in the part, from 1, the same in
+//   all
 //                  levels and for the same source in every import
 //   exact geometry m_iGeometryId says what the string is about, KivGeometryId
 //   layers         of the root node's layer filter: one entry for each layer, with its name and its number; entities
