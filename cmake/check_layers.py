@@ -19,7 +19,7 @@ SYSTEM = re.compile(
     r"|unistd|fcntl|dlfcn|pthread|sched|signal|spawn|poll|pwd|grp|dirent|termios|pty|syslog|semaphore|mqueue|elf|link|ucontext)\.h$"
     r"|^(sys|linux|asm|curl|elfutils|arpa|netinet|net)/", re.I)
 CONDITION = re.compile(r"^\s*#\s*(if|ifdef|ifndef|elif)\b.*(_WIN32|_WIN64|__linux__|__unix__|__MINGW)", re.M)
-PROGRAMS = ("DorRelay", "DorHandler", "DorClient", "kivtool")
+PROGRAMS = ("DorRelay", "DorHandler", "DorClient", "kivtool", "kivreaders")
 
 
 def table():

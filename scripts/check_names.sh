@@ -9,7 +9,7 @@ trap 'rm -rf "$work"' EXIT
 
 includes=(-Ikiv/kivplatform/include -Ikiv/kivplatform/posix -Ikiv/kivbasedata/include -Ikiv/kivbasedata/src
   -isystem /usr/include/utf8cpp)
-for folder in kiv/Dor* kiv/kivtool; do [ -d "$folder" ] && includes+=("-I$folder"); done
+for folder in kiv/Dor* kiv/kivtool kiv/kivscene kiv/kivreaders/*; do [ -d "$folder" ] && includes+=("-I$folder"); done
 
 tidy() { # file... : what it finds, one at a time on each core
   printf '%s\0' "$@" | xargs -0 -P "$(nproc)" -I{} clang-tidy --quiet --config-file=.clang-tidy \

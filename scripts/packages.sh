@@ -29,7 +29,7 @@ need_packages() {
 }
 
 KIV_BUILD_PACKAGES=(g++ cmake ninja-build ccache python3 git zlib1g-dev libcurl4-openssl-dev libdw-dev
-  libutfcpp-dev libcli11-dev nlohmann-json3-dev)
+  libutfcpp-dev libcli11-dev nlohmann-json3-dev libassimp-dev libmeshoptimizer-dev)
 KIV_TEST_PACKAGES=(googletest locales)
 KIV_WINDOWS_PACKAGES=(g++-mingw-w64-x86-64-posix libz-mingw-w64-dev wine wine64)
 KIV_CHECK_PACKAGES=(clang-format clang-tidy)

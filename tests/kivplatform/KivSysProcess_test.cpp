@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <memory>
 #include <set>
 #include <stdexcept>
@@ -103,6 +104,41 @@ TEST(Process, StartsInTheFolderThatItIsGiven) {
   EXPECT_TRUE(sys::PathExists(zFolder / u"here"));
   zStart.m_csFolder = zFolder / u"missing";
   EXPECT_FALSE(KivSysProcess::Start(zStart).IsOpen());
+}
+
+KIV_TEST_CHILD(Prints) {
+  std::fputs("printed", stdout);
+  std::fputs("printed", stderr);
+  return std::fgetc(stdin) == EOF ? 0 : 1;
+}
+
+// Starts a child that prints, after its own output was sent to a file.
+KIV_TEST_CHILD(StartsOneThatPrints) {
+  if (std::freopen("printed", "w", stdout) == nullptr) return 90;
+  KivSysProcessStart zStart;
+  zStart.m_csCommandLine = TestChildCommandLine("Prints", {});
+  zStart.m_bNoStreams = vcsArgs[0] == u"silent";
+  KivSysProcess zChild = KivSysProcess::Start(zStart);
+  int32_t iCode = -1;
+  if (zChild.Wait(kLong) != KivSysWait::Signalled || !zChild.GetExitCode(iCode)) return 91;
+  return zStart.m_bNoStreams ? iCode : 0;
+}
+
+TEST(Process, AChildWithoutStreamsPrintsNowhereAndHasNothingToRead) {
+  for (const char16_t* szHow : {u"silent", u"loud"}) {
+    const TestFolder zFolder;
+    KivSysProcessStart zStart;
+    zStart.m_csCommandLine = TestChildCommandLine("StartsOneThatPrints", {szHow});
+    zStart.m_csFolder = zFolder.Path();
+    KivSysProcess zChild = KivSysProcess::Start(zStart);
+    ASSERT_EQ(zChild.Wait(kLong), KivSysWait::Signalled);
+    int32_t iCode = -1;
+    EXPECT_TRUE(zChild.GetExitCode(iCode));
+    EXPECT_EQ(iCode, 0);
+    const bool bSilent = KivWString(szHow) == u"silent";
+    if (!bSilent && IsWindows()) continue;  // it may get the streams, but need not
+    EXPECT_EQ(zFolder.ReadBytes(u"printed"), bSilent ? "" : "printed");
+  }
 }
 
 KIV_TEST_CHILD(ComparesArguments) {

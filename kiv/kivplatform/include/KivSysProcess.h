@@ -13,6 +13,8 @@ struct KivSysProcessStart {
   KivWString m_csCommandLine;  // program first, in double quotes; parts are split by the rules of CommandLineToArgvW
   KivWString m_csFolder;       // the child's current folder; empty: this process's
   bool m_bHideWindow = true;   // show state "hidden", with the fixed start record of the runtime
+  // What the child prints goes nowhere, and it has nothing to read. Windows: it has no console.
+  bool m_bNoStreams = false;
   // Out of the job of this process (Linux: out of its process group). Without m_csJobName the child is in no job then.
   bool m_bBreakAwayFromJob = false;
   // Job that the child will be assigned to, if the caller knows it at the start: Linux can only put a process into a

@@ -205,6 +205,8 @@ KivSysProcess KivSysProcess::Start(const KivSysProcessStart& zStart) {
   posix_spawnattr_setflags(&zAttributes,
                            static_cast<short>(POSIX_SPAWN_SETSIGMASK | (iGroup >= 0 ? POSIX_SPAWN_SETPGROUP : 0)));
   int iError = posix_spawn_file_actions_addclosefrom_np(&zActions, 3);
+  for (int iStream = 0; zStart.m_bNoStreams && iStream < 3 && iError == 0; ++iStream)
+    iError = posix_spawn_file_actions_addopen(&zActions, iStream, "/dev/null", iStream == 0 ? O_RDONLY : O_WRONLY, 0);
   std::string strFolder;
   if (iError == 0 && !zStart.m_csFolder.empty()) {
     iError = NativePath(zStart.m_csFolder, strFolder)

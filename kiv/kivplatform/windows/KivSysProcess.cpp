@@ -53,7 +53,9 @@ KivSysProcess KivSysProcess::Start(const KivSysProcessStart& zStart) {
   std::wstring csLine = sys::ToSystem(zStart.m_csCommandLine);  // CreateProcessW writes into it
   const std::wstring csFolder = sys::ToSystem(zStart.m_csFolder);
   PROCESS_INFORMATION zMade = {};
-  const DWORD iFlags = NORMAL_PRIORITY_CLASS | (zStart.m_bBreakAwayFromJob ? CREATE_BREAKAWAY_FROM_JOB : 0);
+  // Without a console a child does not get this process's streams either.
+  const DWORD iFlags = NORMAL_PRIORITY_CLASS | (zStart.m_bBreakAwayFromJob ? CREATE_BREAKAWAY_FROM_JOB : 0) |
+                       (zStart.m_bNoStreams ? DETACHED_PROCESS : 0);
   if (!CreateProcessW(nullptr, csLine.data(), nullptr, nullptr, FALSE, iFlags, nullptr,
                       csFolder.empty() ? nullptr : csFolder.c_str(), &zInfo, &zMade))
     return zProcess;
