@@ -83,9 +83,18 @@ struct KivScene {
 
 // --- Scene files (KivScene_Stream.cpp) ------------------------------------------------------------------------------
 
+// True if the scene is one that a model can be made of: its numbers are numbers, indices, parents and parts exist,
+// faces and edges have numbers of their own. Else the reason.
+bool KivCheckScene(const KivScene& zScene, std::string& strError);
+
 // Bytes of a scene and back. Reading trusts nothing: false, with the reason, for bytes that are cut, that name parts or
-// nodes that do not exist, indices beyond their vertices, numbers that are no numbers, or anything behind the end.
+// nodes that do not exist, indices beyond their vertices, numbers that are no numbers, or anything behind the end. The
+// scene is empty then.
 std::vector<uint8_t> KivWriteScene(const KivScene& zScene);
 bool KivReadScene(const std::vector<uint8_t>& vcBytes, KivScene& zScene, std::string& strError);
+
+// Bytes of a reader that gave up: KivReadScene gives false and this reason, at most kSceneReasonMax bytes of it.
+constexpr uint64_t kSceneReasonMax = 4000;
+std::vector<uint8_t> KivWriteSceneFailure(const std::string& strReason);
 
 }  // namespace kiv

@@ -1,0 +1,227 @@
+#include "KivSceneReader.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cmath>
+#include <new>
+#include <system_error>
+
+#include "KivSysEvent.h"
+#include "KivSysFile.h"
+#include "KivSysFolder.h"
+#include "KivSysProcess.h"
+#include "KivSysTerminal.h"
+
+namespace kiv {
+namespace {
+
+constexpr int32_t kExitGood = 0;
+constexpr int32_t kExitFailed = 2;
+constexpr int32_t kExitUncaught = 3;       // an exception that nobody could catch
+constexpr uint32_t kTransfer = 64u << 20;  // bytes
+constexpr uint32_t kTurnMilliSeconds = 100;
+
+// --- Files ----------------------------------------------------------------------------------------------------------
+
+bool ReadWhole(KivSysFile& zFile, uint64_t nBytes, std::vector<uint8_t>& vcBytes) {
+  vcBytes.resize(nBytes);
+  for (uint64_t iAt = 0; iAt < nBytes;) {
+    uint32_t nDone = 0;
+    const uint32_t nAsked = static_cast<uint32_t>(std::min<uint64_t>(nBytes - iAt, kTransfer));
+    if (!zFile.ReadAt(iAt, vcBytes.data() + iAt, nAsked, nDone) || nDone == 0) return false;
+    iAt += nDone;
+  }
+  return true;
+}
+
+bool WriteWhole(const KivWString& csPath, const std::vector<uint8_t>& vcBytes) {
+  KivSysOpenMode zMode;
+  zMode.m_iAccess = KivSysAccess::Write;
+  zMode.m_iShare = KivSysShare::None;
+  zMode.m_iDisposition = KivSysDisposition::CreateAlways;
+  KivSysFile zFile = KivSysFile::Open(csPath, zMode);
+  if (!zFile.IsOpen()) return false;
+  for (uint64_t iAt = 0; iAt < vcBytes.size();) {
+    uint32_t nDone = 0;
+    const uint32_t nAsked = static_cast<uint32_t>(std::min<uint64_t>(vcBytes.size() - iAt, kTransfer));
+    if (!zFile.WriteAt(iAt, vcBytes.data() + iAt, nAsked, nDone) || nDone == 0) return false;
+    iAt += nDone;
+  }
+  return true;
+}
+
+// --- In the reader --------------------------------------------------------------------------------------------------
+
+bool ParseTolerance(const KivWString& csText, double& dTolerance) {
+  const std::string str = sys::WideToUtf8(csText);
+  const auto [pEnd, iError] = std::from_chars(str.data(), str.data() + str.size(), dTolerance);
+  return iError == std::errc() && pEnd == str.data() + str.size() && std::isfinite(dTolerance) && dTolerance > 0;
+}
+
+// Gives the bytes for the scene file; empty if there is no memory even for a reason.
+std::vector<uint8_t> ReadToBytes(const std::vector<KivWString>& vcsArguments, const KivSceneReaderBody& pfnRead,
+                                 int32_t& iExit) noexcept {
+  iExit = kExitFailed;
+  try {
+    try {
+      std::vector<double> vdTolerance;
+      for (size_t i = 3; i < vcsArguments.size(); ++i)
+        if (!ParseTolerance(vcsArguments[i], vdTolerance.emplace_back()))
+          throw KivSceneError("a tolerance is no number above 0: " + sys::WideToUtf8(vcsArguments[i]));
+      KivScene zScene;
+      pfnRead(vcsArguments[1], vdTolerance, zScene);
+      std::string strError;
+      if (!KivCheckScene(zScene, strError)) throw KivSceneError(strError);
+      std::vector<uint8_t> vcBytes = KivWriteScene(zScene);
+      iExit = kExitGood;
+      return vcBytes;
+    } catch (const std::bad_alloc&) {
+      return KivWriteSceneFailure("there is not enough memory to read it");
+    } catch (const std::length_error&) {
+      return KivWriteSceneFailure("there is not enough memory to read it");
+    } catch (const KivSceneError& e) {
+      return KivWriteSceneFailure(e.what());
+    } catch (const std::exception& e) {
+      return KivWriteSceneFailure(std::string("the reader broke down: ") + e.what());
+    } catch (...) {
+      return KivWriteSceneFailure("the reader broke down");
+    }
+  } catch (...) {
+    return {};
+  }
+}
+
+// --- In the tool ----------------------------------------------------------------------------------------------------
+
+// Quoted by the rules of CommandLineToArgvW.
+KivWString Quote(const KivWString& csText) {
+  KivWString csQuoted = u"\"";
+  size_t nBackslash = 0;
+  for (const char16_t c : csText) {
+    if (c == u'"') csQuoted.append(nBackslash + 1, u'\\');
+    nBackslash = c == u'\\' ? nBackslash + 1 : 0;
+    csQuoted += c;
+  }
+  csQuoted.append(nBackslash, u'\\');
+  return csQuoted + u"\"";
+}
+
+KivWString NumberText(double dNumber) {
+  char szText[64];
+  const auto [pEnd, iError] = std::to_chars(szText, szText + sizeof szText, dNumber);
+  return iError == std::errc() ? sys::Utf8ToWide(std::string_view(szText, static_cast<size_t>(pEnd - szText))) : u"0";
+}
+
+// Takes the file away at the end, whatever it is.
+class WorkFile {
+ public:
+  explicit WorkFile(const KivWString& csPath) : m_csPath(csPath) { sys::RemoveFileAt(m_csPath); }
+  ~WorkFile() { sys::RemoveFileAt(m_csPath); }
+  WorkFile(const WorkFile&) = delete;
+  WorkFile& operator=(const WorkFile&) = delete;
+
+  bool Read(std::vector<uint8_t>& vcBytes) const {
+    KivSysOpenMode zMode;
+    zMode.m_iFlags = KivSysFileFlags::SequentialScan;
+    KivSysFile zFile = KivSysFile::Open(m_csPath, zMode);
+    uint64_t nBytes = 0;
+    return zFile.IsOpen() && zFile.GetLength(nBytes) && ReadWhole(zFile, nBytes, vcBytes);
+  }
+
+ private:
+  const KivWString& m_csPath;
+};
+
+// Waits for its end; false if it had to be ended.
+bool WaitForEnd(KivSysProcess& zProcess, const std::function<bool()>& pfnTurn) {
+  bool bGoOn = true;
+  const auto End = [&zProcess] {
+    zProcess.Terminate(kExitFailed);
+    zProcess.Wait(KivSysEvent::kInfinite);
+  };
+  try {
+    KivSysWait iWait = KivSysWait::TimedOut;
+    while (bGoOn && (iWait = zProcess.Wait(kTurnMilliSeconds)) == KivSysWait::TimedOut)
+      bGoOn = !sys::IsStopRequested() && (!pfnTurn || pfnTurn());
+    if (iWait == KivSysWait::Failed) bGoOn = false;
+  } catch (...) {
+    End();
+    throw;
+  }
+  if (!bGoOn) End();
+  return bGoOn && !sys::IsStopRequested();
+}
+
+// The name of a path, for messages.
+std::string NameOf(const KivWString& csPath) {
+  const size_t iSeparator = csPath.find_last_of(KivWString(u"/") + sys::kSeparator);
+  return sys::WideToUtf8(iSeparator == KivWString::npos ? csPath : csPath.substr(iSeparator + 1));
+}
+
+}  // namespace
+
+int32_t KivSceneReaderMain(const std::vector<KivWString>& vcsArguments, const KivSceneReaderBody& pfnRead) {
+  if (vcsArguments.size() < 4) return kExitFailed;
+  sys::SetUncaughtExitCode(kExitUncaught);
+  int32_t iExit = kExitFailed;
+  const std::vector<uint8_t> vcBytes = ReadToBytes(vcsArguments, pfnRead, iExit);
+  if (vcBytes.empty() || !WriteWhole(vcsArguments[2], vcBytes)) {
+    sys::RemoveFileAt(vcsArguments[2]);
+    return kExitFailed;
+  }
+  return iExit;
+}
+
+std::vector<uint8_t> KivReadSceneSource(const KivWString& csSource, uint64_t nMax) {
+  if (sys::FolderExists(csSource)) throw KivSceneError("it is a folder");
+  if (!sys::PathExists(csSource)) throw KivSceneError("it does not exist");
+  KivSysOpenMode zMode;
+  zMode.m_iShare = KivSysShare::All;
+  zMode.m_iFlags = KivSysFileFlags::SequentialScan;
+  KivSysFile zFile = KivSysFile::Open(csSource, zMode);
+  uint64_t nBytes = 0;
+  std::vector<uint8_t> vcBytes;
+  if (!zFile.IsOpen() || !zFile.GetLength(nBytes)) throw KivSceneError("it cannot be opened");
+  if (nBytes == 0) throw KivSceneError("it is empty");
+  if (nBytes > nMax) throw KivSceneError("it is larger than the reader can take");
+  if (!ReadWhole(zFile, nBytes, vcBytes)) throw KivSceneError("it cannot be read");
+  return vcBytes;
+}
+
+KivWString KivProgramBeside(const KivWString& csName) {
+  KivWString csPath;
+  sys::ProgramPath(csPath);
+  const size_t iSeparator = csPath.find_last_of(KivWString(u"/") + sys::kSeparator);
+  csPath.resize(iSeparator == KivWString::npos ? 0 : iSeparator + 1);
+  return csPath + csName + KivWString(sys::kExecutableSuffix);
+}
+
+bool KivRunSceneReader(const KivWString& csReader, const KivWString& csSource, const std::vector<double>& vdTolerance,
+                       const KivWString& csWorkFile, KivScene& zScene, std::string& strError,
+                       const std::function<bool()>& pfnTurn) {
+  zScene = KivScene();
+  const std::string strReader = NameOf(csReader);
+  const WorkFile zWorkFile(csWorkFile);
+  KivSysProcessStart zStart;
+  zStart.m_bNoStreams = true;
+  zStart.m_csCommandLine = u"\"" + csReader + u"\" " + Quote(csSource) + u" " + Quote(csWorkFile);
+  for (const double d : vdTolerance) zStart.m_csCommandLine += u" " + NumberText(d);
+  KivSysProcess zProcess = KivSysProcess::Start(zStart);
+  if (!zProcess.IsOpen()) return strError = "the reader " + strReader + " cannot be started", false;
+  if (!WaitForEnd(zProcess, pfnTurn)) return strError = "stopped", false;
+
+  int32_t iExit = -1;
+  if (!zProcess.GetExitCode(iExit) || (iExit != kExitGood && iExit != kExitFailed))
+    return strError = "the reader " + strReader + " crashed (exit code " + std::to_string(iExit) + ")", false;
+  std::vector<uint8_t> vcBytes;
+  if (!zWorkFile.Read(vcBytes))
+    return strError = "the reader " + strReader + " left no result (no memory, or no room on the disk)", false;
+  const bool bRead = KivReadScene(vcBytes, zScene, strError);
+  if (bRead && iExit == kExitGood) return true;
+  zScene = KivScene();
+  if (bRead || iExit == kExitGood)
+    strError = "the reader " + strReader + " left a damaged result" + (bRead ? "" : ": " + strError);
+  return false;
+}
+
+}  // namespace kiv

@@ -1,0 +1,53 @@
+// Readers of foreign files: the main of such a program, and the side that starts it. A reader is a program of its own,
+// since the libraries behind it print, take memory without limit and may crash.
+//
+//   READER SOURCE SCENE_FILE TOLERANCE...
+//
+// reads SOURCE and writes SCENE_FILE (KivScene.h), which holds the scene or the reason why there is none; the exit code
+// is 0 or 2. Tolerances are numbers above 0, the coarsest first: millimetres if the source has a unit, else plain
+// numbers of the source. What it prints belongs to nobody.
+#pragma once
+
+#include <functional>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "KivScene.h"
+#include "KivSysText.h"
+
+namespace kiv {
+
+// --- In the reader
+// ----------------------------------------------------------------------------------------------------
+
+// Why a source cannot be read, a sentence for the user, in UTF-8.
+class KivSceneError : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+// Fills the empty scene, or throws KivSceneError. What else it throws is told to the user as well as can be.
+using KivSceneReaderBody =
+    std::function<void(const KivWString& csSource, const std::vector<double>& vdTolerance, KivScene& zScene)>;
+
+// For KivMain of a reader: gives its exit code. A scene with a fault (KivCheckScene) counts as a failure.
+int32_t KivSceneReaderMain(const std::vector<KivWString>& vcsArguments, const KivSceneReaderBody& pfnRead);
+
+// The whole file. Throws KivSceneError if it is a folder, is not there, cannot be read, is empty or larger than nMax.
+std::vector<uint8_t> KivReadSceneSource(const KivWString& csSource, uint64_t nMax);
+
+// --- In the tool
+// ------------------------------------------------------------------------------------------------------
+
+// Path of a program that stands beside this one; the name without the suffix of programs.
+KivWString KivProgramBeside(const KivWString& csName);
+
+// Runs a reader to its end and takes its scene. csWorkFile is the scene file; whatever stood there goes, and nothing is
+// left there. pfnTurn is called about ten times a second; false from it, or a noted request to stop (KivSysTerminal.h),
+// ends the reader. False with one sentence in strError.
+bool KivRunSceneReader(const KivWString& csReader, const KivWString& csSource, const std::vector<double>& vdTolerance,
+                       const KivWString& csWorkFile, KivScene& zScene, std::string& strError,
+                       const std::function<bool()>& pfnTurn);
+
+}  // namespace kiv
