@@ -21,6 +21,7 @@
 #include "KivElementClasses.h"
 #include "KivElementWalk.h"
 #include "KivModelBuilder.h"
+#include "KivTestModel.h"
 
 namespace {
 
@@ -47,16 +48,7 @@ double PeakMiB() {
 
 void AddMesh(KivMemoryBlockFaceEdge& zMesh, uint32_t nFaces) {
   zMesh.m_fStep = 0.001f;
-  for (uint32_t i = 0; i < nFaces; ++i) {
-    KivMeshFace& z = zMesh.AddFace();
-    z.m_iVertexCount = 4;
-    z.m_iTriangleCount = 2;
-    z.m_iIndexSize = 1;
-    const float f = static_cast<float>(i);
-    z.m_vfVertex = {0, 0, f, 1, 0, f, 0, 1, f, 1, 1, f};
-    z.m_vfNormal = {0, 0, 1, 0, 0, 1, 0, 0, 1, 0, 0, 1};
-    z.m_viIndex = {0, 1, 2, 1, 3, 2};
-  }
+  for (uint32_t i = 0; i < nFaces; ++i) kivtest::AddRibbon(zMesh, 2, 1, static_cast<float>(i));
 }
 
 void Build(KivModelBuilder& z, size_t nInstances, size_t nNodes, size_t nParts) {

@@ -8,6 +8,7 @@
 #include "KivElementWalk.h"
 #include "KivException.h"
 #include "KivSysFault.h"
+#include "KivTestModel.h"
 #include "KivTestStore.h"
 
 using namespace kiv;
@@ -22,15 +23,7 @@ class ModelBuilderFault : public StoreTest {
     for (const size_t iLevel : {0, 1}) {
       auto& zMesh = z.FaceEdge(iPart, iLevel);
       zMesh.m_fStep = 0.001f;
-      for (int i = 0; i < 50; ++i) {
-        auto& zFace = zMesh.AddFace();
-        zFace.m_iVertexCount = 3;
-        zFace.m_iTriangleCount = 1;
-        zFace.m_iIndexSize = 1;
-        zFace.m_vfVertex = {0, 0, 0, static_cast<float>(i + 1), 0, 0, 0, 1, 0};
-        zFace.m_vfNormal = {0, 0, 1, 0, 0, 1, 0, 0, 1};
-        zFace.m_viIndex = {0, 1, 2};
-      }
+      for (int i = 0; i < 50; ++i) AddRibbon(zMesh, 1, static_cast<float>(i + 1));
     }
     const size_t iNode = z.AddNode(u"part");
     for (int i = 0; i < 300; ++i) z.PlaceInstance(iPart, KivEMatrix4(), iNode);

@@ -2,33 +2,22 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <map>
+#include <stdexcept>
 #include <string>
 
 #include "KivElementClasses.h"
 #include "KivElementWalk.h"
 #include "KivPositionTableManager.h"
 #include "KivTestElement.h"
+#include "KivTestModel.h"
+#include "KivTestScale.h"
 
 namespace {
 
 using namespace kiv;
 using namespace kivtest;
-
-template <typename Block>
-void AddTriangle(Block& zMesh, float fSize, uint32_t nTriangles = 1) {
-  zMesh.m_fStep = 0.001f;
-  zMesh.m_iMeshFlags = 0;
-  for (uint32_t i = 0; i < nTriangles; ++i) {
-    auto& z = zMesh.AddFace();
-    z.m_iVertexCount = 3;
-    z.m_iTriangleCount = 1;
-    z.m_iIndexSize = 1;
-    z.m_vfVertex = {0, 0, 0, fSize, 0, 0, 0, fSize, 0};
-    z.m_vfNormal = {0, 0, 1, 0, 0, 1, 0, 0, 1};
-    z.m_viIndex = {0, 1, 2};
-  }
-}
 
 class ModelBuilder : public ElementStoreTest {
  protected:
@@ -38,14 +27,14 @@ class ModelBuilder : public ElementStoreTest {
   void BuildSample(KivModelBuilder& z, size_t nInstances = 3) {
     z.SetLevels({0.5f, 0.01f});
     const size_t iPlate = z.AddPart();
-    AddTriangle(z.FaceEdge(iPlate, 0), 1, 1);
-    AddTriangle(z.FaceEdge(iPlate, 1), 1, 4);
+    AddRibbons(z.FaceEdge(iPlate, 0), 1, 1, 1);
+    AddRibbons(z.FaceEdge(iPlate, 1), 4, 1, 1);
     KivBrepEntry& zGeometry = z.Brep(iPlate).AddGeometry(kBrepAnalyticKind);
     zGeometry.m_vcGeometry = FromHex("40 01" + HexZeros(48));
     zGeometry.m_vcGeometry[49] = 0x40;
     z.Vertices(iPlate).AddVertex().m_iVertexData[0] = 5;
     const size_t iCloud = z.AddPart();
-    AddTriangle(z.PolyElem(iCloud, 0), 2, 2);
+    AddRibbons(z.PolyElem(iCloud, 0), 2, 1, 2);
     const size_t iRoot = z.AddNode(u"machine");
     const size_t iA = z.AddNode(u"plate", iRoot);
     const size_t iB = z.AddNode(u"cloud", iRoot);
@@ -108,6 +97,7 @@ TEST_F(ModelBuilder, AModelIsSavedReopenedAndFoundFromItsRoot) {
     EXPECT_EQ(zTree.m_vzNode[0].m_viChildren, (std::vector<uint64_t>{1, 2}));
     EXPECT_EQ(zTree.m_vzNode[1].m_iNodeType, 1u);
     EXPECT_EQ(zTree.m_vzNode[1].m_fNodeBox, (std::array<float, 6>{0, 0, 0, 2, 1, 0}));
+    EXPECT_EQ(zTree.m_vzNode[0].m_fNodeBox, (std::array<float, 6>{0, 0, 0, 4, 2, 0}));  // of its children
     EXPECT_NE(zTree.m_vzNode[1].m_iPMIKey, 0u);
     KivInstance* pzInstance = KivGetInstanceRoot(iKey);
     ASSERT_NE(pzInstance, nullptr);
@@ -225,6 +215,94 @@ TEST_F(ModelBuilder, WhatCannotBeSavedIsFalseWithoutAnException) {
   EXPECT_NO_REPORT(EXPECT_FALSE(zBadValue.Save(m_zFolder / u"c.kiv")));
   const NoThrowScope zNoThrow;
   EXPECT_FALSE(zBuilder.Save(m_zFolder / u"d.kiv"));
+}
+
+TEST_F(ModelBuilder, AnIndexOfANodeThatDoesNotExistIsRefused) {
+  const auto IsRefused = [&](const std::function<void(KivModelBuilder&)>& pfnSpoil) {
+    KivModelBuilder zBuilder;
+    BuildSample(zBuilder);
+    pfnSpoil(zBuilder);
+    const uint64_t nBefore = QuietReports();
+    const bool bSaved = zBuilder.Save(m_zFolder / u"a.kiv");
+    return !bSaved && QuietReports() > nBefore;
+  };
+  EXPECT_FALSE(IsRefused([](KivModelBuilder&) {}));
+  EXPECT_TRUE(IsRefused([](KivModelBuilder& z) { z.AddNode(u"", 3); }));  // itself
+  EXPECT_TRUE(IsRefused([](KivModelBuilder& z) { z.AddNode(u"", KivModelBuilder::kNoNode - 1); }));
+  EXPECT_TRUE(IsRefused([](KivModelBuilder& z) { z.PlaceInstance(0, KivEMatrix4(), 3); }));
+  EXPECT_TRUE(IsRefused([](KivModelBuilder& z) { z.PlaceInstance(0, KivEMatrix4(), KivModelBuilder::kNoNode); }));
+  EXPECT_TRUE(IsRefused([](KivModelBuilder& z) { z.PlaceInstance(2, KivEMatrix4(), 0); }));
+  EXPECT_TRUE(IsRefused([](KivModelBuilder& z) { z.Node(2).m_viChildren = {3}; }));
+  EXPECT_TRUE(IsRefused([](KivModelBuilder& z) { z.Node(2).m_viChildren = {2}; }));
+  EXPECT_TRUE(IsRefused([](KivModelBuilder& z) { z.Node(2).m_viChildren = {0}; }));
+  KivModelBuilder zBuilder;
+  BuildSample(zBuilder);
+  EXPECT_THROW(zBuilder.Node(3), std::out_of_range);
+  EXPECT_THROW(zBuilder.InstanceAttributes(3), std::out_of_range);
+  EXPECT_THROW(zBuilder.FaceEdge(2, 0), std::out_of_range);
+}
+
+TEST_F(ModelBuilder, NamesAndAttributesOfFacesEdgesAndInstancesComeBackFromAPartOfAMillionTriangles) {
+  const uint32_t nTriangles = static_cast<uint32_t>(Scaled(1000000, 100000));
+  KivModelBuilder zBuilder;
+  const size_t iOneFace = zBuilder.AddPart(), iManyFaces = zBuilder.AddPart();
+  KivMemoryBlockFaceEdge& zOne = zBuilder.FaceEdge(iOneFace, 0);
+  AddRibbons(zOne, 1, nTriangles, 1);
+  zOne.m_fStep = 0.5f;
+  zOne.m_vzFace[0].m_vzAttribute = {{200, {1, 2, 3}}, {0, {}}};
+  KivMeshEdge& zEdge = zOne.AddEdge();
+  zEdge.m_iVertexCount = 2;
+  zEdge.m_vfVertex = {0, 0, 0, 1, 0, 0};
+  zEdge.m_vzAttribute = {{201, {9}}};
+  KivMemoryBlockFaceEdge& zMany = zBuilder.FaceEdge(iManyFaces, 0);
+  AddRibbons(zMany, nTriangles / 10, 10, 1);
+  for (uint32_t i = 0; i < nTriangles / 10; ++i) {
+    zMany.m_vzFace[i].m_iId = i;
+    zMany.m_vzFace[i].m_vzAttribute = {{static_cast<uint8_t>(i), std::vector<uint8_t>(i % 40, 5)}};
+  }
+  const size_t iRoot = zBuilder.AddNode(u"K\u00F6rper \U0001F527");
+  zBuilder.Node(iRoot).m_strNodeName[2] = u"third";
+  zBuilder.Node(iRoot).m_vzAttribute = {{3, {7, 7}}};
+  zBuilder.PlaceInstance(iOneFace, KivEMatrix4(), iRoot);
+  const size_t iPlaced = zBuilder.PlaceInstance(iManyFaces, KivEMatrix4(), iRoot);
+  zBuilder.InstanceAttributes(iPlaced) = {{4, {1}}, {5, std::vector<uint8_t>(300, 2)}};
+  ASSERT_TRUE(zBuilder.Save(m_zFolder / u"a.kiv"));
+
+  const uint32_t iKey = Reopen(m_zFolder / u"a.kiv", false, 4);
+  KivAssemblyTree* pzTree = KivGetAssemblyTree(iKey);
+  ASSERT_NE(pzTree, nullptr);
+  const KivAssemblyNode& zNode = pzTree->GetMemoryBlock()->m_vzNode[0];
+  EXPECT_EQ(zNode.m_strNodeName[0], u"K\u00F6rper \U0001F527");
+  EXPECT_EQ(zNode.m_strNodeName[2], u"third");
+  EXPECT_EQ(zNode.m_vzAttribute, zBuilder.Node(iRoot).m_vzAttribute);
+  KivInstance* pzInstances = KivGetInstanceRoot(iKey);
+  ASSERT_NE(pzInstances, nullptr);
+  const auto& vzInstance = pzInstances->GetMemoryBlock()->m_vzInstance;
+  ASSERT_EQ(vzInstance.size(), 2u);
+  EXPECT_EQ(vzInstance[0].m_vzAttribute.size(), 0u);
+  EXPECT_EQ(vzInstance[1].m_vzAttribute, zBuilder.InstanceAttributes(iPlaced));
+  const uint64_t iOneKey = vzInstance[0].m_vzLevel.at(0).m_iFaceEdgeKey;
+  const uint64_t iManyKey = vzInstance[1].m_vzLevel.at(0).m_iFaceEdgeKey;
+
+  auto* pzMesh = KivOutOfCoreHandle(iKey, iOneKey).Fetch<KivFaceEdgeData>();
+  ASSERT_NE(pzMesh, nullptr);
+  const KivMemoryBlockFaceEdge* pzBlock = pzMesh->GetMemoryBlock();
+  ASSERT_TRUE(pzBlock != nullptr && pzBlock->m_vzFace.size() == 1 && pzBlock->m_vzEdge.size() == 1);
+  EXPECT_EQ(pzBlock->m_vzFace[0].m_iTriangleCount, nTriangles);
+  EXPECT_TRUE(pzBlock->m_vzFace[0].m_viIndex == zOne.m_vzFace[0].m_viIndex);
+  EXPECT_EQ(pzBlock->m_vzFace[0].m_vzAttribute, zOne.m_vzFace[0].m_vzAttribute);
+  EXPECT_EQ(pzBlock->m_vzEdge[0].m_vzAttribute, zEdge.m_vzAttribute);
+  for (size_t i = 0; i < zOne.m_vzFace[0].m_vfVertex.size(); ++i)
+    ASSERT_NEAR(pzBlock->m_vzFace[0].m_vfVertex.at(i), zOne.m_vzFace[0].m_vfVertex[i], 0.25f) << i;
+
+  pzMesh = KivOutOfCoreHandle(iKey, iManyKey).Fetch<KivFaceEdgeData>();
+  ASSERT_NE(pzMesh, nullptr);
+  pzBlock = pzMesh->GetMemoryBlock();
+  ASSERT_TRUE(pzBlock != nullptr && pzBlock->m_vzFace.size() == nTriangles / 10);
+  for (uint32_t i = 0; i < nTriangles / 10; ++i) {
+    ASSERT_EQ(pzBlock->m_vzFace[i].m_iId, i);
+    ASSERT_EQ(pzBlock->m_vzFace[i].m_vzAttribute, zMany.m_vzFace[i].m_vzAttribute) << i;
+  }
 }
 
 // --- Walk -----------------------------------------------------------------------------------------------------------

@@ -11,7 +11,8 @@
 //   bool bDone = zBuilder.Save(u"machine.kiv");
 //
 // The blocks that it hands out are the elements' own: fill any of their fields. Links, keys, numbers of entries and
-// boxes are set by Save. References stay good while the builder lives.
+// boxes are set by Save. References stay good while the builder lives. An index of something that does not exist, where
+// a reference is asked for, throws std::out_of_range.
 //
 // Where the records leave a meaning open, the builder gives one: m_viChildren of a node are indices of nodes,
 // m_iInstanceData[0] of an instance is the index of its node.
@@ -58,10 +59,12 @@ class KivModelBuilder {
 
   // --- Structure ----------------------------------------------------------------------------------------------------
 
-  // The first node is the root.
+  // The first node is the root. Children stand behind their parent; Save refuses any other order, and a part or a node
+  // that does not exist.
   size_t AddNode(const KivWString& csName, size_t iParent = kNoNode);
-  KivAssemblyNode& Node(size_t iNode) { return m_zAssembly.m_vzNode[iNode]; }  // until the next AddNode
+  KivAssemblyNode& Node(size_t iNode);  // until the next AddNode
   size_t PlaceInstance(size_t iPart, const KivEMatrix4& zMatrix, size_t iNode);
+  std::vector<KivAttribute>& InstanceAttributes(size_t iInstance) { return m_vzPlaced.at(iInstance).m_vzAttribute; }
 
   // What a node has, made with the first call.
   KivMemoryBlockPMI& PMI(size_t iNode);
@@ -94,12 +97,14 @@ class KivModelBuilder {
     size_t m_iPart = 0;
     size_t m_iNode = kNoNode;
     KivEMatrix4 m_zMatrix;
+    std::vector<KivAttribute> m_vzAttribute;
   };
   class Writer;
 
   std::vector<float> m_vfLevelTolerance = {0.01f};
   std::deque<Part> m_vzPart;
   std::vector<Placed> m_vzPlaced;
+  bool m_bParentsExist = true;  // those that AddNode was given
   KivMemoryBlockAssemblyTree m_zAssembly;
   KivMemoryBlockModelNote m_zNote;
   std::map<size_t, std::unique_ptr<KivMemoryBlockPMI>> m_mapPMI;  // by node

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <stdexcept>
 
 #include "KivElementClasses.h"
 #include "KivElementWalk.h"
@@ -115,12 +116,21 @@ KivMemoryBlockVertex& KivModelBuilder::Vertices(size_t iPart) {
 size_t KivModelBuilder::AddNode(const KivWString& csName, size_t iParent) {
   const size_t iNode = m_zAssembly.m_vzNode.size();
   m_zAssembly.AddNode().m_strNodeName[0] = csName;
-  if (iParent < iNode) Node(iParent).m_viChildren.push_back(iNode);
+  if (iParent < iNode) {
+    Node(iParent).m_viChildren.push_back(iNode);
+  } else if (iParent != kNoNode) {
+    m_bParentsExist = false;
+  }
   return iNode;
 }
 
+KivAssemblyNode& KivModelBuilder::Node(size_t iNode) {
+  if (iNode >= m_zAssembly.m_vzNode.size()) throw std::out_of_range("no such node");
+  return m_zAssembly.m_vzNode[iNode];
+}
+
 size_t KivModelBuilder::PlaceInstance(size_t iPart, const KivEMatrix4& zMatrix, size_t iNode) {
-  m_vzPlaced.push_back({iPart, iNode, zMatrix});
+  m_vzPlaced.push_back({iPart, iNode, zMatrix, {}});
   return m_vzPlaced.size() - 1;
 }
 
@@ -146,7 +156,7 @@ class KivModelBuilder::Writer {
   Writer(KivModelBuilder& zBuilder, uint32_t iKey) : m_z(zBuilder), m_iKey(iKey) {}
 
   bool WriteAll() {
-    return WriteParts() && WriteInstances() && WriteNote() && WriteAssembly() && WriteSecond() && WriteRoot();
+    return CheckNodes() && WriteParts() && WriteInstances() && WriteNote() && WriteAssembly() && WriteSecond() && WriteRoot();
   }
 
   // The empty model and the first position table behind it.
@@ -193,6 +203,15 @@ class KivModelBuilder::Writer {
     zBlock.m_zHeader.m_aiLink = {iParent, 0, 0};
     iKey = Store<Element>(zBlock);
     return KIV_ASSERT(iKey != 0);
+  }
+
+  bool CheckNodes() {
+    const KivReusedList<KivAssemblyNode>& vzNode = m_z.m_zAssembly.m_vzNode;
+    if (!KIV_ASSERT(m_z.m_bParentsExist)) return false;
+    for (size_t i = 0; i < vzNode.size(); ++i)
+      for (const uint64_t iChild : vzNode[i].m_viChildren)
+        if (!KIV_ASSERT(iChild > i && iChild < vzNode.size())) return false;
+    return true;
   }
 
   // Several instances may share a part's trees, so that their roots have no parent.
@@ -262,7 +281,7 @@ class KivModelBuilder::Writer {
     return true;
   }
   bool FillInstance(const Placed& zPlaced, KivMemoryBlockInstance& zBlock, Box& zElementBox) {
-    if (!KIV_ASSERT(zPlaced.m_iPart < m_vzStored.size())) return false;
+    if (!KIV_ASSERT(zPlaced.m_iPart < m_vzStored.size() && zPlaced.m_iNode < m_vzNodeBox.size())) return false;
     const Stored& zPart = m_vzStored[zPlaced.m_iPart];
     KivInstanceEntry& zEntry = zBlock.AddInstance();
     zEntry.m_iInstanceData[0] = static_cast<uint32_t>(zPlaced.m_iNode);
@@ -273,8 +292,9 @@ class KivModelBuilder::Writer {
     zEntry.m_iMatrixClass = 0;  // found by the write
     const Box zBox = zPart.m_zBox.Transformed(zPlaced.m_zMatrix);
     zEntry.m_fInstanceBox = zBox.m_af;
+    zEntry.m_vzAttribute = zPlaced.m_vzAttribute;
     zElementBox.Add(zBox);
-    if (zPlaced.m_iNode < m_vzNodeBox.size()) m_vzNodeBox[zPlaced.m_iNode].Add(zBox);
+    m_vzNodeBox[zPlaced.m_iNode].Add(zBox);
     return true;
   }
 
@@ -289,8 +309,9 @@ class KivModelBuilder::Writer {
     KivMemoryBlockAssemblyTree& zTree = m_z.m_zAssembly;
     zTree.m_zHeader.m_iEntryCount = LiveNum(zTree.m_vzNode);
     m_zModelBox.PutInto(zTree.m_zHeader);
-    for (size_t i = 0; i < zTree.m_vzNode.size(); ++i) {
+    for (size_t i = zTree.m_vzNode.size(); i-- > 0;) {  // children before their parent, whose box holds theirs
       KivAssemblyNode& zNode = zTree.m_vzNode[i];
+      for (const uint64_t iChild : zNode.m_viChildren) m_vzNodeBox[i].Add(m_vzNodeBox[iChild]);
       zNode.m_fNodeBox = m_vzNodeBox[i].m_af;
       zNode.m_iPMIKey = zNode.m_iLayerFilterKey = zNode.m_iCameraKey = 0;
       const KivNodeType eType = i == 0                       ? KivNodeType::Root
