@@ -156,7 +156,8 @@ class KivModelBuilder::Writer {
   Writer(KivModelBuilder& zBuilder, uint32_t iKey) : m_z(zBuilder), m_iKey(iKey) {}
 
   bool WriteAll() {
-    return CheckNodes() && WriteParts() && WriteInstances() && WriteNote() && WriteAssembly() && WriteSecond() && WriteRoot();
+    return CheckNodes() && WriteParts() && WriteInstances() && WriteNote() && WriteAssembly() && WriteSecond() &&
+           WriteRoot();
   }
 
   // The empty model and the first position table behind it.
