@@ -73,6 +73,31 @@ TEST(Folder, RenameMovesAndReplacesNothing) {
   EXPECT_TRUE(sys::FolderExists(zFolder / u"e"));
 }
 
+TEST(Folder, ReplacingMovesAFileOverAnother) {
+  const TestFolder zFolder;
+  zFolder.WriteBytes(u"a", "a");
+  zFolder.WriteBytes(u"b", "b");
+  EXPECT_EQ(sys::ReplacePath(zFolder / u"a", zFolder / u"b"), 0);
+  EXPECT_FALSE(sys::PathExists(zFolder / u"a"));
+  EXPECT_EQ(zFolder.ReadBytes(u"b"), "a");
+  EXPECT_EQ(sys::ReplacePath(zFolder / u"b", zFolder / u"c"), 0);
+  EXPECT_EQ(zFolder.ReadBytes(u"c"), "a");
+}
+
+TEST(Folder, ReplacingTakesNoFolders) {
+  const TestFolder zFolder;
+  zFolder.WriteBytes(u"a", "a");
+  ASSERT_TRUE(sys::MakeFolder(zFolder / u"d"));
+  ASSERT_TRUE(sys::MakeFolder(zFolder / u"e"));
+  EXPECT_NE(sys::ReplacePath(zFolder / u"a", zFolder / u"d"), 0);
+  EXPECT_NE(sys::ReplacePath(zFolder / u"d", zFolder / u"a"), 0);
+  EXPECT_NE(sys::ReplacePath(zFolder / u"d", zFolder / u"e"), 0);
+  EXPECT_NE(sys::ReplacePath(zFolder / u"missing", zFolder / u"a"), 0);
+  EXPECT_NE(sys::ReplacePath(KivWString(), zFolder / u"a"), 0);
+  EXPECT_EQ(zFolder.ReadBytes(u"a"), "a");
+  EXPECT_TRUE(sys::FolderExists(zFolder / u"d"));
+}
+
 TEST(Folder, CopyMakesTheSameBytesAndReplacesNothing) {
   const TestFolder zFolder;
   std::string strBytes(3'000'000, 'x');

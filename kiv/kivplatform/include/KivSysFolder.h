@@ -40,6 +40,9 @@ bool ClearReadOnly(const KivWString& csPath);
 // Fails if the target exists. 0, or the C library's non-zero result. A file goes to another volume by a copy, whose
 // source may stay if it cannot be removed; a folder does not go there.
 int32_t RenamePath(const KivWString& csFrom, const KivWString& csTo);
+// Moves a file to a name in the same folder; a file that has the name is replaced, so that there is always one of the
+// two. A folder or a file in use elsewhere without sharing is not replaced. 0, or -1 on failure.
+int32_t ReplacePath(const KivWString& csFrom, const KivWString& csTo);
 // Fails if the target exists, and leaves no part of a target that it made.
 bool CopyFileTo(const KivWString& csFrom, const KivWString& csTo);
 

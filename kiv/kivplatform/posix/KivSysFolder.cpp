@@ -189,6 +189,20 @@ int32_t RenamePath(const KivWString& csFrom, const KivWString& csTo) {
   return FailWithErrno(), kRenameFailed;
 }
 
+int32_t ReplacePath(const KivWString& csFrom, const KivWString& csTo) {
+  std::string strFrom, strTo;
+  if (!FaultAllows(KivSysCall::FileMove) || !NativePath(csFrom, strFrom) || !NativePath(csTo, strTo))
+    return kRenameFailed;
+  struct stat zFrom, zTo;
+  if (!posix::ExistsAt(AT_FDCWD, strFrom.c_str(), zFrom)) return FailWith(ENOENT), kRenameFailed;
+  if (!S_ISREG(zFrom.st_mode)) return FailWith(EISDIR), kRenameFailed;
+  const bool bThere = lstat(strTo.c_str(), &zTo) == 0;
+  if (posix::DeletionDenied(strFrom.c_str()) ||
+      (bThere && S_ISREG(zTo.st_mode) && posix::DeletionDenied(strTo.c_str())))
+    return FailWith(EBUSY), kRenameFailed;
+  return std::rename(strFrom.c_str(), strTo.c_str()) == 0 ? 0 : (FailWithErrno(), kRenameFailed);
+}
+
 bool CopyFileTo(const KivWString& csFrom, const KivWString& csTo) {
   std::string strTo;
   if (!FaultAllows(KivSysCall::FileCopy) || !NativePath(csTo, strTo)) return false;

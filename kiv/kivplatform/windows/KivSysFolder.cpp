@@ -102,6 +102,13 @@ int32_t RenamePath(const KivWString& csFrom, const KivWString& csTo) {
   return _wrename(ToSystem(csFrom).c_str(), ToSystem(csTo).c_str());
 }
 
+int32_t ReplacePath(const KivWString& csFrom, const KivWString& csTo) {
+  if (!IsUsable(csFrom) || !IsUsable(csTo) || FaultFails(KivSysCall::FileMove)) return -1;
+  const DWORD iFrom = Attributes(csFrom);
+  if (iFrom == INVALID_FILE_ATTRIBUTES || (iFrom & FILE_ATTRIBUTE_DIRECTORY) != 0) return -1;
+  return MoveFileExW(ToSystem(csFrom).c_str(), ToSystem(csTo).c_str(), MOVEFILE_REPLACE_EXISTING) != FALSE ? 0 : -1;
+}
+
 bool CopyFileTo(const KivWString& csFrom, const KivWString& csTo) {
   if (!IsUsable(csFrom) || !IsUsable(csTo) || FaultFails(KivSysCall::FileCopy)) return false;
   return CopyFileW(ToSystem(csFrom).c_str(), ToSystem(csTo).c_str(), TRUE) != FALSE;

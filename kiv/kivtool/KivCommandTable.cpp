@@ -1,0 +1,16 @@
+// The table of commands.
+#include "KivCommand.h"
+
+namespace kiv {
+
+// Each is defined in the source of its name in commands/.
+std::unique_ptr<KivCommand> KivMakeInfoCommand();
+
+std::vector<std::unique_ptr<KivCommand>> KivMakeCommands() {
+  constexpr std::unique_ptr<KivCommand> (*kMake[])() = {KivMakeInfoCommand};
+  std::vector<std::unique_ptr<KivCommand>> vpzCommand;
+  for (const auto pfnMake : kMake) vpzCommand.push_back(pfnMake());
+  return vpzCommand;
+}
+
+}  // namespace kiv

@@ -1,0 +1,27 @@
+// Numbers of faces, edges and triangles of a tree of mesh elements.
+#pragma once
+
+#include <cstdint>
+#include <set>
+
+#include "KivToolModel.h"
+
+namespace kiv {
+
+struct KivMeshCount {
+  uint64_t m_nFaces = 0;
+  uint64_t m_nEdges = 0;
+  uint64_t m_nTriangles = 0;
+  uint64_t m_nVertices = 0;  // of faces
+  bool m_bExact = true;      // false: some element could not be read, or has strips, whose triangles are left out
+
+  KivMeshCount& operator+=(const KivMeshCount& z);
+};
+
+// Reads the frames of the entries alone, so that the meshes stay where they are. siSeen holds the positions of elements
+// that are counted already, which are passed by.
+KivMeshCount KivCountMeshTree(KivToolModel& zModel, uint64_t iRootKey, std::set<uint64_t>& siSeen);
+// Loads the meshes and counts what they hold, strips and all.
+KivMeshCount KivCountMeshTreeDeep(KivToolModel& zModel, uint64_t iRootKey, std::set<uint64_t>& siSeen);
+
+}  // namespace kiv

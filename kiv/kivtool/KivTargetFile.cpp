@@ -1,0 +1,81 @@
+#include "KivTargetFile.h"
+
+#include <string>
+
+#include "KivSysFile.h"
+#include "KivSysFolder.h"
+#include "KivSysProcess.h"
+#include "KivToolError.h"
+#include "KivToolOutput.h"
+
+namespace kiv {
+namespace {
+
+constexpr int kTemporaryNames = 100;
+// What the store makes beside a file while it is built.
+constexpr char16_t kSideSuffix[] = u".urf";
+
+bool IsSameFile(const KivWString& csA, const KivWString& csB) {
+  if (csA == csB) return true;
+  const KivSysOpenMode zMode = {KivSysAccess::Read, KivSysShare::All, KivSysDisposition::OpenExisting,
+                                KivSysFileFlags::None};
+  const KivSysFile zA = KivSysFile::Open(csA, zMode);
+  const KivSysFile zB = KivSysFile::Open(csB, zMode);
+  if (!zA.IsOpen() || !zB.IsOpen()) return false;
+  const KivWString csName = zA.GetName();
+  return !csName.empty() && csName == zB.GetName();
+}
+
+bool CanMake(const KivWString& csPath) {
+  const KivSysFile zFile = KivSysFile::Open(
+      csPath, {KivSysAccess::ReadWrite, KivSysShare::None, KivSysDisposition::CreateNew, KivSysFileFlags::None});
+  return zFile.IsOpen();
+}
+
+}  // namespace
+
+KivTargetFile::KivTargetFile(const KivWString& csTarget, bool bForce, const std::vector<KivWString>& vcsSource)
+    : m_csTarget(csTarget), m_bForce(bForce), m_vcsSource(vcsSource) {
+  CheckTarget();
+  const KivWString csStem = m_csTarget + u".part" + sys::Utf8ToWide(std::to_string(sys::CurrentProcessNumber()));
+  for (int i = 0; i < kTemporaryNames; ++i) {
+    const KivWString csName = csStem + (i == 0 ? KivWString() : u"-" + sys::Utf8ToWide(std::to_string(i)));
+    if (sys::PathExists(csName) || sys::IsLink(csName)) continue;
+    if (!CanMake(csName)) break;
+    sys::RemoveFileAt(csName);
+    m_csTemporary = csName;
+    return;
+  }
+  throw KivToolError(KivShown(m_csTarget) + ": cannot be written");
+}
+
+KivTargetFile::~KivTargetFile() {
+  if (m_csTemporary.empty()) return;
+  sys::RemoveFileAt(m_csTemporary);
+  sys::RemoveFileAt(m_csTemporary + kSideSuffix);
+}
+
+void KivTargetFile::CheckTarget() const {
+  if (m_csTarget.empty()) throw KivToolError("the target has no name");
+  const std::string strTarget = KivShown(m_csTarget);
+  if (sys::FolderExists(m_csTarget)) throw KivToolError(strTarget + ": is a folder");
+  for (const KivWString& csSource : m_vcsSource)
+    if (IsSameFile(csSource, m_csTarget)) throw KivToolError(strTarget + ": is the source itself");
+  if (!m_bForce && (sys::PathExists(m_csTarget) || sys::IsLink(m_csTarget)))
+    throw KivToolError(strTarget + ": exists (--force replaces it)");
+}
+
+void KivTargetFile::Commit() {
+  CheckTarget();
+  const int32_t iResult =
+      m_bForce ? sys::ReplacePath(m_csTemporary, m_csTarget) : sys::RenamePath(m_csTemporary, m_csTarget);
+  if (iResult == 0) {
+    sys::RemoveFileAt(m_csTemporary + kSideSuffix);
+    m_csTemporary.clear();
+    return;
+  }
+  CheckTarget();
+  throw KivToolError(KivShown(m_csTarget) + ": cannot be put in its place");
+}
+
+}  // namespace kiv

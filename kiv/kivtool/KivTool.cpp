@@ -1,0 +1,73 @@
+#include "KivTool.h"
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <new>
+
+#include "KivCommand.h"
+#include "KivException.h"
+#include "KivSysTerminal.h"
+
+namespace kiv {
+namespace {
+
+constexpr const char* kFooter =
+    "Exit codes: 0 good; 1 a check found errors; 2 cannot open, cannot write, wrong use, or stopped.\n"
+    "Results go to standard output, everything else to standard error. --json prints one JSON document.";
+
+// Runs a command, and says in one line what ended it.
+KivToolExit RunGuarded(KivCommand& zCommand, KivOptions& zOptions, KivToolOutput& zOutput) {
+  try {
+    zOptions.Store();
+    const KivToolExit eExit = zCommand.Run(zOutput);
+    if (!zOutput.Finish()) throw KivToolError("standard output cannot be written");
+    return eExit;
+  } catch (const KivToolError& e) {
+    return zOutput.Fail(e.what());
+  } catch (const std::bad_alloc&) {
+    return zOutput.Fail("there is not enough memory");
+  } catch (const std::exception& e) {
+    return zOutput.Fail(std::string("failed: ") + e.what());
+  }
+}
+
+}  // namespace
+
+int32_t KivRunTool(const std::vector<KivWString>& vcsArguments) {
+  bool bJson = false;
+  CLI::App zApp{"Looks into models, checks them, and carries them in and out.", "kiv"};
+  zApp.require_subcommand(1);
+  zApp.fallthrough();
+  zApp.footer(kFooter);
+  zApp.set_version_flag("--version", "kiv " KIV_TOOL_VERSION);
+  zApp.add_flag("--json", bJson, "print JSON");
+
+  const std::vector<std::unique_ptr<KivCommand>> vpzCommand = KivMakeCommands();
+  std::vector<std::unique_ptr<KivOptions>> vpzOptions;
+  size_t iChosen = vpzCommand.size();
+  for (size_t i = 0; i < vpzCommand.size(); ++i) {
+    CLI::App* pzSub = zApp.add_subcommand(vpzCommand[i]->Name(), vpzCommand[i]->Help());
+    vpzCommand[i]->Declare(*vpzOptions.emplace_back(std::make_unique<KivOptions>(*pzSub)));
+    pzSub->callback([&iChosen, i] { iChosen = i; });
+  }
+
+  std::vector<std::string> vstrWord;  // the last one first, as the parser wants them
+  for (size_t i = vcsArguments.size(); i > 1; --i)
+    vstrWord.push_back(KivOptions::HideSign(sys::WideToUtf8(vcsArguments[i - 1])));
+  const bool bAskedForJson = std::find(vstrWord.begin(), vstrWord.end(), "--json") != vstrWord.end();
+  try {
+    zApp.parse(vstrWord);
+  } catch (const CLI::ParseError& e) {
+    if (e.get_exit_code() == 0) return zApp.exit(e);  // help and version
+    if (!bAskedForJson) {
+      zApp.exit(e);
+      return static_cast<int32_t>(KivToolExit::Failed);
+    }
+    return static_cast<int32_t>(KivToolOutput(true).Fail(e.what()));
+  }
+  sys::CatchStopRequests();
+  KivToolOutput zOutput(bJson);
+  return static_cast<int32_t>(RunGuarded(*vpzCommand[iChosen], *vpzOptions[iChosen], zOutput));
+}
+
+}  // namespace kiv

@@ -1,0 +1,7 @@
+// The kiv command.
+#include "KivSysMain.h"
+#include "KivTool.h"
+
+int32_t kiv::KivMain(const std::vector<KivWString>& vcsArguments) {
+  return KivRunTool(vcsArguments);
+}

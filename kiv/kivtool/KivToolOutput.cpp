@@ -1,0 +1,74 @@
+#include "KivToolOutput.h"
+
+#include <cstdarg>
+
+namespace kiv {
+
+std::string KivShown(KivWStringView csText) {
+  const std::string strUtf8 = sys::WideToUtf8(csText);
+  std::string strShown;
+  strShown.reserve(strUtf8.size());
+  for (size_t i = 0; i < strUtf8.size(); ++i) {
+    const unsigned char c = static_cast<unsigned char>(strUtf8[i]);
+    // U+0080 to U+009F, which terminals may take as controls as well
+    const bool bHigh = c == 0xC2 && i + 1 < strUtf8.size() && static_cast<unsigned char>(strUtf8[i + 1]) < 0xA0;
+    if (c >= 0x20 && c != 0x7F && !bHigh) {
+      strShown += strUtf8[i];
+      continue;
+    }
+    if (c == '\n' || c == '\t' || c == '\r') {
+      strShown += c == '\n' ? "\\n" : c == '\t' ? "\\t" : "\\r";
+      continue;
+    }
+    char acEscape[8];
+    std::snprintf(acEscape, sizeof acEscape, "\\x%02x", bHigh ? static_cast<unsigned char>(strUtf8[++i]) : c);
+    strShown += acEscape;
+  }
+  return strShown;
+}
+
+KivToolOutput::KivToolOutput(bool bJson, std::FILE* pResult, std::FILE* pOther)
+    : m_bJson(bJson),
+      m_pResult(pResult),
+      m_pOther(pOther),
+      m_zJson([pResult](std::string_view str) { std::fwrite(str.data(), 1, str.size(), pResult); }) {}
+
+void KivToolOutput::Line(const char* szFormat, ...) {
+  if (m_bJson) return;
+  va_list zArguments;
+  va_start(zArguments, szFormat);
+  std::vfprintf(m_pResult, szFormat, zArguments);
+  va_end(zArguments);
+  std::fputc('\n', m_pResult);
+}
+
+void KivToolOutput::Note(const char* szFormat, ...) {
+  va_list zArguments;
+  va_start(zArguments, szFormat);
+  std::fputs("kiv: ", m_pOther);
+  std::vfprintf(m_pOther, szFormat, zArguments);
+  va_end(zArguments);
+  std::fputc('\n', m_pOther);
+}
+
+KivToolExit KivToolOutput::Fail(const std::string& strWhy) {
+  if (!m_bJson) {
+    std::fflush(m_pResult);
+    Note("%s", strWhy.c_str());
+    return KivToolExit::Failed;
+  }
+  if (m_zJson.IsBegun() && m_zJson.GetDepth() == 0) return KivToolExit::Failed;  // the document was complete
+  if (!m_zJson.IsBegun()) m_zJson.BeginObject();
+  m_zJson.EndTo(1);
+  m_zJson.Value("error", strWhy);
+  m_zJson.Value("exit_code", static_cast<int32_t>(KivToolExit::Failed));
+  m_zJson.End();
+  return KivToolExit::Failed;
+}
+
+bool KivToolOutput::Finish() {
+  if (m_bJson) m_zJson.EndTo(0);
+  return std::fflush(m_pResult) == 0 && std::ferror(m_pResult) == 0;
+}
+
+}  // namespace kiv

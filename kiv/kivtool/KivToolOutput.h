@@ -1,0 +1,43 @@
+// What a command prints: results to standard output, as lines or as one JSON document; everything else to standard
+// error.
+#pragma once
+
+#include <cstdio>
+#include <string>
+#include <string_view>
+
+#include "KivJsonWriter.h"
+#include "KivSysText.h"
+#include "KivToolError.h"
+
+namespace kiv {
+
+// Text from a file or a user for a terminal: UTF-8, control characters as \n or \x1b.
+std::string KivShown(KivWStringView csText);
+
+class KivToolOutput {
+ public:
+  explicit KivToolOutput(bool bJson, std::FILE* pResult = stdout, std::FILE* pOther = stderr);
+
+  bool IsJson() const { return m_bJson; }
+  // The document; commands print to it only if IsJson.
+  KivJsonWriter& Json() { return m_zJson; }
+
+  // A line of the result; the end of the line is added. Nothing in JSON.
+  [[gnu::format(printf, 2, 3)]] void Line(const char* szFormat, ...);
+  // A line for the user beside the result, with the program's name in front.
+  [[gnu::format(printf, 2, 3)]] void Note(const char* szFormat, ...);
+
+  // Says why nothing came of it. A document that has been begun is ended with the two fields that it then has.
+  KivToolExit Fail(const std::string& strWhy);
+  // False if not all of the result could be written.
+  bool Finish();
+
+ private:
+  bool m_bJson;
+  std::FILE* m_pResult;
+  std::FILE* m_pOther;
+  KivJsonWriter m_zJson;
+};
+
+}  // namespace kiv
