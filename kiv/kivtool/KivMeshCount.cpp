@@ -32,8 +32,8 @@ bool CountElement(ISnapShotFile& zFile, const KivContainerRecord& zRecord, bool 
   const uint64_t nHead = std::min<uint64_t>(sizeof acHead, zRecord.m_iFileSize);
   if (nHead < kElementHeaderSizeVer19 || zFile.Read(zRecord.m_iOffset, acHead, nHead) != nHead) return false;
   const KivElementRules* pzRules = KivFindElementRules(KivLoad<uint32_t>(acHead));
-  if (pzRules == nullptr || (pzRules->m_iTag != KivMemoryBlockFaceEdge::kTag &&
-                             pzRules->m_iTag != KivMemoryBlockPolyElem::kTag))
+  if (pzRules == nullptr ||
+      (pzRules->m_iTag != KivMemoryBlockFaceEdge::kTag && pzRules->m_iTag != KivMemoryBlockPolyElem::kTag))
     return false;
   const bool bPoly = pzRules->m_iTag == KivMemoryBlockPolyElem::kTag;
   KivRecordReader zReader(acHead, nHead);

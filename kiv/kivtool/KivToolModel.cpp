@@ -163,8 +163,9 @@ bool KivRecordWalk::Next(KivToolRecord& zRecord) {
 
 const char* KivElementName(uint32_t iTag, uint32_t iTypeIndex) {
   static const char* const kName[kElementTagNum] = {
-      "unknown",  "KivFaceEdgeData", "KivInstance",         "KivModel",         "KivModelNote",   "KivBrepData", "KivAssemblyTree",
-      "KivPMI",   "KivPolyElemData", "KivPermanentIdTable", "KivPositionTable", "KivLayerFilter", "KivCamera",   "KivVertexData"};
+      "unknown",          "KivFaceEdgeData", "KivInstance", "KivModel",        "KivModelNote",
+      "KivBrepData",      "KivAssemblyTree", "KivPMI",      "KivPolyElemData", "KivPermanentIdTable",
+      "KivPositionTable", "KivLayerFilter",  "KivCamera",   "KivVertexData"};
   if (iTypeIndex != 0) return "registered type";
   return iTag < kElementTagNum ? kName[iTag] : kName[0];
 }

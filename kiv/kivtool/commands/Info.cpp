@@ -106,8 +106,8 @@ void PrintText(KivToolOutput& zOutput, const KivWString& csPath, const KivModelI
     const KivInfoLevel& zLevel = z.m_vzLevel[i];
     const std::string strTolerance = zLevel.m_fTolerance ? KivNumberText(*zLevel.m_fTolerance) : "none";
     zOutput.Line("level %-5zu tolerance %s: %" PRIu64 " faces, %" PRIu64 " edges, %" PRIu64 " triangles%s", i,
-                 strTolerance.c_str(), zLevel.m_zCount.m_nFaces, zLevel.m_zCount.m_nEdges,
-                 zLevel.m_zCount.m_nTriangles, zLevel.m_zCount.m_bExact ? "" : " (at least)");
+                 strTolerance.c_str(), zLevel.m_zCount.m_nFaces, zLevel.m_zCount.m_nEdges, zLevel.m_zCount.m_nTriangles,
+                 zLevel.m_zCount.m_bExact ? "" : " (at least)");
   }
   if (z.m_bBox)
     zOutput.Line("box         %s %s %s to %s %s %s", KivNumberText(z.m_fBox[0]).c_str(),
@@ -125,12 +125,11 @@ void PrintText(KivToolOutput& zOutput, const KivWString& csPath, const KivModelI
 class InfoCommand : public KivCommand {
  public:
   const char* Name() const override { return "info"; }
-  const char* Help() const override {
-    return "what a model holds: records, elements, parts, levels, box";
-  }
+  const char* Help() const override { return "what a model holds: records, elements, parts, levels, box"; }
   void Declare(KivOptions& zOptions) override {
     zOptions.Argument("FILE", m_csPath, "model or package");
-    zOptions.Flag("--deep", m_bDeep, "load every mesh to count its faces and triangles (else they are counted by what their frames say: "
+    zOptions.Flag("--deep", m_bDeep,
+                  "load every mesh to count its faces and triangles (else they are counted by what their frames say: "
                   "triangles in strips are left out, and damage inside of a mesh is not seen)");
   }
   KivToolExit Run(KivToolOutput& zOutput) override {
