@@ -1,7 +1,8 @@
-// Opens models at once, one handler process for each, and asks them in turn until the tree ends; then shows how it ended.
-// End it by ending one of the processes that it lists.
+// Opens models at once, one handler process for each, and asks them in turn until the tree ends; then shows how it
+// ended. End it by ending one of the processes that it lists.
 //
-//   usage: watch_tree MODEL...        exit code: 4 when the tree has ended, 1 if it did not within 10 seconds, or a failure
+//   usage: watch_tree MODEL...        exit code: 4 when the tree has ended, 1 if it did not within 10 seconds, or a
+//   failure
 #include <algorithm>
 #include <cstdio>
 #include <exception>
