@@ -66,6 +66,8 @@ trap end_wine_server EXIT
 trap 'exit 130' INT TERM HUP
 
 windows() {
+  scripts/windows_sources.sh >"$KIV_LOG_DIR/windows-sources.log" 2>&1 || { cat "$KIV_LOG_DIR/windows-sources.log"; return 1; }
+  tail -n 3 "$KIV_LOG_DIR/windows-sources.log"
   build windows || return 1
   export WINEPREFIX="$PWD/build/wine" WINEARCH=win64 WINEDEBUG=-all
   export WINEDLLOVERRIDES="mscoree=;mshtml=;winemenubuilder.exe=d;winedbg.exe=d"

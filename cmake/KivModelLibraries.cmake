@@ -1,6 +1,7 @@
 # kiv_assimp and kiv_meshoptimizer: the libraries for foreign meshes, the system's own, or for a cross build those that
 # KivWindowsSources.cmake makes from their source packages.
 if(CMAKE_CROSSCOMPILING)
+  include(KivWindowsSources)
   return()
 endif()
 foreach(name assimp meshoptimizer)

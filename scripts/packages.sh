@@ -31,7 +31,8 @@ need_packages() {
 KIV_BUILD_PACKAGES=(g++ cmake ninja-build ccache python3 git zlib1g-dev libcurl4-openssl-dev libdw-dev
   libutfcpp-dev libcli11-dev nlohmann-json3-dev libassimp-dev libmeshoptimizer-dev)
 KIV_TEST_PACKAGES=(googletest locales)
-KIV_WINDOWS_PACKAGES=(g++-mingw-w64-x86-64-posix libz-mingw-w64-dev wine wine64)
+# The last ones unpack the sources of scripts/windows_sources.sh.
+KIV_WINDOWS_PACKAGES=(g++-mingw-w64-x86-64-posix libz-mingw-w64-dev wine wine64 dpkg-dev xz-utils patch)
 KIV_CHECK_PACKAGES=(clang-format clang-tidy)
 # Peers of the benchmarks (the preset linux-bench).
 KIV_BENCHMARK_PACKAGES=(libsqlite3-dev liblmdb-dev libleveldb-dev libzmq3-dev cppzmq-dev libmeshoptimizer-dev libdraco-dev

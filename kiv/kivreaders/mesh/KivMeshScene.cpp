@@ -1,0 +1,268 @@
+#include "KivMeshScene.h"
+
+#include <assimp/material.h>
+#include <algorithm>
+#include <cmath>
+#include <map>
+#include <set>
+#include <string_view>
+#include <utility>
+
+#include "KivSceneReader.h"
+
+namespace kiv {
+namespace {
+
+std::string_view Text(const aiString& str) {
+  return std::string_view(str.data, std::min<size_t>(str.length, sizeof str.data - 1));
+}
+
+bool IsNumber(const aiVector3D& z) {
+  return std::isfinite(z.x) && std::isfinite(z.y) && std::isfinite(z.z);
+}
+
+class Maker {
+ public:
+  Maker(const aiScene& zSource, const KivMeshFormat& zFormat, KivScene& zScene)
+      : m_zSource(zSource), m_zFormat(zFormat), m_zScene(zScene) {}
+
+  void Run(const KivWString& csName) {
+    m_zScene.m_dMetresPerUnit = m_zFormat.m_dMetresPerUnit;
+    AddNodes(csName);
+    if (m_zScene.m_vzPart.empty()) throw KivSceneError("it holds no triangles and no lines");
+    if (m_zSource.mNumAnimations > 0) Warn("movements are left out");
+    if (m_nPoints > 0) Warn(std::to_string(m_nPoints) + " single points are left out");
+    m_zScene.m_vstrWarning.assign(m_setWarning.begin(), m_setWarning.end());
+  }
+
+ private:
+  void Warn(const std::string& strWarning) { m_setWarning.insert(strWarning); }
+
+  // In the order of a walk from the root, each node before its children.
+  void AddNodes(const KivWString& csName) {
+    struct Waiting {
+      const aiNode* m_pzNode;
+      uint32_t m_iParent;
+    };
+    std::vector<Waiting> vzWaiting{{m_zSource.mRootNode, kNoSceneIndex}};
+    while (!vzWaiting.empty()) {
+      const auto [pzNode, iParent] = vzWaiting.back();
+      vzWaiting.pop_back();
+      if (pzNode == nullptr) continue;
+      const uint32_t iNode = static_cast<uint32_t>(m_zScene.m_vzNode.size());
+      KivSceneNode zNode;
+      zNode.m_csName = sys::Utf8ToWide(Text(pzNode->mName));
+      // Names that the library of formats makes up.
+      const bool bMadeUp = zNode.m_csName.starts_with(u"<") || zNode.m_csName.starts_with(u"source.");
+      const bool bOfRoot = iParent == kNoSceneIndex && (zNode.m_csName == u"ROOT" || bMadeUp);
+      if (zNode.m_csName.empty() || bOfRoot) zNode.m_csName = csName;
+      zNode.m_iParent = iParent;
+      zNode.m_zMatrix = Placement(pzNode->mTransformation);
+      if (pzNode->mNumMeshes > 0) AddPart(*pzNode, zNode);
+      m_zScene.m_vzNode.push_back(std::move(zNode));
+      for (unsigned int i = pzNode->mNumChildren; i > 0; --i) vzWaiting.push_back({pzNode->mChildren[i - 1], iNode});
+    }
+  }
+
+  // For row vectors, where the source multiplies columns.
+  static KivEMatrix4 Placement(const aiMatrix4x4& zSource) {
+    KivEMatrix4 zMatrix;
+    for (unsigned int i = 0; i < 4; ++i)
+      for (unsigned int j = 0; j < 4; ++j) zMatrix[4 * j + i] = static_cast<double>(zSource[i][j]);
+    for (size_t i = 0; i < 16; ++i)
+      if (!std::isfinite(zMatrix[i])) throw KivSceneError("a placement is no number");
+    if (!zMatrix.IsAffine()) throw KivSceneError("a placement is a projection");
+    return zMatrix;
+  }
+
+  void AddPart(const aiNode& zSource, KivSceneNode& zNode) {
+    const std::vector<unsigned int> viMesh(zSource.mMeshes, zSource.mMeshes + zSource.mNumMeshes);
+    const auto [itPart, bNew] = m_mapPart.try_emplace(viMesh, static_cast<uint32_t>(m_zScene.m_vzPart.size()));
+    if (!bNew) {
+      if (itPart->second != kNoSceneIndex) zNode.m_viPart.push_back(itPart->second);
+      return;
+    }
+    KivScenePart zPart;
+    KivSceneLevel& zLevel = zPart.m_vzLevel.emplace_back();
+    for (const unsigned int iMesh : viMesh) {
+      if (iMesh >= m_zSource.mNumMeshes) throw KivSceneError("a node names a mesh that does not exist");
+      AddMesh(*m_zSource.mMeshes[iMesh], zLevel);
+    }
+    if (zLevel.m_vzFace.empty() && zLevel.m_vzEdge.empty()) {
+      itPart->second = kNoSceneIndex;  // single points, or nothing at all
+      return;
+    }
+    zPart.m_csName = PartName(viMesh, zNode.m_csName);
+    zNode.m_viPart.push_back(itPart->second);
+    m_zScene.m_vzPart.push_back(std::move(zPart));
+  }
+
+  // What the names of the meshes have in common: the file counts the pieces of one mesh.
+  KivWString PartName(const std::vector<unsigned int>& viMesh, const KivWString& csNode) const {
+    std::string_view strName = Text(m_zSource.mMeshes[viMesh[0]]->mName);
+    for (const unsigned int iMesh : viMesh) {
+      const std::string_view strOther = Text(m_zSource.mMeshes[iMesh]->mName);
+      const auto [itEnd, itOther] = std::mismatch(strName.begin(), strName.end(), strOther.begin(), strOther.end());
+      strName = strName.substr(0, static_cast<size_t>(itEnd - strName.begin()));
+    }
+    while (viMesh.size() > 1 && !strName.empty() && (strName.back() == '-' || strName.back() == '_'))
+      strName.remove_suffix(1);
+    return strName.empty() ? csNode : sys::Utf8ToWide(strName);
+  }
+
+  void AddMesh(const aiMesh& zMesh, KivSceneLevel& zLevel) {
+    if (zMesh.HasBones()) Warn("skeletons are left out: meshes stand in their basic form");
+    if (zMesh.mNumAnimMeshes > 0) Warn("other forms of a mesh are left out");
+    KivSceneFace zFace;
+    for (unsigned int i = 0; i < zMesh.mNumFaces; ++i) {
+      const aiFace& z = zMesh.mFaces[i];
+      if (z.mNumIndices == 1) ++m_nPoints;
+      if (z.mNumIndices == 3) zFace.m_viIndex.insert(zFace.m_viIndex.end(), z.mIndices, z.mIndices + 3);
+      if (z.mNumIndices > 3) throw KivSceneError("a polygon cannot be cut into triangles");
+    }
+    const std::optional<KivColour> fColour = Colour(zMesh);
+    if (!zFace.m_viIndex.empty()) {
+      zFace.m_iId = static_cast<uint32_t>(zLevel.m_vzFace.size() + 1);
+      zFace.m_fColour = fColour;
+      zFace.m_vdVertex.resize(size_t{3} * zMesh.mNumVertices);
+      for (size_t i = 0; i < zMesh.mNumVertices; ++i) {
+        zFace.m_vdVertex[3 * i] = static_cast<double>(zMesh.mVertices[i].x);
+        zFace.m_vdVertex[3 * i + 1] = static_cast<double>(zMesh.mVertices[i].y);
+        zFace.m_vdVertex[3 * i + 2] = static_cast<double>(zMesh.mVertices[i].z);
+      }
+      if (zMesh.HasNormals() && m_zFormat.m_bNormals) AddNormals(zMesh, zFace);
+      DropUnused(zFace);
+      zLevel.m_vzFace.push_back(std::move(zFace));
+    }
+    AddLines(zMesh, fColour, zLevel);
+  }
+
+  void AddNormals(const aiMesh& zMesh, KivSceneFace& zFace) {
+    std::vector<float> vfNormal(size_t{3} * zMesh.mNumVertices);
+    for (size_t i = 0; i < zMesh.mNumVertices; ++i) {
+      const aiVector3D& z = zMesh.mNormals[i];
+      const float fLength = std::sqrt(z.x * z.x + z.y * z.y + z.z * z.z);
+      if (!std::isfinite(fLength) || fLength < 1e-6f) return Warn("normals without a direction are left out");
+      vfNormal[3 * i] = z.x / fLength;
+      vfNormal[3 * i + 1] = z.y / fLength;
+      vfNormal[3 * i + 2] = z.z / fLength;
+    }
+    zFace.m_vfNormal = std::move(vfNormal);
+  }
+
+  // Vertices that no triangle names; the others keep their order.
+  static void DropUnused(KivSceneFace& zFace) {
+    std::vector<uint32_t> viNew(zFace.m_vdVertex.size() / 3, kNoSceneIndex);
+    for (const uint32_t i : zFace.m_viIndex) viNew[i] = 0;
+    uint32_t nUsed = 0;
+    for (size_t i = 0; i < viNew.size(); ++i) {
+      if (viNew[i] == kNoSceneIndex) continue;
+      viNew[i] = nUsed;
+      for (size_t iAxis = 0; nUsed != i && iAxis < 3; ++iAxis) {
+        zFace.m_vdVertex[3 * nUsed + iAxis] = zFace.m_vdVertex[3 * i + iAxis];
+        if (!zFace.m_vfNormal.empty()) zFace.m_vfNormal[3 * nUsed + iAxis] = zFace.m_vfNormal[3 * i + iAxis];
+      }
+      ++nUsed;
+    }
+    if (nUsed == viNew.size()) return;
+    zFace.m_vdVertex.resize(size_t{3} * nUsed);
+    if (!zFace.m_vfNormal.empty()) zFace.m_vfNormal.resize(size_t{3} * nUsed);
+    for (uint32_t& i : zFace.m_viIndex) i = viNew[i];
+  }
+
+  // Lines that follow each other become one polyline.
+  static void AddLines(const aiMesh& zMesh, const std::optional<KivColour>& fColour, KivSceneLevel& zLevel) {
+    const auto AddVertex = [&zMesh](KivSceneEdge& zEdge, unsigned int i) {
+      for (unsigned int iAxis = 0; iAxis < 3; ++iAxis)
+        zEdge.m_vdVertex.push_back(static_cast<double>(zMesh.mVertices[i][iAxis]));
+    };
+    bool bOpen = false;
+    unsigned int iLast = 0;
+    for (unsigned int i = 0; i < zMesh.mNumFaces; ++i) {
+      const aiFace& z = zMesh.mFaces[i];
+      if (z.mNumIndices != 2) continue;
+      if (!bOpen || z.mIndices[0] != iLast) {
+        KivSceneEdge& zEdge = zLevel.m_vzEdge.emplace_back();
+        zEdge.m_iId = static_cast<uint32_t>(zLevel.m_vzEdge.size());
+        zEdge.m_fColour = fColour;
+        AddVertex(zEdge, z.mIndices[0]);
+      }
+      AddVertex(zLevel.m_vzEdge.back(), z.mIndices[1]);
+      iLast = z.mIndices[1];
+      bOpen = true;
+    }
+  }
+
+  // Of the material, if the source has one; else of the vertices, if they agree.
+  std::optional<KivColour> Colour(const aiMesh& zMesh) {
+    const std::optional<KivColour> fMaterial = MaterialColour(zMesh);
+    if (zMesh.mColors[0] == nullptr || zMesh.mNumVertices == 0) return fMaterial;
+    const aiColor4D zFirst = zMesh.mColors[0][0];
+    const bool bSame = std::all_of(zMesh.mColors[0], zMesh.mColors[0] + zMesh.mNumVertices,
+                                   [&](const aiColor4D& z) { return z == zFirst; });
+    if (!bSame) Warn("colours of single vertices are left out");
+    return bSame && !fMaterial ? Clamped(zFirst, zFirst.a) : fMaterial;
+  }
+
+  std::optional<KivColour> MaterialColour(const aiMesh& zMesh) {
+    if (zMesh.mMaterialIndex >= m_zSource.mNumMaterials) return std::nullopt;
+    const aiMaterial& zMaterial = *m_zSource.mMaterials[zMesh.mMaterialIndex];
+    for (const aiTextureType iType : {aiTextureType_DIFFUSE, aiTextureType_BASE_COLOR})
+      if (zMaterial.GetTextureCount(iType) > 0) Warn("pictures on surfaces are left out");
+    aiString strName;
+    const bool bNamed = zMaterial.Get(AI_MATKEY_NAME, strName) == aiReturn_SUCCESS && strName.length > 0;
+    if (bNamed && Text(strName) == AI_DEFAULT_MATERIAL_NAME) return std::nullopt;
+    aiColor4D zColour;
+    if (zMaterial.Get(AI_MATKEY_BASE_COLOR, zColour) != aiReturn_SUCCESS &&
+        zMaterial.Get(AI_MATKEY_COLOR_DIFFUSE, zColour) != aiReturn_SUCCESS)
+      return std::nullopt;
+    // glTF stands in for a material that is missing with the last one, white and without a name.
+    const bool bLast = zMesh.mMaterialIndex + 1 == m_zSource.mNumMaterials;
+    if (!bNamed && bLast && zColour == aiColor4D(1, 1, 1, 1)) return std::nullopt;
+    float fOpacity = zColour.a;
+    float fOfMaterial = 1;
+    if (zMaterial.Get(AI_MATKEY_OPACITY, fOfMaterial) == aiReturn_SUCCESS) fOpacity = std::min(fOpacity, fOfMaterial);
+    return Clamped(zColour, fOpacity);
+  }
+
+  std::optional<KivColour> Clamped(const aiColor4D& z, float fOpacity) {
+    KivColour fColour{z.r, z.g, z.b, fOpacity};
+    for (float& f : fColour) {
+      if (!std::isfinite(f)) return Warn("a colour that is no number is left out"), std::nullopt;
+      f = std::clamp(f, 0.0f, 1.0f);
+    }
+    return fColour;
+  }
+
+  const aiScene& m_zSource;
+  const KivMeshFormat& m_zFormat;
+  KivScene& m_zScene;
+  std::map<std::vector<unsigned int>, uint32_t> m_mapPart;
+  std::set<std::string> m_setWarning;
+  uint64_t m_nPoints = 0;
+};
+
+}  // namespace
+
+void KivCheckMeshes(const aiScene& zSource, const KivMeshFormat& zFormat) {
+  for (unsigned int iMesh = 0; iMesh < zSource.mNumMeshes; ++iMesh) {
+    const aiMesh& zMesh = *zSource.mMeshes[iMesh];
+    if (zMesh.mNumVertices > 0 && zMesh.mVertices == nullptr) throw KivSceneError("a mesh has no vertices");
+    for (unsigned int i = 0; i < zMesh.mNumVertices; ++i)
+      if (!IsNumber(zMesh.mVertices[i])) throw KivSceneError("a coordinate is no number");
+    for (unsigned int i = 0; i < zMesh.mNumFaces; ++i) {
+      const aiFace& z = zMesh.mFaces[i];
+      if (z.mNumIndices < (zFormat.m_bLines ? 1u : 3u))
+        throw KivSceneError("a face has fewer than three corners: the file is cut or damaged");
+      for (unsigned int iCorner = 0; iCorner < z.mNumIndices; ++iCorner)
+        if (z.mIndices[iCorner] >= zMesh.mNumVertices) throw KivSceneError("a face names a vertex that does not exist");
+    }
+  }
+}
+
+void KivSceneFromMeshes(const aiScene& zSource, const KivMeshFormat& zFormat, const KivWString& csName,
+                        KivScene& zScene) {
+  Maker(zSource, zFormat, zScene).Run(csName);
+}
+
+}  // namespace kiv

@@ -1,0 +1,20 @@
+// What the library of formats gives, as a scene.
+#pragma once
+
+#include <assimp/scene.h>
+
+#include "KivMeshSource.h"
+#include "KivScene.h"
+
+namespace kiv {
+
+// Before the polygons become triangles: throws KivSceneError for a mesh whose polygons name vertices that do not exist,
+// or whose coordinates are no numbers.
+void KivCheckMeshes(const aiScene& zSource, const KivMeshFormat& zFormat);
+
+// Meshes of triangles, lines and points. Nodes that hold the same meshes share a part. csName is the root's name where
+// the source has none.
+void KivSceneFromMeshes(const aiScene& zSource, const KivMeshFormat& zFormat, const KivWString& csName,
+                        KivScene& zScene);
+
+}  // namespace kiv

@@ -1,0 +1,55 @@
+// The source of a mesh and the files beside it, as the library of formats sees them.
+#pragma once
+
+#include <assimp/IOSystem.hpp>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "KivSysText.h"
+
+namespace kiv {
+
+// What the reader knows about a format.
+struct KivMeshFormat {
+  const char* m_szSuffix;   // of files, lower case
+  const char* m_szName;     // for messages
+  double m_dMetresPerUnit;  // 0: the format does not tell
+  bool m_bNormals;          // its normals are those of the form, not of each triangle
+  bool m_bLines;            // may hold lines and points beside faces
+};
+
+// By the name's end; null for a format that is not read.
+const KivMeshFormat* KivFindMeshFormat(const KivWString& csSource);
+
+// Throws KivSceneError for bytes that announce more than they hold, where the library of formats would believe them.
+void KivCheckMeshBytes(const KivMeshFormat& zFormat, const std::vector<uint8_t>& vcBytes);
+
+// Gives the source's bytes under the name "source.<suffix>", and files of its folder and below under theirs; nothing
+// else. Files are taken whole.
+class KivMeshSource : public Assimp::IOSystem {
+ public:
+  KivMeshSource(const KivWString& csSource, const KivMeshFormat& zFormat, std::vector<uint8_t> vcBytes);
+
+  const std::string& GetName() const { return m_strName; }
+  // Names of files that were asked for and could not be given.
+  const std::vector<std::string>& GetMissing() const { return m_vstrMissing; }
+
+  bool Exists(const char* szName) const override;
+  char getOsSeparator() const override { return '/'; }
+  Assimp::IOStream* Open(const char* szName, const char* szMode) override;
+  void Close(Assimp::IOStream* pzStream) override;
+
+ private:
+  // False for a name that leads out of the folder.
+  bool Find(const std::string& strName, KivWString& csPath) const;
+
+  KivWString m_csFolder;  // of the source, with its separator, or empty
+  std::string m_strName;
+  KivWString
+      m_csFallback;  // path of what is asked for as "source.mtl", in place of a list of materials that is missing
+  std::shared_ptr<const std::vector<uint8_t>> m_pvcBytes;
+  std::vector<std::string> m_vstrMissing;
+};
+
+}  // namespace kiv

@@ -1,0 +1,73 @@
+// kiv-read-mesh: reads STL, OBJ, PLY, glTF and GLB for the kiv command.
+#include <assimp/BaseImporter.h>
+#include <assimp/postprocess.h>
+#include <algorithm>
+#include <assimp/Importer.hpp>
+
+#include "KivMeshScene.h"
+#include "KivMeshSource.h"
+#include "KivSceneReader.h"
+#include "KivSysFolder.h"
+#include "KivSysMain.h"
+
+namespace kiv {
+namespace {
+
+constexpr uint64_t kLargestSource = uint64_t{4} << 30;  // bytes
+
+// Leaves only the readers of one format, so that no file is taken for what its name does not say.
+void KeepFormat(Assimp::Importer& zImporter, const char* szSuffix) {
+  for (size_t i = zImporter.GetImporterCount(); i > 0; --i) {
+    Assimp::BaseImporter* const pzImporter = zImporter.GetImporter(i - 1);
+    std::set<std::string> setSuffix;
+    pzImporter->GetExtensionList(setSuffix);
+    if (setSuffix.contains(szSuffix)) continue;
+    zImporter.UnregisterLoader(pzImporter);
+    delete pzImporter;
+  }
+}
+
+// One line, with the name that the file really has.
+std::string Reason(std::string strText, const std::string& strName) {
+  const std::string strSource = "source.";
+  for (size_t i = strText.find(strSource); i != std::string::npos; i = strText.find(strSource, i + strName.size())) {
+    const size_t iEnd = strText.find_first_not_of("abcdefghijklmnopqrstuvwxyz", i + strSource.size());
+    strText.replace(i, std::min(iEnd, strText.size()) - i, strName);
+  }
+  for (char& c : strText)
+    if (static_cast<unsigned char>(c) < 0x20) c = ' ';
+  return strText;
+}
+
+void Read(const KivWString& csSource, const std::vector<double>&, KivScene& zScene) {
+  const KivMeshFormat* const pzFormat = KivFindMeshFormat(csSource);
+  if (pzFormat == nullptr) throw KivSceneError("its name ends neither with .stl, .obj, .ply, .gltf nor .glb");
+  std::vector<uint8_t> vcBytes = KivReadSceneSource(csSource, kLargestSource);
+  KivCheckMeshBytes(*pzFormat, vcBytes);
+
+  const size_t iSeparator = csSource.find_last_of(KivWString(u"/") + sys::kSeparator);
+  const KivWString csFile = iSeparator == KivWString::npos ? csSource : csSource.substr(iSeparator + 1);
+  auto* const pzSource = new KivMeshSource(csSource, *pzFormat, std::move(vcBytes));
+  Assimp::Importer zImporter;
+  zImporter.SetIOHandler(pzSource);  // which owns it from here on
+  KeepFormat(zImporter, pzFormat->m_szSuffix);
+  const aiScene* pzScene = zImporter.ReadFile(pzSource->GetName(), 0);
+  const auto GiveUp = [&] {
+    throw KivSceneError(std::string("it is no readable ") + pzFormat->m_szName +
+                        " file: " + Reason(zImporter.GetErrorString(), sys::WideToUtf8(csFile)));
+  };
+  if (pzScene == nullptr || pzScene->mRootNode == nullptr) GiveUp();
+  KivCheckMeshes(*pzScene, *pzFormat);
+  pzScene = zImporter.ApplyPostProcessing(aiProcess_Triangulate);
+  if (pzScene == nullptr) GiveUp();
+  KivSceneFromMeshes(*pzScene, *pzFormat, csFile.substr(0, csFile.rfind(u'.')), zScene);
+  for (const std::string& strMissing : pzSource->GetMissing())
+    zScene.m_vstrWarning.push_back("a file that it names cannot be read: " + strMissing);
+}
+
+}  // namespace
+}  // namespace kiv
+
+int32_t kiv::KivMain(const std::vector<KivWString>& vcsArguments) {
+  return KivSceneReaderMain(vcsArguments, Read);
+}
