@@ -1,0 +1,338 @@
+#include "KivStepDocument.h"
+
+#include <Interface_Static.hxx>
+#include <Message.hxx>
+#include <Message_Messenger.hxx>
+#include <STEPCAFControl_Controller.hxx>
+#include <STEPCAFControl_Reader.hxx>
+#include <Standard_Failure.hxx>
+#include <TDF_LabelSequence.hxx>
+#include <TDF_Tool.hxx>
+#include <TDataStd_Name.hxx>
+#include <TDocStd_Document.hxx>
+#include <XCAFApp_Application.hxx>
+#include <XCAFDoc_ColorTool.hxx>
+#include <XCAFDoc_DocumentTool.hxx>
+#include <XCAFDoc_LayerTool.hxx>
+#include <XCAFDoc_ShapeTool.hxx>
+#include <algorithm>
+#include <istream>
+#include <map>
+#include <streambuf>
+#include <string_view>
+
+#include "KivSceneReader.h"
+#include "KivStepGeometry.h"
+#include "KivStepMesh.h"
+
+namespace kiv {
+namespace {
+
+constexpr uint64_t kSourceMax = uint64_t{1} << 32;
+constexpr double kMetresPerMillimetre = 0.001;
+constexpr uint32_t kNodeMax = 2000000;  // a few references to references give any number of them
+constexpr uint32_t kDepthMax = 1000;
+constexpr std::string_view kFirstWord = "ISO-10303-21";
+constexpr std::string_view kLastWord = "END-ISO-10303-21";
+
+// --- The file -------------------------------------------------------------------------------------------------------
+
+class BytesBuffer : public std::streambuf {
+ public:
+  explicit BytesBuffer(std::vector<uint8_t>& vcBytes) {
+    char* const pcBegin = reinterpret_cast<char*>(vcBytes.data());
+    setg(pcBegin, pcBegin, pcBegin + vcBytes.size());
+  }
+};
+
+// The library reads a cut file as far as it goes, and anything else as a file without parts.
+void CheckFrame(const std::vector<uint8_t>& vcBytes) {
+  const std::string_view strAll(reinterpret_cast<const char*>(vcBytes.data()), vcBytes.size());
+  if (strAll.substr(0, 4096).find(kFirstWord) == std::string_view::npos)
+    throw KivSceneError("This is no STEP file: it does not begin with " + std::string(kFirstWord) + ".");
+  const size_t nTail = std::min<size_t>(strAll.size(), 65536);
+  if (strAll.substr(strAll.size() - nTail).find(kLastWord) == std::string_view::npos)
+    throw KivSceneError("The STEP file is not whole: " + std::string(kLastWord) + " is missing at its end.");
+}
+
+Handle(TDocStd_Document) ReadDocument(const KivWString& csSource) {
+  std::vector<uint8_t> vcBytes = KivReadSceneSource(csSource, kSourceMax);
+  CheckFrame(vcBytes);
+  Message::DefaultMessenger()->ChangePrinters().Clear();
+  XCAFDoc_ShapeTool::SetAutoNaming(Standard_False);
+  STEPCAFControl_Controller::Init();
+  Interface_Static::SetCVal("xstep.cascade.unit", "MM");
+  STEPCAFControl_Reader zReader;
+  zReader.SetColorMode(Standard_True);
+  zReader.SetNameMode(Standard_True);
+  zReader.SetLayerMode(Standard_True);
+  zReader.SetPropsMode(Standard_False);
+  zReader.SetGDTMode(Standard_False);
+  zReader.SetMatMode(Standard_False);
+  BytesBuffer zBuffer(vcBytes);
+  std::istream zStream(&zBuffer);
+  // The name tells where files stand that this one refers to.
+  if (zReader.ChangeReader().ReadStream(sys::WideToUtf8(csSource).c_str(), zStream) != IFSelect_RetDone)
+    throw KivSceneError("The STEP file cannot be read: its text is not as it must be.");
+  Handle(TDocStd_Document) zDocument;
+  XCAFApp_Application::GetApplication()->NewDocument("BinXCAF", zDocument);
+  if (zReader.NbRootsForTransfer() == 0 || !zReader.Transfer(zDocument))
+    throw KivSceneError("The STEP file has no shapes.");
+  return zDocument;
+}
+
+// --- Labels ---------------------------------------------------------------------------------------------------------
+
+KivWString NameOf(const TDF_Label& zLabel) {
+  Handle(TDataStd_Name) zName;
+  if (!zLabel.FindAttribute(TDataStd_Name::GetID(), zName)) return {};
+  return {zName->Get().ToExtString(), static_cast<size_t>(zName->Get().Length())};
+}
+
+std::string InQuotes(const KivWString& csName) {
+  return "\"" + sys::WideToUtf8(csName) + "\"";
+}
+
+// What a label or a face has; nothing of what stands above it.
+struct Style {
+  std::optional<KivColour> m_fColour;
+  std::optional<KivColour> m_fCurveColour;
+  std::optional<uint32_t> m_iLayer;
+};
+
+class Styles {
+ public:
+  Styles(const TDF_Label& zMain, KivScene& zScene)
+      : m_zColours(XCAFDoc_DocumentTool::ColorTool(zMain)),
+        m_zLayers(XCAFDoc_DocumentTool::LayerTool(zMain)),
+        m_zScene(zScene) {
+    m_zLayers->GetLayerLabels(m_zLayerLabels);
+    for (Standard_Integer i = 1; i <= m_zLayerLabels.Length(); ++i) {
+      TCollection_ExtendedString zName;
+      m_zLayers->GetLayer(m_zLayerLabels(i), zName);
+      zScene.m_vzLayer.push_back({static_cast<uint32_t>(i),
+                                  {zName.ToExtString(), static_cast<size_t>(zName.Length())},
+                                  m_zLayers->IsVisible(m_zLayerLabels(i)) != 0});
+    }
+  }
+
+  Style Of(const TDF_Label& zLabel) {
+    Style zStyle;
+    zStyle.m_fColour = ColourOf(zLabel, {XCAFDoc_ColorSurf, XCAFDoc_ColorGen});
+    zStyle.m_fCurveColour = ColourOf(zLabel, {XCAFDoc_ColorCurv});
+    TDF_LabelSequence zLabels;
+    m_zLayers->GetLayers(zLabel, zLabels);
+    for (Standard_Integer i = 1; i <= m_zLayerLabels.Length() && !zStyle.m_iLayer && !zLabels.IsEmpty(); ++i)
+      if (m_zLayerLabels(i) == zLabels.First()) zStyle.m_iLayer = static_cast<uint32_t>(i);
+    if (zLabels.Length() > 1 && !std::exchange(m_bToldLayers, true))
+      m_zScene.m_vstrWarning.push_back("Some shapes are in several layers; each was put into its first one.");
+    return zStyle;
+  }
+
+ private:
+  std::optional<KivColour> ColourOf(const TDF_Label& zLabel, std::initializer_list<XCAFDoc_ColorType> aeType) {
+    for (const XCAFDoc_ColorType eType : aeType) {
+      Quantity_ColorRGBA zColour;
+      if (!m_zColours->GetColor(zLabel, eType, zColour)) continue;
+      const Quantity_Color& zRgb = zColour.GetRGB();
+      return KivColour{static_cast<float>(zRgb.Red()), static_cast<float>(zRgb.Green()),
+                       static_cast<float>(zRgb.Blue()), zColour.Alpha()};
+    }
+    return std::nullopt;
+  }
+
+  Handle(XCAFDoc_ColorTool) m_zColours;
+  Handle(XCAFDoc_LayerTool) m_zLayers;
+  TDF_LabelSequence m_zLayerLabels;
+  KivScene& m_zScene;
+  bool m_bToldLayers = false;
+};
+
+// --- Parts ----------------------------------------------------------------------------------------------------------
+
+// Styles of single faces and edges of a part, by their numbers.
+struct PartStyles {
+  std::vector<Style> m_vzFace, m_vzEdge;
+};
+
+void Overlay(const Style& zUpper, Style& zStyle) {
+  if (zUpper.m_fColour) zStyle.m_fColour = zUpper.m_fColour;
+  if (zUpper.m_fCurveColour) zStyle.m_fCurveColour = zUpper.m_fCurveColour;
+  if (zUpper.m_iLayer) zStyle.m_iLayer = zUpper.m_iLayer;
+}
+
+void OverlayInside(const TopoDS_Shape& zInside, const TopTools_IndexedMapOfShape& zNumbers, TopAbs_ShapeEnum eKind,
+                   const Style& zStyle, std::vector<Style>& vzStyle) {
+  TopTools_IndexedMapOfShape zFound;
+  TopExp::MapShapes(zInside, eKind, zFound);
+  for (const TopoDS_Shape& z : zFound)
+    if (const Standard_Integer i = zNumbers.FindIndex(z); i > 0) Overlay(zStyle, vzStyle[static_cast<size_t>(i) - 1]);
+}
+
+PartStyles StylesInside(const TDF_Label& zPart, const KivStepShape& zShape, Styles& zStyles) {
+  PartStyles zPartStyles;
+  zPartStyles.m_vzFace.resize(static_cast<size_t>(zShape.m_zFaces.Extent()));
+  zPartStyles.m_vzEdge.resize(static_cast<size_t>(zShape.m_zEdges.Extent()));
+  // A curve's colour of the whole part is one of its edges; the other colours are those of the node.
+  Style zOfPart;
+  zOfPart.m_fCurveColour = zStyles.Of(zPart).m_fCurveColour;
+  OverlayInside(zShape.m_zShape, zShape.m_zEdges, TopAbs_EDGE, zOfPart, zPartStyles.m_vzEdge);
+
+  TDF_LabelSequence zLabels;
+  XCAFDoc_ShapeTool::GetSubShapes(zPart, zLabels);
+  std::vector<TDF_Label> vzLabel(zLabels.begin(), zLabels.end());
+  // What is inside counts more: solids before their faces.
+  std::stable_sort(vzLabel.begin(), vzLabel.end(), [](const TDF_Label& zA, const TDF_Label& zB) {
+    return XCAFDoc_ShapeTool::GetShape(zA).ShapeType() < XCAFDoc_ShapeTool::GetShape(zB).ShapeType();
+  });
+  for (const TDF_Label& zLabel : vzLabel) {
+    const TopoDS_Shape zInside = XCAFDoc_ShapeTool::GetShape(zLabel);
+    Style zStyle = zStyles.Of(zLabel);
+    OverlayInside(zInside, zShape.m_zFaces, TopAbs_FACE, zStyle, zPartStyles.m_vzFace);
+    // Edges have the layer and the surface's colour only from what has no faces.
+    const bool bWires = zInside.ShapeType() > TopAbs_FACE;
+    if (!bWires) zStyle = {std::nullopt, zStyle.m_fCurveColour, std::nullopt};
+    OverlayInside(zInside, zShape.m_zEdges, TopAbs_EDGE, zStyle, zPartStyles.m_vzEdge);
+  }
+  return zPartStyles;
+}
+
+class DocumentReader {
+ public:
+  DocumentReader(const Handle(TDocStd_Document) & zDocument, const std::vector<double>& vdTolerance, KivScene& zScene)
+      : m_zStyles(zDocument->Main(), zScene), m_vdTolerance(vdTolerance), m_zScene(zScene) {
+    zScene.m_dMetresPerUnit = kMetresPerMillimetre;
+    TDF_LabelSequence zLabels;
+    XCAFDoc_DocumentTool::ShapeTool(zDocument->Main())->GetFreeShapes(zLabels);
+    if (zLabels.IsEmpty()) throw KivSceneError("The STEP file has no shapes.");
+    // Several shapes side by side stand below a root of their own.
+    uint32_t iParent = kNoSceneIndex;
+    if (zLabels.Length() > 1) {
+      zScene.m_vzNode.emplace_back();
+      iParent = 0;
+    }
+    for (const TDF_Label& zLabel : zLabels) AddNode(zLabel, iParent, 0);
+    if (zScene.m_vzPart.empty()) throw KivSceneError("The STEP file has no faces and no edges.");
+  }
+
+ private:
+  // A place: a component of an assembly, or a shape that stands alone.
+  void AddNode(const TDF_Label& zPlace, uint32_t iParent, uint32_t iDepth) {
+    if (m_zScene.m_vzNode.size() >= kNodeMax || iDepth > kDepthMax)
+      throw KivSceneError("The STEP file has an assembly with too many places or levels.");
+    TDF_Label zShape = zPlace;
+    if (XCAFDoc_ShapeTool::IsReference(zPlace)) XCAFDoc_ShapeTool::GetReferredShape(zPlace, zShape);
+
+    const uint32_t iNode = static_cast<uint32_t>(m_zScene.m_vzNode.size());
+    KivSceneNode& zNode = m_zScene.m_vzNode.emplace_back();
+    zNode.m_csName = NameOf(zPlace);
+    if (zNode.m_csName.empty()) zNode.m_csName = NameOf(zShape);
+    zNode.m_iParent = iParent;
+    zNode.m_zMatrix = ToMatrix(XCAFDoc_ShapeTool::GetLocation(zPlace).Transformation());
+    Style zStyle = m_zStyles.Of(zShape);
+    if (zShape != zPlace) Overlay(m_zStyles.Of(zPlace), zStyle);
+    zNode.m_fColour = zStyle.m_fColour;
+    zNode.m_iLayer = zStyle.m_iLayer;
+
+    if (XCAFDoc_ShapeTool::IsAssembly(zShape)) {
+      TDF_LabelSequence zComponents;
+      XCAFDoc_ShapeTool::GetComponents(zShape, zComponents);
+      for (const TDF_Label& zComponent : zComponents) AddNode(zComponent, iNode, iDepth + 1);
+    } else if (const uint32_t iPart = FindPart(zShape); iPart != kNoSceneIndex) {
+      m_zScene.m_vzNode[iNode].m_viPart.push_back(iPart);
+    }
+  }
+
+  // From columns to rows.
+  static KivEMatrix4 ToMatrix(const gp_Trsf& zPlacement) {
+    KivEMatrix4 zMatrix;
+    for (Standard_Integer iRow = 1; iRow <= 3; ++iRow)
+      for (Standard_Integer iColumn = 1; iColumn <= 4; ++iColumn)
+        zMatrix[static_cast<size_t>(4 * (iColumn - 1) + iRow - 1)] = zPlacement.Value(iRow, iColumn);
+    return zMatrix;
+  }
+
+  // The same part for the same label; kNoSceneIndex for an empty one.
+  uint32_t FindPart(const TDF_Label& zLabel) {
+    TCollection_AsciiString zEntry;
+    TDF_Tool::Entry(zLabel, zEntry);
+    const auto [it, bNew] = m_viPart.try_emplace(zEntry.ToCString(), kNoSceneIndex);
+    if (bNew) it->second = AddPart(zLabel);
+    return it->second;
+  }
+
+  uint32_t AddPart(const TDF_Label& zLabel) {
+    const KivWString csName = NameOf(zLabel);
+    const KivStepShape zShape(XCAFDoc_ShapeTool::GetShape(zLabel));
+    KivScenePart zPart;
+    try {
+      if (!zShape.IsEmpty()) zPart = ReadPart(zLabel, zShape, csName);
+    } catch (const Standard_Failure& z) {
+      Warn("The part " + InQuotes(csName) + " was left out, since it could not be tessellated: " +
+           z.GetMessageString() + ".");
+      return kNoSceneIndex;
+    }
+    const auto HasMesh = [](const KivSceneLevel& z) { return !z.m_vzFace.empty() || !z.m_vzEdge.empty(); };
+    if (!std::all_of(zPart.m_vzLevel.begin(), zPart.m_vzLevel.end(), HasMesh) || zPart.m_vzLevel.empty()) {
+      Warn("The part " + InQuotes(csName) + " has neither faces nor edges and was left out.");
+      return kNoSceneIndex;
+    }
+    m_zScene.m_vzPart.push_back(std::move(zPart));
+    return static_cast<uint32_t>(m_zScene.m_vzPart.size() - 1);
+  }
+
+  KivScenePart ReadPart(const TDF_Label& zLabel, const KivStepShape& zShape, const KivWString& csName) {
+    KivScenePart zPart;
+    zPart.m_csName = csName;
+    zPart.m_bHasFaces = true;
+    const PartStyles zStyles = StylesInside(zLabel, zShape, m_zStyles);
+    for (const double dTolerance : m_vdTolerance) {
+      KivSceneLevel& zLevel = zPart.m_vzLevel.emplace_back(KivMeshStepShape(zShape, dTolerance));
+      for (KivSceneFace& zFace : zLevel.m_vzFace) {
+        const Style& zStyle = zStyles.m_vzFace[zFace.m_iId - 1];
+        zFace.m_fColour = zStyle.m_fColour;
+        zFace.m_iLayer = zStyle.m_iLayer;
+      }
+      for (KivSceneEdge& zEdge : zLevel.m_vzEdge) {
+        const Style& zStyle = zStyles.m_vzEdge[zEdge.m_iId - 1];
+        zEdge.m_fColour = zStyle.m_fCurveColour ? zStyle.m_fCurveColour : zStyle.m_fColour;
+        zEdge.m_iLayer = zStyle.m_iLayer;
+      }
+      const size_t nFaces = static_cast<size_t>(zShape.m_zFaces.Extent());
+      WarnOfSome(csName, nFaces - zLevel.m_vzFace.size(), "faces could not be tessellated and were left out");
+    }
+    KivStepGeometry zGeometry = KivGetStepGeometry(zShape);
+    zPart.m_vzGeometry = std::move(zGeometry.m_vzGeometry);
+    WarnOfSome(csName, zGeometry.m_nFacesWithout, "faces have no exact geometry that can be kept");
+    WarnOfSome(csName, zGeometry.m_nEdgesWithout, "edges have no exact geometry that can be kept");
+    return zPart;
+  }
+
+  void WarnOfSome(const KivWString& csPart, uint64_t nSome, const char* szWhat) {
+    if (nSome > 0) Warn("In the part " + InQuotes(csPart) + " " + std::to_string(nSome) + " " + szWhat + ".");
+  }
+  void Warn(std::string strWarning) {
+    // The same holds for each level, and is told once.
+    if (m_zScene.m_vstrWarning.empty() || m_zScene.m_vstrWarning.back() != strWarning)
+      m_zScene.m_vstrWarning.push_back(std::move(strWarning));
+  }
+
+  Styles m_zStyles;
+  const std::vector<double>& m_vdTolerance;
+  KivScene& m_zScene;
+  std::map<std::string, uint32_t> m_viPart;  // by the label's entry
+};
+
+}  // namespace
+
+void KivReadStep(const KivWString& csSource, const std::vector<double>& vdTolerance, KivScene& zScene) {
+  try {
+    const Handle(TDocStd_Document) zDocument = ReadDocument(csSource);
+    DocumentReader(zDocument, vdTolerance, zScene);
+  } catch (const Standard_Failure& z) {
+    throw KivSceneError(std::string("The STEP file cannot be read: ") + z.DynamicType()->Name() + " " +
+                        z.GetMessageString() + ".");
+  }
+}
+
+}  // namespace kiv
