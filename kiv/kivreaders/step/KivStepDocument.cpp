@@ -5,6 +5,7 @@
 #include <Message_Messenger.hxx>
 #include <STEPCAFControl_Controller.hxx>
 #include <STEPCAFControl_Reader.hxx>
+#include <Quantity_ColorRGBA.hxx>
 #include <Standard_Failure.hxx>
 #include <TDF_LabelSequence.hxx>
 #include <TDF_Tool.hxx>
@@ -20,6 +21,7 @@
 #include <map>
 #include <streambuf>
 #include <string_view>
+#include <utility>
 
 #include "KivSceneReader.h"
 #include "KivStepGeometry.h"
@@ -49,10 +51,10 @@ class BytesBuffer : public std::streambuf {
 void CheckFrame(const std::vector<uint8_t>& vcBytes) {
   const std::string_view strAll(reinterpret_cast<const char*>(vcBytes.data()), vcBytes.size());
   if (strAll.substr(0, 4096).find(kFirstWord) == std::string_view::npos)
-    throw KivSceneError("This is no STEP file: it does not begin with " + std::string(kFirstWord) + ".");
+    throw KivSceneError("it is no STEP file, which begins with " + std::string(kFirstWord));
   const size_t nTail = std::min<size_t>(strAll.size(), 65536);
   if (strAll.substr(strAll.size() - nTail).find(kLastWord) == std::string_view::npos)
-    throw KivSceneError("The STEP file is not whole: " + std::string(kLastWord) + " is missing at its end.");
+    throw KivSceneError("the STEP file is not whole: " + std::string(kLastWord) + " is missing at its end");
 }
 
 Handle(TDocStd_Document) ReadDocument(const KivWString& csSource) {
@@ -73,11 +75,11 @@ Handle(TDocStd_Document) ReadDocument(const KivWString& csSource) {
   std::istream zStream(&zBuffer);
   // The name tells where files stand that this one refers to.
   if (zReader.ChangeReader().ReadStream(sys::WideToUtf8(csSource).c_str(), zStream) != IFSelect_RetDone)
-    throw KivSceneError("The STEP file cannot be read: its text is not as it must be.");
+    throw KivSceneError("the STEP file cannot be read: its text is not well-formed");
   Handle(TDocStd_Document) zDocument;
   XCAFApp_Application::GetApplication()->NewDocument("BinXCAF", zDocument);
   if (zReader.NbRootsForTransfer() == 0 || !zReader.Transfer(zDocument))
-    throw KivSceneError("The STEP file has no shapes.");
+    throw KivSceneError("the STEP file has no shapes");
   return zDocument;
 }
 
@@ -165,8 +167,9 @@ void OverlayInside(const TopoDS_Shape& zInside, const TopTools_IndexedMapOfShape
                    const Style& zStyle, std::vector<Style>& vzStyle) {
   TopTools_IndexedMapOfShape zFound;
   TopExp::MapShapes(zInside, eKind, zFound);
-  for (const TopoDS_Shape& z : zFound)
-    if (const Standard_Integer i = zNumbers.FindIndex(z); i > 0) Overlay(zStyle, vzStyle[static_cast<size_t>(i) - 1]);
+  for (Standard_Integer k = 1; k <= zFound.Extent(); ++k)
+    if (const Standard_Integer i = zNumbers.FindIndex(zFound(k)); i > 0)
+      Overlay(zStyle, vzStyle[static_cast<size_t>(i) - 1]);
 }
 
 PartStyles StylesInside(const TDF_Label& zPart, const KivStepShape& zShape, Styles& zStyles) {
@@ -204,7 +207,7 @@ class DocumentReader {
     zScene.m_dMetresPerUnit = kMetresPerMillimetre;
     TDF_LabelSequence zLabels;
     XCAFDoc_DocumentTool::ShapeTool(zDocument->Main())->GetFreeShapes(zLabels);
-    if (zLabels.IsEmpty()) throw KivSceneError("The STEP file has no shapes.");
+    if (zLabels.IsEmpty()) throw KivSceneError("the STEP file has no shapes");
     // Several shapes side by side stand below a root of their own.
     uint32_t iParent = kNoSceneIndex;
     if (zLabels.Length() > 1) {
@@ -212,14 +215,14 @@ class DocumentReader {
       iParent = 0;
     }
     for (const TDF_Label& zLabel : zLabels) AddNode(zLabel, iParent, 0);
-    if (zScene.m_vzPart.empty()) throw KivSceneError("The STEP file has no faces and no edges.");
+    if (zScene.m_vzPart.empty()) throw KivSceneError("the STEP file has no faces and no edges");
   }
 
  private:
   // A place: a component of an assembly, or a shape that stands alone.
   void AddNode(const TDF_Label& zPlace, uint32_t iParent, uint32_t iDepth) {
     if (m_zScene.m_vzNode.size() >= kNodeMax || iDepth > kDepthMax)
-      throw KivSceneError("The STEP file has an assembly with too many places or levels.");
+      throw KivSceneError("the STEP file has an assembly with too many places or levels");
     TDF_Label zShape = zPlace;
     if (XCAFDoc_ShapeTool::IsReference(zPlace)) XCAFDoc_ShapeTool::GetReferredShape(zPlace, zShape);
 
@@ -330,8 +333,8 @@ void KivReadStep(const KivWString& csSource, const std::vector<double>& vdTolera
     const Handle(TDocStd_Document) zDocument = ReadDocument(csSource);
     DocumentReader(zDocument, vdTolerance, zScene);
   } catch (const Standard_Failure& z) {
-    throw KivSceneError(std::string("The STEP file cannot be read: ") + z.DynamicType()->Name() + " " +
-                        z.GetMessageString() + ".");
+    throw KivSceneError(std::string("the STEP file cannot be read: ") + z.DynamicType()->Name() + " " +
+                        z.GetMessageString());
   }
 }
 

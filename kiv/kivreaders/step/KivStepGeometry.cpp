@@ -16,6 +16,9 @@
 #include <Precision.hxx>
 #include <Standard_Failure.hxx>
 #include <TopoDS.hxx>
+#include <TopoDS_Edge.hxx>
+#include <TopoDS_Face.hxx>
+#include <gp_Lin.hxx>
 #include <algorithm>
 #include <cmath>
 #include <optional>

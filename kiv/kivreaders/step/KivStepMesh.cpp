@@ -10,6 +10,8 @@
 #include <Poly_PolygonOnTriangulation.hxx>
 #include <Poly_Triangulation.hxx>
 #include <TopoDS.hxx>
+#include <TopoDS_Edge.hxx>
+#include <TopoDS_Face.hxx>
 #include <algorithm>
 
 #include "KivECoord3.h"
@@ -17,7 +19,7 @@
 namespace kiv {
 namespace {
 
-constexpr double kAngle = 0.5;  // between neighbours along a curve, radians: keeps small rounds round in coarse levels
+constexpr double kAngle = 0.8;  // between neighbours along a curve, radians: a circle has eight at the least
 constexpr double kNormalTolerance = 1e-9;
 
 void Append(std::vector<double>& vd, const gp_Pnt& zPoint) {
