@@ -7,7 +7,7 @@ mkdir -p "$KIV_LOG_DIR"
 source scripts/packages.sh
 
 say "packages"
-need_packages "${KIV_BUILD_PACKAGES[@]}"
+need_packages "${KIV_BUILD_PACKAGES[@]}" "${KIV_STEP_PACKAGES[@]}"
 
 say "build"
 cmake --preset linux -DKIV_BUILD_TESTS=OFF -DKIV_BUILD_FUZZERS=OFF -B build/run >"$KIV_LOG_DIR/configure-run.log" 2>&1 ||

@@ -92,6 +92,7 @@ windows() {
 
 say "packages"
 packages=("${KIV_BUILD_PACKAGES[@]}" "${KIV_TEST_PACKAGES[@]}")
+if wants checks || wants native || wants asan; then packages+=("${KIV_STEP_PACKAGES[@]}"); fi
 wants checks && packages+=("${KIV_CHECK_PACKAGES[@]}")
 wants windows && packages+=("${KIV_WINDOWS_PACKAGES[@]}")
 need_packages "${packages[@]}"

@@ -8,7 +8,7 @@ work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 
 includes=(-Ikiv/kivplatform/include -Ikiv/kivplatform/posix -Ikiv/kivbasedata/include -Ikiv/kivbasedata/src
-  -isystem /usr/include/utf8cpp)
+  -isystem /usr/include/utf8cpp -isystem /usr/include/opencascade)
 for folder in kiv/Dor* kiv/kivtool kiv/kivscene kiv/kivreaders/*; do [ -d "$folder" ] && includes+=("-I$folder"); done
 
 tidy() { # file... : what it finds, one at a time on each core
