@@ -97,12 +97,12 @@ TopoDS_Shape MakePlate() {
   const TopoDS_Shape zUpright = BRepPrimAPI_MakeBox(gp_Pnt(0, -kWidth / 2, 0), kThickness, kWidth, kHeight).Shape();
   TopoDS_Shape zPlate = Unified(BRepAlgoAPI_Fuse(zBase, zUpright).Shape());
   BRepFilletAPI_MakeFillet zRounds(zPlate);
-  for (const TopoDS_Edge& zEdge : StraightEdges(zPlate, [](const gp_Pnt& zA, const gp_Pnt& zB) {
+  for (const TopoDS_Edge& zEdge : StraightEdges(zPlate, [](const gp_Pnt&zA, const gp_Pnt&zB) {
          return Near(zA.X(), kThickness) && Near(zB.X(), kThickness) && Near(zA.Z(), kThickness) &&
                 Near(zB.Z(), kThickness);
        }))
     zRounds.Add(kInnerRound, zEdge);
-  for (const TopoDS_Edge& zEdge : StraightEdges(zPlate, [](const gp_Pnt& zA, const gp_Pnt& zB) {
+  for (const TopoDS_Edge& zEdge : StraightEdges(zPlate, [](const gp_Pnt&zA, const gp_Pnt&zB) {
          const bool bOfBase = Near(zA.X(), kLength) && Near(zB.X(), kLength) && Near(zA.Y(), zB.Y());
          const bool bOfUpright = Near(zA.Z(), kHeight) && Near(zB.Z(), kHeight) && Near(zA.Y(), zB.Y());
          return bOfBase || bOfUpright;

@@ -3,9 +3,9 @@
 #include <Interface_Static.hxx>
 #include <Message.hxx>
 #include <Message_Messenger.hxx>
+#include <Quantity_ColorRGBA.hxx>
 #include <STEPCAFControl_Controller.hxx>
 #include <STEPCAFControl_Reader.hxx>
-#include <Quantity_ColorRGBA.hxx>
 #include <Standard_Failure.hxx>
 #include <TDF_LabelSequence.hxx>
 #include <TDF_Tool.hxx>
@@ -271,8 +271,8 @@ class DocumentReader {
     try {
       if (!zShape.IsEmpty()) zPart = ReadPart(zLabel, zShape, csName);
     } catch (const Standard_Failure& z) {
-      Warn("The part " + InQuotes(csName) + " was left out, since it could not be tessellated: " +
-           z.GetMessageString() + ".");
+      Warn("The part " + InQuotes(csName) +
+           " was left out, since it could not be tessellated: " + z.GetMessageString() + ".");
       return kNoSceneIndex;
     }
     const auto HasMesh = [](const KivSceneLevel& z) { return !z.m_vzFace.empty() || !z.m_vzEdge.empty(); };

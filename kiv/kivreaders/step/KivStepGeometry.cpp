@@ -18,9 +18,9 @@
 #include <TopoDS.hxx>
 #include <TopoDS_Edge.hxx>
 #include <TopoDS_Face.hxx>
-#include <gp_Lin.hxx>
 #include <algorithm>
 #include <cmath>
+#include <gp_Lin.hxx>
 #include <optional>
 
 #include "KivBrepEncode.h"

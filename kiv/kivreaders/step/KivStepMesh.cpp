@@ -49,8 +49,8 @@ void AddNormals(const TopoDS_Face& zFace, const Poly_Triangulation& zMesh, const
   for (size_t i = 0; i < zSceneFace.m_viIndex.size(); i += 3) {
     const uint32_t* const piCorner = &zSceneFace.m_viIndex[i];
     const KivECoord3 zA = PointAt(zSceneFace.m_vdVertex, piCorner[0]);
-    const KivECoord3 zArea = (PointAt(zSceneFace.m_vdVertex, piCorner[1]) - zA)
-                                 .Cross(PointAt(zSceneFace.m_vdVertex, piCorner[2]) - zA);
+    const KivECoord3 zArea =
+        (PointAt(zSceneFace.m_vdVertex, piCorner[1]) - zA).Cross(PointAt(zSceneFace.m_vdVertex, piCorner[2]) - zA);
     for (int k = 0; k < 3; ++k)
       if (!vbOfSurface[piCorner[k]]) vzNormal[piCorner[k]] += zArea;
   }
