@@ -78,7 +78,7 @@ KivModelInfo KivGetModelInfo(KivToolModel& zModel, bool bDeep) {
   zInfo.m_nParts = zStructure.m_vzPart.size();
   zInfo.m_bStructureWhole = zInfo.m_bStructureWhole && zStructure.m_bComplete;
   zInfo.m_fBox = zStructure.m_fBox;
-  zInfo.m_bBox = KivIsBox(zStructure.m_fBox);
+  zInfo.m_bBox = zInfo.m_nInstances != 0 && KivIsBox(zStructure.m_fBox);  // a new model has one of zeros
   zInfo.m_dMetresPerUnit = zStructure.m_dUnit;
   CountLevels(zModel, zStructure, bDeep, zInfo);
   return zInfo;
