@@ -117,9 +117,9 @@ TEST(TreeCommand, DrawsTheAssembly) {
   EXPECT_EQ(zRun.m_strOut,
             "machine  root, camera, layers \"plates\" 1 2 (off)\n"
             "|-- group  inner, at 0 0 50\n"
-            "|   |-- left \"bolt\"  leaf, part 0\n"
-            "|   `-- right \"bolt\"  leaf, at 20 0 0, turned 90 deg, part 0\n"
-            "`-- plate \xC3\xA4  leaf, part 1, colour 0 0 1 0.5, layer 1, PMI\n");
+            "|   |-- left \"bolt\"  leaf, part #0\n"
+            "|   `-- right \"bolt\"  leaf, at 20 0 0, turned 90 deg, part #0\n"
+            "`-- plate \xC3\xA4  leaf, part #1, colour 0 0 1 0.5, layer 1, PMI\n");
   EXPECT_EQ(RunKiv({u"tree", u"--depth", u"0", zFolder / u"m.kiv"}).m_strOut,
             "machine  root, camera, layers \"plates\" 1 2 (off)\n");
   const ordered_json z = ordered_json::parse(RunKiv({u"tree", u"--json", zFolder / u"m.kiv"}).m_strOut);

@@ -157,7 +157,7 @@ class TreeCommand : public KivCommand {
                  const KivTreeRow& zRow) {
     const std::string strLead = Lead(zRow);
     if (zRow.m_eKind == KivTreeRow::Kind::NoNode) {
-      zOutput.Line("(no node %llu)  part %zu", static_cast<unsigned long long>(zRow.m_iNode),
+      zOutput.Line("(no node %llu)  part #%zu", static_cast<unsigned long long>(zRow.m_iNode),
                    zStructure.m_vzInstance[zRow.m_viInstance[0]].m_iPart);
       return;
     }
@@ -176,7 +176,7 @@ class TreeCommand : public KivCommand {
     const auto Add = [&](const std::string& str) { strLine += ", " + str; };
     const std::string strPlacement = KivPlacementText(zNode.m_zMatrix);
     if (!strPlacement.empty()) Add(strPlacement);
-    for (const size_t i : zRow.m_viInstance) Add("part " + std::to_string(zStructure.m_vzInstance[i].m_iPart));
+    for (const size_t i : zRow.m_viInstance) Add("part #" + std::to_string(zStructure.m_vzInstance[i].m_iPart));
     if (const auto fColour = KivGetColour(zNode.m_vzAttribute)) Add("colour " + ColourText(*fColour));
     if (const auto iLayer = KivGetLayer(zNode.m_vzAttribute)) Add("layer " + std::to_string(*iLayer));
     if (zNode.m_iPMIKey != 0) Add("PMI");
