@@ -29,8 +29,10 @@ std::string ToHex(const kiv::KivWString& csText) {
   return strHex;
 }
 
+// Empty for an argument that was not made by ToHex.
 kiv::KivWString FromHex(const char* szHex) {
   kiv::KivWString csText;
+  if (szHex[0] != 'x') return csText;
   for (const char* p = szHex + 1; std::strlen(p) >= 4; p += 4)
     csText += static_cast<char16_t>(std::stoul(std::string(p, 4), nullptr, 16));
   return csText;
