@@ -28,8 +28,7 @@ size_t Taken(const KivScene& zScene) {
     n += Bytes(zPart.m_csName) + Bytes(zPart.m_vzLevel) + Bytes(zPart.m_vzGeometry);
     for (const KivSceneLevel& zLevel : zPart.m_vzLevel) {
       n += Bytes(zLevel.m_vzFace) + Bytes(zLevel.m_vzEdge);
-      for (const KivSceneFace& z : zLevel.m_vzFace)
-        n += Bytes(z.m_vdVertex) + Bytes(z.m_vfNormal) + Bytes(z.m_viIndex);
+      for (const KivSceneFace& z : zLevel.m_vzFace) n += Bytes(z.m_vdVertex) + Bytes(z.m_vfNormal) + Bytes(z.m_viIndex);
       for (const KivSceneEdge& z : zLevel.m_vzEdge) n += Bytes(z.m_vdVertex);
     }
     for (const KivSceneGeometry& z : zPart.m_vzGeometry) n += Bytes(z.m_vcGeometry);
