@@ -3,7 +3,7 @@
 
 #include <gtest/gtest.h>
 
-#include "KivNoMemory.h"
+#include "KivTestHeap.h"
 #include "KivTestFolder.h"
 #include "KivTestReport.h"
 

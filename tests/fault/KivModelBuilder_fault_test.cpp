@@ -3,11 +3,13 @@
 
 #include <gtest/gtest.h>
 
-#include <set>
+#include <optional>
+#include <vector>
 
 #include "KivElementWalk.h"
 #include "KivException.h"
 #include "KivSysFault.h"
+#include "KivTestHeap.h"
 #include "KivTestModel.h"
 #include "KivTestStore.h"
 
@@ -86,6 +88,90 @@ TEST_F(ModelBuilderFault, WhatCountsAsSavedIsWholeWhicheverCallFailed) {
         EXPECT_GT(nRefused, 0u);
       }
     }
+}
+
+TEST_F(ModelBuilderFault, ALackOfMemoryIsReportedAndWhatCountsAsSavedIsWhole) {
+  KivModelBuilder zBuilder;
+  Build(zBuilder);
+  const KivWString csPath = m_zFolder / u"model.kiv";
+  ASSERT_TRUE(zBuilder.Save(csPath));
+  const int64_t nElements = Count(csPath);
+  uint64_t nRefused = 0;
+  for (uint64_t iNth = 1;; iNth += 1 + iNth / 16) {
+    SCOPED_TRACE(testing::Message() << "allocation " << iNth);
+    const uint64_t nBefore = KivGetReportCount();
+    bool bSaved = false, bFired = false;
+    {
+      const NoMemory zNoMemory(iNth, false);
+      bSaved = zBuilder.Save(csPath);
+      bFired = zNoMemory.HasFired();
+    }
+    if (bSaved) {
+      EXPECT_EQ(Count(csPath), nElements);
+    } else {
+      EXPECT_GT(KivGetReportCount(), nBefore);
+      ++nRefused;
+    }
+    if (!bFired) {
+      EXPECT_TRUE(bSaved);
+      break;
+    }
+  }
+  EXPECT_GT(nRefused, 10u);
+}
+
+TEST_F(ModelBuilderFault, AnElementThatIsNotFoundForLackOfMemoryIsReported) {
+  KivModelBuilder zBuilder;
+  Build(zBuilder);
+  const KivWString csPath = m_zFolder / u"model.kiv";
+  ASSERT_TRUE(zBuilder.Save(csPath));
+  for (const bool bThrow : {true, false}) {
+    uint64_t nNull = 0;
+    for (uint64_t iNth = 1;; ++iNth) {
+      KivModelStatusBase* pzModel = Open(csPath, false);
+      ASSERT_NE(pzModel, nullptr);
+      const uint64_t nBefore = KivGetReportCount();
+      bool bFound = false, bFired = false;
+      {
+        std::optional<NoThrowScope> zNoThrow;
+        if (!bThrow) zNoThrow.emplace();
+        const NoMemory zNoMemory(iNth, false);
+        bFound = KivGetInstanceRoot(pzModel->GetKey()) != nullptr;
+        bFired = zNoMemory.HasFired();
+      }
+      if (!bFound) {
+        EXPECT_GT(KivGetReportCount(), nBefore) << iNth;
+        ++nNull;
+      }
+      Close(pzModel);
+      if (!bFired) break;
+    }
+    EXPECT_GT(nNull, 2u);
+  }
+}
+
+TEST(BrepGeometryFault, ALackOfMemoryRefusesAStringAfterAReport) {
+  // Clamped, uniform, of order 2, with 1000 poles that are all the first one.
+  std::vector<uint8_t> vc = {1 | 8 | 16, 2, 0, 0xE8, 3, 0};
+  vc.resize(vc.size() + 24);
+  KivBrepGeometry zGeometry;
+  ASSERT_TRUE(KivDecodeBrepGeometry(kBrepNurbsKind, vc, zGeometry));
+  ASSERT_EQ(zGeometry.m_vzPole.size(), 1000u);
+  uint64_t nRefused = 0;
+  for (uint64_t iNth = 1;; ++iNth) {
+    const uint64_t nBefore = KivGetReportCount();
+    bool bDecoded = false, bFired = false;
+    {
+      const NoMemory zNoMemory(iNth, false);
+      bDecoded = KivDecodeBrepGeometry(kBrepNurbsKind, vc, zGeometry);
+      bFired = zNoMemory.HasFired();
+    }
+    EXPECT_EQ(bDecoded, !bFired);
+    EXPECT_EQ(KivGetReportCount(), nBefore + (bFired ? 1 : 0));
+    if (!bFired) break;
+    ++nRefused;
+  }
+  EXPECT_EQ(nRefused, 2u);  // one list of knots and one of poles
 }
 
 TEST_F(ModelBuilderFault, AMeshOfALevelThatNoModelHasIsRefused) {

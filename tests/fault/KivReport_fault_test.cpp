@@ -3,7 +3,7 @@
 
 #include "KivDataUtil.h"
 #include "KivException.h"
-#include "KivNoMemory.h"
+#include "KivTestHeap.h"
 #include "KivSysDiag.h"
 #include "KivTestFolder.h"
 #include "KivTestReport.h"

@@ -1,6 +1,6 @@
 // The background reader where memory is short.
 #include "KivFileFactory.h"
-#include "KivNoMemory.h"
+#include "KivTestHeap.h"
 #include "KivSysClock.h"
 #include "KivTestFile.h"
 

@@ -335,9 +335,13 @@ TEST(ViewLookup, AnIndexOutsideTheTableIsOnInMode1OffInMode2AndTheDefaultOtherwi
 TEST(ViewLookup, EachEntryOfTheTableHasAMemoOfItsOwn) {
   KivViewLookup z;
   z.Build(0, {{0, 10007, 5, 2}, {1, 10007, 5, 1}, {1, 10007, 6, 0}});
-  for (int i = 0; i < 2; ++i) {
+  ASSERT_TRUE(z.GetEntry(0) != nullptr && z.GetEntry(1) != nullptr);
+  EXPECT_EQ(z.GetEntry(2), nullptr);
+  for (int i = 0; i < 2; ++i) {  // one by the other: each is looked up once
     EXPECT_FALSE(z.Query(true, 0, 5));
     EXPECT_TRUE(z.Query(true, 1, 5));
+    EXPECT_EQ(z.GetEntry(0)->GetFindNum(), 1u);
+    EXPECT_EQ(z.GetEntry(1)->GetFindNum(), 1u);
   }
   EXPECT_TRUE(z.Query(false, 1, 5));
   EXPECT_FALSE(z.Query(false, 0, 5));

@@ -196,14 +196,36 @@ TEST(LayerFilterLookup, TheMemoOfANewLookupKnowsLayer0) {
   EXPECT_FALSE(z.Query(true, 0));  // the memo's own question
 }
 
-TEST(LayerFilterLookup, TwoEqualQueriesAnswerTheSameAndTheDefaultIsPartOfTheMemo) {
+TEST(LayerFilterLookup, TheSecondOfTwoEqualQueriesIsNotLookedUpAndTheDefaultIsPartOfTheMemo) {
   const KivLayerFilterEntry zFilter = Filter({7}, {7, 8});
   KivLayerFilterLookup z;
   z.Build(&zFilter);
-  for (int i = 0; i < 2; ++i) EXPECT_FALSE(z.Query(true, 7));
-  for (int i = 0; i < 2; ++i) EXPECT_TRUE(z.Query(false, 7));
-  for (int i = 0; i < 2; ++i) EXPECT_FALSE(z.Query(true, 8));
-  for (int i = 0; i < 2; ++i) EXPECT_FALSE(z.Query(false, 8));
+  const struct {
+    bool m_bDefaultOn;
+    uint32_t m_iLayer;
+    bool m_bAnswer;
+  } azQuery[] = {{true, 7, false}, {false, 7, true}, {true, 8, false}, {false, 8, false}, {true, 7, false}};
+  uint64_t nFinds = 0;
+  for (const auto& zQuery : azQuery) {
+    ++nFinds;
+    for (int i = 0; i < 3; ++i) {
+      EXPECT_EQ(z.Query(zQuery.m_bDefaultOn, zQuery.m_iLayer), zQuery.m_bAnswer);
+      EXPECT_EQ(z.GetFindNum(), nFinds);
+    }
+  }
+}
+
+TEST(LayerFilterLookup, BuildMakesTheMemoOfLayer0WithTheDefaultOn) {
+  const KivLayerFilterEntry zFilter = Filter({}, {0});
+  KivLayerFilterLookup z;
+  z.Build(&zFilter);
+  EXPECT_FALSE(z.Query(true, 0));
+  EXPECT_EQ(z.GetFindNum(), 0u);
+  EXPECT_FALSE(z.Query(false, 0));
+  EXPECT_EQ(z.GetFindNum(), 1u);
+  z.Build(nullptr);
+  EXPECT_TRUE(z.Query(true, 0));
+  EXPECT_EQ(z.GetFindNum(), 0u);
 }
 
 TEST(LayerFilterLookup, AllFormsAnswerLikeAMap) {

@@ -1,3 +1,4 @@
+// The operators new and delete of all test programs, under the sanitizers, too: their heap lies beneath malloc.
 #include "KivTestHeap.h"
 
 #include <cstddef>
@@ -8,34 +9,30 @@ namespace {
 
 thread_local uint64_t t_nCalls = 0;
 thread_local uint64_t t_nBytes = 0;
+// By their number among all calls. 0: none fails.
+thread_local uint64_t t_iFailFrom = 0;
+thread_local uint64_t t_iFailTo = 0;
+thread_local bool t_bFired = false;
 
-void Count(size_t nBytes) {
+void* Allocate(size_t nBytes) {
   ++t_nCalls;
   t_nBytes += nBytes;
-}
-
-}  // namespace
-
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-
-// The sanitizers' own heap tells of each piece.
-extern "C" void __sanitizer_malloc_hook(const volatile void*, size_t nBytes);
-extern "C" void __sanitizer_free_hook(const volatile void*);
-extern "C" void __sanitizer_malloc_hook(const volatile void*, size_t nBytes) {
-  Count(nBytes);
-}
-extern "C" void __sanitizer_free_hook(const volatile void*) {}
-
-#else
-
-void* operator new(size_t nBytes) {
-  Count(nBytes);
+  if (t_iFailFrom != 0 && t_nCalls >= t_iFailFrom && t_nCalls <= t_iFailTo) {
+    t_bFired = true;
+    throw std::bad_alloc();
+  }
   void* const pBytes = std::malloc(nBytes == 0 ? 1 : nBytes);
   if (pBytes == nullptr) throw std::bad_alloc();
   return pBytes;
 }
+
+}  // namespace
+
+void* operator new(size_t nBytes) {
+  return Allocate(nBytes);
+}
 void* operator new[](size_t nBytes) {
-  return operator new(nBytes);
+  return Allocate(nBytes);
 }
 void operator delete(void* pBytes) noexcept {
   std::free(pBytes);
@@ -50,8 +47,6 @@ void operator delete[](void* pBytes, size_t) noexcept {
   std::free(pBytes);
 }
 
-#endif
-
 namespace kivtest {
 
 HeapUse::HeapUse() : m_nCalls(t_nCalls), m_nBytes(t_nBytes) {}
@@ -62,6 +57,20 @@ uint64_t HeapUse::Calls() const {
 
 uint64_t HeapUse::Bytes() const {
   return t_nBytes - m_nBytes;
+}
+
+NoMemory::NoMemory(uint64_t iNth, bool bFromThenOn) {
+  t_bFired = false;
+  t_iFailTo = bFromThenOn ? UINT64_MAX : t_nCalls + iNth;
+  t_iFailFrom = t_nCalls + iNth;
+}
+
+NoMemory::~NoMemory() {
+  t_iFailFrom = 0;
+}
+
+bool NoMemory::HasFired() const {
+  return t_bFired;
 }
 
 }  // namespace kivtest

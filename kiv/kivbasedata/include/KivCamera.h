@@ -231,6 +231,8 @@ class KivViewLookup {
   void Build(uint32_t iMode, const std::vector<KivViewShow>& vShow);
   // An iRef0 without records is on in mode 1, off in mode 2, and bDefaultOn otherwise.
   bool Query(bool bDefaultOn, uint32_t iRef0, uint32_t iRef1);
+  // The lookup of an iRef0; null if it has no records.
+  const KivLayerFilterLookup* GetEntry(uint32_t iRef0) const;
 
  private:
   uint32_t m_iMode = 0;

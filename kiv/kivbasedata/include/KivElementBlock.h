@@ -33,7 +33,7 @@ class KivReusedList {
     if (m_nCount == m_vzItem.size()) m_vzItem.emplace_back();
     return m_vzItem[m_nCount++];
   }
-  // Room for so many items in all.
+  // Room for so many items in all, so that growing takes nothing more.
   void Reserve(size_t nCount) { m_vzItem.reserve(nCount); }
   // Keeps the first nCount items.
   void Cut(size_t nCount) { m_nCount = nCount < m_nCount ? nCount : m_nCount; }

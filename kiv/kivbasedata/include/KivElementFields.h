@@ -88,6 +88,7 @@ class KivFieldReader {
   template <typename List, typename Entry>
   bool Entries(List& vzEntry, KivEntryCounting eCounting, uint32_t nCount, std::span<const uint32_t> viKind,
                Entry&& pfnEntry) {
+    vzEntry.Reserve(KivCountEntries(m_zReader, viKind));
     return KivReadEntries(m_zReader, eCounting, nCount, viKind, [&](const KivEntryFrame& zFrame) {
       auto& zEntry = vzEntry.Add();
       zEntry.m_zFrame = zFrame;

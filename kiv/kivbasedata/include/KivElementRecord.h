@@ -71,6 +71,8 @@ struct KivEntryFrame {
 
 // False, after a report, for a frame that does not say where it stands, has a kind outside the list, or is too small.
 bool KivReadEntryFrame(KivRecordReader& zReader, std::span<const uint32_t> viKind, KivEntryFrame& zFrame);
+// The entries that follow, as far as their frames say where they stand and lead to one another. Never reports.
+size_t KivCountEntries(KivRecordReader zReader, std::span<const uint32_t> viKind);
 // True if a whole gap comes next, which is then passed. Never reports.
 bool KivReadTrailingGap(KivRecordReader& zReader, KivEntryFrame& zFrame);
 

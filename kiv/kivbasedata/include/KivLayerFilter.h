@@ -77,12 +77,15 @@ class KivLayerFilterLookup {
   bool Query(bool bDefaultOn, uint32_t iLayer) {
     if (bDefaultOn != m_bMemoDefaultOn || iLayer != m_iMemoLayer) {
       m_bMemoAnswer = Find(bDefaultOn, iLayer);
+      ++m_nFinds;
       m_bMemoDefaultOn = bDefaultOn;
       m_iMemoLayer = iLayer;
     }
     return m_bMemoAnswer;
   }
 
+  // Queries since Build that were looked up.
+  uint64_t GetFindNum() const { return m_nFinds; }
   // How the layers on, or the layers off, are kept.
   Form GetForm(bool bOn) const { return (bOn ? m_zOn : m_zOff).m_eForm; }
   // Bits of the bit set.
@@ -111,6 +114,7 @@ class KivLayerFilterLookup {
   bool m_bMemoDefaultOn = true;
   uint32_t m_iMemoLayer = 0;
   bool m_bMemoAnswer = true;
+  uint64_t m_nFinds = 0;
 };
 
 }  // namespace kiv

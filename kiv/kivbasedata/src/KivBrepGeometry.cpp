@@ -8,7 +8,7 @@
 // NURBS form (10004): flags, counts, axis mask, knots, poles; see the constants.
 #include "KivBrepGeometry.h"
 
-#include <cmath>
+#include <bit>
 
 #include "KivRecordBytes.h"
 #include "KivReportQuiet.h"
@@ -35,6 +35,9 @@ class GeometryReader {
 
   size_t Size() const { return m_nBytes; }
   bool IsAtEnd() const { return m_zReader.Remaining() == 0; }
+  bool Holds(uint64_t nItems, uint64_t nItemBytes) const {
+    return nItemBytes == 0 || nItems <= m_zReader.Remaining() / nItemBytes;
+  }
 
   bool Get(uint8_t& value) { return KIV_ASSERT_AS(m_zReader.Get(value), "iDataByte >= iDataByteCount + 1"); }
   bool Get(uint16_t& value) { return KIV_ASSERT_AS(m_zReader.Get(value), "iDataByte >= iDataByteCount + 2"); }
@@ -96,8 +99,12 @@ bool ReadCounts(GeometryReader& zReader, uint8_t iFlags, uint32_t& iOrder, uint3
 }
 
 bool ReadKnots(GeometryReader& zReader, uint8_t iFlags, uint32_t iOrder, uint32_t nPoles, std::vector<double>& vdKnot) {
-  if ((iFlags & kClamped) == 0) {
-    for (uint64_t i = 0; i < uint64_t{iOrder} + nPoles; ++i)
+  const size_t nKnots = size_t{iOrder} + nPoles;
+  const bool bClamped = (iFlags & kClamped) != 0, bUniform = (iFlags & kUniform) != 0;
+  const size_t nStored = !bClamped ? nKnots : bUniform ? 0 : nPoles - iOrder;
+  if (zReader.Holds(nStored, sizeof(double))) vdKnot.reserve(nKnots);
+  if (!bClamped) {
+    for (size_t i = 0; i < nKnots; ++i)
       if (!zReader.Get(vdKnot.emplace_back())) return false;
     return true;
   }
@@ -105,7 +112,7 @@ bool ReadKnots(GeometryReader& zReader, uint8_t iFlags, uint32_t iOrder, uint32_
   const double dStep = 1.0 / (static_cast<double>(nPoles - iOrder) + 1);
   for (uint32_t i = iOrder; i < nPoles; ++i) {
     double dDelta = dStep;
-    if ((iFlags & kUniform) == 0 && !zReader.Get(dDelta)) return false;
+    if (!bUniform && !zReader.Get(dDelta)) return false;
     vdKnot.push_back(vdKnot.back() + dDelta);
   }
   vdKnot.insert(vdKnot.end(), iOrder, 1.0);
@@ -126,6 +133,7 @@ struct CoordinateForm {
       if (!zReader.Get(d)) return false;
     return zReader.Get(m_dPoleRange);
   }
+  uint64_t Size() const { return m_bQuantised ? m_iPoleBytes : sizeof(double); }
   bool ReadCoordinate(GeometryReader& zReader, size_t iAxis, double& d) const {
     if (!m_bQuantised) return zReader.Get(d);
     uint64_t iValue = 0;
@@ -141,6 +149,11 @@ bool ReadPoles(GeometryReader& zReader, uint8_t iFlags, uint8_t iAxisMask, uint3
   const bool bRational = (iFlags & kRational) != 0;
   CoordinateForm zForm;
   if (!bRational && (iFlags & kQuantised) != 0 && !zForm.Read(zReader)) return false;
+  const uint64_t nStoredAxes = static_cast<uint64_t>(std::popcount(iAxisMask));
+  if (zReader.Holds(nPoles, nStoredAxes * zForm.Size() + (bRational ? sizeof(double) : 0))) {
+    z.m_vzPole.reserve(nPoles);
+    if (bRational) z.m_vdWeight.reserve(nPoles);
+  }
   for (uint32_t i = 0; i < nPoles; ++i) {
     // An axis outside the mask keeps what the first pole has.
     KivECoord3 zPole = i == 0 ? KivECoord3() : z.m_vzPole[0];
@@ -169,13 +182,19 @@ bool DecodeNurbs(GeometryReader& zReader, KivBrepGeometry& z) {
 }  // namespace
 
 bool KivDecodeBrepGeometry(uint32_t iKind, std::span<const uint8_t> vcGeometry, KivBrepGeometry& zGeometry) {
-  zGeometry = KivBrepGeometry();
-  zGeometry.m_iKind = iKind;
-  if (vcGeometry.empty()) return false;
-  if (!KIV_ASSERT(iKind == kBrepNurbsKind || iKind == kBrepAnalyticKind)) return false;
-  GeometryReader zReader(vcGeometry);
-  const bool bGood = iKind == kBrepAnalyticKind ? DecodeAnalytic(zReader, zGeometry) : DecodeNurbs(zReader, zGeometry);
-  return bGood && KIV_ASSERT(zReader.IsAtEnd());
+  try {
+    zGeometry = KivBrepGeometry();
+    zGeometry.m_iKind = iKind;
+    if (vcGeometry.empty()) return false;
+    if (!KIV_ASSERT(iKind == kBrepNurbsKind || iKind == kBrepAnalyticKind)) return false;
+    GeometryReader zReader(vcGeometry);
+    const bool bGood =
+        iKind == kBrepAnalyticKind ? DecodeAnalytic(zReader, zGeometry) : DecodeNurbs(zReader, zGeometry);
+    return bGood && KIV_ASSERT(zReader.IsAtEnd());
+  } catch (...) {  // no memory
+    KivReportThrownHere(kSource, __LINE__);
+    return false;
+  }
 }
 
 }  // namespace kiv

@@ -33,4 +33,9 @@ bool KivViewLookup::Query(bool bDefaultOn, uint32_t iRef0, uint32_t iRef1) {
   return m_iMode == 1 || (m_iMode != 2 && bDefaultOn);
 }
 
+const KivLayerFilterLookup* KivViewLookup::GetEntry(uint32_t iRef0) const {
+  const auto itEntry = m_mapTable.find(iRef0);
+  return itEntry != m_mapTable.end() ? &itEntry->second : nullptr;
+}
+
 }  // namespace kiv

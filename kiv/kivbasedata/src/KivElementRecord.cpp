@@ -45,6 +45,16 @@ bool IsBoxGood(const KivMemoryBlockHeader& zHeader) {
   return true;
 }
 
+// The 12 bytes that come next.
+KivEntryFrame FrameAt(const KivRecordReader& zReader) {
+  const uint8_t* pBytes = zReader.At();
+  return {KivLoad<uint32_t>(pBytes), KivLoad<uint32_t>(pBytes + 4), KivLoad<uint32_t>(pBytes + 8)};
+}
+
+bool IsOneOf(std::span<const uint32_t> viKind, uint32_t iKind) {
+  return std::find(viKind.begin(), viKind.end(), iKind) != viKind.end();
+}
+
 KivWStringView UpToFirstZero(const KivWString& csText) {
   return KivWStringView(csText).substr(0, csText.find(u'\0'));
 }
@@ -126,20 +136,27 @@ bool KivWriteElementHeader(KivRecordWriter& zWriter, const KivMemoryBlockHeader&
 bool KivReadEntryFrame(KivRecordReader& zReader, std::span<const uint32_t> viKind, KivEntryFrame& zFrame) {
   const size_t iOffset = zReader.Offset();
   if (!KIV_ASSERT(zReader.Remaining() >= kEntryFrameSize)) return false;
-  zReader.Get(zFrame.m_iOffset);
-  zReader.Get(zFrame.m_iKind);
-  zReader.Get(zFrame.m_iSize);
+  zFrame = FrameAt(zReader);
+  zReader.Skip(kEntryFrameSize);
   if (!KIV_ASSERT(zFrame.m_iOffset == iOffset)) return false;
-  if (!KIV_ASSERT(std::find(viKind.begin(), viKind.end(), zFrame.m_iKind) != viKind.end())) return false;
+  if (!KIV_ASSERT(IsOneOf(viKind, zFrame.m_iKind))) return false;
   return KIV_ASSERT(zFrame.m_iSize >= kEntryFrameSize);
+}
+
+size_t KivCountEntries(KivRecordReader zReader, std::span<const uint32_t> viKind) {
+  size_t nEntries = 0;
+  while (zReader.Remaining() >= kEntryFrameSize) {
+    const KivEntryFrame zFrame = FrameAt(zReader);
+    if (zFrame.m_iOffset != zReader.Offset() || !IsOneOf(viKind, zFrame.m_iKind)) break;
+    if (zFrame.m_iSize < kEntryFrameSize || !zReader.Skip(zFrame.m_iSize)) break;
+    ++nEntries;
+  }
+  return nEntries;
 }
 
 bool KivReadTrailingGap(KivRecordReader& zReader, KivEntryFrame& zFrame) {
   if (zReader.Remaining() < kEntryFrameSize) return false;
-  KivEntryFrame zNext;
-  zNext.m_iOffset = KivLoad<uint32_t>(zReader.At());
-  zNext.m_iKind = KivLoad<uint32_t>(zReader.At() + 4);
-  zNext.m_iSize = KivLoad<uint32_t>(zReader.At() + 8);
+  const KivEntryFrame zNext = FrameAt(zReader);
   const bool bGap = zNext.m_iOffset == zReader.Offset() && zNext.IsGap() && zNext.m_iSize >= kEntryFrameSize &&
                     zReader.Skip(zNext.m_iSize);
   if (bGap) zFrame = zNext;

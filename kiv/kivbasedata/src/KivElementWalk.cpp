@@ -17,6 +17,7 @@ Element* ElementAt(uint32_t iManagerKey, uint64_t iKey) {
     if (pzElement == nullptr) KIV_ASSERT_FAIL();
     return pzElement;
   } catch (...) {
+    KivReportThrownHere(kSource, __LINE__);
     return nullptr;
   }
 }
@@ -26,6 +27,7 @@ auto BlockOf(Element* pzElement) -> decltype(pzElement->GetMemoryBlock()) {
   try {
     return pzElement != nullptr ? pzElement->GetMemoryBlock() : nullptr;
   } catch (...) {
+    KivReportThrownHere(kSource, __LINE__);
     return nullptr;
   }
 }

@@ -68,6 +68,7 @@ void KivLayerFilterLookup::Build(const std::vector<KivLayer>& vzLayer) {
   m_bMemoDefaultOn = true;
   m_iMemoLayer = 0;
   m_bMemoAnswer = Find(m_bMemoDefaultOn, m_iMemoLayer);
+  m_nFinds = 0;
 }
 
 void KivLayerFilterLookup::Build(const KivLayerFilterEntry* pEntry) {

@@ -6,7 +6,6 @@
 
 #include "KivElementClasses.h"
 #include "KivElementWalk.h"
-#include "KivException.h"
 #include "KivFastFileContainerBase.h"
 #include "KivModel.h"
 #include "KivOutOfCoreHandle.h"
@@ -394,10 +393,6 @@ bool KivModelBuilder::Save(const KivWString& csPath) {
   KivRegisterElementClasses();
   try {
     return Writer::MakeKeyedContainer(csPath) && WriteInto(csPath) && KIV_ASSERT(IsWhole(csPath));
-  } catch (const KivException&) {
-    return false;  // reported where it came from
-  } catch (const KivDispatchException&) {
-    return false;
   } catch (...) {
     KivReportThrownHere(kSource, __LINE__);
     return false;
