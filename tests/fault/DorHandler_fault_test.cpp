@@ -3,8 +3,8 @@
 
 #include <gtest/gtest.h>
 
-#include "KivTestHeap.h"
 #include "KivTestFolder.h"
+#include "KivTestHeap.h"
 #include "KivTestReport.h"
 
 using namespace kiv;

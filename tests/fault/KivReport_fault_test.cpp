@@ -3,9 +3,9 @@
 
 #include "KivDataUtil.h"
 #include "KivException.h"
-#include "KivTestHeap.h"
 #include "KivSysDiag.h"
 #include "KivTestFolder.h"
+#include "KivTestHeap.h"
 #include "KivTestReport.h"
 #include "KivTestScale.h"
 

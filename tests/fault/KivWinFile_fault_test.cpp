@@ -1,8 +1,8 @@
 // The background reader where memory is short.
 #include "KivFileFactory.h"
-#include "KivTestHeap.h"
 #include "KivSysClock.h"
 #include "KivTestFile.h"
+#include "KivTestHeap.h"
 
 namespace {
 

@@ -32,8 +32,8 @@ struct KivBrepGeometry {
 };
 
 // False for a string that is not well-formed, at its first fault: quietly reported, but for an empty string. More knots
-// and poles than the string has bytes, repeats, are decoded up to kBrepRepeatMax. zGeometry is then half filled. Nothing
-// is thrown.
+// and poles than the string has bytes, repeats, are decoded up to kBrepRepeatMax. zGeometry is then half filled.
+// Nothing is thrown.
 constexpr uint64_t kBrepRepeatMax = 4000000;
 bool KivDecodeBrepGeometry(uint32_t iKind, std::span<const uint8_t> vcGeometry, KivBrepGeometry& zGeometry);
 

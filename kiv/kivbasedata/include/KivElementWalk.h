@@ -45,7 +45,8 @@ constexpr int32_t kAllLevels = -1;
 //   0, 2          the instances
 //   1, 8          the meshes of one level of detail, or with a negative iLevel those of all levels and the common ones
 //   5, 13         the B-reps, and the vertices
-// No key is visited twice; an element that is referred to by its table key here and by its position there has two. False if a part could not be loaded, which is reported and left out.
+// No key is visited twice; an element that is referred to by its table key here and by its position there has two.
+// False if a part could not be loaded, which is reported and left out.
 bool KivWalkElements(uint32_t iManagerKey, const std::set<uint32_t>& siTag, int32_t iLevel,
                      const KivElementVisitor& pfnVisit);
 
