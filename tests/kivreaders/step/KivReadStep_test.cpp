@@ -320,7 +320,8 @@ TEST(ReadStep, NormalsAreThoseOfTheSurfaceAndPointOutwards) {
         }
       }
       const auto it = vzAnalytic.find(zFace.m_iId);
-      if (it == vzAnalytic.end() || it->second.m_iAnalyticType != static_cast<uint32_t>(KivAnalytic::Cylinder)) continue;
+      if (it == vzAnalytic.end() || it->second.m_iAnalyticType != static_cast<uint32_t>(KivAnalytic::Cylinder))
+        continue;
       for (size_t i = 0; i < zFace.m_vdVertex.size() / 3; ++i) {
         KivECoord3 zOut = Vertex(zFace.m_vdVertex, i) - it->second.m_zPoint;
         zOut -= it->second.m_zAxis * zOut.Dot(it->second.m_zAxis);
@@ -479,8 +480,8 @@ TEST(ReadStep, TheProgramTellsTheReasonOfARefusal) {
   zFolder.WriteBytes(u"mesh.step", "solid nothing\nendsolid\n");
   KivScene zScene;
   std::string strError;
-  EXPECT_FALSE(KivRunSceneReader(sys::Utf8ToWide(KIV_TEST_STEP_READER), zFolder / u"mesh.step", {1},
-                                 zFolder / u"scene", zScene, strError, [] { return true; }));
+  EXPECT_FALSE(KivRunSceneReader(sys::Utf8ToWide(KIV_TEST_STEP_READER), zFolder / u"mesh.step", {1}, zFolder / u"scene",
+                                 zScene, strError, [] { return true; }));
   EXPECT_THAT(strError, HasSubstr("no STEP file"));
 }
 
@@ -501,7 +502,9 @@ TEST(ReadStep, WhatIsNoStepFileIsRefusedWithAReason) {
   EXPECT_THAT(Refusal(zFolder / u"random.step"), HasSubstr("no STEP file"));
   zFolder.WriteBytes(u"framed.step", "ISO-10303-21;\n" + strRandom + "\nEND-ISO-10303-21;\n");
   EXPECT_THAT(Refusal(zFolder / u"framed.step"), testing::Not(testing::IsEmpty()));
-  zFolder.WriteBytes(u"bare.step", "ISO-10303-21;\nHEADER;\nENDSEC;\nDATA;\n#1=DIRECTION('',(0.,0.,1.));\nENDSEC;\nEND-ISO-10303-21;\n");
+  zFolder.WriteBytes(
+      u"bare.step",
+      "ISO-10303-21;\nHEADER;\nENDSEC;\nDATA;\n#1=DIRECTION('',(0.,0.,1.));\nENDSEC;\nEND-ISO-10303-21;\n");
   EXPECT_THAT(Refusal(zFolder / u"bare.step"), HasSubstr("no shapes"));
 }
 
@@ -527,8 +530,8 @@ TEST(ReadStep, AFileWithAHoleIsReadOrRefusedWithAReason) {
     KivScene zScene;
     std::string strError;
     // In a process of its own, as always: the library may break down.
-    if (KivRunSceneReader(sys::Utf8ToWide(KIV_TEST_STEP_READER), zFolder / u"hole.step", {1}, zFolder / u"scene", zScene,
-                          strError, [] { return true; })) {
+    if (KivRunSceneReader(sys::Utf8ToWide(KIV_TEST_STEP_READER), zFolder / u"hole.step", {1}, zFolder / u"scene",
+                          zScene, strError, [] { return true; })) {
       EXPECT_FALSE(zScene.m_vzPart.empty());
     } else {
       EXPECT_FALSE(strError.empty());

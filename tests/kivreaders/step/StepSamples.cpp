@@ -160,7 +160,9 @@ bool WriteStepStyles(const std::string& strPath) {
   zBuilder.Add(zBoth, zFirst);
   zBuilder.Add(zBoth, zSecond);
   const TDF_Label zPart = zShapes->AddShape(zBoth, Standard_False);
-  TDataStd_Name::Set(zPart, TCollection_ExtendedString("Gr\xC3\xB6\xC3\x9F" "e \xE9\x83\xA8\xE5\x93\x81", Standard_True));
+  TDataStd_Name::Set(zPart, TCollection_ExtendedString("Gr\xC3\xB6\xC3\x9F"
+                                                       "e \xE9\x83\xA8\xE5\x93\x81",
+                                                       Standard_True));
   const TDF_Label zInside = zShapes->AddSubShape(zPart, zSecond);
   zColours->SetColor(zInside, Quantity_Color(1, 0, 0, Quantity_TOC_RGB), XCAFDoc_ColorSurf);
   zLayers->SetLayer(zInside, TCollection_ExtendedString("Inside"));

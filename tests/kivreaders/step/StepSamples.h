@@ -21,8 +21,8 @@ bool WriteStepKinds(const std::string& strPath);
 bool WriteStepInches(const std::string& strPath);
 // One point.
 bool WriteStepPoint(const std::string& strPath);
-// A solid with a colour and a layer of its own among the two of one part, an edge with a colour, a part in two layers, a
-// layer that is off, and names beyond ASCII.
+// A solid with a colour and a layer of its own among the two of one part, an edge with a colour, a part in two layers,
+// a layer that is off, and names beyond ASCII.
 bool WriteStepStyles(const std::string& strPath);
 
 }  // namespace kivtest
