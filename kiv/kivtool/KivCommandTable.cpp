@@ -4,12 +4,13 @@
 namespace kiv {
 
 // Each is defined in the source of its name in commands/.
+std::unique_ptr<KivCommand> KivMakeImportCommand();
 std::unique_ptr<KivCommand> KivMakeInfoCommand();
 std::unique_ptr<KivCommand> KivMakeRecordsCommand();
 std::unique_ptr<KivCommand> KivMakeTreeCommand();
 
 std::vector<std::unique_ptr<KivCommand>> KivMakeCommands() {
-  constexpr std::unique_ptr<KivCommand> (*kMake[])() = {KivMakeInfoCommand, KivMakeRecordsCommand, KivMakeTreeCommand};
+  constexpr std::unique_ptr<KivCommand> (*kMake[])() = {KivMakeImportCommand, KivMakeInfoCommand, KivMakeRecordsCommand, KivMakeTreeCommand};
   std::vector<std::unique_ptr<KivCommand>> vpzCommand;
   for (const auto pfnMake : kMake) vpzCommand.push_back(pfnMake());
   return vpzCommand;

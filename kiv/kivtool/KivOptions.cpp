@@ -40,7 +40,7 @@ std::vector<std::string>& KivOptions::Words() {
 
 void KivOptions::Argument(const char* szName, KivWString& csValue, const char* szHelp) {
   std::vector<std::string>& vstrWord = Words();
-  m_zApp.add_option(szName, vstrWord, szHelp)->required()->expected(1);
+  m_zApp.add_option(szName, vstrWord, szHelp)->required()->expected(1)->allow_extra_args(false);
   m_vpfnStore.push_back([&vstrWord, &csValue] { csValue = sys::Utf8ToWide(ShowSign(vstrWord.at(0))); });
 }
 
