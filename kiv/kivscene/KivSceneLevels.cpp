@@ -80,7 +80,8 @@ void KivPutRegions(const KivSceneRegions& zRegions, const std::vector<uint32_t>&
   std::vector<float> vfNormal;
   std::vector<uint32_t> viFaceIndex;
   const auto PutPlace = [&](uint32_t iPlace) {
-    vdVertex.insert(vdVertex.end(), &zRegions.m_vdPlace[3 * size_t{iPlace}], &zRegions.m_vdPlace[3 * size_t{iPlace}] + 3);
+    vdVertex.insert(vdVertex.end(), &zRegions.m_vdPlace[3 * size_t{iPlace}],
+                    &zRegions.m_vdPlace[3 * size_t{iPlace}] + 3);
   };
   size_t i = 0;
   for (size_t r = 0; r < zRegions.RegionNum(); ++r) {

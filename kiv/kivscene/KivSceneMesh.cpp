@@ -9,7 +9,7 @@ namespace kiv {
 namespace {
 
 constexpr double kStepsInTolerance = 16;
-constexpr double kStepsInSize = 1024;      // at the least
+constexpr double kStepsInSize = 1024;  // at the least
 constexpr double kMostTwoByteCells = 65000;
 constexpr double kMostFourByteCells = 4194304;  // with more of them a cell has no exact centre
 constexpr double kSmallestStep = 0x1p-100;
@@ -158,7 +158,8 @@ void KivSceneMesh::Finish() {
   for (uint32_t iDelta = 0; iDelta < 2; ++iDelta) {
     m_zMesh.m_iMeshFlags = iDelta != 0 ? kMeshDelta : 0;
     uint8_t iLocal = 0;
-    for (const KivMeshFace& zFace : m_zMesh.m_vzFace) aiSize[iDelta] += KivMeshFaceSize(m_zMesh, afBox, zFace.View(), iLocal);
+    for (const KivMeshFace& zFace : m_zMesh.m_vzFace)
+      aiSize[iDelta] += KivMeshFaceSize(m_zMesh, afBox, zFace.View(), iLocal);
   }
   m_zMesh.m_iMeshFlags = aiSize[1] < aiSize[0] ? kMeshDelta : 0;
 }

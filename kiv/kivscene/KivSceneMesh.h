@@ -28,8 +28,8 @@ struct KivSceneBox {
   void Add(const double* pdPoint);
   void AddPoints(std::span<const double> vdPoint);  // x, y, z of each
   void Add(const KivSceneBox& zOther, const KivEMatrix4& zMatrix);
-  double Size() const;        // its longest side
-  double Diagonal() const;    // 0 of an empty box
+  double Size() const;               // its longest side
+  double Diagonal() const;           // 0 of an empty box
   double LargestCoordinate() const;  // without its sign
 };
 

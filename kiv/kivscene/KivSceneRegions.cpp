@@ -71,8 +71,7 @@ class RegionFinder {
     if (m_zMesh.m_vfNormal.empty()) return false;
     const bool bSameWay = m_zMesh.m_viPlace[iCorner] == m_zMesh.m_viPlace[iOther];
     const uint32_t iNext = KivNextCorner(iCorner), iOtherNext = KivNextCorner(iOther);
-    return NormalsAgree(iCorner, bSameWay ? iOther : iOtherNext) &&
-           NormalsAgree(iNext, bSameWay ? iOtherNext : iOther);
+    return NormalsAgree(iCorner, bSameWay ? iOther : iOtherNext) && NormalsAgree(iNext, bSameWay ? iOtherNext : iOther);
   }
 
   void JoinTriangles() {
@@ -83,8 +82,8 @@ class RegionFinder {
     std::map<uint32_t, std::pair<double, uint32_t>> mapFlat;  // of a triangle without an area: its longest edge so far
     const auto NoteFlat = [&](uint32_t t, uint32_t iCorner, uint32_t iOther) {
       if (Is(vzNormal[t])) return;
-      const KivECoord3 z = m_zMesh.Place(m_zMesh.m_viPlace[KivNextCorner(iCorner)]) -
-                           m_zMesh.Place(m_zMesh.m_viPlace[iCorner]);
+      const KivECoord3 z =
+          m_zMesh.Place(m_zMesh.m_viPlace[KivNextCorner(iCorner)]) - m_zMesh.Place(m_zMesh.m_viPlace[iCorner]);
       auto& [dLongest, iNeighbour] = mapFlat.try_emplace(t, -1.0, kNone).first->second;
       const double dLength = z.Length();
       if (dLength > dLongest || (dLength == dLongest && iOther < iNeighbour)) {

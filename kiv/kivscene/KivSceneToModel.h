@@ -24,11 +24,11 @@ struct KivImportOptions {
 
 struct KivImportSummary {
   uint64_t m_nParts = 0, m_nNodes = 0, m_nInstances = 0;
-  uint64_t m_nFaces = 0, m_nEdges = 0;        // of all parts, each part once
-  uint64_t m_nGeometries = 0;                 // exact geometry strings
-  std::vector<double> m_vdTolerance;          // of each level, in the model's units
-  std::vector<uint64_t> m_vnTriangles;        // of each level, each part once
-  std::vector<std::string> m_vstrWarning;     // the scene's, then those of the import
+  uint64_t m_nFaces = 0, m_nEdges = 0;     // of all parts, each part once
+  uint64_t m_nGeometries = 0;              // exact geometry strings
+  std::vector<double> m_vdTolerance;       // of each level, in the model's units
+  std::vector<uint64_t> m_vnTriangles;     // of each level, each part once
+  std::vector<std::string> m_vstrWarning;  // the scene's, then those of the import
 };
 
 // 1, 0.1 and 0.01 millimetres, in the scene's units, or if it tells none thousandths of its diagonal.

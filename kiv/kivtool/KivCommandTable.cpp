@@ -10,7 +10,8 @@ std::unique_ptr<KivCommand> KivMakeRecordsCommand();
 std::unique_ptr<KivCommand> KivMakeTreeCommand();
 
 std::vector<std::unique_ptr<KivCommand>> KivMakeCommands() {
-  constexpr std::unique_ptr<KivCommand> (*kMake[])() = {KivMakeImportCommand, KivMakeInfoCommand, KivMakeRecordsCommand, KivMakeTreeCommand};
+  constexpr std::unique_ptr<KivCommand> (*kMake[])() = {KivMakeImportCommand, KivMakeInfoCommand, KivMakeRecordsCommand,
+                                                        KivMakeTreeCommand};
   std::vector<std::unique_ptr<KivCommand>> vpzCommand;
   for (const auto pfnMake : kMake) vpzCommand.push_back(pfnMake());
   return vpzCommand;

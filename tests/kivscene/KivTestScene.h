@@ -91,8 +91,7 @@ inline std::vector<Triangle> TrianglesOf(const kiv::KivSceneFace& z) {
   std::vector<Triangle> vz;
   for (size_t i = 0; i < z.m_viIndex.size(); i += 3) {
     Triangle& t = vz.emplace_back();
-    for (size_t k = 0; k < 3; ++k)
-      std::copy_n(&z.m_vdVertex[3 * size_t{z.m_viIndex[i + k]}], 3, t.m_az[k].begin());
+    for (size_t k = 0; k < 3; ++k) std::copy_n(&z.m_vdVertex[3 * size_t{z.m_viIndex[i + k]}], 3, t.m_az[k].begin());
   }
   return vz;
 }
@@ -101,8 +100,7 @@ inline std::vector<Triangle> TrianglesOf(const kiv::KivMemoryBlockFaceEdge& zMes
   for (const kiv::KivMeshFace& z : zMesh.m_vzFace)
     for (size_t i = 0; i < z.m_viIndex.size(); i += 3) {
       Triangle& t = vz.emplace_back();
-      for (size_t k = 0; k < 3; ++k)
-        std::copy_n(&z.m_vfVertex[3 * size_t{z.m_viIndex[i + k]}], 3, t.m_az[k].begin());
+      for (size_t k = 0; k < 3; ++k) std::copy_n(&z.m_vfVertex[3 * size_t{z.m_viIndex[i + k]}], 3, t.m_az[k].begin());
     }
   return vz;
 }
@@ -142,8 +140,8 @@ inline double LargestDistance(const std::vector<Triangle>& vzFrom, const std::ve
   double dLargest = 0;
   for (const Triangle& t : vzFrom)
     for (int i = 0; i < 7; ++i) {
-      static constexpr double kWeight[7][3] = {{1, 0, 0},   {0, 1, 0},   {0, 0, 1},         {.5, .5, 0},
-                                               {0, .5, .5}, {.5, 0, .5}, {1. / 3, 1. / 3, 1. / 3}};
+      static constexpr double kWeight[7][3] = {
+          {1, 0, 0}, {0, 1, 0}, {0, 0, 1}, {.5, .5, 0}, {0, .5, .5}, {.5, 0, .5}, {1. / 3, 1. / 3, 1. / 3}};
       Point p = {0, 0, 0};
       for (size_t k = 0; k < 3; ++k)
         for (size_t x = 0; x < 3; ++x) p[x] += kWeight[i][k] * t.m_az[k][x];
@@ -151,7 +149,8 @@ inline double LargestDistance(const std::vector<Triangle>& vzFrom, const std::ve
       for (size_t k = 0; k < vzTo.size(); ++k) {
         const double* pd = vzBall[k].data();
         const double dx = p[0] - pd[0], dy = p[1] - pd[1], dz = p[2] - pd[2], dReach = dNearest + pd[3];
-        if (dx * dx + dy * dy + dz * dz < dReach * dReach) dNearest = std::min(dNearest, DistanceToTriangle(p, vzTo[k]));
+        if (dx * dx + dy * dy + dz * dz < dReach * dReach)
+          dNearest = std::min(dNearest, DistanceToTriangle(p, vzTo[k]));
       }
       dLargest = std::max(dLargest, dNearest);
     }

@@ -22,7 +22,7 @@ struct Format {
   const char16_t* m_szReader;
 };
 constexpr Format kFormats[] = {
-    {u"stl", u"kiv-read-mesh"},  {u"obj", u"kiv-read-mesh"}, {u"ply", u"kiv-read-mesh"},  {u"gltf", u"kiv-read-mesh"},
+    {u"stl", u"kiv-read-mesh"}, {u"obj", u"kiv-read-mesh"}, {u"ply", u"kiv-read-mesh"},  {u"gltf", u"kiv-read-mesh"},
     {u"glb", u"kiv-read-mesh"}, {u"stp", u"kiv-read-step"}, {u"step", u"kiv-read-step"},
 };
 constexpr double kDefaultMillimetres[] = {1, 0.1, 0.01};
@@ -54,9 +54,10 @@ class ImportCommand : public KivCommand {
     zOptions.Argument("IN", m_csSource, "foreign file");
     zOptions.Argument("OUT", m_csTarget, "model to write");
     zOptions.Flag("--force", m_bForce, "replace OUT if it exists");
-    zOptions.Numbers("--tolerance", m_zImport.m_vdTolerance,
-                     "tolerance of each level of detail, the coarsest first: in millimetres, or for a file without a unit "
-                     "in its own (default: 1 0.1 0.01; without a unit in thousandths of the diagonal)");
+    zOptions.Numbers(
+        "--tolerance", m_zImport.m_vdTolerance,
+        "tolerance of each level of detail, the coarsest first: in millimetres, or for a file without a unit "
+        "in its own (default: 1 0.1 0.01; without a unit in thousandths of the diagonal)");
     zOptions.Numbers("--angle", m_vdAngle,
                      "meshes: triangles that meet at less are one face, in degrees (default: 30)");
   }
@@ -107,11 +108,11 @@ class ImportCommand : public KivCommand {
     if (vdTolerance.empty()) vdTolerance.assign(std::begin(kDefaultMillimetres), std::end(kDefaultMillimetres));
     KivProgress zProgress("reading " + KivShown(m_csSource), 0);
     std::string strError;
-    const bool bRead = KivRunSceneReader(csReader, m_csSource, vdTolerance, csTemporary + u".scene", zScene, strError,
-                                         [&] {
-                                           zProgress.Advance();
-                                           return true;
-                                         });
+    const bool bRead =
+        KivRunSceneReader(csReader, m_csSource, vdTolerance, csTemporary + u".scene", zScene, strError, [&] {
+          zProgress.Advance();
+          return true;
+        });
     if (!bRead) throw KivToolError(KivShown(m_csSource) + ": " + KivShown(sys::Utf8ToWide(strError)));
   }
 
@@ -134,8 +135,8 @@ class ImportCommand : public KivCommand {
                  KivShown(m_csTarget).c_str(), z.m_nNodes, z.m_nInstances, z.m_nParts, z.m_nFaces, z.m_nEdges,
                  z.m_nGeometries);
     for (size_t i = 0; i < z.m_vdTolerance.size(); ++i)
-      zOutput.Line("level %zu  tolerance %s: %" PRIu64 " triangles", i,
-                   KivNumberText(z.m_vdTolerance[i]).c_str(), z.m_vnTriangles[i]);
+      zOutput.Line("level %zu  tolerance %s: %" PRIu64 " triangles", i, KivNumberText(z.m_vdTolerance[i]).c_str(),
+                   z.m_vnTriangles[i]);
     zOutput.Line("%zu warnings, %.2f s", z.m_vstrWarning.size(), dSeconds);
   }
 
