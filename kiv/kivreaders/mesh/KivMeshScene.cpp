@@ -23,8 +23,8 @@ bool IsNumber(const aiVector3D& z) {
 
 class Maker {
  public:
-  Maker(const aiScene& zSource, const KivMeshFormat& zFormat, KivScene& zScene)
-      : m_zSource(zSource), m_zFormat(zFormat), m_zScene(zScene) {}
+  Maker(const aiScene& zSource, const KivMeshFormat& zFormat, bool bMaterials, KivScene& zScene)
+      : m_zSource(zSource), m_zFormat(zFormat), m_bMaterials(bMaterials), m_zScene(zScene) {}
 
   void Run(const KivWString& csName) {
     m_zScene.m_dMetresPerUnit = m_zFormat.m_dMetresPerUnit;
@@ -205,7 +205,7 @@ class Maker {
   }
 
   std::optional<KivColour> MaterialColour(const aiMesh& zMesh) {
-    if (zMesh.mMaterialIndex >= m_zSource.mNumMaterials) return std::nullopt;
+    if (!m_bMaterials || zMesh.mMaterialIndex >= m_zSource.mNumMaterials) return std::nullopt;
     const aiMaterial& zMaterial = *m_zSource.mMaterials[zMesh.mMaterialIndex];
     for (const aiTextureType iType : {aiTextureType_DIFFUSE, aiTextureType_BASE_COLOR})
       if (zMaterial.GetTextureCount(iType) > 0) Warn("pictures on surfaces are left out");
@@ -236,6 +236,7 @@ class Maker {
 
   const aiScene& m_zSource;
   const KivMeshFormat& m_zFormat;
+  const bool m_bMaterials;
   KivScene& m_zScene;
   std::map<std::vector<unsigned int>, uint32_t> m_mapPart;
   std::set<std::string> m_setWarning;
@@ -260,9 +261,9 @@ void KivCheckMeshes(const aiScene& zSource, const KivMeshFormat& zFormat) {
   }
 }
 
-void KivSceneFromMeshes(const aiScene& zSource, const KivMeshFormat& zFormat, const KivWString& csName,
+void KivSceneFromMeshes(const aiScene& zSource, const KivMeshFormat& zFormat, const KivWString& csName, bool bMaterials,
                         KivScene& zScene) {
-  Maker(zSource, zFormat, zScene).Run(csName);
+  Maker(zSource, zFormat, bMaterials, zScene).Run(csName);
 }
 
 }  // namespace kiv

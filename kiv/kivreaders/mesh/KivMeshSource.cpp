@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <assimp/IOStream.hpp>
-#include <cstdlib>
 #include <cstring>
 #include <string_view>
 
@@ -20,61 +19,6 @@ constexpr KivMeshFormat kFormats[] = {
     {"stl", "STL", 0, false, false}, {"obj", "OBJ", 0, true, true}, {"ply", "PLY", 0, true, false},
     {"gltf", "glTF", 1, true, true}, {"glb", "GLB", 1, true, true},
 };
-
-// --- What the bytes announce ----------------------------------------------------------------------------------------
-
-bool IsBlank(char c) {
-  return c == ' ' || c == '\t' || c == '\r' || c == '\n' || c == '\0';
-}
-
-// A text STL ends with its last solid.
-void CheckTextStl(std::string_view strText) {
-  while (!strText.empty() && IsBlank(strText.back())) strText.remove_suffix(1);
-  const size_t iLine = strText.find_last_of("\r\n");
-  std::string_view strLast = iLine == std::string_view::npos ? strText : strText.substr(iLine + 1);
-  while (!strLast.empty() && IsBlank(strLast.front())) strLast.remove_prefix(1);
-  if (!strLast.starts_with("endsolid") && !strLast.starts_with("ENDSOLID") && !strLast.starts_with("end solid"))
-    throw KivSceneError("the file is cut: its last line is no 'endsolid'");
-}
-
-void CheckStl(const std::vector<uint8_t>& vcBytes) {
-  constexpr uint64_t kHead = 84, kFacet = 50;
-  if (vcBytes.size() >= kHead) {
-    uint32_t nFacets = 0;
-    std::memcpy(&nFacets, vcBytes.data() + 80, sizeof nFacets);
-    if (vcBytes.size() == kHead + kFacet * nFacets) return;  // a binary one, whatever it begins with
-  }
-  const std::string_view strText(reinterpret_cast<const char*>(vcBytes.data()), vcBytes.size());
-  const size_t iFirst = std::min(strText.find_first_not_of(" \t\r\n"), strText.size());
-  std::string strWord(strText.substr(iFirst, 5));
-  for (char& c : strWord) c = static_cast<char>(c >= 'A' && c <= 'Z' ? c + 32 : c);
-  const bool bText = strWord == "solid" && strText.find('\0') == std::string_view::npos;
-  if (bText) return CheckTextStl(strText);
-  if (vcBytes.size() < kHead) throw KivSceneError("it is no STL file");
-  uint32_t nFacets = 0;
-  std::memcpy(&nFacets, vcBytes.data() + 80, sizeof nFacets);
-  if (vcBytes.size() < kHead + kFacet * nFacets)
-    throw KivSceneError("the file is cut, or no STL file: it announces " + std::to_string(nFacets) +
-                        " triangles and has bytes for " + std::to_string((vcBytes.size() - kHead) / kFacet));
-}
-
-// Each entry of an element takes a byte at least.
-void CheckPly(const std::vector<uint8_t>& vcBytes) {
-  const std::string_view strText(reinterpret_cast<const char*>(vcBytes.data()), vcBytes.size());
-  if (!strText.starts_with("ply")) throw KivSceneError("it is no PLY file");
-  const size_t iEnd = strText.find("end_header");
-  if (iEnd == std::string_view::npos) throw KivSceneError("the file is cut: its header has no end");
-  uint64_t nEntries = 0;
-  for (size_t iAt = strText.find("element "); iAt < iEnd; iAt = strText.find("element ", iAt + 1)) {
-    const size_t iNumber = strText.find_first_of(" \r\n", iAt + 8);
-    if (iNumber >= iEnd) break;
-    const std::string strNumber(strText.substr(iNumber + 1, 20));
-    const uint64_t nThese = std::strtoull(strNumber.c_str(), nullptr, 10);
-    if (nThese > vcBytes.size()) nEntries = vcBytes.size();
-    nEntries += std::min<uint64_t>(nThese, vcBytes.size());
-  }
-  if (nEntries > vcBytes.size() - iEnd) throw KivSceneError("the file is cut: its header announces more than it holds");
-}
 
 // --- Streams --------------------------------------------------------------------------------------------------------
 
@@ -119,15 +63,6 @@ const KivMeshFormat* KivFindMeshFormat(const KivWString& csSource) {
   return nullptr;
 }
 
-void KivCheckMeshBytes(const KivMeshFormat& zFormat, const std::vector<uint8_t>& vcBytes) {
-  const std::string_view strSuffix = zFormat.m_szSuffix;
-  if (strSuffix == "stl") CheckStl(vcBytes);
-  if (strSuffix == "ply") CheckPly(vcBytes);
-  if (strSuffix == "obj" && std::find(vcBytes.begin(), vcBytes.end(), 0) != vcBytes.end() &&
-      !(vcBytes.size() > 1 && (vcBytes[0] == 0xFE || vcBytes[0] == 0xFF)))  // two bytes for each character
-    throw KivSceneError("it is no OBJ file");
-}
-
 KivMeshSource::KivMeshSource(const KivWString& csSource, const KivMeshFormat& zFormat, std::vector<uint8_t> vcBytes)
     : m_strName(std::string("source.") + zFormat.m_szSuffix),
       m_csFallback(csSource.substr(0, csSource.rfind(u'.')) + u".mtl"),
@@ -158,8 +93,11 @@ Assimp::IOStream* KivMeshSource::Open(const char* szName, const char*) {
   if (szName == m_strName) return new Stream(m_pvcBytes);
   KivWString csPath;
   try {
-    if (Find(szName, csPath))
-      return new Stream(std::make_shared<const std::vector<uint8_t>>(KivReadSceneSource(csPath, kLargestFile)));
+    if (Find(szName, csPath)) {
+      auto pvcBytes = std::make_shared<const std::vector<uint8_t>>(KivReadSceneSource(csPath, kLargestFile));
+      m_bGivenOther = true;
+      return new Stream(std::move(pvcBytes));
+    }
   } catch (const KivSceneError&) {
     // The library of formats goes on without the file, or gives up with a reason of its own.
   }

@@ -23,6 +23,7 @@ struct KivMeshFormat {
 const KivMeshFormat* KivFindMeshFormat(const KivWString& csSource);
 
 // Throws KivSceneError for bytes that announce more than they hold, where the library of formats would believe them.
+// (KivMeshBytes.cpp)
 void KivCheckMeshBytes(const KivMeshFormat& zFormat, const std::vector<uint8_t>& vcBytes);
 
 // Gives the source's bytes under the name "source.<suffix>", and files of its folder and below under theirs; nothing
@@ -34,6 +35,8 @@ class KivMeshSource : public Assimp::IOSystem {
   const std::string& GetName() const { return m_strName; }
   // Names of files that were asked for and could not be given.
   const std::vector<std::string>& GetMissing() const { return m_vstrMissing; }
+  // True if a file beside the source was given.
+  bool HasGivenOther() const { return m_bGivenOther; }
 
   bool Exists(const char* szName) const override;
   char getOsSeparator() const override { return '/'; }
@@ -50,6 +53,7 @@ class KivMeshSource : public Assimp::IOSystem {
       m_csFallback;  // path of what is asked for as "source.mtl", in place of a list of materials that is missing
   std::shared_ptr<const std::vector<uint8_t>> m_pvcBytes;
   std::vector<std::string> m_vstrMissing;
+  bool m_bGivenOther = false;
 };
 
 }  // namespace kiv

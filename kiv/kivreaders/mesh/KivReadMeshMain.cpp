@@ -3,6 +3,7 @@
 #include <assimp/postprocess.h>
 #include <algorithm>
 #include <assimp/Importer.hpp>
+#include <string_view>
 
 #include "KivMeshScene.h"
 #include "KivMeshSource.h"
@@ -60,7 +61,9 @@ void Read(const KivWString& csSource, const std::vector<double>&, KivScene& zSce
   KivCheckMeshes(*pzScene, *pzFormat);
   pzScene = zImporter.ApplyPostProcessing(aiProcess_Triangulate);
   if (pzScene == nullptr) GiveUp();
-  KivSceneFromMeshes(*pzScene, *pzFormat, csFile.substr(0, csFile.rfind(u'.')), zScene);
+  // The materials of an OBJ stand in another file; without it they are made up.
+  const bool bMaterials = std::string_view(pzFormat->m_szSuffix) != "obj" || pzSource->HasGivenOther();
+  KivSceneFromMeshes(*pzScene, *pzFormat, csFile.substr(0, csFile.rfind(u'.')), bMaterials, zScene);
   for (const std::string& strMissing : pzSource->GetMissing())
     zScene.m_vstrWarning.push_back("a file that it names cannot be read: " + strMissing);
 }

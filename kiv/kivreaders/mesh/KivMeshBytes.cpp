@@ -1,0 +1,144 @@
+// What the bytes of a source announce, where the library of formats believes more than it should: it fills up what a
+// cut file lacks, or takes memory for whatever a header says.
+#include <algorithm>
+#include <charconv>
+#include <cstring>
+#include <string>
+#include <string_view>
+
+#include "KivMeshSource.h"
+#include "KivSceneReader.h"
+
+namespace kiv {
+namespace {
+
+bool IsBlank(char c) {
+  return c == ' ' || c == '\t' || c == '\r' || c == '\n' || c == '\0';
+}
+
+// A text STL ends with its last solid.
+void CheckTextStl(std::string_view strText) {
+  while (!strText.empty() && IsBlank(strText.back())) strText.remove_suffix(1);
+  const size_t iLine = strText.find_last_of("\r\n");
+  std::string_view strLast = iLine == std::string_view::npos ? strText : strText.substr(iLine + 1);
+  while (!strLast.empty() && IsBlank(strLast.front())) strLast.remove_prefix(1);
+  if (!strLast.starts_with("endsolid") && !strLast.starts_with("ENDSOLID") && !strLast.starts_with("end solid"))
+    throw KivSceneError("the file is cut: its last line is no 'endsolid'");
+}
+
+void CheckStl(const std::vector<uint8_t>& vcBytes) {
+  constexpr uint64_t kHead = 84, kFacet = 50;
+  if (vcBytes.size() >= kHead) {
+    uint32_t nFacets = 0;
+    std::memcpy(&nFacets, vcBytes.data() + 80, sizeof nFacets);
+    if (vcBytes.size() == kHead + kFacet * nFacets) return;  // a binary one, whatever it begins with
+  }
+  const std::string_view strText(reinterpret_cast<const char*>(vcBytes.data()), vcBytes.size());
+  const size_t iFirst = std::min(strText.find_first_not_of(" \t\r\n"), strText.size());
+  std::string strWord(strText.substr(iFirst, 5));
+  for (char& c : strWord) c = static_cast<char>(c >= 'A' && c <= 'Z' ? c + 32 : c);
+  const bool bText = strWord == "solid" && strText.find('\0') == std::string_view::npos;
+  if (bText) return CheckTextStl(strText);
+  if (vcBytes.size() < kHead) throw KivSceneError("it is no STL file");
+  uint32_t nFacets = 0;
+  std::memcpy(&nFacets, vcBytes.data() + 80, sizeof nFacets);
+  if (vcBytes.size() < kHead + kFacet * nFacets)
+    throw KivSceneError("the file is cut, or no STL file: it announces " + std::to_string(nFacets) +
+                        " triangles and has bytes for " + std::to_string((vcBytes.size() - kHead) / kFacet));
+}
+
+// --- PLY ------------------------------------------------------------------------------------------------------------
+
+// The next word, which is passed; empty at the end.
+std::string_view TakeWord(std::string_view& strText) {
+  while (!strText.empty() && IsBlank(strText.front())) strText.remove_prefix(1);
+  size_t n = 0;
+  while (n < strText.size() && !IsBlank(strText[n])) ++n;
+  const std::string_view strWord = strText.substr(0, n);
+  strText.remove_prefix(n);
+  return strWord;
+}
+
+std::string_view TakeLine(std::string_view& strText) {
+  const size_t n = std::min(strText.find('\n'), strText.size());
+  const std::string_view strLine = strText.substr(0, n);
+  strText.remove_prefix(std::min(n + 1, strText.size()));
+  return strLine;
+}
+
+struct PlyElement {
+  uint64_t m_nEntries = 0;
+  std::vector<bool> m_vbList;  // for each property
+};
+
+struct PlyHeader {
+  bool m_bText = false;
+  std::vector<PlyElement> m_vzElement;
+};
+
+[[noreturn]] void RefusePly() {
+  throw KivSceneError("the file is cut: its header announces more than it holds");
+}
+
+// Passes the header.
+PlyHeader TakePlyHeader(std::string_view& strText) {
+  PlyHeader zHeader;
+  for (;;) {
+    if (strText.empty()) throw KivSceneError("the file is cut: its header has no end");
+    std::string_view strLine = TakeLine(strText);
+    const std::string_view strWord = TakeWord(strLine);
+    if (strWord == "end_header") return zHeader;
+    if (strWord == "format") zHeader.m_bText = TakeWord(strLine) == "ascii";
+    if (strWord == "element") {
+      TakeWord(strLine);  // its name
+      const std::string_view strCount = TakeWord(strLine);
+      uint64_t nEntries = 0;
+      const auto [pEnd, iError] = std::from_chars(strCount.data(), strCount.data() + strCount.size(), nEntries);
+      if (iError == std::errc::result_out_of_range) RefusePly();
+      if (iError != std::errc()) throw KivSceneError("its header is damaged");
+      zHeader.m_vzElement.push_back({nEntries, {}});
+    }
+    if (strWord == "property" && !zHeader.m_vzElement.empty())
+      zHeader.m_vzElement.back().m_vbList.push_back(TakeWord(strLine) == "list");
+  }
+}
+
+// Every value must be there.
+void CheckTextPly(const PlyHeader& zHeader, std::string_view strText) {
+  for (const PlyElement& zElement : zHeader.m_vzElement)
+    for (uint64_t i = 0; i < zElement.m_nEntries; ++i)
+      for (const bool bList : zElement.m_vbList) {
+        const std::string_view strWord = TakeWord(strText);
+        if (strWord.empty()) RefusePly();
+        uint64_t nValues = 0;
+        if (bList) std::from_chars(strWord.data(), strWord.data() + strWord.size(), nValues);
+        for (; nValues > 0; --nValues)
+          if (TakeWord(strText).empty()) RefusePly();
+      }
+}
+
+// Each entry of an element takes a byte at least.
+void CheckPly(std::string_view strText) {
+  if (!strText.starts_with("ply")) throw KivSceneError("it is no PLY file");
+  const PlyHeader zHeader = TakePlyHeader(strText);
+  uint64_t nEntries = 0;
+  for (const PlyElement& zElement : zHeader.m_vzElement) {
+    if (zElement.m_nEntries > strText.size()) RefusePly();
+    nEntries += zElement.m_nEntries;
+  }
+  if (nEntries > strText.size()) RefusePly();
+  if (zHeader.m_bText) CheckTextPly(zHeader, strText);
+}
+
+}  // namespace
+
+void KivCheckMeshBytes(const KivMeshFormat& zFormat, const std::vector<uint8_t>& vcBytes) {
+  const std::string_view strSuffix = zFormat.m_szSuffix;
+  if (strSuffix == "stl") CheckStl(vcBytes);
+  if (strSuffix == "ply") CheckPly(std::string_view(reinterpret_cast<const char*>(vcBytes.data()), vcBytes.size()));
+  if (strSuffix == "obj" && std::find(vcBytes.begin(), vcBytes.end(), 0) != vcBytes.end() &&
+      !(vcBytes.size() > 1 && (vcBytes[0] == 0xFE || vcBytes[0] == 0xFF)))  // two bytes for each character
+    throw KivSceneError("it is no OBJ file");
+}
+
+}  // namespace kiv

@@ -1,0 +1,281 @@
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+#include <random>
+
+#include "KivMeshFiles.h"
+#include "KivReaderTest.h"
+#include "KivTestScale.h"
+
+using namespace kiv;
+using namespace kivtest;
+
+namespace {
+
+ReaderOutcome ReadMesh(const KivWString& csPath) {
+  return RunReader(u"kiv-read-mesh", csPath);
+}
+
+// Of a file with these bytes.
+ReaderOutcome ReadBytes(const KivWString& csName, const std::string& strBytes) {
+  const TestFolder zFolder;
+  zFolder.WriteBytes(csName, strBytes);
+  return ReadMesh(zFolder / csName);
+}
+
+// Corner k of triangle i.
+std::vector<double> Corner(const KivSceneFace& z, size_t i, size_t k) {
+  const size_t iAt = 3 * size_t{z.m_viIndex[3 * i + k]};
+  return {z.m_vdVertex[iAt], z.m_vdVertex[iAt + 1], z.m_vdVertex[iAt + 2]};
+}
+
+using Point = std::vector<double>;
+
+}  // namespace
+
+// --- What is kept
+// -----------------------------------------------------------------------------------------------------
+
+TEST(ReadMesh, ABinaryStlIsTrianglesWithoutNormalsAndTheUnitIsUnknown) {
+  const ReaderOutcome z = ReadBytes(u"Plate 7.STL", BinaryStl());
+  ASSERT_EQ(z.m_strError, "");
+  EXPECT_EQ(z.m_zScene.m_dMetresPerUnit, 0);
+  ASSERT_EQ(z.m_zScene.m_vzPart.size(), 1u);
+  EXPECT_FALSE(z.m_zScene.m_vzPart[0].m_bHasFaces);
+  ASSERT_EQ(z.m_zScene.m_vzPart[0].m_vzLevel.size(), 1u);
+  EXPECT_EQ(z.m_zScene.m_vzPart[0].m_vzLevel[0].m_dTolerance, 0);
+  ASSERT_EQ(z.m_zScene.m_vzPart[0].m_vzLevel[0].m_vzFace.size(), 1u);
+  const KivSceneFace& zFace = z.m_zScene.m_vzPart[0].m_vzLevel[0].m_vzFace[0];
+  EXPECT_EQ(zFace.m_iId, 1u);
+  ASSERT_EQ(zFace.m_viIndex.size(), 6u);
+  EXPECT_EQ(Corner(zFace, 0, 1), (Point{1, 0, 0}));
+  EXPECT_EQ(Corner(zFace, 1, 2), (Point{0, 1, 0}));
+  EXPECT_TRUE(zFace.m_vfNormal.empty());
+  EXPECT_FALSE(zFace.m_fColour.has_value());
+  EXPECT_EQ(z.m_zScene.m_vzNode[0].m_csName, u"Plate 7");
+  EXPECT_TRUE(z.m_zScene.m_vstrWarning.empty());
+}
+
+TEST(ReadMesh, ATextStlWithTwoSolidsIsTwoParts) {
+  const ReaderOutcome z = ReadBytes(u"two.stl", TextStl());
+  ASSERT_EQ(z.m_strError, "");
+  ASSERT_EQ(z.m_zScene.m_vzPart.size(), 2u);
+  EXPECT_EQ(z.m_zScene.m_vzPart[0].m_csName, u"plate");
+  EXPECT_EQ(z.m_zScene.m_vzPart[1].m_csName, u"lid");
+  const KivSceneFace& zFace = z.m_zScene.m_vzPart[1].m_vzLevel[0].m_vzFace[0];
+  ASSERT_EQ(zFace.m_viIndex.size(), 6u);
+  EXPECT_EQ(Corner(zFace, 1, 2), (Point{0, 1, 0.5}));
+}
+
+TEST(ReadMesh, AnObjKeepsObjectsColoursNormalsAndLines) {
+  const TestFolder zFolder;
+  zFolder.WriteBytes(u"thing.obj", Obj());
+  zFolder.WriteBytes(u"colours.mtl", Mtl());
+  const ReaderOutcome z = ReadMesh(zFolder / u"thing.obj");
+  ASSERT_EQ(z.m_strError, "");
+  EXPECT_EQ(z.m_zScene.m_vzNode[0].m_csName, u"thing");
+  ASSERT_EQ(z.m_zScene.m_vzPart.size(), 2u);
+  EXPECT_EQ(z.m_zScene.m_vzPart[0].m_csName, u"plate");
+  const KivSceneLevel& zPlate = z.m_zScene.m_vzPart[0].m_vzLevel[0];
+  ASSERT_EQ(zPlate.m_vzFace.size(), 1u);
+  EXPECT_EQ(zPlate.m_vzFace[0].m_viIndex.size(), 6u);
+  ASSERT_EQ(zPlate.m_vzFace[0].m_vfNormal.size(), zPlate.m_vzFace[0].m_vdVertex.size());
+  EXPECT_EQ(zPlate.m_vzFace[0].m_vfNormal[2], 1);
+  EXPECT_EQ(zPlate.m_vzFace[0].m_fColour, (KivColour{1, 0.25f, 0, 1}));
+  EXPECT_EQ(z.m_zScene.m_vzPart[1].m_csName, u"wire");
+  const KivSceneLevel& zWire = z.m_zScene.m_vzPart[1].m_vzLevel[0];
+  EXPECT_TRUE(zWire.m_vzFace.empty());
+  ASSERT_FALSE(zWire.m_vzEdge.empty());
+  EXPECT_EQ(zWire.m_vzEdge[0].m_fColour, (KivColour{0, 0, 1, 0.5f}));
+  double dLength = 0;
+  for (const KivSceneEdge& zEdge : zWire.m_vzEdge)
+    for (size_t i = 3; i < zEdge.m_vdVertex.size(); i += 3)
+      dLength +=
+          std::hypot(zEdge.m_vdVertex[i] - zEdge.m_vdVertex[i - 3], zEdge.m_vdVertex[i + 1] - zEdge.m_vdVertex[i - 2]);
+  EXPECT_EQ(dLength, 2);
+  EXPECT_TRUE(z.m_zScene.m_vstrWarning.empty());
+}
+
+TEST(ReadMesh, AListOfMaterialsThatIsMissingOrElsewhereIsAWarning) {
+  const TestFolder zFolder;
+  zFolder.WriteBytes(u"outside.mtl", Mtl());
+  for (const std::string& strLibrary :
+       {std::string("colours.mtl"), "../" + sys::WideToUtf8(zFolder.Path()) + "/outside.mtl",
+        sys::WideToUtf8(zFolder / u"outside.mtl")}) {
+    const ReaderOutcome z = ReadBytes(u"thing.obj", Obj(strLibrary));
+    ASSERT_EQ(z.m_strError, "");
+    EXPECT_TRUE(Warns(z.m_zScene, "a file that it names cannot be read: "));
+    EXPECT_FALSE(z.m_zScene.m_vzPart[0].m_vzLevel[0].m_vzFace[0].m_fColour.has_value());
+  }
+}
+
+TEST(ReadMesh, APlySharesItsVerticesInTextAndInBytes) {
+  for (const std::string& strFile : {TextPly(), BinaryPly()}) {
+    const ReaderOutcome z = ReadBytes(u"a.ply", strFile);
+    ASSERT_EQ(z.m_strError, "");
+    const KivSceneFace& zFace = z.m_zScene.m_vzPart[0].m_vzLevel[0].m_vzFace[0];
+    EXPECT_EQ(zFace.m_vdVertex, (std::vector<double>{0, 0, 0, 1, 0, 0, 1, 1, 0, 0, 1, 0.25}));
+    EXPECT_EQ(zFace.m_viIndex, (std::vector<uint32_t>{0, 1, 2, 0, 2, 3}));
+  }
+}
+
+TEST(ReadMesh, PolygonsBecomeTriangles) {
+  const ReaderOutcome z = ReadBytes(u"a.ply", TextPly("4 0 1 2 3"));
+  ASSERT_EQ(z.m_strError, "");
+  EXPECT_EQ(z.m_zScene.m_vzPart[0].m_vzLevel[0].m_vzFace[0].m_viIndex.size(), 9u);
+}
+
+TEST(ReadMesh, VerticesThatNoTriangleNamesAreDropped) {
+  const ReaderOutcome z = ReadBytes(u"a.ply", TextPly("3 1 2 0"));
+  ASSERT_EQ(z.m_strError, "");
+  EXPECT_EQ(z.m_zScene.m_vzPart[0].m_vzLevel[0].m_vzFace[0].m_vdVertex,
+            (std::vector<double>{0, 0, 0, 1, 0, 0, 1, 1, 0}));
+}
+
+TEST(ReadMesh, GltfKeepsNodesPlacementsSharedPartsColoursAndMetres) {
+  for (const KivWString csName : {u"a.gltf", u"b.gltf", u"c.glb"}) {
+    const TestFolder zFolder;
+    zFolder.WriteBytes(u"\u00e4 b.bin", GltfBuffer());
+    zFolder.WriteBytes(u"a.gltf", EmbeddedGltf());
+    zFolder.WriteBytes(u"b.gltf", Gltf(sys::WideToUtf8(u"\u00e4 b.bin")));
+    zFolder.WriteBytes(u"c.glb", Glb());
+    const ReaderOutcome z = ReadMesh(zFolder / csName);
+    ASSERT_EQ(z.m_strError, "");
+    EXPECT_EQ(z.m_zScene.m_dMetresPerUnit, 1);
+    ASSERT_EQ(z.m_zScene.m_vzPart.size(), 1u);
+    EXPECT_EQ(z.m_zScene.m_vzPart[0].m_csName, u"bracket");
+    const std::vector<KivSceneFace>& vzFace = z.m_zScene.m_vzPart[0].m_vzLevel[0].m_vzFace;
+    ASSERT_EQ(vzFace.size(), 2u);
+    EXPECT_EQ(vzFace[0].m_iId, 1u);
+    EXPECT_EQ(vzFace[1].m_iId, 2u);
+    EXPECT_EQ(vzFace[0].m_fColour, (KivColour{0.5f, 0.25f, 0.125f, 0.75f}));
+    EXPECT_FALSE(vzFace[1].m_fColour.has_value());
+    EXPECT_EQ(vzFace[0].m_vfNormal.size(), 9u);
+    EXPECT_TRUE(vzFace[1].m_vfNormal.empty());
+    EXPECT_EQ(vzFace[1].m_viIndex, (std::vector<uint32_t>{0, 1, 2}));
+    ASSERT_EQ(z.m_zScene.m_vzNode.size(), 3u);
+    EXPECT_EQ(z.m_zScene.m_vzNode[0].m_csName, u"assembly");
+    EXPECT_EQ(z.m_zScene.m_vzNode[1].m_csName, u"left");
+    EXPECT_EQ(z.m_zScene.m_vzNode[2].m_csName, u"right");
+    EXPECT_EQ(z.m_zScene.m_vzNode[2].m_iParent, 0u);
+    EXPECT_EQ(z.m_zScene.m_vzNode[1].m_viPart, std::vector<uint32_t>{0});
+    EXPECT_EQ(z.m_zScene.m_vzNode[2].m_viPart, std::vector<uint32_t>{0});
+    EXPECT_TRUE(z.m_zScene.m_vzNode[1].m_zMatrix.IsIdentityLike(KivEMatrix4()));
+    const KivECoord3 zPoint = z.m_zScene.m_vzNode[2].m_zMatrix.TransformPoint(KivECoord3{1, 0, 0});
+    EXPECT_NEAR(zPoint.m_dX, 10, 1e-6);
+    EXPECT_NEAR(zPoint.m_dY, 2, 1e-6);
+    EXPECT_NEAR(zPoint.m_dZ, 0, 1e-6);
+    EXPECT_TRUE(z.m_zScene.m_vstrWarning.empty());
+  }
+}
+
+TEST(ReadMesh, TheSameFileGivesTheSameScene) {
+  const TestFolder zFolder;
+  zFolder.WriteBytes(u"a.glb", Glb());
+  EXPECT_EQ(KivWriteScene(ReadMesh(zFolder / u"a.glb").m_zScene), KivWriteScene(ReadMesh(zFolder / u"a.glb").m_zScene));
+}
+
+// --- What is refused
+// --------------------------------------------------------------------------------------------------
+
+TEST(ReadMesh, WhatIsNoFileOfItsKindIsRefusedWithAReason) {
+  const TestFolder zFolder;
+  EXPECT_EQ(ReadMesh(zFolder / u"missing.stl").m_strError, "it does not exist");
+  zFolder.WriteBytes(u"empty.obj", "");
+  EXPECT_EQ(ReadMesh(zFolder / u"empty.obj").m_strError, "it is empty");
+  ASSERT_TRUE(sys::MakeFolder(zFolder / u"folder.ply"));
+  EXPECT_EQ(ReadMesh(zFolder / u"folder.ply").m_strError, "it is a folder");
+  sys::RemoveFolder(zFolder / u"folder.ply");
+  for (const KivWString csName : {u"a.step", u"a", u"a.stl.txt", u"stl"})
+    EXPECT_TRUE(HasText(ReadBytes(csName, BinaryStl()).m_strError, "its name ends neither with .stl")) << csName.size();
+}
+
+TEST(ReadMesh, AFileOfAnotherKindThanItsNameSaysIsRefused) {
+  EXPECT_NE(ReadBytes(u"a.stl", "\xFF\xD8\xFF\xE0" + std::string(100, 'x')).m_strError, "");
+  EXPECT_EQ(ReadBytes(u"a.ply", BinaryStl()).m_strError, "it is no PLY file");
+  EXPECT_EQ(ReadBytes(u"a.obj", BinaryStl()).m_strError, "it is no OBJ file");
+  EXPECT_NE(ReadBytes(u"a.stl", TextPly()).m_strError, "");
+  EXPECT_TRUE(HasText(ReadBytes(u"a.glb", BinaryStl()).m_strError, "it is no readable GLB file"));
+  EXPECT_TRUE(HasText(ReadBytes(u"a.gltf", "{}").m_strError, "it is no readable glTF file"));
+  EXPECT_TRUE(HasText(ReadBytes(u"a.gltf", Glb()).m_strError, "it is no readable glTF file"));
+}
+
+TEST(ReadMesh, RandomBytesAreRefused) {
+  std::mt19937 zRandom(1);
+  for (const KivWString csName : {u"a.stl", u"a.obj", u"a.ply", u"a.gltf", u"a.glb"}) {
+    std::string strBytes(3000, '\0');
+    for (char& c : strBytes) c = static_cast<char>(zRandom());
+    EXPECT_NE(ReadBytes(csName, strBytes).m_strError, "");
+  }
+}
+
+// But for a text that loses the end of its last line.
+TEST(ReadMesh, ACutFileIsRefused) {
+  struct Case {
+    KivWString m_csName;
+    std::string m_strFile;
+    size_t m_nFirst;  // the shortest cut
+  };
+  const Case aCases[] = {
+      {u"a.stl", BinaryStl(), 1},     {u"a.stl", TextStl().substr(0, TextStl().find("solid lid")), 8},
+      {u"a.ply", TextPly(), 2},       {u"a.ply", BinaryPly(), 1},
+      {u"a.gltf", EmbeddedGltf(), 1}, {u"a.glb", Glb(), 1}};
+  const size_t nCuts = Scaled(12, 2);
+  for (const Case& z : aCases)
+    for (size_t i = 0; i < nCuts; ++i) {
+      const size_t nCut = z.m_nFirst + i * (z.m_strFile.size() - z.m_nFirst - 1) / nCuts;
+      EXPECT_NE(ReadBytes(z.m_csName, z.m_strFile.substr(0, z.m_strFile.size() - nCut)).m_strError, "")
+          << z.m_strFile.substr(0, 20) << " without its last " << nCut;
+    }
+}
+
+// A text without an end mark: what is left may be a whole one.
+TEST(ReadMesh, ACutObjIsASoundSceneOrAReason) {
+  const size_t nCuts = Scaled(20, 2);
+  for (size_t i = 1; i < nCuts; ++i) ReadBytes(u"a.obj", Obj().substr(0, i * Obj().size() / nCuts));
+}
+
+TEST(ReadMesh, CoordinatesThatAreNoNumbersAreRefused) {
+  for (const float f : {std::numeric_limits<float>::quiet_NaN(), std::numeric_limits<float>::infinity()}) {
+    EXPECT_EQ(ReadBytes(u"a.stl", BinaryStl({0, 0, 0, 1, f, 0, 1, 1, 0, 0, 1, 0})).m_strError,
+              "a coordinate is no number");
+    EXPECT_EQ(ReadBytes(u"a.ply", BinaryPly({0, 0, 0, 1, 0, 0, 1, 1, 0, 0, 1, f})).m_strError,
+              "a coordinate is no number");
+  }
+}
+
+TEST(ReadMesh, FacesThatNameNoVertexAreRefused) {
+  for (const char* szFace : {"3 0 2 4", "3 0 1 -1", "5 0 1 2 3 4", "3 0 1 4294967295"})
+    EXPECT_EQ(ReadBytes(u"a.ply", TextPly(szFace)).m_strError, "a face names a vertex that does not exist") << szFace;
+  EXPECT_EQ(ReadBytes(u"a.ply", TextPly("2 0 1")).m_strError,
+            "a face has fewer than three corners: the file is cut or damaged");
+  for (const char* szIndex : {"9", "0", "-9", "99999999999"})
+    EXPECT_NE(ReadBytes(u"a.obj", "v 0 0 0\nv 1 0 0\nv 0 1 0\nf 1 2 " + std::string(szIndex) + "\n").m_strError, "")
+        << szIndex;
+}
+
+TEST(ReadMesh, CountsBeyondTheFileAreRefusedBeforeMemoryIsTaken) {
+  EXPECT_TRUE(HasText(ReadBytes(u"a.ply", PlyHead("ascii", "4000000000") + "0 0 0\n").m_strError, "the file is cut"));
+  EXPECT_TRUE(HasText(ReadBytes(u"a.ply", PlyHead("ascii", "3", "99999999999999999999") + "0 0 0\n").m_strError,
+                      "the file is cut"));
+  std::string strStl = BinaryStl();
+  for (size_t i = 80; i < 84; ++i) strStl[i] = '\xFF';
+  EXPECT_TRUE(HasText(ReadBytes(u"a.stl", strStl).m_strError, "the file is cut, or no STL file"));
+  EXPECT_NE(ReadBytes(u"a.gltf", Gltf("data:application/octet-stream;base64," + Base64(GltfBuffer()), "4000000000"))
+                .m_strError,
+            "");
+}
+
+TEST(ReadMesh, AFileWithoutTrianglesAndLinesIsRefused) {
+  EXPECT_EQ(ReadBytes(u"a.ply", PlyHead("ascii", "1", "0") + "0 0 0\n").m_strError,
+            "it holds no triangles and no lines");
+}
+
+TEST(ReadMesh, AGltfWhoseBufferIsMissingOrElsewhereIsRefused) {
+  const TestFolder zFolder;
+  zFolder.WriteBytes(u"b.bin", GltfBuffer());
+  EXPECT_TRUE(HasText(ReadBytes(u"a.gltf", Gltf("b.bin")).m_strError, "it is no readable glTF file"));
+  EXPECT_TRUE(HasText(ReadBytes(u"a.gltf", Gltf(sys::WideToUtf8(zFolder / u"b.bin"))).m_strError,
+                      "it is no readable glTF file"));
+}
