@@ -8,10 +8,12 @@ std::unique_ptr<KivCommand> KivMakeImportCommand();
 std::unique_ptr<KivCommand> KivMakeInfoCommand();
 std::unique_ptr<KivCommand> KivMakeRecordsCommand();
 std::unique_ptr<KivCommand> KivMakeTreeCommand();
+std::unique_ptr<KivCommand> KivMakeCheckCommand();
 
 std::vector<std::unique_ptr<KivCommand>> KivMakeCommands() {
-  constexpr std::unique_ptr<KivCommand> (*kMake[])() = {KivMakeImportCommand, KivMakeInfoCommand, KivMakeRecordsCommand,
-                                                        KivMakeTreeCommand};
+  constexpr std::unique_ptr<KivCommand> (*kMake[])() = {
+      KivMakeImportCommand, KivMakeInfoCommand, KivMakeCheckCommand, KivMakeRecordsCommand, KivMakeTreeCommand,
+  };
   std::vector<std::unique_ptr<KivCommand>> vpzCommand;
   for (const auto pfnMake : kMake) vpzCommand.push_back(pfnMake());
   return vpzCommand;

@@ -5,7 +5,7 @@
 #include <new>
 
 #include "KivCommand.h"
-#include "KivException.h"
+#include "KivDataUtil.h"
 #include "KivSysTerminal.h"
 
 namespace kiv {
@@ -30,6 +30,23 @@ KivToolExit RunGuarded(KivCommand& zCommand, KivOptions& zOptions, KivToolOutput
     return zOutput.Fail(std::string("failed: ") + e.what());
   }
 }
+
+// What the library writes for its own use goes with the command.
+class WorkFolder {
+ public:
+  WorkFolder() = default;
+  WorkFolder(const WorkFolder&) = delete;
+  WorkFolder& operator=(const WorkFolder&) = delete;
+  ~WorkFolder() {
+    try {
+      if (!KivIsWorkFolderSettled()) return;
+      KivCloseLog();
+      KivRemoveTree(KivGetWorkFolder());
+    } catch (const std::exception&) {
+      // A folder that stays does no harm.
+    }
+  }
+};
 
 }  // namespace
 
@@ -66,6 +83,7 @@ int32_t KivRunTool(const std::vector<KivWString>& vcsArguments) {
     return static_cast<int32_t>(KivToolOutput(true).Fail(e.what()));
   }
   sys::CatchStopRequests();
+  const WorkFolder zWorkFolder;
   KivToolOutput zOutput(bJson);
   return static_cast<int32_t>(RunGuarded(*vpzCommand[iChosen], *vpzOptions[iChosen], zOutput));
 }

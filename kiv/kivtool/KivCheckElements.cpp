@@ -1,0 +1,232 @@
+// The walk over all elements of a model that the check makes.
+#include <algorithm>
+#include <vector>
+
+#include "KivBrepData.h"
+#include "KivCheckWalk.h"
+#include "KivInstance.h"
+#include "KivModel.h"
+#include "KivModelNote.h"
+#include "KivNumberText.h"
+#include "KivPositionTableManager.h"
+#include "KivProgress.h"
+
+namespace kiv {
+namespace {
+
+constexpr uint32_t kAnyTag = 0;
+constexpr uint8_t kUnseen = 0xFF;
+constexpr uint8_t kOtherTag = 0xFE;
+constexpr uint8_t kTableTag = 10;
+
+// A key that is still to be followed.
+struct Reference {
+  uint64_t m_iKey = 0;
+  uint32_t m_iTag = kAnyTag;  // of the element that must stand there
+  uint32_t m_iOrTag = 0;      // or of this one
+  uint64_t m_iFrom = 0;       // position of the element that holds the key
+  const char* m_szName = "";
+  bool m_bLink = false;  // leads to a child, which has no other parent
+};
+
+class ElementWalk {
+ public:
+  ElementWalk(KivToolModel& zModel, KivCheckSink& zSink)
+      : m_zModel(zModel), m_zSink(zSink), m_zProgress("checking elements", 0) {}
+
+  void Run() {
+    GatherRecords();
+    MarkTables();
+    if (m_zModel.LoadBlock<KivModel>(kModelPosition) == nullptr)
+      m_zSink.Add("model-missing", kModelPosition, 0, "the record at position 264 is no KivModel that can be loaded");
+    else
+      Follow({kModelPosition, KivMemoryBlockModel::kTag, 0, 0, "the model", true});
+    while (!m_vzToVisit.empty()) {
+      const Reference zReference = m_vzToVisit.back();
+      m_vzToVisit.pop_back();
+      m_zProgress.Advance();
+      Follow(zReference);
+    }
+    ReportUnreachable();
+  }
+
+ private:
+  void GatherRecords() {
+    KivRecordWalk zWalk(m_zModel);
+    KivToolRecord zRecord;
+    while (zWalk.Next(zRecord))
+      if (!zRecord.m_bFree) m_viUsed.push_back(zRecord.m_iPosition);
+    m_vcSeen.assign(m_viUsed.size(), kUnseen);
+  }
+
+  // The index of a record in use; false if none begins there.
+  bool FindRecord(uint64_t iPosition, size_t& iRecord) const {
+    const auto it = std::lower_bound(m_viUsed.begin(), m_viUsed.end(), iPosition);
+    if (it == m_viUsed.end() || *it != iPosition) return false;
+    iRecord = static_cast<size_t>(it - m_viUsed.begin());
+    return true;
+  }
+
+  void MarkTables() {
+    if (m_zModel.Probe().m_zHeader.U32(KivContainerHeader::FilePositionTableMode) == 0) return;
+    try {
+      for (const Position iTable : m_zModel.Manager().GetPositionTableManager()->GetBlockPositions()) {
+        size_t iRecord = 0;
+        if (FindRecord(iTable, iRecord))
+          m_vcSeen[iRecord] = kTableTag;
+        else
+          m_zSink.Add("key-dangling", iTable, 0, "a position table is named where no record in use begins");
+      }
+    } catch (const std::bad_alloc&) {
+      throw;
+    } catch (const std::exception&) {
+      m_zSink.Add("element-unloadable", 0, 0, "the chain of position tables cannot be followed");
+    }
+  }
+
+  static std::string From(const Reference& z) {
+    if (z.m_iFrom == 0) return z.m_szName;
+    return std::string(z.m_szName) + " of the element at " + std::to_string(z.m_iFrom);
+  }
+
+  void Follow(const Reference& z) {
+    const uint64_t iPosition = m_zModel.Resolve(z.m_iKey);
+    size_t iRecord = 0;
+    if (!FindRecord(iPosition, iRecord)) {
+      m_zSink.Add("key-dangling", iPosition, z.m_iKey,
+                  From(z) + " leads to no record in use (key " + KivHexText(z.m_iKey) + ")");
+      return;
+    }
+    if (m_vcSeen[iRecord] != kUnseen) {
+      if (m_vcSeen[iRecord] < kElementTagNum) CheckType(z, m_vcSeen[iRecord], iPosition);
+      if (z.m_bLink)
+        m_zSink.Add("link-twice", iPosition, z.m_iKey,
+                    From(z) + " leads to an element that another key has led to: a circle, or a second parent");
+      return;
+    }
+    m_vcSeen[iRecord] = kOtherTag;
+    KivOutOfCoreTreeNode* pzElement = m_zModel.Load(z.m_iKey);
+    if (pzElement == nullptr) return ReportUnloadable(z, iPosition);
+    ++m_zSink.m_zResult.m_nElements;
+    const uint32_t iTag = pzElement->GetElementType() & 0xFFFF;
+    if (iTag < kElementTagNum) m_vcSeen[iRecord] = static_cast<uint8_t>(iTag);
+    if (!CheckType(z, iTag, iPosition)) return;
+    const KivMemoryBlock& zBlock = *pzElement->GetMemoryBlock();
+    CheckParent(z, zBlock, iPosition);
+    KivCheckBlock(zBlock, iPosition, z.m_iKey, m_zSink);
+    GatherKeys(zBlock, iPosition, iTag);
+    CheckKeyList(*pzElement, iTag, iPosition, z.m_iKey);  // last: bulky elements would be loaded anew
+  }
+
+  bool CheckType(const Reference& z, uint32_t iTag, uint64_t iPosition) {
+    if (z.m_iTag == kAnyTag || iTag == z.m_iTag || iTag == z.m_iOrTag) return true;
+    m_zSink.Add(
+        "key-type", iPosition, z.m_iKey,
+        From(z) + " leads to a " + KivElementName(iTag, 0) + ", and must lead to a " + KivElementName(z.m_iTag, 0));
+    return false;
+  }
+
+  void ReportUnloadable(const Reference& z, uint64_t iPosition) {
+    KivElementFrame acFrame{};
+    try {
+      KivContainerRecord zRecord;
+      KivOutOfCoreMemoryStorage* pzStorage = m_zModel.Manager().GetStorage();
+      if (pzStorage->ReadElementHeader(iPosition, acFrame, zRecord) != KivStorageResult::Done) acFrame.fill(0);
+    } catch (const std::exception&) {
+      acFrame.fill(0);
+    }
+    const uint32_t iWord = KivLoad<uint32_t>(acFrame.data());
+    if ((iWord >> 16 & 0xFF) != 0) {
+      m_zSink.Add("element-foreign", iPosition, z.m_iKey,
+                  From(z) + " leads to an element of an application's own type " + std::to_string(iWord >> 16 & 0xFF));
+      return;
+    }
+    m_zSink.Add("element-unloadable", iPosition, z.m_iKey,
+                From(z) + " leads to a record that cannot be loaded as a " + KivElementName(iWord & 0xFFFF, 0));
+  }
+
+  // A child names its parent, or nobody where parts may be shared.
+  void CheckParent(const Reference& z, const KivMemoryBlock& zBlock, uint64_t iPosition) {
+    const uint64_t iParentKey = zBlock.GetHeader().m_aiLink[0];
+    if (iParentKey == 0 && !(z.m_bLink && z.m_iFrom != 0)) return;
+    if (iParentKey != 0 && m_zModel.Resolve(iParentKey) == z.m_iFrom) return;
+    m_zSink.Add("link-parent", iPosition, z.m_iKey,
+                "link 0 leads to " + std::to_string(m_zModel.Resolve(iParentKey)) + ", the parent stands at " +
+                    std::to_string(z.m_iFrom));
+  }
+
+  void Push(uint64_t iKey, uint32_t iTag, uint64_t iFrom, const char* szName, bool bLink = false, uint32_t iOrTag = 0) {
+    if (iKey != 0) m_vzToVisit.push_back({iKey, iTag, iOrTag, iFrom, szName, bLink});
+  }
+
+  void GatherKeys(const KivMemoryBlock& zBlock, uint64_t iPosition, uint32_t iTag) {
+    const std::array<uint64_t, 3> aiLink = zBlock.GetHeader().m_aiLink;
+    if (iTag == KivMemoryBlockModel::kTag) {
+      Push(aiLink[1], KivMemoryBlockInstance::kTag, iPosition, "link 1", true);
+      Push(aiLink[2], KivMemoryBlockModelNote::kTag, iPosition, "link 2", true);
+      return;
+    }
+    Push(aiLink[1], iTag, iPosition, "link 1", true);
+    Push(aiLink[2], iTag, iPosition, "link 2", true);
+    if (const auto* pzInstances = dynamic_cast<const KivMemoryBlockInstance*>(&zBlock)) {
+      for (const KivInstanceEntry& z : pzInstances->m_vzInstance) GatherInstance(z, iPosition);
+    } else if (const auto* pzNote = dynamic_cast<const KivMemoryBlockModelNote*>(&zBlock)) {
+      Push(pzNote->m_iAssemblyKey, KivMemoryBlockAssemblyTree::kTag, iPosition, "m_iAssemblyKey");
+      Push(pzNote->m_iSecondKey, kAnyTag, iPosition, "m_iSecondKey");
+    } else if (const auto* pzTree = dynamic_cast<const KivMemoryBlockAssemblyTree*>(&zBlock)) {
+      for (const KivAssemblyNode& z : pzTree->m_vzNode) {
+        Push(z.m_iPMIKey, 7, iPosition, "m_iPMIKey");
+        Push(z.m_iLayerFilterKey, 11, iPosition, "m_iLayerFilterKey");
+        Push(z.m_iCameraKey, 12, iPosition, "m_iCameraKey");
+      }
+    }
+  }
+
+  void GatherInstance(const KivInstanceEntry& z, uint64_t iPosition) {
+    for (const KivInstanceLevel& zLevel : z.m_vzLevel) {
+      Push(zLevel.m_iFaceEdgeKey, 1, iPosition, "m_iFaceEdgeKey");
+      Push(zLevel.m_iPolyElemKey, 8, iPosition, "m_iPolyElemKey");
+      Push(zLevel.m_iCommonKey, 1, iPosition, "m_iCommonKey", false, 8);
+    }
+    Push(z.m_iBrepKey, 5, iPosition, "m_iBrepKey");
+    Push(z.m_iVertexKey, 13, iPosition, "m_iVertexKey");
+    Push(z.m_iVertexKey2, 13, iPosition, "m_iVertexKey2");
+    Push(z.m_iExtraKey, kAnyTag, iPosition, "m_iExtraKey");
+  }
+  void CheckKeyList(KivOutOfCoreTreeNode& zElement, uint32_t iTag, uint64_t iPosition, uint64_t iKey) {
+    if (iTag == 1 || iTag == 8 || iTag == 5 || iTag == 13 || iTag == 10) return;  // their keys are their links
+    std::vector<uint64_t> viPosition;
+    if (!zElement.GetAllPosition(viPosition)) {
+      m_zSink.Add("keys-refused", iPosition, iKey,
+                  "the element does not list its keys, since its links are not as they must be");
+      return;
+    }
+    for (const uint64_t iListed : viPosition) {
+      size_t iRecord = 0;
+      if (iListed != 0 && !FindRecord(m_zModel.Resolve(iListed), iRecord))
+        m_zSink.Add("key-dangling", iPosition, iListed,
+                    "a key of the element leads to no record in use (key " + KivHexText(iListed) + ")");
+    }
+  }
+
+  void ReportUnreachable() {
+    for (size_t i = 0; i < m_viUsed.size(); ++i)
+      if (m_vcSeen[i] == kUnseen)
+        m_zSink.Add("element-unreachable", m_viUsed[i], 0, "no key leads from the model to this record");
+  }
+
+  KivToolModel& m_zModel;
+  KivCheckSink& m_zSink;
+  KivProgress m_zProgress;
+  std::vector<uint64_t> m_viUsed;  // positions, ascending
+  std::vector<uint8_t> m_vcSeen;   // kUnseen, or the tag of the element that was found there
+  std::vector<Reference> m_vzToVisit;
+};
+
+}  // namespace
+
+void KivCheckElements(KivToolModel& zModel, KivCheckSink& zSink) {
+  ElementWalk(zModel, zSink).Run();
+}
+
+}  // namespace kiv
