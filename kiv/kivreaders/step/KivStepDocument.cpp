@@ -7,6 +7,7 @@
 #include <STEPCAFControl_Controller.hxx>
 #include <STEPCAFControl_Reader.hxx>
 #include <Standard_Failure.hxx>
+#include <TDF_AttributeSequence.hxx>
 #include <TDF_LabelSequence.hxx>
 #include <TDF_Tool.hxx>
 #include <TDataStd_Name.hxx>
@@ -14,6 +15,7 @@
 #include <XCAFApp_Application.hxx>
 #include <XCAFDoc_ColorTool.hxx>
 #include <XCAFDoc_DocumentTool.hxx>
+#include <XCAFDoc_GraphNode.hxx>
 #include <XCAFDoc_LayerTool.hxx>
 #include <XCAFDoc_ShapeTool.hxx>
 #include <algorithm>
@@ -68,6 +70,7 @@ Handle(TDocStd_Document) ReadDocument(const KivWString& csSource) {
   zReader.SetColorMode(Standard_True);
   zReader.SetNameMode(Standard_True);
   zReader.SetLayerMode(Standard_True);
+  zReader.SetSHUOMode(Standard_True);
   zReader.SetPropsMode(Standard_False);
   zReader.SetGDTMode(Standard_False);
   zReader.SetMatMode(Standard_False);
@@ -76,11 +79,17 @@ Handle(TDocStd_Document) ReadDocument(const KivWString& csSource) {
   // The name tells where files stand that this one refers to.
   if (zReader.ChangeReader().ReadStream(sys::WideToUtf8(csSource).c_str(), zStream) != IFSelect_RetDone)
     throw KivSceneError("the STEP file cannot be read: its text is not well-formed");
+  vcBytes = {};  // what was read is much larger
   Handle(TDocStd_Document) zDocument;
   XCAFApp_Application::GetApplication()->NewDocument("BinXCAF", zDocument);
   if (zReader.NbRootsForTransfer() == 0 || !zReader.Transfer(zDocument))
     throw KivSceneError("the STEP file has no shapes");
   return zDocument;
+}
+
+KivWString FileStem(const KivWString& csPath) {
+  const KivWString csFile = csPath.substr(csPath.rfind(u'/') + 1);
+  return csFile.substr(0, csFile.rfind(u'.'));
 }
 
 // --- Labels ---------------------------------------------------------------------------------------------------------
@@ -202,7 +211,9 @@ PartStyles StylesInside(const TDF_Label& zPart, const KivStepShape& zShape, Styl
 
 class DocumentReader {
  public:
-  DocumentReader(const Handle(TDocStd_Document) & zDocument, const std::vector<double>& vdTolerance, KivScene& zScene)
+  // csRootName is for a root that has none in the file.
+  DocumentReader(const Handle(TDocStd_Document) & zDocument, const KivWString& csRootName,
+                 const std::vector<double>& vdTolerance, KivScene& zScene)
       : m_zStyles(zDocument->Main(), zScene), m_vdTolerance(vdTolerance), m_zScene(zScene) {
     zScene.m_dMetresPerUnit = kMetresPerMillimetre;
     TDF_LabelSequence zLabels;
@@ -214,14 +225,15 @@ class DocumentReader {
       zScene.m_vzNode.emplace_back();
       iParent = 0;
     }
-    for (const TDF_Label& zLabel : zLabels) AddNode(zLabel, iParent, 0);
+    for (const TDF_Label& zLabel : zLabels) AddNode(zLabel, iParent);
+    if (zScene.m_vzNode[0].m_csName.empty()) zScene.m_vzNode[0].m_csName = csRootName;
     if (zScene.m_vzPart.empty()) throw KivSceneError("the STEP file has no faces and no edges");
   }
 
  private:
   // A place: a component of an assembly, or a shape that stands alone.
-  void AddNode(const TDF_Label& zPlace, uint32_t iParent, uint32_t iDepth) {
-    if (m_zScene.m_vzNode.size() >= kNodeMax || iDepth > kDepthMax)
+  void AddNode(const TDF_Label& zPlace, uint32_t iParent) {
+    if (m_zScene.m_vzNode.size() >= kNodeMax || m_vzUpperPlace.size() > kDepthMax)
       throw KivSceneError("the STEP file has an assembly with too many places or levels");
     TDF_Label zShape = zPlace;
     if (XCAFDoc_ShapeTool::IsReference(zPlace)) XCAFDoc_ShapeTool::GetReferredShape(zPlace, zShape);
@@ -234,16 +246,33 @@ class DocumentReader {
     zNode.m_zMatrix = ToMatrix(XCAFDoc_ShapeTool::GetLocation(zPlace).Transformation());
     Style zStyle = m_zStyles.Of(zShape);
     if (zShape != zPlace) Overlay(m_zStyles.Of(zPlace), zStyle);
+    Overlay(StyleOfUsage(zPlace), zStyle);
     zNode.m_fColour = zStyle.m_fColour;
     zNode.m_iLayer = zStyle.m_iLayer;
 
     if (XCAFDoc_ShapeTool::IsAssembly(zShape)) {
       TDF_LabelSequence zComponents;
       XCAFDoc_ShapeTool::GetComponents(zShape, zComponents);
-      for (const TDF_Label& zComponent : zComponents) AddNode(zComponent, iNode, iDepth + 1);
+      m_vzUpperPlace.push_back(zPlace);
+      for (const TDF_Label& zComponent : zComponents) AddNode(zComponent, iNode);
+      m_vzUpperPlace.pop_back();
     } else if (const uint32_t iPart = FindPart(zShape); iPart != kNoSceneIndex) {
       m_zScene.m_vzNode[iNode].m_viPart.push_back(iPart);
     }
+  }
+
+  // What a component has only where it stands below certain others; the longest such way counts.
+  Style StyleOfUsage(const TDF_Label& zPlace) {
+    TDF_AttributeSequence zUsages;
+    if (!XCAFDoc_ShapeTool::GetAllComponentSHUO(zPlace, zUsages)) return {};
+    for (size_t iFrom = 0; iFrom < m_vzUpperPlace.size(); ++iFrom) {
+      TDF_LabelSequence zWay;
+      for (size_t i = iFrom; i < m_vzUpperPlace.size(); ++i) zWay.Append(m_vzUpperPlace[i]);
+      zWay.Append(zPlace);
+      Handle(XCAFDoc_GraphNode) zUsage;
+      if (XCAFDoc_ShapeTool::FindSHUO(zWay, zUsage)) return m_zStyles.Of(zUsage->Label());
+    }
+    return {};
   }
 
   // From columns to rows.
@@ -323,6 +352,7 @@ class DocumentReader {
   Styles m_zStyles;
   const std::vector<double>& m_vdTolerance;
   KivScene& m_zScene;
+  std::vector<TDF_Label> m_vzUpperPlace;     // from the root down to the node that is being filled
   std::map<std::string, uint32_t> m_viPart;  // by the label's entry
 };
 
@@ -331,7 +361,7 @@ class DocumentReader {
 void KivReadStep(const KivWString& csSource, const std::vector<double>& vdTolerance, KivScene& zScene) {
   try {
     const Handle(TDocStd_Document) zDocument = ReadDocument(csSource);
-    DocumentReader(zDocument, vdTolerance, zScene);
+    DocumentReader(zDocument, FileStem(csSource), vdTolerance, zScene);
   } catch (const Standard_Failure& z) {
     throw KivSceneError(std::string("the STEP file cannot be read: ") + z.DynamicType()->Name() + " " +
                         z.GetMessageString());

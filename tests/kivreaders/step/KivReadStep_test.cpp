@@ -229,6 +229,20 @@ TEST(ReadStep, StylesInsideAPartGoToItsFacesAndTheInnerOneCounts) {
   EXPECT_EQ(nGreen, 1u);
 }
 
+TEST(ReadStep, AColourForOneUseOfAComponentStandsAtThatNodeAlone) {
+  const Sample zSample(kivtest::WriteStepUsage, {1});
+  const KivScene& zScene = zSample.Scene();
+  ASSERT_EQ(zScene.m_vzNode.size(), 5u);
+  EXPECT_EQ(zScene.m_vzPart.size(), 1u);
+  for (const KivSceneNode& zNode : zScene.m_vzNode) {
+    const bool bInner = zNode.m_csName == u"Inner";
+    EXPECT_EQ(zNode.m_fColour.has_value(), bInner);
+    if (!bInner) continue;
+    const bool bRight = zScene.m_vzNode[zNode.m_iParent].m_csName == u"Right";
+    EXPECT_EQ(zNode.m_fColour, (bRight ? KivColour{1, 0, 0, 1} : KivColour{0, 1, 0, 1}));
+  }
+}
+
 // --- Meshes ---------------------------------------------------------------------------------------------------------
 
 TEST(ReadStep, EveryLevelHasTheSameFacesAndEdgesAndFinerOnesHaveMoreTriangles) {
@@ -440,6 +454,8 @@ TEST(ReadStep, EveryKindOfSurfaceAndCurveHasItsExactGeometry) {
   EXPECT_EQ(zSample.Scene().m_vzPart.size(), 17u);
   EXPECT_EQ(zSample.Scene().m_vzNode[0].m_iParent, kNoSceneIndex);
   EXPECT_TRUE(zSample.Scene().m_vzNode[0].m_viPart.empty());
+  EXPECT_EQ(zSample.Scene().m_vzNode[0].m_csName, u"sample");  // as the file
+  EXPECT_THAT(zSample.Scene().m_vstrWarning, testing::ElementsAre(HasSubstr("neither faces nor edges")));
   size_t nRational = 0, nPlain = 0, nSurfaces = 0, nRound = 0, nCone = 0;
   for (const KivScenePart& zPart : zSample.Scene().m_vzPart) {
     SCOPED_TRACE(testing::Message() << "part " << &zPart - zSample.Scene().m_vzPart.data());

@@ -41,6 +41,7 @@
 #include <XCAFApp_Application.hxx>
 #include <XCAFDoc_ColorTool.hxx>
 #include <XCAFDoc_DocumentTool.hxx>
+#include <XCAFDoc_GraphNode.hxx>
 #include <XCAFDoc_LayerTool.hxx>
 #include <XCAFDoc_ShapeTool.hxx>
 #include <cmath>
@@ -58,6 +59,26 @@ bool Write(const std::string& strPath, const std::vector<TopoDS_Shape>& vzShape,
     if (zWriter.Transfer(zShape, STEPControl_AsIs) != IFSelect_RetDone) return false;
   const bool bWritten = zWriter.Write(strPath.c_str()) == IFSelect_RetDone;
   Interface_Static::SetCVal("write.step.unit", "MM");
+  return bWritten;
+}
+
+Handle(TDocStd_Document) NewDocument() {
+  Message::DefaultMessenger()->ChangePrinters().Clear();
+  STEPCAFControl_Controller::Init();
+  Handle(TDocStd_Document) zDocument;
+  XCAFApp_Application::GetApplication()->NewDocument("BinXCAF", zDocument);
+  return zDocument;
+}
+
+bool WriteDocument(const Handle(TDocStd_Document) & zDocument, const std::string& strPath) {
+  STEPCAFControl_Writer zWriter;
+  zWriter.SetColorMode(Standard_True);
+  zWriter.SetNameMode(Standard_True);
+  zWriter.SetLayerMode(Standard_True);
+  zWriter.SetSHUOMode(Standard_True);
+  const bool bWritten =
+      zWriter.Transfer(zDocument, STEPControl_AsIs) && zWriter.Write(strPath.c_str()) == IFSelect_RetDone;
+  zDocument->Close();
   return bWritten;
 }
 
@@ -145,10 +166,7 @@ bool WriteStepPoint(const std::string& strPath) {
 }
 
 bool WriteStepStyles(const std::string& strPath) {
-  Message::DefaultMessenger()->ChangePrinters().Clear();
-  STEPCAFControl_Controller::Init();
-  Handle(TDocStd_Document) zDocument;
-  XCAFApp_Application::GetApplication()->NewDocument("BinXCAF", zDocument);
+  const Handle(TDocStd_Document) zDocument = NewDocument();
   const Handle(XCAFDoc_ShapeTool) zShapes = XCAFDoc_DocumentTool::ShapeTool(zDocument->Main());
   const Handle(XCAFDoc_ColorTool) zColours = XCAFDoc_DocumentTool::ColorTool(zDocument->Main());
   const Handle(XCAFDoc_LayerTool) zLayers = XCAFDoc_DocumentTool::LayerTool(zDocument->Main());
@@ -178,14 +196,37 @@ bool WriteStepStyles(const std::string& strPath) {
   zLayers->SetLayer(zPart, TCollection_ExtendedString("Two"));
   TDF_Label zTwo;
   if (zLayers->FindLayer(TCollection_ExtendedString("Two"), zTwo)) zLayers->SetVisibility(zTwo, Standard_False);
-  STEPCAFControl_Writer zWriter;
-  zWriter.SetColorMode(Standard_True);
-  zWriter.SetNameMode(Standard_True);
-  zWriter.SetLayerMode(Standard_True);
-  const bool bWritten =
-      zWriter.Transfer(zDocument, STEPControl_AsIs) && zWriter.Write(strPath.c_str()) == IFSelect_RetDone;
-  zDocument->Close();
-  return bWritten;
+  return WriteDocument(zDocument, strPath);
+}
+
+bool WriteStepUsage(const std::string& strPath) {
+  const Handle(TDocStd_Document) zDocument = NewDocument();
+  const Handle(XCAFDoc_ShapeTool) zShapes = XCAFDoc_DocumentTool::ShapeTool(zDocument->Main());
+  const Handle(XCAFDoc_ColorTool) zColours = XCAFDoc_DocumentTool::ColorTool(zDocument->Main());
+  const auto Place = [&](const TDF_Label& zAssembly, const TDF_Label& zShape, double dX, const char* szName) {
+    gp_Trsf zWhere;
+    zWhere.SetTranslation(gp_Vec(dX, 0, 0));
+    const TDF_Label zPlace = zShapes->AddComponent(zAssembly, zShape, TopLoc_Location(zWhere));
+    TDataStd_Name::Set(zPlace, TCollection_ExtendedString(szName));
+    return zPlace;
+  };
+  const TDF_Label zBox = zShapes->AddShape(BRepPrimAPI_MakeBox(1, 1, 1).Shape(), Standard_False);
+  TDataStd_Name::Set(zBox, TCollection_ExtendedString("Box"));
+  zColours->SetColor(zBox, Quantity_Color(0, 1, 0, Quantity_TOC_RGB), XCAFDoc_ColorSurf);
+  const TDF_Label zSub = zShapes->NewShape(), zWhole = zShapes->NewShape();
+  TDataStd_Name::Set(zSub, TCollection_ExtendedString("Sub"));
+  TDataStd_Name::Set(zWhole, TCollection_ExtendedString("Whole"));
+  const TDF_Label zInner = Place(zSub, zBox, 3, "Inner");
+  Place(zWhole, zSub, 10, "Left");
+  const TDF_Label zRight = Place(zWhole, zSub, 20, "Right");
+  zShapes->UpdateAssemblies();
+  TDF_LabelSequence zWay;
+  zWay.Append(zRight);
+  zWay.Append(zInner);
+  Handle(XCAFDoc_GraphNode) zUsage;
+  if (!zShapes->SetSHUO(zWay, zUsage)) return false;
+  zColours->SetColor(zUsage->Label(), Quantity_Color(1, 0, 0, Quantity_TOC_RGB), XCAFDoc_ColorSurf);
+  return WriteDocument(zDocument, strPath);
 }
 
 }  // namespace kivtest

@@ -24,5 +24,8 @@ bool WriteStepPoint(const std::string& strPath);
 // A solid with a colour and a layer of its own among the two of one part, an edge with a colour, a part in two layers,
 // a layer that is off, and names beyond ASCII.
 bool WriteStepStyles(const std::string& strPath);
+// "Whole" with two places "Left" and "Right" of an assembly with one place "Inner" of a box; the box at "Right" alone
+// is red, in the others it has the colour of its part, green.
+bool WriteStepUsage(const std::string& strPath);
 
 }  // namespace kivtest
