@@ -55,7 +55,16 @@ KivBrepGeometry Analytic(KivAnalytic eType, const gp_Pnt& zPoint, const gp_XYZ& 
   return z;
 }
 
-std::optional<KivBrepGeometry> AnalyticSurface(const Handle(Geom_Surface) & zSurface) {
+// The tangent of the half angle; negative if the face opens against the direction of the axis.
+double ConeSlope(const TopoDS_Face& zFace, const Geom_ConicalSurface& zCone) {
+  Standard_Real dLowU, dHighU, dLowV, dHighV;
+  BRepTools::UVBounds(zFace, dLowU, dHighU, dLowV, dHighV);
+  // Beyond the apex the radius is negative.
+  const bool bBeyond = zCone.RefRadius() + (dLowV + dHighV) / 2 * std::sin(zCone.SemiAngle()) < 0;
+  return bBeyond ? -std::tan(zCone.SemiAngle()) : std::tan(zCone.SemiAngle());
+}
+
+std::optional<KivBrepGeometry> AnalyticSurface(const TopoDS_Face& zFace, const Handle(Geom_Surface) & zSurface) {
   if (const auto z = Handle(Geom_Plane)::DownCast(zSurface); !z.IsNull())
     return Analytic(KivAnalytic::Plane, z->Location(), z->Axis().Direction().XYZ());
   if (const auto z = Handle(Geom_CylindricalSurface)::DownCast(zSurface); !z.IsNull())
@@ -63,7 +72,7 @@ std::optional<KivBrepGeometry> AnalyticSurface(const Handle(Geom_Surface) & zSur
   if (const auto z = Handle(Geom_SphericalSurface)::DownCast(zSurface); !z.IsNull())
     return Analytic(KivAnalytic::Round, z->Location(), z->Axis().Direction().XYZ(), z->Radius());
   if (const auto z = Handle(Geom_ConicalSurface)::DownCast(zSurface); !z.IsNull())
-    return Analytic(KivAnalytic::Cone, z->Apex(), z->Axis().Direction().XYZ() * std::tan(z->SemiAngle()));
+    return Analytic(KivAnalytic::Cone, z->Apex(), z->Axis().Direction().XYZ() * ConeSlope(zFace, *z));
   return std::nullopt;
 }
 
@@ -188,7 +197,7 @@ bool DescribeFace(const TopoDS_Face& zFace, uint32_t iId, Strings& vz) {
   while (const auto zTrimmed = Handle(Geom_RectangularTrimmedSurface)::DownCast(zSurface))
     zSurface = zTrimmed->BasisSurface();
   if (zSurface.IsNull()) return false;
-  if (const std::optional<KivBrepGeometry> zAnalytic = AnalyticSurface(zSurface))
+  if (const std::optional<KivBrepGeometry> zAnalytic = AnalyticSurface(zFace, zSurface))
     return Add(vz, {iId, KivGeometryUse::Face, 0}, *zAnalytic);
   const Handle(Geom_BSplineSurface) zNurbs = ToNurbs(zFace, zSurface);
   return !zNurbs.IsNull() && AddSurface(*zNurbs, iId, vz);

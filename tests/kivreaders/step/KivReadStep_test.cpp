@@ -451,7 +451,7 @@ TEST(ReadStep, GeometryStringsOfTheSampleLieOnItsMesh) {
 TEST(ReadStep, EveryKindOfSurfaceAndCurveHasItsExactGeometry) {
   const Sample zSample(kivtest::WriteStepKinds, {0.1});
   // All of it but the point; shapes side by side are parts of their own.
-  EXPECT_EQ(zSample.Scene().m_vzPart.size(), 17u);
+  EXPECT_EQ(zSample.Scene().m_vzPart.size(), 18u);
   EXPECT_EQ(zSample.Scene().m_vzNode[0].m_iParent, kNoSceneIndex);
   EXPECT_TRUE(zSample.Scene().m_vzNode[0].m_viPart.empty());
   EXPECT_EQ(zSample.Scene().m_vzNode[0].m_csName, u"sample");  // as the file
@@ -470,7 +470,7 @@ TEST(ReadStep, EveryKindOfSurfaceAndCurveHasItsExactGeometry) {
   EXPECT_GT(nPlain, 0u);
   EXPECT_GE(nSurfaces, 8u);
   EXPECT_GT(nRound, 0u);
-  EXPECT_EQ(nCone, 1u);
+  EXPECT_EQ(nCone, 2u);
 }
 
 // --- The program ----------------------------------------------------------------------------------------------------

@@ -145,6 +145,7 @@ bool WriteStepKinds(const std::string& strPath) {
   vz.push_back(FaceOf(zTurned, 0, 2 * dPi, 1, 16));
   vz.push_back(FaceOf(new Geom_OffsetSurface(zHill, 1.5), u1, u2, v1, v2));
   vz.push_back(FaceOf(new Geom_ConicalSurface(zAxis, -0.4, 6), 1, 3, 0, 8));
+  vz.push_back(FaceOf(new Geom_ConicalSurface(zAxis, 0.4, 6), 1, 3, -30, -20));  // beyond the apex
   vz.push_back(BRepBuilderAPI_MakeEdge(new Geom_Ellipse(zPlane, 9, 4)).Edge());
   vz.push_back(BRepBuilderAPI_MakeEdge(new Geom_Ellipse(zPlane, 9, 4), 5.5, 7.5).Edge());
   vz.push_back(BRepBuilderAPI_MakeEdge(new Geom_Hyperbola(zPlane, 3, 2), -1, 0.7).Edge());
