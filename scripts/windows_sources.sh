@@ -20,7 +20,7 @@ mkdir -p "$apt/parts" "$apt/lists/partial" "$apt/cache/archives/partial"
 rm -f "$apt"/parts/* "$apt/sources.list"
 for file in /etc/apt/sources.list /etc/apt/sources.list.d/*.list; do
   [ -f "$file" ] || continue
-  sed -nE 's/^[[:space:]]*deb([[:space:]])/deb-src\1/p' "$file" >>"$apt/parts/$(basename "$file" .list).list"
+  sed -nE '/cdrom:/d; s/^[[:space:]]*deb([[:space:]])/deb-src\1/p' "$file" >>"$apt/parts/$(basename "$file" .list).list"
 done
 for file in /etc/apt/sources.list.d/*.sources; do
   [ -f "$file" ] || continue

@@ -97,12 +97,24 @@ TEST(ReadMesh, AnObjKeepsObjectsColoursNormalsAndLines) {
   EXPECT_TRUE(z.m_zScene.m_vstrWarning.empty());
 }
 
+TEST(ReadMesh, AListOfMaterialsMayStandInAFolderBelow) {
+  const TestFolder zFolder;
+  ASSERT_TRUE(sys::MakeFolder(zFolder / u"more"));
+  zFolder.WriteBytes(KivWString(u"more") + sys::kSeparator + u"colours.mtl", Mtl());
+  for (const char* szLibrary : {"more/colours.mtl", "more\\colours.mtl", "./more/colours.mtl"}) {
+    zFolder.WriteBytes(u"thing.obj", Obj(szLibrary));
+    const ReaderOutcome z = ReadMesh(zFolder / u"thing.obj");
+    ASSERT_EQ(z.m_strError, "");
+    EXPECT_EQ(z.m_zScene.m_vzPart[0].m_vzLevel[0].m_vzFace[0].m_fColour, (KivColour{1, 0.25f, 0, 1})) << szLibrary;
+  }
+}
+
 TEST(ReadMesh, AListOfMaterialsThatIsMissingOrElsewhereIsAWarning) {
   const TestFolder zFolder;
   zFolder.WriteBytes(u"outside.mtl", Mtl());
   for (const std::string& strLibrary :
-       {std::string("colours.mtl"), "../" + sys::WideToUtf8(zFolder.Path()) + "/outside.mtl",
-        sys::WideToUtf8(zFolder / u"outside.mtl")}) {
+       {std::string("colours.mtl"), std::string("%2E%2E/colours.mtl"),
+        "../" + sys::WideToUtf8(zFolder.Path()) + "/outside.mtl", sys::WideToUtf8(zFolder / u"outside.mtl")}) {
     const ReaderOutcome z = ReadBytes(u"thing.obj", Obj(strLibrary));
     ASSERT_EQ(z.m_strError, "");
     EXPECT_TRUE(Warns(z.m_zScene, "a file that it names cannot be read: "));
@@ -134,12 +146,14 @@ TEST(ReadMesh, VerticesThatNoTriangleNamesAreDropped) {
 }
 
 TEST(ReadMesh, GltfKeepsNodesPlacementsSharedPartsColoursAndMetres) {
-  for (const KivWString csName : {u"a.gltf", u"b.gltf", u"c.glb"}) {
+  for (const KivWString csName : {u"a.gltf", u"b.gltf", u"c.glb", u"d.gltf"}) {
+    SCOPED_TRACE(sys::WideToUtf8(csName));
     const TestFolder zFolder;
     zFolder.WriteBytes(u"\u00e4 b.bin", GltfBuffer());
     zFolder.WriteBytes(u"a.gltf", EmbeddedGltf());
     zFolder.WriteBytes(u"b.gltf", Gltf(sys::WideToUtf8(u"\u00e4 b.bin")));
     zFolder.WriteBytes(u"c.glb", Glb());
+    zFolder.WriteBytes(u"d.gltf", Gltf("%C3%A4%20b.bin"));
     const ReaderOutcome z = ReadMesh(zFolder / csName);
     ASSERT_EQ(z.m_strError, "");
     EXPECT_EQ(z.m_zScene.m_dMetresPerUnit, 1);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <assimp/IOStream.hpp>
+#include <charconv>
 #include <cstring>
 #include <string_view>
 
@@ -51,6 +52,35 @@ class Stream : public Assimp::IOStream {
   size_t m_iAt = 0;
 };
 
+// --- Names ----------------------------------------------------------------------------------------------------------
+
+// False for a name that leads out of the folder that it is meant for.
+bool StaysBelow(std::string strName) {
+  std::replace(strName.begin(), strName.end(), '\\', '/');
+  if (strName.empty() || strName[0] == '/' || strName.find(':') != std::string::npos) return false;
+  for (size_t iFrom = 0; iFrom <= strName.size();) {
+    const size_t iTo = std::min(strName.find('/', iFrom), strName.size());
+    if (std::string_view(strName).substr(iFrom, iTo - iFrom) == "..") return false;
+    iFrom = iTo + 1;
+  }
+  return true;
+}
+
+// With the bytes that stand as % and two hex digits, and with the other separator of folders.
+std::string Decoded(const std::string& strName) {
+  std::string strDecoded;
+  for (size_t i = 0; i < strName.size(); ++i) {
+    uint8_t iByte = 0;
+    const char* const pDigits = strName.data() + i + 1;
+    const bool bCoded = strName[i] == '%' && i + 2 < strName.size() &&
+                        std::from_chars(pDigits, pDigits + 2, iByte, 16).ptr == pDigits + 2 && iByte != 0;
+    strDecoded += bCoded ? static_cast<char>(iByte) : strName[i];
+    if (bCoded) i += 2;
+  }
+  std::replace(strDecoded.begin(), strDecoded.end(), '\\', '/');
+  return strDecoded;
+}
+
 }  // namespace
 
 const KivMeshFormat* KivFindMeshFormat(const KivWString& csSource) {
@@ -72,15 +102,11 @@ KivMeshSource::KivMeshSource(const KivWString& csSource, const KivMeshFormat& zF
 }
 
 bool KivMeshSource::Find(const std::string& strName, KivWString& csPath) const {
-  std::string strPlain = strName;
-  std::replace(strPlain.begin(), strPlain.end(), '\\', '/');
-  if (strPlain.empty() || strPlain[0] == '/' || strPlain.find(':') != std::string::npos) return false;
-  for (size_t iFrom = 0; iFrom <= strPlain.size();) {
-    const size_t iTo = std::min(strPlain.find('/', iFrom), strPlain.size());
-    if (std::string_view(strPlain).substr(iFrom, iTo - iFrom) == "..") return false;
-    iFrom = iTo + 1;
-  }
-  csPath = strName == kFallback ? m_csFallback : m_csFolder + sys::Utf8ToWide(strPlain);
+  if (!StaysBelow(strName)) return false;
+  csPath = strName == kFallback ? m_csFallback : m_csFolder + sys::Utf8ToWide(strName);
+  if (sys::PathExists(csPath)) return true;
+  const std::string strDecoded = Decoded(strName);
+  if (strDecoded != strName && StaysBelow(strDecoded)) csPath = m_csFolder + sys::Utf8ToWide(strDecoded);
   return true;
 }
 
