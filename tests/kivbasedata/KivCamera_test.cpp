@@ -255,8 +255,9 @@ TEST(Camera, AModeKindOrStateOutOfRangeFailsOnBothSides) {
   EXPECT_TRUE(Refused([](Block& z) { z.m_vzView[0].m_iGroupKind = 10014; }));
   EXPECT_TRUE(Refused([](Block& z) { z.m_vzGroup[0].m_iParentKind = 10014; }));
   EXPECT_TRUE(Refused([](Block& z) { z.m_vzGroup[0].m_vMember[0].m_iMemberKind = 10013; }));
-  // The same bytes in a record: modes, kinds and states of the view by their offsets.
-  for (const size_t iAt : {0u, 4u, 154u, 166u, 174u, 178u, 198u}) {
+  // The same bytes in a record: modes, kinds and states of the view by their offsets, the parent of the group and its
+  // members.
+  for (const size_t iAt : {0u, 4u, 154u, 166u, 174u, 178u, 198u, 356u, 368u, 407u, 423u, 435u}) {
     Bytes vc = Golden();
     vc[kBody + iAt] = 0x30;
     auto pz = NewBlock<Block>();

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <limits>
 
 #include "KivReportQuiet.h"
@@ -182,6 +183,16 @@ TEST(Matrix4, ASingularMatrixFailsToInvertAndStays) {
   EXPECT_EQ(Reports(), nBefore);
 }
 
+TEST(Matrix4, ARowIsSingularBelow1e20th) {
+  for (const double dLargest : {1e-20, 0.99e-20}) {
+    KivEMatrix4 z;
+    z[0] = dLargest;
+    z[5] = 1e5;  // the determinant is large enough
+    EXPECT_EQ(z.Invert(), dLargest >= 1e-20);
+    EXPECT_EQ(z[0], dLargest >= 1e-20 ? 1 / dLargest : dLargest);
+  }
+}
+
 TEST(Matrix4, InvertExchangesRowsWhereTheDiagonalIsZero) {
   KivEMatrix4 z;
   z[0] = 0;
@@ -226,6 +237,22 @@ TEST(Matrix4, RotateToCarriesOneDirectionToAnother) {
     zTo.Normalise();
     ExpectPoint(z.TransformPoint(zFrom), zTo.m_dX, zTo.m_dY, zTo.m_dZ);
   }
+}
+
+TEST(Matrix4, RotateAxisAboutNothingReportsAndGoesOn) {
+  KivEMatrix4 z;
+  const uint64_t nBefore = Reports();
+  z.RotateAxis(0.5, {0, 0, 0});
+  EXPECT_EQ(Reports(), nBefore + 1);
+  EXPECT_TRUE(std::isnan(z[0]));
+}
+
+TEST(Matrix4, RotateToTurnsFromASineOf1e12thOn) {
+  KivEMatrix4 z;
+  z.RotateTo({1, 0, 0}, {1, 9.9e-13, 0});
+  EXPECT_TRUE(SameBits(z, KivEMatrix4()));
+  z.RotateTo({1, 0, 0}, {1, 1.01e-12, 0});
+  EXPECT_NEAR(z[1], 1.01e-12, 1e-20);
 }
 
 TEST(Matrix4, RotateToOfAVectorToItsOppositeLeavesTheMatrix) {
@@ -314,6 +341,21 @@ TEST(Matrix4, BoxCornersAreTransformedLikePoints) {
     z.TransformBoxCorners(afIn, afIn);
     ASSERT_EQ(std::memcmp(afIn, afExpected, sizeof afIn), 0);
   }
+}
+
+TEST(Matrix4, ABoxCornerWithAWOf1e13thIsDividedByOne) {
+  float afIn[24], afOut[24];
+  for (size_t i = 0; i < 24; ++i) afIn[i] = static_cast<float>(i);
+  KivEMatrix4 z;
+  z[15] = 1e-13;
+  const uint64_t nBefore = Reports();
+  z.TransformBoxCorners(afIn, afOut);
+  EXPECT_EQ(std::memcmp(afIn, afOut, sizeof afIn), 0);
+  EXPECT_EQ(Reports(), nBefore + 8);
+  z[15] = -1e-12;
+  z.TransformBoxCorners(afIn, afOut);
+  EXPECT_EQ(afOut[23], static_cast<float>(23 / -1e-12));
+  EXPECT_EQ(Reports(), nBefore + 8);
 }
 
 TEST(Matrix4, BothTargetsGiveTheSameBits) {

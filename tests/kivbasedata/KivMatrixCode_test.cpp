@@ -144,4 +144,21 @@ TEST(MatrixClass, ScalingIsMeasuredOnTheFirstRowAgainstM15AndM3) {
   KivEMatrix4 zNoW;
   zNoW[15] = 1e-12;  // the divisor is 1
   EXPECT_EQ(KivFillMatrixClass(zNoW, 0x20) & 3, 2u);
+  KivEMatrix4 zBoth;  // a row of length 2, and m15 + m3 = 2
+  zBoth.Scale(2, 2, 2);
+  zBoth[3] = 1;
+  EXPECT_EQ(KivFillMatrixClass(zBoth, 0x20) & 3, 2u);
+  zBoth[15] = 0;
+  EXPECT_EQ(KivFillMatrixClass(zBoth, 0x20) & 3, 1u);
+}
+
+TEST(MatrixClass, AMirrorIsFoundBehindTheDivisionByW) {
+  KivEMatrix4 z;
+  z[15] = -1;  // all points change their sides
+  EXPECT_EQ(KivFillMatrixClass(z, 0), 0x12u);
+  z.Scale(-1, 1, 1);
+  EXPECT_EQ(KivFillMatrixClass(z, 0), 0x22u);
+  KivEMatrix4 zOneAxis;  // the unit point of the X axis alone
+  zOneAxis[3] = -2;
+  EXPECT_EQ(KivFillMatrixClass(zOneAxis, 0), 0x12u);
 }

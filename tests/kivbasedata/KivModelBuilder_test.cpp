@@ -358,6 +358,25 @@ TEST_F(ModelBuilder, TheCommonMeshBelongsToAWalkOverAllLevels) {
   EXPECT_EQ(Walked(iKey, {8}, kAllLevels), (Counts{}));
 }
 
+TEST_F(ModelBuilder, AWalkOverTheVerticesFollowsBothTreesOfAnInstance) {
+  KivModelBuilder zBuilder;
+  BuildSample(zBuilder, 1);
+  ASSERT_TRUE(zBuilder.Save(m_zFolder / u"a.kiv"));
+  const uint32_t iKey = Reopen(m_zFolder / u"a.kiv", true, 4);
+  const auto NewVertices = [&](uint64_t iChild) {
+    auto pzVertices = std::make_unique<KivVertexData>(iKey);
+    pzVertices->GetMemoryBlockForWrite()->m_zHeader.m_aiLink[2] = iChild;
+    return KivStoreNewElement(std::move(pzVertices)).GetPosition();
+  };
+  const uint64_t iSecond = NewVertices(NewVertices(0));
+  EXPECT_EQ(Walked(iKey, {13}), (Counts{{13, 1}}));
+  KivInstance* pzInstance = KivGetInstanceRoot(iKey);
+  ASSERT_NE(pzInstance, nullptr);
+  pzInstance->GetMemoryBlockForWrite()->m_vzInstance[0].m_iVertexKey2 = iSecond;
+  EXPECT_EQ(Walked(iKey, {13}), (Counts{{13, 3}}));
+  EXPECT_EQ(Walked(iKey, {5}), (Counts{{5, 1}}));
+}
+
 TEST_F(ModelBuilder, AWalkLeavesOutWhatCannotBeLoadedAndDoesNotFollowACircleTwice) {
   KivModelBuilder zBuilder;
   BuildSample(zBuilder, 1000);
