@@ -40,9 +40,35 @@ Bytes GoldenVertices19() {
   return FromHex("0D000000 02000000 44000000" + kLinksBoxState + "2A000000" + kTwoVertices);
 }
 
+template <typename AnyBlock>
+void ExpectDamageIsHarmless(const Bytes& vc, const Bytes& vc19, uint64_t iSeed) {
+  ExpectDamageIsRefusedOrHarmless<AnyBlock>(vc, false, vc.size());
+  ExpectDamageIsRefusedOrHarmless<AnyBlock>(vc19, true, vc19.size());
+  ExpectRandomBytesAreHarmless<AnyBlock>(vc, 72, iSeed);
+  const NoThrowScope zNoThrow;
+  ExpectDamageIsRefusedOrHarmless<AnyBlock>(vc, false, vc.size());
+}
+
 class BrepStore : public ElementStoreTest {
  protected:
   BrepStore() { KivRegisterElementClasses(); }
+
+  // The links 10 to 12 and the key in an attribute of the second of the block's entries.
+  template <typename Element, typename AnyBlock, typename Entry>
+  void ExpectKeys(const Bytes& vc, KivReusedList<Entry> AnyBlock::*pzList) {
+    auto pzBlock = NewBlock<AnyBlock>();
+    ASSERT_TRUE(ReadRecord(vc, *pzBlock));
+    ((*pzBlock).*pzList)[1].m_vzAttribute = {{kTestNoteIndex, {0x51, 0, 0, 0, 0, 0, 0, 0}}};
+    auto* pz = Put<Element>(BuildRecord(*pzBlock));
+    ASSERT_NE(pz, nullptr);
+    EXPECT_EQ(pz->GetElementType(), AnyBlock::kTag);
+    std::vector<uint64_t> viKey;
+    ASSERT_TRUE(pz->GetAllPosition(viKey));
+    EXPECT_EQ(viKey, (std::vector<uint64_t>{10, 11, 12, 0x51}));
+    ASSERT_TRUE(pz->ReplaceAllPosition({{10, 20}, {11, 21}, {12, 22}, {0x51, 0x61}}));
+    ASSERT_TRUE(pz->GetAllPosition(viKey));
+    EXPECT_EQ(viKey, (std::vector<uint64_t>{20, 21, 22, 0x61}));
+  }
 };
 
 }  // namespace
@@ -131,27 +157,12 @@ TEST(BrepData, ABoxWithALowCornerAboveItsHighOneFailsTheRead) {
 }
 
 TEST(BrepData, EveryCutAndEveryDamagedByteIsRefusedOrHarmless) {
-  ExpectDamageIsRefusedOrHarmless<Block>(Golden(), false, Golden().size());
-  ExpectDamageIsRefusedOrHarmless<Block>(Golden19(), true, Golden19().size());
-  ExpectRandomBytesAreHarmless<Block>(Golden(), 72, 95);
-  const NoThrowScope zNoThrow;
-  ExpectDamageIsRefusedOrHarmless<Block>(Golden(), false, Golden().size());
+  ExpectDamageIsHarmless<Block>(Golden(), Golden19(), 95);
 }
 
 TEST_F(BrepStore, KeysAreLinksAndThoseOfAttributes) {
   OpenEmpty();
-  auto pzBlock = NewBlock<Block>();
-  ASSERT_TRUE(ReadRecord(Golden(), *pzBlock));
-  pzBlock->m_vzGeometry[1].m_vzAttribute = {{kTestNoteIndex, {0x51, 0, 0, 0, 0, 0, 0, 0}}};
-  auto* pz = Put<KivBrepData>(BuildRecord(*pzBlock));
-  ASSERT_NE(pz, nullptr);
-  EXPECT_EQ(pz->GetElementType(), 5u);
-  std::vector<uint64_t> viKey;
-  ASSERT_TRUE(pz->GetAllPosition(viKey));
-  EXPECT_EQ(viKey, (std::vector<uint64_t>{10, 11, 12, 0x51}));
-  ASSERT_TRUE(pz->ReplaceAllPosition({{10, 20}, {11, 21}, {12, 22}, {0x51, 0x61}}));
-  ASSERT_TRUE(pz->GetAllPosition(viKey));
-  EXPECT_EQ(viKey, (std::vector<uint64_t>{20, 21, 22, 0x61}));
+  ExpectKeys<KivBrepData>(Golden(), &Block::m_vzGeometry);
 }
 
 // --- Vertices -------------------------------------------------------------------------------------------------------
@@ -194,28 +205,13 @@ TEST(VertexData, ANumberOfVerticesIsComparedWithTheBytesThatRemain) {
 }
 
 TEST(VertexData, EveryCutAndEveryDamagedByteIsRefusedOrHarmless) {
-  ExpectDamageIsRefusedOrHarmless<Vertices>(GoldenVertices(), false, GoldenVertices().size());
-  ExpectDamageIsRefusedOrHarmless<Vertices>(GoldenVertices19(), true, GoldenVertices19().size());
-  ExpectRandomBytesAreHarmless<Vertices>(GoldenVertices(), 72, 96);
-  const NoThrowScope zNoThrow;
-  ExpectDamageIsRefusedOrHarmless<Vertices>(GoldenVertices(), false, GoldenVertices().size());
+  ExpectDamageIsHarmless<Vertices>(GoldenVertices(), GoldenVertices19(), 96);
 }
 
 TEST_F(BrepStore, AVertexElementIsLoadedAnewForItsKeysWhichStandInTheRowOfMeshes) {
   OpenEmpty();
-  auto pzBlock = NewBlock<Vertices>();
-  ASSERT_TRUE(ReadRecord(GoldenVertices(), *pzBlock));
-  pzBlock->m_vzVertex[1].m_vzAttribute = {{kTestNoteIndex, {0x51, 0, 0, 0, 0, 0, 0, 0}}};
   for (const uint32_t iKeep : {1u, 0u}) {
     Space().SetKeepRawData(iKeep);
-    auto* pz = Put<KivVertexData>(BuildRecord(*pzBlock));
-    ASSERT_NE(pz, nullptr);
-    EXPECT_EQ(pz->GetElementType(), 13u);
-    std::vector<uint64_t> viKey;
-    ASSERT_TRUE(pz->GetAllPosition(viKey));
-    EXPECT_EQ(viKey, (std::vector<uint64_t>{10, 11, 12, 0x51}));
-    ASSERT_TRUE(pz->ReplaceAllPosition({{10, 20}, {11, 21}, {12, 22}, {0x51, 0x61}}));
-    ASSERT_TRUE(pz->GetAllPosition(viKey));
-    EXPECT_EQ(viKey, (std::vector<uint64_t>{20, 21, 22, 0x61}));
+    ExpectKeys<KivVertexData>(GoldenVertices(), &Vertices::m_vzVertex);
   }
 }
