@@ -1,8 +1,8 @@
 // Input: an element's tag, a byte whose lowest bit says that the store is of generation 19, and a record. It is read
 // twice: with entries that have a body of one field of each kind, and as the element that it is. What can be read must
 // be the same after it is written and read once more, in as many bytes as the sizing said. The reading of entries must
-// not take memory far beyond the size of the input; that of the elements does not in the tests, which count it. Geometry
-// strings are decoded, and lookups are made of layers and views.
+// not take memory far beyond the size of the input; that of the elements does not in the tests, which count it.
+// Geometry strings are decoded, and lookups are made of layers and views.
 #include <algorithm>
 #include <array>
 #include <cstdint>
