@@ -50,26 +50,26 @@ std::vector<uint32_t> InOrderOfRegions(const KivSceneRegions& zRegions, const st
 
 }  // namespace
 
-std::vector<uint32_t> KivSimplifyRegions(const KivSceneRegions& zRegions, const KivSceneBox& zBox, double dTolerance) {
-  if (zRegions.m_viIndex.empty()) return {};
-  std::vector<uint32_t> viIndex(zRegions.m_viIndex.size());
-  {
-    // From the middle of the box and by its size, so that floats do.
-    const double dScale = zBox.Size() > 0 ? 1 / zBox.Size() : 1;
-    std::vector<float> vfVertex(3 * zRegions.m_viPlace.size());
-    for (size_t i = 0; i < vfVertex.size(); ++i) {
-      const double d = zRegions.m_vdPlace[3 * size_t{zRegions.m_viPlace[i / 3]} + i % 3];
-      vfVertex[i] = static_cast<float>((d - (zBox.m_adLow[i % 3] / 2 + zBox.m_adHigh[i % 3] / 2)) * dScale);
-    }
-    const size_t nVertices = zRegions.m_viPlace.size();
-    const double dSimplifierScale =
-        static_cast<double>(meshopt_simplifyScale(vfVertex.data(), nVertices, 3 * sizeof(float)));
-    const double dError = std::min(dTolerance * dScale, kMostError) * kErrorShare / std::max(dSimplifierScale, 1e-30);
-    viIndex.resize(meshopt_simplify(viIndex.data(), zRegions.m_viIndex.data(), zRegions.m_viIndex.size(),
-                                    vfVertex.data(), nVertices, 3 * sizeof(float), 0, static_cast<float>(dError), 0,
-                                    nullptr));
+std::vector<uint32_t> KivSimplifyRegions(const KivSceneRegions& zRegions, const std::vector<uint32_t>& viIndex,
+                                         const KivSceneBox& zBox, double dTolerance) {
+  if (viIndex.empty()) return {};
+  // From the middle of the box and by its size, so that floats do.
+  const double dScale = zBox.Size() > 0 ? 1 / zBox.Size() : 1;
+  const size_t nVertices = zRegions.m_viPlace.size();
+  std::vector<float> vfVertex(3 * nVertices);
+  for (size_t i = 0; i < vfVertex.size(); ++i) {
+    const double d = zRegions.m_vdPlace[3 * size_t{zRegions.m_viPlace[i / 3]} + i % 3];
+    vfVertex[i] = static_cast<float>((d - (zBox.m_adLow[i % 3] / 2 + zBox.m_adHigh[i % 3] / 2)) * dScale);
   }
-  return InOrderOfRegions(zRegions, viIndex);
+  constexpr size_t kStride = 3 * sizeof(float);
+  const double dSimplifierScale =
+      std::max(1e-30, static_cast<double>(meshopt_simplifyScale(vfVertex.data(), nVertices, kStride)));
+  const double dError = std::min(dTolerance * dScale, kMostError) * kErrorShare / dSimplifierScale;
+  std::vector<uint32_t> viSimple(viIndex.size());
+  viSimple.resize(meshopt_simplify(viSimple.data(), viIndex.data(), viIndex.size(), vfVertex.data(), nVertices, kStride,
+                                   0, static_cast<float>(dError), 0, nullptr));
+  vfVertex = {};
+  return InOrderOfRegions(zRegions, viSimple);
 }
 
 void KivPutRegions(const KivSceneRegions& zRegions, const std::vector<uint32_t>& viIndex,

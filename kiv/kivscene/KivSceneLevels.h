@@ -15,7 +15,9 @@ namespace kiv {
 // The indices of a level, region by region in their order; each region has a triangle at the least. The simplifier's
 // error is bounded by half of the tolerance, or of a twentieth of the mesh's size: it is a mean over the planes
 // around a vertex, so that a single point, where many narrow triangles meet, may lie a few times farther away.
-std::vector<uint32_t> KivSimplifyRegions(const KivSceneRegions& zRegions, const KivSceneBox& zBox, double dTolerance);
+// viIndex is the list of indices of the source, or of a finer level; the tolerance is that of this step.
+std::vector<uint32_t> KivSimplifyRegions(const KivSceneRegions& zRegions, const std::vector<uint32_t>& viIndex,
+                                         const KivSceneBox& zBox, double dTolerance);
 
 // Puts the regions as faces and the lines as edges, both numbered from 1, with the colours and layers of their groups.
 // viIndex is the source's list of indices or that of a level, whose lines have only points that the level uses.

@@ -219,15 +219,16 @@ class SceneToModel {
     m_nDegenerate += zRegions.m_nDegenerate;
     if (zRegions.RegionNum() == 0 && vzEdge.empty()) return true;
     const size_t nLevels = m_zSummary.m_vdTolerance.size();
-    for (size_t iLevel = 0; iLevel < nLevels; ++iLevel) {
+    std::vector<uint32_t> viIndex = zRegions.m_viIndex;
+    for (size_t iLevel = nLevels; iLevel-- > 0;) {
       const bool bFinest = iLevel + 1 == nLevels;
       const double dTolerance = Tolerance(iPart, iLevel);
+      // From the level before it, which has taken its share of the tolerance already; the finest one is the source.
+      const double dTaken = iLevel + 2 < nLevels ? Tolerance(iPart, iLevel + 1) : 0;
+      if (!bFinest) viIndex = KivSimplifyRegions(zRegions, viIndex, m_vzBox[iPart], dTolerance - dTaken);
       KivMemoryBlockFaceEdge& zBlock = m_zBuilder.FaceEdge(iPart, iLevel);
       KivSceneMesh zMesh(zBlock, m_vzBox[iPart], dTolerance, bFinest);
-      if (bFinest)
-        KivPutRegions(zRegions, zRegions.m_viIndex, vzGroup, zMesh);
-      else
-        KivPutRegions(zRegions, KivSimplifyRegions(zRegions, m_vzBox[iPart], dTolerance), vzGroup, zMesh);
+      KivPutRegions(zRegions, viIndex, vzGroup, zMesh);
       for (size_t i = 0; i < vzEdge.size(); ++i)
         zMesh.AddEdge(static_cast<uint32_t>(zRegions.LineNum() + i + 1), vzEdge[i].m_vdVertex, vzEdge[i].m_fColour,
                       vzEdge[i].m_iLayer);

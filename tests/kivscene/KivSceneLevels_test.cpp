@@ -28,7 +28,7 @@ struct Level {
     m_zRegions = KivFindSceneRegions(vzCopy, 30);
     m_pzBlock = NewBlock<KivMemoryBlockFaceEdge>();
     KivSceneMesh zMesh(*m_pzBlock, zBox, dTolerance, bFinest);
-    m_viIndex = bFinest ? m_zRegions.m_viIndex : KivSimplifyRegions(m_zRegions, zBox, dTolerance);
+    m_viIndex = bFinest ? m_zRegions.m_viIndex : KivSimplifyRegions(m_zRegions, m_zRegions.m_viIndex, zBox, dTolerance);
     KivPutRegions(m_zRegions, m_viIndex, std::vector<KivSceneGroup>(vzGroup.size()), zMesh);
     zMesh.Finish();
   }
@@ -147,7 +147,7 @@ TEST(SceneMesh, FacesWithoutTrianglesAndEdgesWithoutPointsAreLeftOut) {
 
 TEST(SceneLevels, NoPointIsFartherFromTheSourceThanTheTolerance) {
   const std::vector<std::vector<KivSceneFace>> vvzMesh = {
-      {Sphere(50, 14)}, {Sphere(50, 12, 1)}, {Sphere(50, 10), Cube(60, {20, 20, 20})}};
+      {Sphere(50, 10)}, {Sphere(50, 9, 1)}, {Sphere(50, 8), Cube(60, {20, 20, 20})}};
   for (const std::vector<KivSceneFace>& vzMesh : vvzMesh) {
     std::vector<Triangle> vzSource;
     for (const KivSceneFace& z : vzMesh) {
