@@ -33,7 +33,8 @@ KIV_BUILD_PACKAGES=(g++ cmake ninja-build ccache python3 git zlib1g-dev libcurl4
 # Open CASCADE for the reader of STEP files (Linux only; without it the build leaves the reader out): some 110 packages,
 # 90 MB to fetch and 400 MB on the disk.
 KIV_STEP_PACKAGES=(libocct-data-exchange-dev)
-KIV_TEST_PACKAGES=(googletest locales)
+# Foreign files of all kinds for the tests of imports.
+KIV_TEST_PACKAGES=(googletest locales assimp-testmodels occt-misc)
 # The last ones unpack the sources of scripts/windows_sources.sh.
 KIV_WINDOWS_PACKAGES=(g++-mingw-w64-x86-64-posix libz-mingw-w64-dev wine wine64 dpkg-dev xz-utils patch)
 KIV_CHECK_PACKAGES=(clang-format clang-tidy)

@@ -1,0 +1,320 @@
+// kiv import on real files, compared with what the library of formats reads in them.
+#include <assimp/postprocess.h>
+#include <assimp/scene.h>
+#include <gtest/gtest.h>
+
+#include <assimp/Importer.hpp>
+#include <filesystem>
+#include <map>
+#include <nlohmann/json.hpp>
+#include <set>
+
+#include "KivFaceEdgeData.h"
+#include "KivModelStructure.h"
+#include "KivSceneMesh.h"
+#include "KivSysFolder.h"
+#include "KivTestFolder.h"
+#include "KivToolTestModel.h"
+
+namespace {
+
+using namespace kiv;
+using namespace kivtest;
+namespace fs = std::filesystem;
+
+const fs::path kModels = KIV_TEST_ASSIMP_MODELS;
+const fs::path kShapes = KIV_TEST_OCCT_DATA;
+
+bool OnWindows() {
+  return sys::kSeparator == u'\\';
+}
+
+// What a file or a model holds, with all placements.
+struct Measure {
+  uint64_t m_nTriangles = 0;
+  double m_dArea = 0;
+  KivSceneBox m_zBox;
+
+  void Add(const std::array<KivECoord3, 3>& az) {
+    ++m_nTriangles;
+    m_dArea += (az[1] - az[0]).Cross(az[2] - az[0]).Length() / 2;
+    for (const KivECoord3& z : az) {
+      const double ad[3] = {z.m_dX, z.m_dY, z.m_dZ};
+      m_zBox.Add(ad);
+    }
+  }
+};
+
+KivECoord3 Vec(const aiVector3D& v) {
+  return {v.x, v.y, v.z};
+}
+KivECoord3 Moved(const KivECoord3& p, const std::array<double, 16>& m) {
+  return {m[0] * p.m_dX + m[1] * p.m_dY + m[2] * p.m_dZ + m[3], m[4] * p.m_dX + m[5] * p.m_dY + m[6] * p.m_dZ + m[7],
+          m[8] * p.m_dX + m[9] * p.m_dY + m[10] * p.m_dZ + m[11]};
+}
+// Column vectors: the parent's matrix times the node's.
+std::array<double, 16> Product(const std::array<double, 16>& a, const aiMatrix4x4& zB) {
+  const double b[16] = {zB.a1, zB.a2, zB.a3, zB.a4, zB.b1, zB.b2, zB.b3, zB.b4,
+                        zB.c1, zB.c2, zB.c3, zB.c4, zB.d1, zB.d2, zB.d3, zB.d4};
+  std::array<double, 16> m{};
+  for (size_t i = 0; i < 16; ++i)
+    for (size_t k = 0; k < 4; ++k) m[i] += a[i / 4 * 4 + k] * b[4 * k + i % 4];
+  return m;
+}
+
+void MeasureNode(const aiScene& zScene, const aiNode& zNode, const std::array<double, 16>& zAbove, Measure& zMeasure) {
+  const std::array<double, 16> zMatrix = Product(zAbove, zNode.mTransformation);
+  for (unsigned i = 0; i < zNode.mNumMeshes; ++i) {
+    const aiMesh& zMesh = *zScene.mMeshes[zNode.mMeshes[i]];
+    for (unsigned k = 0; k < zMesh.mNumFaces; ++k) {
+      const aiFace& zFace = zMesh.mFaces[k];
+      if (zFace.mNumIndices != 3) continue;
+      const aiVector3D& a = zMesh.mVertices[zFace.mIndices[0]];
+      const aiVector3D& b = zMesh.mVertices[zFace.mIndices[1]];
+      const aiVector3D& c = zMesh.mVertices[zFace.mIndices[2]];
+      if (a == b || b == c || c == a) continue;  // two corners at one place
+      zMeasure.Add({Moved(Vec(a), zMatrix), Moved(Vec(b), zMatrix), Moved(Vec(c), zMatrix)});
+    }
+  }
+  for (unsigned i = 0; i < zNode.mNumChildren; ++i) MeasureNode(zScene, *zNode.mChildren[i], zMatrix, zMeasure);
+}
+
+Measure MeasureSource(const fs::path& zPath) {
+  Measure zMeasure;
+  Assimp::Importer zImporter;
+  const aiScene* pzScene = zImporter.ReadFile(zPath.string(), aiProcess_Triangulate);
+  if (pzScene == nullptr) {
+    ADD_FAILURE() << zImporter.GetErrorString();
+    return zMeasure;
+  }
+  MeasureNode(*pzScene, *pzScene->mRootNode, {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1}, zMeasure);
+  return zMeasure;
+}
+
+// The finest level of a model.
+Measure MeasureModel(const KivWString& csPath) {
+  Measure zMeasure;
+  KivPrepareToolProcess();
+  KivToolModel zModel(csPath);
+  const KivToolStructure zStructure = KivLoadStructure(zModel);
+  EXPECT_TRUE(zStructure.m_bComplete);
+  for (const KivToolInstance& zInstance : zStructure.m_vzInstance) {
+    const KivToolPart& zPart = zStructure.m_vzPart[zInstance.m_iPart];
+    if (zPart.m_vzLevel.empty()) continue;
+    const auto* pzMesh = zModel.LoadBlock<KivFaceEdgeData>(zPart.m_vzLevel.back().m_iFaceEdgeKey);
+    if (pzMesh == nullptr) {
+      ADD_FAILURE() << "a mesh cannot be loaded";
+      continue;
+    }
+    for (const KivMeshFace& zFace : pzMesh->m_vzFace)
+      for (size_t i = 0; i < zFace.m_viIndex.size(); i += 3) {
+        std::array<KivECoord3, 3> az;
+        for (size_t k = 0; k < 3; ++k) {
+          const float* pf = &zFace.m_vfVertex.at(3 * size_t{zFace.m_viIndex[i + k]});
+          az[k] = zInstance.m_zMatrix.TransformPoint(KivECoord3{pf[0], pf[1], pf[2]});
+        }
+        zMeasure.Add(az);
+      }
+  }
+  return zMeasure;
+}
+
+KivWString Wide(const fs::path& zPath) {
+  return zPath.u16string();
+}
+
+std::vector<fs::path> FilesBelow(const fs::path& zFolder, const std::set<std::string>& setSuffix) {
+  std::vector<fs::path> vzFile;
+  if (!fs::is_directory(zFolder)) return vzFile;
+  for (const fs::directory_entry& z : fs::recursive_directory_iterator(zFolder)) {
+    std::string strSuffix = z.path().extension().string();
+    for (char& c : strSuffix) c = static_cast<char>(std::tolower(c));
+    if (z.is_regular_file() && setSuffix.count(strSuffix) != 0 && z.file_size() < 1500000) vzFile.push_back(z.path());
+  }
+  std::sort(vzFile.begin(), vzFile.end());
+  return vzFile;
+}
+
+class Import : public testing::Test {
+ protected:
+  const KivWString m_csTarget = m_zFolder / u"model.kiv";
+
+  // The import, and the check of what it made.
+  nlohmann::json ImportAndCheck(const fs::path& zPath) {
+    const ToolRun zRun = RunKiv({u"import", Wide(zPath), m_csTarget, u"--force", u"--json"});
+    EXPECT_EQ(zRun.m_iExit, 0) << zRun.m_strErr;
+    if (zRun.m_iExit != 0) return nlohmann::json();
+    const ToolRun zCheck = RunKiv({u"check", m_csTarget});
+    EXPECT_EQ(zCheck.m_iExit, 0) << zCheck.m_strOut << zCheck.m_strErr;
+    return nlohmann::json::parse(zRun.m_strOut);
+  }
+
+  void ImportLikeTheLibrary(const fs::path& zPath) {
+    SCOPED_TRACE(zPath.string());
+    const nlohmann::json zSummary = ImportAndCheck(zPath);
+    if (zSummary.is_null()) return;
+    const Measure zSource = MeasureSource(zPath), zModel = MeasureModel(m_csTarget);
+    EXPECT_EQ(zModel.m_nTriangles, zSource.m_nTriangles);
+    EXPECT_NEAR(zModel.m_dArea, zSource.m_dArea, 1e-3 * zSource.m_dArea);
+    const double dNear = 1e-4 * zSource.m_zBox.Diagonal();
+    for (size_t i = 0; i < 3 && !zSource.m_zBox.IsEmpty(); ++i) {
+      EXPECT_NEAR(zModel.m_zBox.m_adLow[i], zSource.m_zBox.m_adLow[i], dNear);
+      EXPECT_NEAR(zModel.m_zBox.m_adHigh[i], zSource.m_zBox.m_adHigh[i], dNear);
+    }
+    const auto& zLevels = zSummary["levels"];
+    ASSERT_EQ(zLevels.size(), 3u);
+    EXPECT_LE(zLevels[0]["triangles"], zLevels[1]["triangles"]);
+    EXPECT_LE(zLevels[1]["triangles"], zLevels[2]["triangles"]);
+  }
+
+  // One line, exit code 2, and nothing in the folder that was not there.
+  void ExpectRefused(const std::vector<KivWString>& vcsArguments) {
+    const size_t nBefore = NumInFolder();
+    const ToolRun zRun = RunKiv(vcsArguments);
+    EXPECT_EQ(zRun.m_iExit, 2);
+    EXPECT_EQ(zRun.m_strOut, "");
+    EXPECT_EQ(std::count(zRun.m_strErr.begin(), zRun.m_strErr.end(), '\n'), 1) << zRun.m_strErr;
+    EXPECT_EQ(NumInFolder(), nBefore);
+  }
+  size_t NumInFolder() const {
+    return static_cast<size_t>(std::distance(fs::directory_iterator(m_zFolder.Path()), fs::directory_iterator()));
+  }
+
+  // All files of a folder but those whose names, from the folder on, are listed: they are refused.
+  void ImportFolder(const fs::path& zFolder, const std::set<std::string>& setSuffix,
+                    const std::set<std::string>& setRefused, size_t nAtLeast) {
+    const std::vector<fs::path> vzFile = FilesBelow(zFolder, setSuffix);
+    if (vzFile.empty()) GTEST_SKIP() << zFolder << " is not here";
+    EXPECT_GE(vzFile.size(), nAtLeast);
+    for (const fs::path& zPath : vzFile) {
+      if (setRefused.count(fs::relative(zPath, zFolder).generic_string()) == 0) {
+        ImportLikeTheLibrary(zPath);
+        continue;
+      }
+      SCOPED_TRACE(zPath.string());
+      fs::remove(m_csTarget);
+      ExpectRefused({u"import", Wide(zPath), m_csTarget});
+    }
+  }
+
+  TestFolder m_zFolder;
+};
+
+constexpr char kTriangle[] = "v 0 0 0\nv 1 0 0\nv 0 1 0\nf 1 2 3\n";
+
+}  // namespace
+
+TEST_F(Import, StlFilesAreAsTheLibraryReadsThem) {
+  ImportFolder(kModels / "STL", {".stl"}, {}, 6);
+}
+TEST_F(Import, StlFilesOfTheShapeLibraryAreAsTheLibraryReadsThem) {
+  ImportFolder(kShapes / "stl", {".stl"}, {}, 3);
+}
+TEST_F(Import, ObjFilesAreAsTheLibraryReadsThem) {
+  ImportFolder(kModels / "OBJ", {".obj"}, {"box_UTF16BE.obj", "point_cloud.obj", "testpoints.obj"}, 15);
+}
+TEST_F(Import, PlyFilesAreAsTheLibraryReadsThem) {
+  ImportFolder(kModels / "PLY", {".ply"}, {"issue623.ply", "points.ply"}, 5);
+}
+TEST_F(Import, GltfFilesOfTheFirstVersionAreAsTheLibraryReadsThem) {
+  ImportFolder(kModels / "glTF", {".gltf", ".glb"}, {"BoxTextured-glTF-Binary/BoxTextured.glb"}, 5);
+}
+TEST_F(Import, GltfFilesAreAsTheLibraryReadsThem) {
+  std::set<std::string> setRefused = {
+      "BoxWithInfinites-glTF-Binary/BoxWithInfinites.glb",
+      "IndexOutOfRange/AllIndicesOutOfRange.gltf",
+      "MissingBin/BoxTextured.gltf",
+      "RecursiveNodes/RecursiveNodes.gltf",
+      "SchemaFailures/sceneWrongType.gltf",
+      "TestNoRootNode/NoScene.gltf",
+      "TestNoRootNode/SceneWithoutNodes.gltf",
+      "glTF-Asset-Generator/Mesh_PrimitiveMode/Mesh_PrimitiveMode_00.gltf",
+      "glTF-Asset-Generator/Mesh_PrimitiveMode/Mesh_PrimitiveMode_07.gltf",
+      "issue_3269/texcoord_crash.gltf",
+      "wrongTypes/badArray.gltf",
+      "wrongTypes/badExtension.gltf",
+      "wrongTypes/badNumber.gltf",
+      "wrongTypes/badObject.gltf",
+      "wrongTypes/badString.gltf",
+      "wrongTypes/badUint.gltf",
+  };
+  if (OnWindows()) setRefused.insert("draco/2CylinderEngine.gltf");  // its build is without that library
+  ImportFolder(kModels / "glTF2", {".gltf", ".glb"}, setRefused, 30);
+}
+
+TEST_F(Import, TheSameFileGivesTheSameModel) {
+  m_zFolder.WriteBytes(u"a.obj", kTriangle);
+  ImportAndCheck(fs::path((m_zFolder / u"a.obj")));
+  const std::string strFirst = m_zFolder.ReadBytes(u"model.kiv");
+  ImportAndCheck(fs::path((m_zFolder / u"a.obj")));
+  EXPECT_EQ(m_zFolder.ReadBytes(u"model.kiv"), strFirst);
+}
+
+TEST_F(Import, LevelsAreThoseThatAreAskedFor) {
+  m_zFolder.WriteBytes(u"a.obj", kTriangle);
+  const ToolRun zRun = RunKiv({u"import", m_zFolder / u"a.obj", m_csTarget, u"--json", u"--tolerance", u"0.5,0.25"});
+  ASSERT_EQ(zRun.m_iExit, 0) << zRun.m_strErr;
+  const nlohmann::json zSummary = nlohmann::json::parse(zRun.m_strOut);
+  ASSERT_EQ(zSummary["levels"].size(), 2u);
+  EXPECT_EQ(zSummary["levels"][1]["tolerance"], 0.25);
+  EXPECT_EQ(zSummary["faces"], 1);
+}
+
+TEST_F(Import, AnExistingTargetStaysWithoutForce) {
+  m_zFolder.WriteBytes(u"a.obj", kTriangle);
+  m_zFolder.WriteBytes(u"model.kiv", "mine");
+  ExpectRefused({u"import", m_zFolder / u"a.obj", m_csTarget});
+  EXPECT_EQ(m_zFolder.ReadBytes(u"model.kiv"), "mine");
+  // Nor is it touched when the source turns out to be bad.
+  m_zFolder.WriteBytes(u"bad.obj", "f 1 2 3\n");
+  ExpectRefused({u"import", m_zFolder / u"bad.obj", m_csTarget, u"--force"});
+  EXPECT_EQ(m_zFolder.ReadBytes(u"model.kiv"), "mine");
+  EXPECT_EQ(RunKiv({u"import", m_zFolder / u"a.obj", m_csTarget, u"--force"}).m_iExit, 0);
+  EXPECT_NE(m_zFolder.ReadBytes(u"model.kiv"), "mine");
+}
+
+TEST_F(Import, PlacesAndNamesThatDoNotServeAreRefused) {
+  m_zFolder.WriteBytes(u"a.obj", kTriangle);
+  m_zFolder.WriteBytes(u"a.xyz", kTriangle);
+  m_zFolder.WriteBytes(u"obj", kTriangle);
+  ExpectRefused({u"import", m_zFolder / u"a.obj", m_zFolder / u"missing" + KivWString(1, sys::kSeparator) + u"m.kiv"});
+  ExpectRefused({u"import", m_zFolder / u"a.obj", m_zFolder / u"a.obj", u"--force"});
+  ExpectRefused({u"import", m_zFolder / u"a.obj", m_zFolder.Path(), u"--force"});
+  ExpectRefused({u"import", m_zFolder / u"a.xyz", m_csTarget});
+  ExpectRefused({u"import", m_zFolder / u"obj", m_csTarget});
+  ExpectRefused({u"import", m_zFolder / u"missing.stl", m_csTarget});
+  ExpectRefused({u"import", m_zFolder.Path(), m_csTarget});
+}
+
+TEST_F(Import, TolerancesAndAnglesThatMakeNoSenseAreRefused) {
+  m_zFolder.WriteBytes(u"a.obj", kTriangle);
+  for (const char16_t* sz : {u"0", u"-1", u"x", u"0.1,1", u"1,1", u"1e300", u"1e-300"})
+    ExpectRefused({u"import", m_zFolder / u"a.obj", m_csTarget, u"--tolerance", sz});
+  for (const char16_t* sz : {u"-1", u"181", u"x", u"10,20"})
+    ExpectRefused({u"import", m_zFolder / u"a.obj", m_csTarget, u"--angle", sz});
+}
+
+TEST_F(Import, EmptyCutRandomAndForeignBytesAreRefused) {
+  std::string strRandom;
+  for (uint32_t i = 0, n = 1; i < 3000; ++i) strRandom += static_cast<char>((n = n * 1664525 + 1013904223) >> 24);
+  const std::map<KivWString, std::string> mapGood = {
+      {u"stl", "solid a\nfacet normal 0 0 1\nouter loop\nvertex 0 0 0\nvertex 1 0 0\nvertex 0 1 0\nendloop\nendfacet\n"
+               "endsolid a\n"},
+      {u"ply", "ply\nformat ascii 1.0\nelement vertex 3\nproperty float x\nproperty float y\nproperty float z\n"
+               "element face 1\nproperty list uchar int vertex_indices\nend_header\n0 0 0\n1 0 0\n0 1 0\n3 0 1 2\n"},
+      {u"obj", kTriangle},
+      {u"gltf", "{\"asset\":{\"version\":\"2.0\"}}"},
+      {u"glb", "glTF"},
+      {u"step", "ISO-10303-21;\nHEADER;\n"},
+  };
+  for (const auto& [csSuffix, strGood] : mapGood) {
+    SCOPED_TRACE(sys::WideToUtf8(csSuffix));
+    const KivWString csName = u"bad." + csSuffix;
+    const KivWString csForeign = csSuffix == u"ply" ? u"stl" : u"ply";
+    for (const std::string& strBad : {std::string(), strRandom, strGood.substr(0, strGood.size() / 2),
+                                      mapGood.at(csForeign), std::string(500, '\0'), std::string("\n")}) {
+      m_zFolder.WriteBytes(csName, strBad);
+      ExpectRefused({u"import", m_zFolder / csName, m_csTarget});
+    }
+  }
+}
