@@ -297,10 +297,12 @@ TEST_F(Import, EmptyCutRandomAndForeignBytesAreRefused) {
   std::string strRandom;
   for (uint32_t i = 0, n = 1; i < 3000; ++i) strRandom += static_cast<char>((n = n * 1664525 + 1013904223) >> 24);
   const std::map<KivWString, std::string> mapGood = {
-      {u"stl", "solid a\nfacet normal 0 0 1\nouter loop\nvertex 0 0 0\nvertex 1 0 0\nvertex 0 1 0\nendloop\nendfacet\n"
-               "endsolid a\n"},
-      {u"ply", "ply\nformat ascii 1.0\nelement vertex 3\nproperty float x\nproperty float y\nproperty float z\n"
-               "element face 1\nproperty list uchar int vertex_indices\nend_header\n0 0 0\n1 0 0\n0 1 0\n3 0 1 2\n"},
+      {u"stl",
+       "solid a\nfacet normal 0 0 1\nouter loop\nvertex 0 0 0\nvertex 1 0 0\nvertex 0 1 0\nendloop\nendfacet\n"
+       "endsolid a\n"},
+      {u"ply",
+       "ply\nformat ascii 1.0\nelement vertex 3\nproperty float x\nproperty float y\nproperty float z\n"
+       "element face 1\nproperty list uchar int vertex_indices\nend_header\n0 0 0\n1 0 0\n0 1 0\n3 0 1 2\n"},
       {u"obj", kTriangle},
       {u"gltf", "{\"asset\":{\"version\":\"2.0\"}}"},
       {u"glb", "glTF"},
