@@ -26,7 +26,7 @@ done
 build() { # preset [target...]
   local preset=$1
   shift
-  cmake --preset "$preset" >"$KIV_LOG_DIR/configure-$preset.log" 2>&1 || { tail -n 30 "$KIV_LOG_DIR/configure-$preset.log"; return 1; }
+  cmake --preset "$preset" -DKIV_TEST_PCH=ON >"$KIV_LOG_DIR/configure-$preset.log" 2>&1 || { tail -n 30 "$KIV_LOG_DIR/configure-$preset.log"; return 1; }
   cmake --build --preset "$preset" -j "$jobs" ${1:+--target "$@"}
 }
 
