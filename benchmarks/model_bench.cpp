@@ -1,5 +1,5 @@
 // A whole model: building and saving it, opening it, its structure, and a walk that loads every element once; then
-// layer queries in each of the four forms of a list.
+// one part of a million triangles, as one face and as 100,000; then layer queries in each of the four forms of a list.
 //
 //   usage: model_bench [instances] [nodes] [parts]      default: 100000 20000 2000
 // CPU time, and the peak of memory of the process that builds and of the one that walks. The limit of active
@@ -65,6 +65,25 @@ void Build(KivModelBuilder& z, size_t nInstances, size_t nNodes, size_t nParts) 
     zMatrix.Translate({static_cast<double>(i % 100), static_cast<double>(i / 100), 0});
     z.PlaceInstance(i % nParts, zMatrix, i % nNodes);
   }
+}
+
+void BigPart(uint32_t nFaces, uint32_t nTriangles) {
+  const KivWString csPath = u"model_bench.kiv";
+  KivModelBuilder zBuilder;
+  kivtest::AddRibbons(zBuilder.FaceEdge(zBuilder.AddPart(), 0), nFaces, nTriangles, 1);
+  zBuilder.FaceEdge(0, 0).m_fStep = 0.01f;
+  zBuilder.PlaceInstance(0, KivEMatrix4(), zBuilder.AddNode(u"part"));
+  const double dSave = Seconds([&] { Demand(zBuilder.Save(csPath), "not saved"); });
+  KivModelStatusBase* pzModel = nullptr;
+  KivMeshStatistics zStatistics;
+  const double dLoad = Seconds([&] {
+    Demand(KivDataSpaceBase::GetInstance()->AddModel(csPath, KivModelOpenInfo(), &pzModel) == KivAddModelResult::Done &&
+               KivAddModelMeshes(pzModel->GetKey(), 0, zStatistics),
+           "not loaded");
+  });
+  Demand(zStatistics.m_iNormalTri == int64_t{nFaces} * nTriangles, "another number of triangles");
+  KivDataSpaceBase::GetInstance()->RemoveModel(pzModel);
+  std::printf("part of %u faces of %u triangles: save %8.3f s, open and load %8.3f s\n", nFaces, nTriangles, dSave, dLoad);
 }
 
 void LayerQueries() {
@@ -171,6 +190,8 @@ int main(int argc, char** argv) {
     }
     KivDataSpaceBase::GetInstance()->RemoveModel(pzModel);
   }
+  BigPart(1, 1000000);
+  BigPart(100000, 10);
   LayerQueries();
   std::remove("model_bench.kiv");
   return 0;
