@@ -83,7 +83,8 @@ void BigPart(uint32_t nFaces, uint32_t nTriangles) {
   });
   Demand(zStatistics.m_iNormalTri == int64_t{nFaces} * nTriangles, "another number of triangles");
   KivDataSpaceBase::GetInstance()->RemoveModel(pzModel);
-  std::printf("part of %u faces of %u triangles: save %8.3f s, open and load %8.3f s\n", nFaces, nTriangles, dSave, dLoad);
+  std::printf("part of %u faces of %u triangles: save %8.3f s, open and load %8.3f s\n", nFaces, nTriangles, dSave,
+              dLoad);
 }
 
 void LayerQueries() {
