@@ -37,6 +37,8 @@ KIV_STEP_PACKAGES=(libocct-data-exchange-dev)
 KIV_TEST_PACKAGES=(googletest locales assimp-testmodels occt-misc)
 # The last ones unpack the sources of scripts/windows_sources.sh.
 KIV_WINDOWS_PACKAGES=(g++-mingw-w64-x86-64-posix libz-mingw-w64-dev wine wine64 dpkg-dev xz-utils patch)
+# The glTF validator comes by npm, unless there is one already.
+KIV_GLTF_PACKAGES=(nodejs npm)
 KIV_CHECK_PACKAGES=(clang-format clang-tidy)
 # Peers of the benchmarks (the preset linux-bench).
 KIV_BENCHMARK_PACKAGES=(libsqlite3-dev liblmdb-dev libleveldb-dev libzmq3-dev cppzmq-dev libmeshoptimizer-dev libdraco-dev

@@ -10,9 +10,12 @@ std::unique_ptr<KivCommand> KivMakeRecordsCommand();
 std::unique_ptr<KivCommand> KivMakeTreeCommand();
 std::unique_ptr<KivCommand> KivMakeCheckCommand();
 
+std::unique_ptr<KivCommand> KivMakeExportCommand();
+
 std::vector<std::unique_ptr<KivCommand>> KivMakeCommands() {
   constexpr std::unique_ptr<KivCommand> (*kMake[])() = {
-      KivMakeImportCommand, KivMakeInfoCommand, KivMakeCheckCommand, KivMakeRecordsCommand, KivMakeTreeCommand,
+      KivMakeImportCommand, KivMakeExportCommand,  KivMakeInfoCommand,
+      KivMakeCheckCommand,  KivMakeRecordsCommand, KivMakeTreeCommand,
   };
   std::vector<std::unique_ptr<KivCommand>> vpzCommand;
   for (const auto pfnMake : kMake) vpzCommand.push_back(pfnMake());
