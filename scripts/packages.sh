@@ -29,7 +29,7 @@ need_packages() {
 }
 
 KIV_BUILD_PACKAGES=(g++ cmake ninja-build ccache python3 git zlib1g-dev libcurl4-openssl-dev libdw-dev
-  libutfcpp-dev libcli11-dev nlohmann-json3-dev libassimp-dev libmeshoptimizer-dev)
+  libutfcpp-dev libcli11-dev nlohmann-json3-dev libeigen3-dev libassimp-dev libmeshoptimizer-dev)
 # Open CASCADE for the reader of STEP files (Linux only; without it the build leaves the reader out): some 110 packages,
 # 90 MB to fetch and 400 MB on the disk.
 KIV_STEP_PACKAGES=(libocct-data-exchange-dev)
@@ -42,4 +42,4 @@ KIV_GLTF_PACKAGES=(nodejs npm)
 KIV_CHECK_PACKAGES=(clang-format clang-tidy)
 # Peers of the benchmarks (the preset linux-bench).
 KIV_BENCHMARK_PACKAGES=(libsqlite3-dev liblmdb-dev libleveldb-dev libzmq3-dev cppzmq-dev libmeshoptimizer-dev libdraco-dev
-  libeigen3-dev)
+  libfcl-dev)

@@ -25,19 +25,14 @@ KivWString Decimal(int64_t iValue) {
   return sys::Utf8ToWide(std::to_string(iValue));
 }
 
-// Handlers run in the root folder.
-KivWString AbsolutePath(const KivWString& csPath) {
-  return sys::IsRelativePath(csPath) ? std::filesystem::absolute(csPath).u16string() : csPath;
-}
-
 // Where a program stands that was started by this path.
 KivWString FolderOfProgram(const KivWString& csPath) {
   KivWString csFolder, csName;
   KivSplitPath(csPath, csFolder, csName);
   if (csFolder.empty()) return KivGetModuleFolder();
   std::error_code zError;
-  const std::filesystem::path zReal = std::filesystem::canonical(AbsolutePath(csPath), zError);
-  return zError ? AbsolutePath(csFolder) : zReal.parent_path().u16string();
+  const std::filesystem::path zReal = std::filesystem::canonical(DorAbsolutePath(csPath), zError);
+  return zError ? DorAbsolutePath(csFolder) : zReal.parent_path().u16string();
 }
 
 // Removes the work folders of dead processes and leaves the folder itself, also when nothing else stands in it.
@@ -67,8 +62,13 @@ int32_t EndLoopAtOnce() {
 
 }  // namespace
 
+// Handlers run in the root folder.
+KivWString DorAbsolutePath(const KivWString& csPath) {
+  return sys::IsRelativePath(csPath) ? std::filesystem::absolute(csPath).u16string() : csPath;
+}
+
 DorClient::DorClient(const DorClientOptions& zOptions) {
-  StartTree(zOptions.m_csRootFolder.empty() ? KivWString() : AbsolutePath(zOptions.m_csRootFolder));
+  StartTree(zOptions.m_csRootFolder.empty() ? KivWString() : DorAbsolutePath(zOptions.m_csRootFolder));
 
   KivWString csRelay;
   std::string strWhy;
@@ -194,7 +194,7 @@ DorAnswer DorClient::Call(const KivWString& csRequest, const KivByteBuffer& vcPa
 
 int64_t DorClient::StartOpen(const KivWString& csPath) {
   KivByteBuffer vcPayload;
-  KivPutString(vcPayload, AbsolutePath(csPath));
+  KivPutString(vcPayload, DorAbsolutePath(csPath));
   const DorAnswer zAnswer = Call(KivWString(kDorReadDor), vcPayload);
   uint64_t iCursor = 0;
   int64_t iModel = 0;
@@ -231,6 +231,13 @@ void DorClient::Clear(int64_t iModel) {
   KivByteBuffer vcPayload;
   KivPutInt64(vcPayload, iModel);
   Call(KivWString(kDorClearModel), vcPayload);
+}
+
+std::vector<int32_t> DorClient::ListHandlers() const {
+  std::vector<int32_t> viPids = ListTree();
+  viPids.erase(viPids.begin());
+  std::erase(viPids, m_iRelayPid);
+  return viPids;
 }
 
 std::vector<int32_t> DorClient::ListTree() const {

@@ -48,6 +48,9 @@ struct DorClientOptions {
   KivWString m_csRootFolder;
 };
 
+// A relative path means this process's current folder.
+KivWString DorAbsolutePath(const KivWString& csPath);
+
 class DorClient {
  public:
   // Throws DorClientError, and then leaves no process, and no file or folder that it has made.
@@ -83,6 +86,8 @@ class DorClient {
   bool IsOpen() const { return m_bOpen; }
   // Process ids of the tree, the own one first.
   std::vector<int32_t> ListTree() const;
+  // Those of the handlers alone.
+  std::vector<int32_t> ListHandlers() const;
 
  private:
   // The id of the model that the request is about; -1 if it opens one.
@@ -109,7 +114,7 @@ class DorClient {
 // False with the reason in strError.
 bool DorBuildPayload(const DorRequestRow& zRow, int64_t iModel, const std::vector<std::string>& vstrWords,
                      KivByteBuffer& vcPayload, std::string& strError);
-// The words that a row's form takes, for help texts: "INT INT X,Y,Z".
+// The words that a row's form takes, for help texts: "instance face", or where the fields have no names "INT INT".
 std::string DorDescribeForm(const DorRequestRow& zRow);
 
 }  // namespace kiv

@@ -2,6 +2,7 @@
 #include <charconv>
 #include <cstdlib>
 
+#include "DorAnswerForm.h"
 #include "DorClient.h"
 
 namespace kiv {
@@ -93,11 +94,14 @@ const char* WordOf(char cKind) {
 
 std::string DorDescribeForm(const DorRequestRow& zRow) {
   std::string strText;
-  for (const char* p = zRow.m_szForm; *p != '\0'; ++p) {
-    if (*p == 'm') continue;
-    if (!strText.empty()) strText += ' ';
-    strText += WordOf(*p);
+  const auto Append = [&](const std::string& strWord) { strText += (strText.empty() ? "" : " ") + strWord; };
+  if (const DorForm* pzFields = DorFieldsOf(zRow)) {
+    for (const DorField& z : *pzFields)
+      Append(z.m_strName + (z.m_nTimes > 1 ? "*" + std::to_string(z.m_nTimes) : z.m_cKind == 'c' ? "=X,Y,Z" : ""));
+    return strText;
   }
+  for (const char* p = zRow.m_szForm; *p != '\0'; ++p)
+    if (*p != 'm') Append(WordOf(*p));
   return strText;
 }
 

@@ -8,7 +8,9 @@
 #include <cstdio>
 #include <nlohmann/json.hpp>
 
+#include "DorAnswerText.h"
 #include "DorClient.h"
+#include "DorShell.h"
 #include "KivException.h"
 #include "KivSysClock.h"
 #include "KivSysMain.h"
@@ -21,9 +23,6 @@ using Json = nlohmann::ordered_json;
 
 enum ExitCode { kGood = 0, kRefused = 1, kWrongUse = 2, kNotRead = 3, kTreeEnded = 4, kLeftBehind = 5 };
 
-constexpr const char* kPrefix = "DorHandler_";
-constexpr size_t kShownBytes = 256;
-
 struct Settings {
   bool m_bJson = false;
   std::string m_strRelay;
@@ -33,39 +32,21 @@ struct Settings {
   int m_nRequests = 20000;
   uint64_t m_nBytes = 64;
   int m_nIdle = 0;
+  bool m_bKeepGoing = false;
 };
 
 double MsSince(uint64_t iStartNs) {
   return static_cast<double>(sys::SteadyNs() - iStartNs) / 1e6;
 }
 
-std::string Hex(const KivByteBuffer& vcBytes, size_t nMost) {
+std::string Hex(const KivByteBuffer& vcBytes) {
   std::string strHex;
   char acByte[3];
-  for (size_t i = 0; i < vcBytes.size() && i < nMost; ++i) {
-    std::snprintf(acByte, sizeof acByte, "%02x", vcBytes[i]);
+  for (const uint8_t c : vcBytes) {
+    std::snprintf(acByte, sizeof acByte, "%02x", c);
     strHex += acByte;
   }
   return strHex;
-}
-
-const char* StatusText(int32_t iStatus) {
-  switch (iStatus) {
-    case kDorStatusReading:
-      return "the model is still being read";
-    case kDorStatusServed:
-      return "served";
-    case kDorStatusNoChild:
-      return "no handler is there";
-    case kDorStatusReadFailed:
-      return "the model could not be read";
-    case kDorStatusExchangeFailed:
-      return "the exchange with the handler failed";
-    case kDorStatusRefused:
-      return "the handler refused";
-    default:
-      return "the handler's own status";
-  }
 }
 
 // A spinner on a terminal while a read runs; nothing elsewhere.
@@ -120,76 +101,56 @@ int CodeOf(bool bGood, bool bClean) {
   return bClean ? kGood : kLeftBehind;
 }
 
-// What every answer of the handler begins with: its result code, and a reason where that is not 0.
-struct HandlerAnswer {
-  bool m_bKnown = false;
-  int64_t m_iCode = 0;
-  std::string m_strReason;
-};
+Json ToJson(const DorValue& z);
 
-HandlerAnswer ReadHandlerAnswer(const KivByteBuffer& vcResult) {
-  HandlerAnswer z;
-  uint64_t iCursor = 0;
-  if (vcResult.size() < 8 || !KivGetInt64(iCursor, vcResult, &z.m_iCode)) return z;
-  z.m_bKnown = true;
-  KivWString csReason;
-  if (z.m_iCode != 0 && vcResult.size() >= 16 && KivGetString(iCursor, vcResult, &csReason))
-    z.m_strReason = sys::WideToUtf8(csReason);
-  return z;
+Json ToJson(const std::vector<DorValue>& vzValue) {
+  Json zObject = Json::object();
+  for (const DorValue& z : vzValue) zObject[z.m_pzField->m_strName] = ToJson(z);
+  return zObject;
 }
 
-// The fields of the answers that this command knows by heart.
-Json AnswerFields(const KivWString& csRequest, const KivByteBuffer& vcResult) {
-  Json zFields = Json::object();
-  if (csRequest != kDorGetAsmTreeInfo) return zFields;
-  uint64_t iCursor = 8;
-  int64_t iKind = 0, iLength = 0;
-  KivWString csPath;
-  if (!KivGetInt64(iCursor, vcResult, &iKind) || !KivGetInt64(iCursor, vcResult, &iLength) ||
-      !KivGetString(iCursor, vcResult, &csPath))
-    return zFields;
-  zFields["kind"] = iKind == 1 ? "model" : iKind == 2 ? "package" : "unknown";
-  zFields["bytes"] = iLength;
-  zFields["path"] = sys::WideToUtf8(csPath);
-  return zFields;
-}
-
-// True if the handler did what it was asked for.
-bool ShowAnswer(const Settings& zSettings, const KivWString& csRequest, const DorAnswer& zAnswer, double dMs) {
-  const HandlerAnswer zHandler = ReadHandlerAnswer(zAnswer.m_vcResult);
-  const bool bGood = zAnswer.m_iStatus == kDorStatusServed && (!zHandler.m_bKnown || zHandler.m_iCode == 0);
-  const Json zFields = bGood ? AnswerFields(csRequest, zAnswer.m_vcResult) : Json::object();
-  if (zSettings.m_bJson) {
-    Json zJson;
-    zJson["request"] = sys::WideToUtf8(csRequest);
-    zJson["status"] = zAnswer.m_iStatus;
-    zJson["status_text"] = StatusText(zAnswer.m_iStatus);
-    if (zHandler.m_bKnown) zJson["code"] = zHandler.m_iCode;
-    if (!zHandler.m_strReason.empty()) zJson["reason"] = zHandler.m_strReason;
-    if (!zFields.empty()) zJson["answer"] = zFields;
-    zJson["bytes"] = Hex(zAnswer.m_vcResult, zAnswer.m_vcResult.size());
-    zJson["milliseconds"] = dMs;
-    Print(zJson);
-    return bGood;
+// Several numbers of one name are an array; so is a list, of objects or, where its items have one field, of values.
+Json ToJson(const DorValue& z) {
+  switch (z.m_pzField->m_cKind) {
+    case 's':
+      return sys::WideToUtf8(z.m_csText);
+    case 'i':
+      return z.m_viInteger.size() == 1 ? Json(z.m_viInteger[0]) : Json(z.m_viInteger);
+    case 'l': {
+      Json zArray = Json::array();
+      for (const std::vector<DorValue>& vzItem : z.m_vvzItem)
+        zArray.push_back(vzItem.size() == 1 ? ToJson(vzItem[0]) : ToJson(vzItem));
+      return zArray;
+    }
+    default:
+      return z.m_vdFloat.size() == 1 ? Json(z.m_vdFloat[0]) : Json(z.m_vdFloat);
   }
-  std::printf("%s: %s (status %d), %zu bytes, %.3f ms\n", sys::WideToUtf8(csRequest).c_str(),
-              StatusText(zAnswer.m_iStatus), zAnswer.m_iStatus, zAnswer.m_vcResult.size(), dMs);
-  if (zHandler.m_bKnown && zHandler.m_iCode != 0)
-    std::printf("  code %lld: %s\n", static_cast<long long>(zHandler.m_iCode), zHandler.m_strReason.c_str());
-  for (const auto& [strName, zValue] : zFields.items())
-    std::printf("  %s: %s\n", strName.c_str(),
-                (zValue.is_string() ? zValue.get<std::string>() : zValue.dump()).c_str());
-  if (zFields.empty() && zAnswer.m_vcResult.size() > 8)
-    std::printf("  %s%s\n", Hex(zAnswer.m_vcResult, kShownBytes).c_str(),
-                zAnswer.m_vcResult.size() > kShownBytes ? "..." : "");
-  return bGood;
 }
 
-// The row of a request that may be called; the prefix of the name may be left out.
-const DorRequestRow* FindRow(const std::string& strName) {
-  const DorRequestRow* pzRow = DorFindRequest(sys::Utf8ToWide(strName));
-  if (pzRow == nullptr) pzRow = DorFindRequest(sys::Utf8ToWide(kPrefix + strName));
-  return pzRow != nullptr && pzRow->m_iFamily == DorRequestFamily::Forward ? pzRow : nullptr;
+Json ToJson(const DorSpoken& zSpoken) {
+  Json zJson;
+  zJson["request"] = sys::WideToUtf8(zSpoken.m_pzRow->m_csName);
+  zJson["status"] = zSpoken.m_zAnswer.m_iStatus;
+  zJson["status_text"] = DorStatusText(zSpoken.m_zAnswer.m_iStatus);
+  if (zSpoken.m_bDecoded) {
+    zJson["code"] = zSpoken.m_zDecoded.m_iCode;
+    zJson["code_text"] = DorAnswerCodeText(zSpoken.m_zDecoded.m_iCode);
+    if (zSpoken.m_zDecoded.m_iCode != 0)
+      zJson["reason"] = sys::WideToUtf8(zSpoken.m_zDecoded.m_csReason);
+    else
+      zJson["answer"] = ToJson(zSpoken.m_zDecoded.m_vzValue);
+  } else {
+    zJson["bytes"] = Hex(zSpoken.m_zAnswer.m_vcResult);
+  }
+  zJson["milliseconds"] = zSpoken.m_dMilliseconds;
+  return zJson;
+}
+
+void ShowAnswer(const Settings& zSettings, const DorSpoken& zSpoken) {
+  if (zSettings.m_bJson)
+    Print(ToJson(zSpoken));
+  else
+    std::fputs(DorAnswerText(zSpoken).c_str(), stdout);
 }
 
 int RunOpen(const Settings& zSettings) {
@@ -200,26 +161,21 @@ int RunOpen(const Settings& zSettings) {
   const int64_t iModel = OpenModel(zClient, zSettings);
   const double dOpenMs = MsSince(iOpen);
   const std::vector<int32_t> viPids = zClient.ListTree();
-  KivByteBuffer vcPayload;
-  KivPutInt64(vcPayload, iModel);
-  const uint64_t iAsk = sys::SteadyNs();
-  const DorAnswer zAnswer = zClient.Call(KivWString(kDorGetAsmTreeInfo), vcPayload);
-  const double dAskMs = MsSince(iAsk);
+  const DorSpoken zSpoken = DorCallByName(zClient, iModel, "GetAsmTreeInfo", {});
   zClient.Clear(iModel);
   const uint64_t iClose = sys::SteadyNs();
   const bool bClean = zClient.Close();
   const double dCloseMs = MsSince(iClose);
 
-  const HandlerAnswer zHandler = ReadHandlerAnswer(zAnswer.m_vcResult);
-  const bool bGood = zAnswer.m_iStatus == kDorStatusServed && zHandler.m_iCode == 0;
-  const Json zFields = bGood ? AnswerFields(KivWString(kDorGetAsmTreeInfo), zAnswer.m_vcResult) : Json::object();
+  const bool bGood = zSpoken.IsGood();
   if (zSettings.m_bJson) {
     Json zJson;
     zJson["model"] = iModel;
     zJson["root_folder"] = sys::WideToUtf8(zClient.GetRootFolder());
     zJson["processes"] = viPids;
-    zJson["answer"] = zFields;
-    zJson["milliseconds"] = {{"start", dStartMs}, {"open", dOpenMs}, {"ask", dAskMs}, {"close", dCloseMs}};
+    zJson["answer"] = zSpoken.m_bDecoded ? ToJson(zSpoken.m_zDecoded.m_vzValue) : Json::object();
+    zJson["milliseconds"] = {
+        {"start", dStartMs}, {"open", dOpenMs}, {"ask", zSpoken.m_dMilliseconds}, {"close", dCloseMs}};
     zJson["left_behind"] = !bClean;
     Print(zJson);
     return CodeOf(bGood, bClean);
@@ -229,16 +185,13 @@ int RunOpen(const Settings& zSettings) {
   std::printf("processes");
   for (int32_t iPid : viPids) std::printf(" %d", iPid);
   std::printf(" (client first)\nopened    model %lld in %.1f ms\n", static_cast<long long>(iModel), dOpenMs);
-  for (const auto& [strName, zValue] : zFields.items())
-    std::printf("  %s: %s\n", strName.c_str(),
-                (zValue.is_string() ? zValue.get<std::string>() : zValue.dump()).c_str());
-  std::printf("asked     in %.3f ms\nclosed    in %.1f ms, %s\n", dAskMs, dCloseMs,
-              bClean ? "nothing left behind" : "folders are left behind");
+  std::fputs(DorAnswerText(zSpoken).c_str(), stdout);
+  std::printf("closed    in %.1f ms, %s\n", dCloseMs, bClean ? "nothing left behind" : "folders are left behind");
   return CodeOf(bGood, bClean);
 }
 
 int RunCall(const Settings& zSettings) {
-  const DorRequestRow* pzRow = FindRow(zSettings.m_strRequest);
+  const DorRequestRow* pzRow = DorFindCallable(zSettings.m_strRequest);
   if (pzRow == nullptr)
     return Fail(zSettings, kWrongUse,
                 "the relay serves no request '" + zSettings.m_strRequest + "' (dor requests lists them)");
@@ -248,14 +201,23 @@ int RunCall(const Settings& zSettings) {
     return Fail(zSettings, kWrongUse, zSettings.m_strRequest + ": " + strError);
   DorClient zClient(Options(zSettings));
   const int64_t iModel = OpenModel(zClient, zSettings);
-  DorBuildPayload(*pzRow, iModel, zSettings.m_vstrWords, vcPayload, strError);
-  const KivWString csRequest(pzRow->m_csName);
-  const uint64_t iStart = sys::SteadyNs();
-  const DorAnswer zAnswer = zClient.Call(csRequest, vcPayload);
-  const double dMs = MsSince(iStart);
+  const DorSpoken zSpoken = DorCallByName(zClient, iModel, zSettings.m_strRequest, zSettings.m_vstrWords);
   zClient.Clear(iModel);
   const bool bClean = zClient.Close();
-  return CodeOf(ShowAnswer(zSettings, csRequest, zAnswer, dMs), bClean);
+  ShowAnswer(zSettings, zSpoken);
+  return CodeOf(zSpoken.IsGood(), bClean);
+}
+
+int RunShell(const Settings& zSettings) {
+  DorClient zClient(Options(zSettings));
+  const int64_t iModel = OpenModel(zClient, zSettings);
+  DorShellOptions zOptions;
+  zOptions.m_bKeepGoing = zSettings.m_bKeepGoing;
+  zOptions.m_pfnAnswer = [&](const DorSpoken& zSpoken) { ShowAnswer(zSettings, zSpoken); };
+  zOptions.m_pfnError = [&](const std::string& strWhy) { Fail(zSettings, kRefused, strWhy); };
+  const bool bGood = DorRunShell(zClient, iModel, zOptions);
+  zClient.Clear(iModel);
+  return CodeOf(bGood, zClient.Close());
 }
 
 int RunBench(const Settings& zSettings) {
@@ -300,17 +262,18 @@ int RunBench(const Settings& zSettings) {
 }
 
 int RunRequests(const Settings& zSettings) {
+  if (!zSettings.m_bJson) {
+    std::fputs(DorRequestsText().c_str(), stdout);
+    return kGood;
+  }
   Json zJson = Json::array();
   for (const DorRequestRow& zRow : DorRequestTable()) {
     if (zRow.m_iFamily != DorRequestFamily::Forward) continue;
-    const std::string strName = sys::WideToUtf8(zRow.m_csName);
-    if (zSettings.m_bJson) {
-      zJson.push_back({{"request", strName}, {"arguments", DorDescribeForm(zRow)}});
-    } else {
-      std::printf("%-44s %s\n", strName.c_str(), DorDescribeForm(zRow).c_str());
-    }
+    Json zRequest{{"request", sys::WideToUtf8(zRow.m_csName)}, {"arguments", DorDescribeForm(zRow)}};
+    if (zRow.m_szAnswer != nullptr) zRequest["answer"] = zRow.m_szAnswer;
+    zJson.push_back(zRequest);
   }
-  if (zSettings.m_bJson) Print(zJson);
+  Print(zJson);
   return kGood;
 }
 
@@ -354,17 +317,22 @@ int32_t kiv::KivMain(const std::vector<KivWString>& vcsArguments) {
   int (*pfnRun)(const Settings&) = nullptr;
 
   CLI::App* pzOpen = zApp.add_subcommand("open", "open a model, show what it is and the tree that served it");
-  pzOpen->add_option("MODEL", zSettings.m_strModel, "model file or package")->required();
+  pzOpen->add_option("MODEL", zSettings.m_strModel, "model file")->required();
   pzOpen->callback([&] { pfnRun = RunOpen; });
 
   CLI::App* pzCall = zApp.add_subcommand("call", "open a model, send one request, show the answer");
-  pzCall->add_option("MODEL", zSettings.m_strModel, "model file or package")->required();
+  pzCall->add_option("MODEL", zSettings.m_strModel, "model file")->required();
   pzCall->add_option("REQUEST", zSettings.m_strRequest, "name, DorHandler_ may be left out")->required();
   pzCall->add_option("ARGS", zSettings.m_vstrWords, "the request's fields behind the model id");
   pzCall->callback([&] { pfnRun = RunCall; });
 
+  CLI::App* pzShell = zApp.add_subcommand("shell", "open a model, send the requests on standard input, one a line");
+  pzShell->add_option("MODEL", zSettings.m_strModel, "model file")->required();
+  pzShell->add_flag("--keep-going", zSettings.m_bKeepGoing, "go on after a request that was refused or failed");
+  pzShell->callback([&] { pfnRun = RunShell; });
+
   CLI::App* pzBench = zApp.add_subcommand("bench", "measure round trips through relay and handler");
-  pzBench->add_option("MODEL", zSettings.m_strModel, "model file or package")->required();
+  pzBench->add_option("MODEL", zSettings.m_strModel, "model file")->required();
   pzBench->add_option("--requests", zSettings.m_nRequests, "round trips to measure")->check(CLI::Range(1, 100000000));
   pzBench->add_option("--bytes", zSettings.m_nBytes, "payload of a request")
       ->check(CLI::Range(uint64_t{8}, uint64_t{1} << 30));

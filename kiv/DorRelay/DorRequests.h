@@ -33,6 +33,12 @@ struct DorRequestRow {
   KivWStringView m_csName;
   DorRequestFamily m_iFamily;
   const char* m_szForm;
+  // Names of the fields behind the model id, as in "i node, 16 f matrix" (DorAnswerForm.h); null where nobody has given
+  // them a meaning yet.
+  const char* m_szFields = nullptr;
+  // The handler's answer behind the result code 0, in the same words; null for what it does not offer, and for the
+  // requests whose answers are prescribed.
+  const char* m_szAnswer = nullptr;
   DorReadFailure m_iReadFailure = DorReadFailure::CloseDown;
 };
 
@@ -53,6 +59,33 @@ enum DorStatus : int32_t {
   kDorStatus999 = 999,           // the child answered 999
   kDorStatus1999 = 1999          // the child answered 1999
 };
+
+// The result code with which the handler's answers begin.
+enum class DorAnswerCode : int64_t {
+  Done = 0,
+  NotOffered = 1,  // this handler has no answer to the request
+  NoModel = 2,     // no model has been read
+  BadPayload = 3,  // the fields do not fit the request
+  Failed = 4,      // the work ended with a report, or for want of memory; nothing has changed
+  UnknownNode = 5,
+  UnknownInstance = 6,
+  UnknownFace = 7,
+  UnknownEdge = 8,
+  NotANumber = 9,    // a float is no number, or too large for what is made of it
+  BadMatrix = 10,    // a matrix that is singular or not affine
+  BadArgument = 11,  // an integer or a text outside of what the request takes
+  NothingToUndo = 12,
+  NothingToRedo = 13,
+  Damaged = 14,       // the model's records cannot be read where the request needs them
+  NoMesh = 15,        // there is no triangle, or none that has an area
+  NotEditable = 16,   // the model is of a kind that cannot be changed
+  BadPath = 17,       // no absolute path of a file
+  WouldOverwrite = 18,
+  OwnFile = 19,       // the path leads to the file that is open as the model
+  CannotWrite = 20
+};
+// A few words for people; "unknown code" for another number.
+const char* DorAnswerCodeText(int64_t iCode);
 
 // All rows, in the order of the documentation.
 std::span<const DorRequestRow> DorRequestTable();

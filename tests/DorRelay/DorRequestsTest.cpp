@@ -9,6 +9,8 @@
 #include <set>
 #include <sstream>
 
+#include "DorAnswerForm.h"
+#include "DorAnswerText.h"
 #include "DorClient.h"
 #include "DorRelayFake.h"
 
@@ -104,6 +106,100 @@ TEST(DorRequests, TheDocumentedTableIsTheTableOfTheCode) {
     EXPECT_EQ(vzRows[i].m_strForm, zRow.m_szForm) << vzRows[i].m_strName;
     EXPECT_EQ(vzRows[i].m_strFamily, FamilyName(zRow.m_iFamily)) << vzRows[i].m_strName;
   }
+}
+
+TEST(DorRequests, TheDocumentedFieldsAndAnswersAreThoseOfTheCode) {
+  std::map<std::string, std::pair<std::string, std::string>> mapDocumented, mapCode;
+  std::ifstream zFile(KIV_TEST_DOCS_DIR "/requests.md");
+  bool bTable = false;
+  for (std::string strLine; std::getline(zFile, strLine);) {
+    if (strLine.starts_with("## ")) bTable = strLine == "## Fields and answers";
+    if (!bTable || !strLine.starts_with("| `")) continue;
+    const std::vector<std::string> vstrCells = Cells(strLine);
+    if (vstrCells.size() == 3 && vstrCells[0].starts_with("`DorHandler_"))
+      mapDocumented[vstrCells[0].substr(1, vstrCells[0].size() - 2)] = {vstrCells[1], vstrCells[2]};
+  }
+  const auto Documented = [](const char* sz) { return *sz == '\0' ? std::string("nothing") : std::string(sz); };
+  for (const DorRequestRow& zRow : DorRequestTable())
+    if (zRow.m_szAnswer != nullptr)
+      mapCode[sys::WideToUtf8(zRow.m_csName)] = {Documented(zRow.m_szFields), Documented(zRow.m_szAnswer)};
+  EXPECT_EQ(mapDocumented, mapCode);
+  EXPECT_GT(mapCode.size(), 10u);
+}
+
+TEST(DorRequests, TheDocumentedCodesAreThoseOfTheCode) {
+  std::ifstream zFile(KIV_TEST_DOCS_DIR "/requests.md");
+  int64_t nCodes = 0;
+  for (std::string strLine; std::getline(zFile, strLine);) {
+    if (!strLine.starts_with("| " + std::to_string(nCodes) + " | ")) continue;
+    if (Cells(strLine).size() < 3 || Cells(strLine)[1] != DorAnswerCodeText(nCodes)) continue;
+    ++nCodes;
+  }
+  EXPECT_EQ(nCodes, static_cast<int64_t>(DorAnswerCode::CannotWrite) + 1);
+  EXPECT_STREQ(DorAnswerCodeText(nCodes), "unknown code");
+  EXPECT_STREQ(DorAnswerCodeText(-1), "unknown code");
+}
+
+TEST(DorRequests, NamedFieldsAreThoseOfTheForm) {
+  for (const DorRequestRow& zRow : DorRequestTable()) {
+    const DorForm* pzFields = DorFieldsOf(zRow);
+    EXPECT_EQ(pzFields == nullptr, zRow.m_szFields == nullptr);
+    if (pzFields == nullptr) continue;
+    std::string strForm = zRow.m_iFamily == DorRequestFamily::Open ? "" : "m";
+    for (const DorField& zField : *pzFields) strForm += std::string(zField.m_nTimes, zField.m_cKind);
+    EXPECT_EQ(strForm, zRow.m_szForm) << sys::WideToUtf8(zRow.m_csName);
+  }
+}
+
+TEST(DorAnswerForm, WhatIsNoFormIsRefused) {
+  for (const char* szBad : {"i", "i ", "x name", "i a,", "i a, ", "i a,i b", "list l", "list l ()", "list l (i a", "2 s a",
+                            "i a)", "ii a", "list (i a)"})
+    EXPECT_THROW(DorParseForm(szBad), std::logic_error) << szBad;
+  EXPECT_TRUE(DorParseForm("").empty());
+  const DorForm zForm = DorParseForm("i a, list b (c p, list q (2 f r)), s t");
+  ASSERT_EQ(zForm.size(), 3u);
+  EXPECT_EQ(zForm[1].m_vzItem[1].m_vzItem[0].m_nTimes, 2u);
+}
+
+TEST(DorAnswerForm, AnAnswerThatDoesNotFitToTheLastByteIsNotDecoded) {
+  const DorRequestRow& zRow = *DorFindRequest(u"DorHandler_GetAsmInfo");
+  KivByteBuffer vc;
+  for (int64_t i : {0, 3, -1, 1}) KivPutInt64(vc, i);
+  for (const char16_t* sz : {u"a", u"", u"ccc"}) KivPutString(vc, sz);
+  for (int i = 0; i < 32; ++i) KivPutDouble(vc, i);
+  for (int64_t i : {0, 0, 0, 0, 2, 7, 8, 0}) KivPutInt64(vc, i);
+  DorDecodedAnswer z;
+  ASSERT_TRUE(DorDecodeAnswer(zRow, vc, z));
+  EXPECT_EQ(DorFindValue(z.m_vzValue, "children")->m_vvzItem[1][0].m_viInteger[0], 8);
+  for (size_t n = 0; n < vc.size(); ++n)
+    EXPECT_FALSE(DorDecodeAnswer(zRow, KivByteBuffer(vc.begin(), vc.begin() + static_cast<ptrdiff_t>(n)), z)) << n;
+  vc.push_back(0);
+  EXPECT_FALSE(DorDecodeAnswer(zRow, vc, z));
+  vc.pop_back();
+  for (const int64_t nItems : {int64_t{-1}, INT64_MAX, INT64_MIN, int64_t{1} << 61, int64_t{9}}) {
+    KivByteBuffer vcLying(vc.begin(), vc.end() - 8);
+    KivPutInt64(vcLying, nItems);
+    EXPECT_FALSE(DorDecodeAnswer(zRow, vcLying, z)) << nItems;
+  }
+}
+
+TEST(DorWords, ALineIsSplitAsAShellDoes) {
+  std::vector<std::string> vstr;
+  std::string strError;
+  const auto Split = [&](const std::string& strLine) {
+    EXPECT_TRUE(DorSplitWords(strLine, vstr, strError)) << strLine;
+    return vstr;
+  };
+  using Words = std::vector<std::string>;
+  EXPECT_EQ(Split("  SetAsmInfo 3\t'front plate'  "), (Words{"SetAsmInfo", "3", "front plate"}));
+  EXPECT_EQ(Split("a\"b c\"d '' \"\""), (Words{"ab cd", "", ""}));
+  EXPECT_EQ(Split("a\\ b \"x\\\"y\" 'p\\q'"), (Words{"a b", "x\"y", "p\\q"}));
+  EXPECT_EQ(Split("a#b # c 'd"), (Words{"a#b"}));
+  EXPECT_TRUE(Split("# all of it").empty());
+  EXPECT_TRUE(Split("").empty());
+  EXPECT_EQ(Split("last\r"), Words{"last"});
+  for (const char* szBad : {"'a", "\"a", "a \"b\\\""})
+    EXPECT_FALSE(DorSplitWords(szBad, vstr, strError)) << szBad;
 }
 
 TEST(DorRequests, NamesAreUniqueAndEveryRowButTheFirstAndTheRefusedOnesBeginsWithAModel) {

@@ -5,6 +5,7 @@
 
 #include "KivTestFolder.h"
 #include "KivTestHeap.h"
+#include "KivTestMachine.h"
 #include "KivTestReport.h"
 
 using namespace kiv;
@@ -53,9 +54,7 @@ int64_t FirstInteger(const KivByteBuffer& vcResult) {
 
 TEST(DorHandlerWithoutMemory, AReadFailsWithItsStatusAndItsAnswerAndTheHandlerGoesOn) {
   const TestFolder zFolder;
-  std::string strModel(264, '\0');
-  strModel.replace(8, 8, std::string(8, '\x14')).replace(16, 8, std::string(8, '\xB0'));
-  zFolder.WriteBytes(u"model.kiv", strModel);
+  ASSERT_TRUE(WriteMachine(zFolder / u"model.kiv"));
   const std::vector<Answered> vz = FailEachAllocation(KivWString(kDorReadDor), ReadPayload(zFolder / u"model.kiv"));
   ASSERT_GT(vz.size(), 2u);
   size_t nFailed = 0;

@@ -104,8 +104,8 @@ TEST_F(DorCommand, ArgumentsMayBeNegative) {
 
 TEST_F(DorCommand, JsonTellsTheTreeTheTimesAndThatNothingIsLeft) {
   const std::string strText = Output(u"open " + Model() + u" --json");
-  for (const char* szPart : {"\"model\": 0", "\"root_folder\"", "\"processes\"", "\"kind\": \"model\"",
-                             "\"bytes\": 264", "\"milliseconds\"", "\"left_behind\": false"})
+  for (const char* szPart : {"\"model\": 0", "\"root_folder\"", "\"processes\"", "\"name\": \"bolt B\"",
+                             "\"instances\": 3", "\"milliseconds\"", "\"left_behind\": false"})
     EXPECT_TRUE(Holds(strText, szPart)) << szPart << " in " << strText;
   EXPECT_FALSE(Holds(strText, "reading")) << "the spinner, which is for a terminal";
 }

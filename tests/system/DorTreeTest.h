@@ -8,9 +8,8 @@
 
 namespace kivtest {
 
-// A file of the given kind that the handler takes for a model.
-void WriteModelFile(const kiv::KivWString& csPath, char cGeneration = 0x14);
-void WritePackageFile(const kiv::KivWString& csPath);
+// The model of KivTestMachine.h.
+void WriteModelFile(const kiv::KivWString& csPath);
 
 // The programs of the build.
 kiv::DorClientOptions RealPrograms(const TestFolder& zFolder);

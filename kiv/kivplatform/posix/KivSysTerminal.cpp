@@ -1,8 +1,10 @@
 #include "KivSysTerminal.h"
 
+#include <poll.h>
 #include <signal.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <csignal>
 #include <initializer_list>
 
@@ -10,6 +12,9 @@ namespace kiv::sys {
 namespace {
 
 volatile std::sig_atomic_t g_bStop = 0;
+
+constexpr size_t kLongestLine = size_t{1} << 20;
+constexpr int kLookMs = 200;  // a stop that comes just before a wait is seen after this
 
 void OnStop(int) {
   g_bStop = 1;
@@ -19,6 +24,37 @@ void OnStop(int) {
 
 bool IsErrorTerminal() {
   return isatty(STDERR_FILENO) != 0;
+}
+
+bool IsInputTerminal() {
+  return isatty(STDIN_FILENO) != 0;
+}
+
+bool ReadInputLine(std::string& strLine) {
+  static std::string strAhead;  // read, but behind the last line
+  for (size_t iSeen = 0;;) {
+    if (g_bStop != 0 || iSeen > kLongestLine) return false;
+    const size_t iEnd = strAhead.find('\n', iSeen);
+    if (iEnd != std::string::npos) {
+      strLine = strAhead.substr(0, iEnd);
+      strAhead.erase(0, iEnd + 1);
+      return true;
+    }
+    iSeen = strAhead.size();
+    pollfd zInput{STDIN_FILENO, POLLIN, 0};
+    const int nReady = poll(&zInput, 1, kLookMs);
+    if (nReady < 0 && errno != EINTR) return false;
+    if (nReady <= 0) continue;
+    char acBytes[4096];
+    const ssize_t nBytes = read(STDIN_FILENO, acBytes, sizeof acBytes);
+    if (nBytes < 0 && errno == EINTR) continue;
+    if (nBytes <= 0) {
+      strLine.swap(strAhead);  // the last line need not have an end
+      strAhead.clear();
+      return !strLine.empty();
+    }
+    strAhead.append(acBytes, static_cast<size_t>(nBytes));
+  }
 }
 
 void CatchStopRequests() {

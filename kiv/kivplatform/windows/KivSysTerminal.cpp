@@ -7,6 +7,8 @@
 namespace kiv::sys {
 namespace {
 
+constexpr size_t kLongestLine = size_t{1} << 20;
+
 std::atomic<bool> g_bStop{false};
 
 // Runs on a thread of its own.
@@ -20,6 +22,35 @@ BOOL WINAPI OnStop(DWORD iKind) {
 bool IsErrorTerminal() {
   DWORD iMode = 0;
   return GetConsoleMode(GetStdHandle(STD_ERROR_HANDLE), &iMode) != FALSE;
+}
+
+bool IsInputTerminal() {
+  DWORD iMode = 0;
+  return GetConsoleMode(GetStdHandle(STD_INPUT_HANDLE), &iMode) != FALSE;
+}
+
+// A console gives up its wait at Ctrl-C; a pipe does not.
+bool ReadInputLine(std::string& strLine) {
+  static std::string strAhead;  // read, but behind the last line
+  for (size_t iSeen = 0;;) {
+    if (g_bStop.load() || iSeen > kLongestLine) return false;
+    const size_t iEnd = strAhead.find('\n', iSeen);
+    if (iEnd != std::string::npos) {
+      strLine = strAhead.substr(0, iEnd);
+      strAhead.erase(0, iEnd + 1);
+      return true;
+    }
+    iSeen = strAhead.size();
+    char acBytes[4096];
+    DWORD nBytes = 0;
+    const BOOL bRead = ReadFile(GetStdHandle(STD_INPUT_HANDLE), acBytes, sizeof acBytes, &nBytes, nullptr);
+    if (bRead == FALSE || nBytes == 0) {
+      strLine.swap(strAhead);  // the last line need not have an end
+      strAhead.clear();
+      return !strLine.empty() && !g_bStop.load();
+    }
+    strAhead.append(acBytes, nBytes);
+  }
 }
 
 void CatchStopRequests() {

@@ -1,0 +1,78 @@
+#include "DorShell.h"
+
+#include <algorithm>
+#include <cstdio>
+
+#include "KivSysTerminal.h"
+
+namespace kiv {
+namespace {
+
+enum class Line { Good, Bad, Quit };
+
+constexpr const char* kHelp =
+    "REQUEST [WORDS...]   sends a request; DorHandler_ may be left out\n"
+    "help                 this text and all requests\n"
+    "quit                 ends (as the end of the input does)\n"
+    "# text               a comment\n"
+    "Words are separated by blanks; quotes hold a text together: SetAsmInfo 3 'front plate'\n\n";
+
+Line Run(DorClient& zClient, int64_t iModel, const std::string& strLine, const DorShellOptions& zOptions) {
+  std::vector<std::string> vstrWords;
+  std::string strError;
+  if (!DorSplitWords(strLine, vstrWords, strError)) {
+    zOptions.m_pfnError(strError);
+    return Line::Bad;
+  }
+  if (vstrWords.empty()) return Line::Good;
+  const std::string strName = vstrWords[0];
+  vstrWords.erase(vstrWords.begin());
+  if (strName == "quit" || strName == "exit") return Line::Quit;
+  if (strName == "help") {
+    std::fprintf(stderr, "%s%s", kHelp, DorRequestsText().c_str());
+    return Line::Good;
+  }
+  try {
+    const DorSpoken zSpoken = DorCallByName(zClient, iModel, strName, vstrWords);
+    zOptions.m_pfnAnswer(zSpoken);
+    return zSpoken.IsGood() ? Line::Good : Line::Bad;
+  } catch (const DorWordError& e) {
+    zOptions.m_pfnError(e.what());
+    return Line::Bad;
+  }
+}
+
+}  // namespace
+
+bool DorRunShell(DorClient& zClient, int64_t iModel, const DorShellOptions& zOptions) {
+  const bool bPerson = sys::IsInputTerminal();
+  bool bGood = true;
+  for (std::string strLine;;) {
+    if (bPerson) {
+      std::fprintf(stderr, "dor> ");
+      std::fflush(stderr);
+    }
+    if (!sys::ReadInputLine(strLine)) break;
+    const Line iLine = Run(zClient, iModel, strLine, zOptions);
+    std::fflush(stdout);
+    if (iLine == Line::Quit) return bGood;
+    if (iLine == Line::Good) continue;
+    bGood = false;
+    if (!bPerson && !zOptions.m_bKeepGoing) break;
+  }
+  if (bPerson) std::fprintf(stderr, "\n");
+  return bGood;
+}
+
+std::string DorRequestsText() {
+  std::string strText;
+  for (const DorRequestRow& zRow : DorRequestTable()) {
+    if (zRow.m_iFamily != DorRequestFamily::Forward) continue;
+    std::string strName = sys::WideToUtf8(zRow.m_csName);
+    strName.resize(std::max<size_t>(strName.size(), 44), ' ');
+    strText += strName + " " + DorDescribeForm(zRow) + "\n";
+  }
+  return strText;
+}
+
+}  // namespace kiv

@@ -1,0 +1,113 @@
+// Planes and distances.
+#include <cmath>
+
+#include "DorMesh.h"
+#include "DorRequestWorks.h"
+
+namespace kiv {
+namespace {
+
+struct Plane {
+  KivECoord3 m_zPoint;
+  KivECoord3 m_zNormal;   // length 1
+  double m_dDeviation = 0;  // the largest distance of a point from it
+};
+
+KivECoord3 PlacedDirection(const KivEMatrix4& z, const KivECoord3& v) {
+  return z.TransformPoint(v) - z.TransformPoint(KivECoord3{});
+}
+
+// A plane's normal goes with the directions in the plane, not with the matrix itself.
+KivECoord3 PlacedNormal(const KivEMatrix4& z, const KivECoord3& zNormal) {
+  KivECoord3 zAcross = std::abs(zNormal.m_dX) < 0.6 * zNormal.Length() ? KivECoord3{1, 0, 0} : KivECoord3{0, 1, 0};
+  zAcross = zNormal.Cross(zAcross);
+  KivECoord3 zOut = PlacedDirection(z, zAcross).Cross(PlacedDirection(z, zNormal.Cross(zAcross)));
+  if (zOut.Dot(PlacedDirection(z, zNormal)) < 0) zOut = -zOut;
+  zOut.Normalise();
+  return zOut;
+}
+
+// By the sum of the triangles' normals, each as long as its area; nothing if they cancel out or have no area.
+std::optional<Plane> PlaneOf(const std::vector<DorTriangle>& vzTriangle, double& dSize) {
+  Plane zPlane;
+  double dArea = 0;
+  KivECoord3 zLow = vzTriangle[0][0], zHigh = zLow, zSum, zCentre;
+  for (const DorTriangle& z : vzTriangle) {
+    const KivECoord3 zNormal = (z[1] - z[0]).Cross(z[2] - z[0]);
+    const double d = zNormal.Length();
+    dArea += d;
+    zSum += zNormal;
+    zCentre += (z[0] + z[1] + z[2]) * (d / 3);
+    for (const KivECoord3& p : z) {
+      zLow = {std::min(zLow.m_dX, p.m_dX), std::min(zLow.m_dY, p.m_dY), std::min(zLow.m_dZ, p.m_dZ)};
+      zHigh = {std::max(zHigh.m_dX, p.m_dX), std::max(zHigh.m_dY, p.m_dY), std::max(zHigh.m_dZ, p.m_dZ)};
+    }
+  }
+  dSize = (zHigh - zLow).Length();
+  if (!(dArea > 0) || !std::isfinite(dArea))
+    throw DorRefusal(DorAnswerCode::NoMesh, "the face has no triangle with an area");
+  if (zSum.Length() < 0.5 * dArea) return std::nullopt;
+  zPlane.m_zPoint = zCentre * (1 / dArea);
+  zPlane.m_zNormal = zSum * (1 / zSum.Length());
+  for (const DorTriangle& z : vzTriangle)
+    for (const KivECoord3& p : z)
+      zPlane.m_dDeviation = std::max(zPlane.m_dDeviation, std::abs((p - zPlane.m_zPoint).Dot(zPlane.m_zNormal)));
+  return zPlane;
+}
+
+void PutPlane(bool bPlanar, bool bExact, const Plane& zPlane, DorAnswerWriter& zAnswer) {
+  zAnswer.Integer("planar", bPlanar ? 1 : 0);
+  zAnswer.Integer("exact", bExact ? 1 : 0);
+  zAnswer.Coord("point", zPlane.m_zPoint);
+  zAnswer.Coord("normal", zPlane.m_zNormal);
+  zAnswer.Float("deviation", zPlane.m_dDeviation);
+}
+
+// The most that a length grows by a placement.
+double ScaleOf(const KivEMatrix4& z) {
+  double dSquares = 0;
+  for (size_t i = 0; i < 3; ++i)
+    for (size_t k = 0; k < 3; ++k) dSquares += z[4 * i + k] * z[4 * i + k];
+  return std::sqrt(dSquares);
+}
+
+std::shared_ptr<const DorFaceTree> TreeOf(DorSession& zSession, int64_t iInstance, int64_t iFace) {
+  return zSession.Trees().Get({iInstance, iFace}, [&] {
+    return DorPlacedTriangles(zSession, DorFindFace(zSession, iInstance, iFace));
+  });
+}
+
+}  // namespace
+
+void DorServeIsPlanarFace(DorSession& zSession, const DorRequestFields& zFields, DorAnswerWriter& zAnswer) {
+  const DorEntity zFace = DorFindFace(zSession, zFields.Integer("instance"), zFields.Integer("face"));
+  const DorExact zExact = DorReadExact(zSession, zFace, true);
+  if (zExact.m_zAnalytic) {
+    const bool bPlane = zExact.m_zAnalytic->m_iAnalyticType == static_cast<uint32_t>(KivAnalytic::Plane);
+    Plane zPlane;
+    if (bPlane)
+      zPlane = {zFace.m_zMatrix.TransformPoint(zExact.m_zAnalytic->m_zPoint),
+                PlacedNormal(zFace.m_zMatrix, zExact.m_zAnalytic->m_zAxis), 0};
+    return PutPlane(bPlane, true, zPlane, zAnswer);
+  }
+  double dSize = 0;
+  const std::optional<Plane> zPlane = PlaneOf(DorPlacedTriangles(zSession, zFace), dSize);
+  if (!zPlane) return PutPlane(false, false, Plane(), zAnswer);
+  // A stored vertex lies up to half a step beside the true one along each axis.
+  const double dTolerance = std::max(1e-6 * dSize, 1.0 * DorFinestStep(zSession, zFace) * ScaleOf(zFace.m_zMatrix));
+  PutPlane(zPlane->m_dDeviation <= dTolerance, false, *zPlane, zAnswer);
+}
+
+void DorServeCalcDistFaceFace(DorSession& zSession, const DorRequestFields& zFields, DorAnswerWriter& zAnswer) {
+  const auto pzFirst = TreeOf(zSession, zFields.Integer("instance_1"), zFields.Integer("face_1"));
+  const auto pzSecond = TreeOf(zSession, zFields.Integer("instance_2"), zFields.Integer("face_2"));
+  if (zFields.Integer("option") != 0) throw DorRefusal(DorAnswerCode::BadArgument, "the option is 0");
+  const DorNearest zNearest = pzFirst->NearestTo(*pzSecond);
+  zAnswer.Float("distance", std::sqrt(zNearest.m_dSquared));
+  zAnswer.Coord("point_1", zNearest.m_zFirst);
+  zAnswer.Coord("point_2", zNearest.m_zSecond);
+  zAnswer.Integer("triangles_1", static_cast<int64_t>(pzFirst->GetTriangleNum()));
+  zAnswer.Integer("triangles_2", static_cast<int64_t>(pzSecond->GetTriangleNum()));
+}
+
+}  // namespace kiv

@@ -1,0 +1,126 @@
+// The present state as a file of its own.
+#include "DorRequestWorks.h"
+#include "DorSession.h"
+#include "KivDataSpaceBase.h"
+#include "KivElementWalk.h"
+#include "KivOutOfCoreManager.h"
+#include "KivSysFile.h"
+#include "KivSysFolder.h"
+#include "KivSysProcess.h"
+
+namespace kiv {
+namespace {
+
+constexpr uint64_t kLeastModel = 264;
+
+void RequireFlag(const DorRequestFields& zFields, std::string_view strName) {
+  const int64_t i = zFields.Integer(strName);
+  if (i != 0 && i != 1) throw DorRefusal(DorAnswerCode::BadArgument, std::string(strName) + " is 0 or 1");
+}
+
+KivSysFile OpenForLooking(const KivWString& csPath) {
+  return KivSysFile::Open(
+      csPath, {KivSysAccess::Read, KivSysShare::All, KivSysDisposition::OpenExisting, KivSysFileFlags::None});
+}
+
+bool IsOwnFile(const DorSession& zSession, const KivWString& csPath) {
+  if (csPath == zSession.Path()) return true;
+  const KivSysFile hFile = OpenForLooking(csPath);
+  return hFile.IsOpen() && !zSession.FileName().empty() && hFile.GetName() == zSession.FileName();
+}
+
+// The new file under a name of its own beside the target, removed unless it has taken the target's place.
+class NewFile {
+ public:
+  explicit NewFile(const KivWString& csTarget)
+      : m_csTarget(csTarget),
+        m_csPath(csTarget + u"." + sys::Utf8ToWide(std::to_string(sys::CurrentProcessNumber())) + u".tmp") {
+    sys::RemoveFileAt(m_csPath);  // of an earlier process with this number
+  }
+  ~NewFile() {
+    if (!m_bMoved) sys::RemoveFileAt(m_csPath);
+  }
+  NewFile(const NewFile&) = delete;
+  NewFile& operator=(const NewFile&) = delete;
+
+  const KivWString& Path() const { return m_csPath; }
+  void TakePlace(bool bOverwrite) {
+    m_bMoved = (bOverwrite ? sys::ReplacePath(m_csPath, m_csTarget) : sys::RenamePath(m_csPath, m_csTarget)) == 0;
+    if (m_bMoved) return;
+    if (!bOverwrite && sys::PathExists(m_csTarget))
+      throw DorRefusal(DorAnswerCode::WouldOverwrite, "the file is there already");
+    throw DorRefusal(DorAnswerCode::CannotWrite, "the new file could not be moved to its place");
+  }
+
+ private:
+  KivWString m_csTarget, m_csPath;
+  bool m_bMoved = false;
+};
+
+uint64_t WrittenBytes(const KivWString& csPath) {
+  const KivSysFile hFile = OpenForLooking(csPath);
+  uint64_t nBytes = 0;
+  return hFile.IsOpen() && hFile.GetLength(nBytes) ? nBytes : 0;
+}
+
+// Whether the file opens as a store of its own and all elements can be read.
+bool IsReadable(const KivWString& csPath) {
+  KivStoreSource zSource;
+  zSource.m_csPath = csPath;
+  zSource.m_eMode = KivStoreMode::Read;
+  const KivOutOfCoreManagerKeyOwner zOwner(zSource);
+  const KivOutOfCoreManager* pzManager = zOwner.GetManager();
+  if (pzManager == nullptr || pzManager->GetContainer() == nullptr) return false;
+  return KivGetModel(zOwner.GetKey()) != nullptr &&
+         KivWalkElements(zOwner.GetKey(), {0, 1, 2, 5, 7, 8, 11, 12, 13}, kAllLevels, [](KivOutOfCoreTreeNode&) {});
+}
+
+bool Save(DorSession& zSession, const KivWString& csPath) {
+  KivDataSpaceBase* const pzSpace = KivDataSpaceBase::GetInstance();
+  bool bSaved = false;
+  try {
+    bSaved = pzSpace->SaveSnapShot(&zSession.Model(), csPath, 0) == KivSaveSnapShotResult::Done &&
+             pzSpace->SaveSnapShotComplete(&zSession.Model(), csPath);
+  } catch (...) {
+    pzSpace->CancelSaveSnapShot(&zSession.Model(), csPath);
+    throw;
+  }
+  pzSpace->CancelSaveSnapShot(&zSession.Model(), csPath);  // forgets the path
+  return bSaved;
+}
+
+}  // namespace
+
+void DorServeWriteDor(DorSession& zSession, const DorRequestFields& zFields, DorAnswerWriter& zAnswer) {
+  const KivWString& csPath = zFields.Text("path");
+  RequireFlag(zFields, "overwrite");
+  RequireFlag(zFields, "verify");
+  if (zFields.Integer("reserved", 0) != 0 || zFields.Integer("reserved", 1) != 0)
+    throw DorRefusal(DorAnswerCode::BadArgument, "the last two integers are 0");
+  const bool bOverwrite = zFields.Integer("overwrite") == 1;
+  if (csPath.empty() || sys::IsRelativePath(csPath) || sys::FolderExists(csPath))
+    throw DorRefusal(DorAnswerCode::BadPath, "the path is no absolute path of a file");
+  if (IsOwnFile(zSession, csPath))
+    throw DorRefusal(DorAnswerCode::OwnFile, "the path leads to the model's own file");
+  if (!bOverwrite && sys::PathExists(csPath))
+    throw DorRefusal(DorAnswerCode::WouldOverwrite, "the file is there already");
+
+  NewFile zNew(csPath);
+  bool bSaved = false;
+  try {
+    bSaved = Save(zSession, zNew.Path());
+  } catch (const std::bad_alloc&) {
+    throw;
+  } catch (const std::exception& e) {
+    throw DorRefusal(DorAnswerCode::CannotWrite, e.what());
+  }
+  const uint64_t nBytes = bSaved ? WrittenBytes(zNew.Path()) : 0;
+  if (nBytes < kLeastModel) throw DorRefusal(DorAnswerCode::CannotWrite, "the file could not be written");
+  if (zFields.Integer("verify") == 1 && !IsReadable(zNew.Path()))
+    throw DorRefusal(DorAnswerCode::CannotWrite, "the file that was written could not be read back");
+  zAnswer.Integer("bytes", static_cast<int64_t>(nBytes));
+  zAnswer.Finish();
+  zNew.TakePlace(bOverwrite);
+}
+
+}  // namespace kiv

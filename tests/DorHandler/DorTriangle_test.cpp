@@ -1,0 +1,154 @@
+// Nearest points of triangles and of faces, against a slow search.
+#include "DorTriangle.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <random>
+
+#include "DorFaceTree.h"
+#include "DorRefusal.h"
+
+using namespace kiv;
+
+namespace {
+
+double Distance(const DorTriangle& zA, const DorTriangle& zB) {
+  const DorNearest z = DorNearestOfTriangles(zA, zB);
+  EXPECT_NEAR((z.m_zFirst - z.m_zSecond).Length(), std::sqrt(z.m_dSquared), 1e-9);
+  EXPECT_NEAR(std::sqrt(DorNearestOfTriangles(zB, zA).m_dSquared), std::sqrt(z.m_dSquared), 1e-9) << "other way round";
+  return std::sqrt(z.m_dSquared);
+}
+
+KivECoord3 On(const DorTriangle& z, double u, double v) {
+  if (u + v > 1) u = 1 - u, v = 1 - v;
+  return z[0] + (z[1] - z[0]) * u + (z[2] - z[0]) * v;
+}
+
+constexpr DorTriangle kFlat = {KivECoord3{0, 0, 0}, KivECoord3{4, 0, 0}, KivECoord3{0, 4, 0}};
+
+std::mt19937 g_zRandom(20251122);
+
+KivECoord3 RandomPoint(double dSize) {
+  std::uniform_real_distribution<double> z(-dSize, dSize);
+  return {z(g_zRandom), z(g_zRandom), z(g_zRandom)};
+}
+
+DorTriangle RandomTriangle(double dSpread, double dSize) {
+  const KivECoord3 z = RandomPoint(dSpread);
+  DorTriangle zTriangle{z, z + RandomPoint(dSize), z + RandomPoint(dSize)};
+  switch (g_zRandom() % 8) {
+    case 0:
+      zTriangle[2] = zTriangle[0] + (zTriangle[1] - zTriangle[0]) * 0.5;
+      break;
+    case 1:
+      zTriangle[1] = zTriangle[2] = zTriangle[0];
+      break;
+    default:
+      break;
+  }
+  return zTriangle;
+}
+
+}  // namespace
+
+TEST(DorTriangle, NearestPointsAreOnCornersEdgesAndInsides) {
+  EXPECT_DOUBLE_EQ(Distance(kFlat, {KivECoord3{1, 1, 3}, {9, 9, 9}, {5, 9, 9}}), 3);                      // inside
+  EXPECT_DOUBLE_EQ(Distance(kFlat, {KivECoord3{-3, -4, 0}, {-9, -9, 0}, {-5, -9, 0}}), 5);                // corners
+  EXPECT_DOUBLE_EQ(Distance(kFlat, {KivECoord3{2, -2, -1}, {2, -2, 1}, {2, -9, 0}}), 2);                  // edges
+  EXPECT_DOUBLE_EQ(Distance(kFlat, {KivECoord3{0, 0, 2}, {4, 0, 2}, {0, 4, 2}}), 2);                      // parallel
+  EXPECT_NEAR(Distance(kFlat, {KivECoord3{4, 4, 0}, {9, 4, 0}, {4, 9, 0}}), 2 * std::sqrt(2.0), 1e-12);   // same plane
+}
+
+TEST(DorTriangle, TrianglesThatMeetHaveNoDistanceAndACommonPoint) {
+  EXPECT_EQ(Distance(kFlat, kFlat), 0);
+  EXPECT_EQ(Distance(kFlat, {KivECoord3{1, 1, -1}, {1, 1, 1}, {9, 9, 9}}), 0) << "pierced";
+  EXPECT_NEAR(Distance(kFlat, {KivECoord3{4, 0, 0}, {9, 0, 0}, {9, 0, 5}}), 0, 1e-12) << "a corner in common";
+  EXPECT_NEAR(Distance(kFlat, {KivECoord3{1, 1, 0}, {1.5, 1, 0}, {1, 1.5, 0}}), 0, 1e-12) << "one in the other";
+  EXPECT_NEAR(Distance(kFlat, {KivECoord3{-1, 1, 0}, {9, 1, 0}, {4, 1.5, 0}}), 0, 1e-12) << "across, in the plane";
+}
+
+TEST(DorTriangle, LinesAndPointsAreTrianglesToo) {
+  const DorTriangle zPoint{KivECoord3{1, 1, 7}, {1, 1, 7}, {1, 1, 7}}, zLine{KivECoord3{1, 1, 7}, {1, 1, 9}, {1, 1, 8}};
+  EXPECT_DOUBLE_EQ(Distance(kFlat, zPoint), 7);
+  EXPECT_DOUBLE_EQ(Distance(kFlat, zLine), 7);
+  EXPECT_DOUBLE_EQ(Distance(zPoint, zPoint), 0);
+  EXPECT_DOUBLE_EQ(Distance(zLine, {KivECoord3{4, 5, 8}, {4, 5, 8}, {4, 5, 8}}), 5);
+  EXPECT_NEAR(Distance(kFlat, {KivECoord3{1, 1, -1}, {1, 1, 1}, {1, 1, 0}}), 0, 1e-12) << "a needle through it";
+}
+
+TEST(DorTriangle, NoPairOfRandomPointsIsNearer) {
+  for (int i = 0; i < 3000; ++i) {
+    const DorTriangle zA = RandomTriangle(2, 2), zB = RandomTriangle(2, 2);
+    const double d = Distance(zA, zB);
+    double dSeen = 1e30;
+    std::uniform_real_distribution<double> z(0, 1);
+    for (int k = 0; k < 60; ++k)
+      dSeen = std::min(dSeen, (On(zA, z(g_zRandom), z(g_zRandom)) - On(zB, z(g_zRandom), z(g_zRandom))).Length());
+    ASSERT_LE(d, dSeen + 1e-9) << i;
+  }
+}
+
+// A point of one triangle is moved to the nearest one of the other and back: where this ends there is nothing nearer.
+TEST(DorTriangle, TheNearestPointsAreNearestToEachOther) {
+  const auto Project = [](const KivECoord3& zPoint, const DorTriangle& z) {
+    return DorNearestOfTriangles({zPoint, zPoint, zPoint}, z).m_zSecond;
+  };
+  for (int i = 0; i < 2000; ++i) {
+    const DorTriangle zA = RandomTriangle(2, 2), zB = RandomTriangle(2, 2);
+    const double d = Distance(zA, zB);
+    KivECoord3 zOn = On(zA, 0.3, 0.3), zOther;
+    for (int k = 0; k < 400; ++k) {
+      zOther = Project(zOn, zB);
+      zOn = Project(zOther, zA);
+    }
+    ASSERT_LE(d, (zOn - zOther).Length() + 1e-9) << i;
+  }
+}
+
+TEST(DorFaceTree, RandomFacesHaveTheDistanceOfTheirNearestTriangles) {
+  for (const size_t nTriangles : {1u, 2u, 4u, 5u, 9u, 40u, 150u}) {
+    for (int i = 0; i < 12; ++i) {
+      std::vector<DorTriangle> vzA, vzB;
+      for (size_t k = 0; k < nTriangles; ++k) vzA.push_back(RandomTriangle(5, 1));
+      for (size_t k = 0; k < nTriangles / 2 + 1; ++k) vzB.push_back(RandomTriangle(5, 1));
+      for (DorTriangle& zTriangle : vzB)
+        for (KivECoord3& z : zTriangle) z += {i < 6 ? 8.0 + i : 0.0, 0, 0};
+      double dBest = 1e30;
+      for (const DorTriangle& a : vzA)
+        for (const DorTriangle& b : vzB) dBest = std::min(dBest, DorNearestOfTriangles(a, b).m_dSquared);
+      const DorFaceTree zA(vzA), zB(vzB);
+      const DorNearest z = zA.NearestTo(zB);
+      ASSERT_EQ(z.m_dSquared, dBest) << nTriangles << " " << i;
+      ASSERT_NEAR(zB.NearestTo(zA).m_dSquared, dBest, 1e-12) << "the other way round it is rounded differently";
+      ASSERT_NEAR((z.m_zFirst - z.m_zSecond).Length(), std::sqrt(dBest), 1e-9);
+    }
+  }
+}
+
+TEST(DorFaceTrees, TheOneThatWasUsedLongestAgoGoesFirst) {
+  DorFaceTrees zTrees(5000);
+  int nMade = 0;
+  const auto Get = [&](int64_t iFace, size_t nTriangles) {
+    return zTrees.Get({0, iFace}, [&] {
+      ++nMade;
+      return std::vector<DorTriangle>(nTriangles, kFlat);
+    });
+  };
+  Get(1, 8);
+  Get(2, 8);
+  Get(1, 8);
+  EXPECT_EQ(nMade, 2);
+  Get(3, 36);
+  EXPECT_EQ(nMade, 3);
+  EXPECT_LE(zTrees.GetByteNum(), 5000u);
+  Get(1, 8);
+  EXPECT_EQ(nMade, 3) << "still there";
+  Get(2, 8);
+  EXPECT_EQ(nMade, 4);
+  const auto pzLarge = Get(4, 1000);
+  EXPECT_EQ(pzLarge->GetTriangleNum(), 1000u) << "is given, but not kept";
+  EXPECT_LE(zTrees.GetByteNum(), 5000u);
+  zTrees.Clear();
+  EXPECT_EQ(zTrees.GetByteNum(), 0u);
+}
