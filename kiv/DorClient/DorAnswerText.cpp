@@ -128,8 +128,8 @@ DorSpoken DorCallByName(DorClient& zClient, int64_t iModel, const std::string& s
   const uint64_t iStart = sys::SteadyNs();
   z.m_zAnswer = zClient.Call(csRequest, vcPayload);
   z.m_dMilliseconds = static_cast<double>(sys::SteadyNs() - iStart) / 1e6;
-  z.m_bDecoded = z.m_zAnswer.m_iStatus == kDorStatusServed &&
-                 DorDecodeAnswer(*z.m_pzRow, z.m_zAnswer.m_vcResult, z.m_zDecoded);
+  z.m_bDecoded =
+      z.m_zAnswer.m_iStatus == kDorStatusServed && DorDecodeAnswer(*z.m_pzRow, z.m_zAnswer.m_vcResult, z.m_zDecoded);
   return z;
 }
 
@@ -174,8 +174,8 @@ std::string DorAnswerText(const DorSpoken& zSpoken) {
     if (!zAnswer.m_vcResult.empty()) strText += "  " + Hex(zAnswer.m_vcResult) + "\n";
   } else if (zSpoken.m_zDecoded.m_iCode != 0) {
     strText += "  code " + std::to_string(zSpoken.m_zDecoded.m_iCode) + ", " +
-               DorAnswerCodeText(zSpoken.m_zDecoded.m_iCode) + ": " +
-               sys::WideToUtf8(zSpoken.m_zDecoded.m_csReason) + "\n";
+               DorAnswerCodeText(zSpoken.m_zDecoded.m_iCode) + ": " + sys::WideToUtf8(zSpoken.m_zDecoded.m_csReason) +
+               "\n";
   } else {
     strText += DorValuesText(zSpoken.m_zDecoded.m_vzValue, 2);
   }

@@ -19,9 +19,7 @@ struct DorSpoken {
   DorDecodedAnswer m_zDecoded;
   double m_dMilliseconds = 0;
 
-  bool IsGood() const {
-    return m_zAnswer.m_iStatus == kDorStatusServed && (!m_bDecoded || m_zDecoded.m_iCode == 0);
-  }
+  bool IsGood() const { return m_zAnswer.m_iStatus == kDorStatusServed && (!m_bDecoded || m_zDecoded.m_iCode == 0); }
 };
 
 // Why a request by words was not sent; DorClient's own errors are its own.

@@ -46,8 +46,7 @@ class Follower {
       if (it == m_zMoved.m_mapMatrix.end() && siPart.count(vzPlace[i].m_iPart) == 0) continue;
       const uint32_t iPart = vzPlace[i].m_iPart;
       if (mapPartBox.count(iPart) == 0) mapPartBox[iPart] = zIndex.PartBox(iPart, m_zMoved.m_mapMeshBox);
-      const KivEMatrix4 zMatrix =
-          it != m_zMoved.m_mapMatrix.end() ? it->second : zIndex.EntryOf(vzPlace[i]).m_zMatrix;
+      const KivEMatrix4 zMatrix = it != m_zMoved.m_mapMatrix.end() ? it->second : zIndex.EntryOf(vzPlace[i]).m_zMatrix;
       const DorBox zBox = mapPartBox[iPart].Moved(zMatrix);
       if (!zBox.IsFinite()) throw DorRefusal(DorAnswerCode::NotANumber, "a box would leave the range of numbers");
       m_mapBox.emplace(i, zBox);

@@ -12,8 +12,8 @@ namespace {
 using Box = Eigen::AlignedBox3d;
 
 constexpr size_t kLeafTriangles = 4;
-// What a search may cost: pairs of boxes that wait, and pairs of triangles. Beyond that the faces lie through each other
-// in a way that no tree sorts out.
+// What a search may cost: pairs of boxes that wait, and pairs of triangles. Beyond that the faces lie through each
+// other in a way that no tree sorts out.
 constexpr size_t kMostWaiting = 4'000'000;
 constexpr size_t kMostPairs = 30'000'000;
 
@@ -37,8 +37,8 @@ struct Leaf {
 // Sorts triangles into leaves: halves along the longest side of the box around their centres.
 void Split(std::vector<DorTriangle>& vz, size_t iBegin, size_t iEnd, std::vector<Leaf>& vzLeaf) {
   if (iEnd - iBegin <= kLeafTriangles) {
-    vzLeaf.push_back({static_cast<uint32_t>(iBegin), static_cast<uint32_t>(iEnd),
-                      BoxOf(vz.data() + iBegin, vz.data() + iEnd)});
+    vzLeaf.push_back(
+        {static_cast<uint32_t>(iBegin), static_cast<uint32_t>(iEnd), BoxOf(vz.data() + iBegin, vz.data() + iEnd)});
     return;
   }
   const auto Centre = [](const DorTriangle& z) { return z[0] + z[1] + z[2]; };

@@ -111,8 +111,7 @@ void Serve(const KivWString& csRequest, const KivByteBuffer& vcPayload, KivByteB
   if (!zSession.IsOpen()) throw DorRefusal(DorAnswerCode::NoModel, "no model has been read");
   if (pzRow == nullptr || pfnWork == nullptr)
     return Refuse(vcResult, DorAnswerCode::NotOffered, csRequest + u" is not offered by this handler");
-  if (!DorFitsForm(*pzRow, vcPayload))
-    throw DorRefusal(DorAnswerCode::BadPayload, "the fields do not fit the request");
+  if (!DorFitsForm(*pzRow, vcPayload)) throw DorRefusal(DorAnswerCode::BadPayload, "the fields do not fit the request");
   zSession.Settle();
   const DorRequestFields zFields(*pzRow, vcPayload);
   const auto Work = [&] {

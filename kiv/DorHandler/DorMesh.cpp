@@ -63,9 +63,8 @@ std::vector<DorTriangle> DorPlacedTriangles(DorSession& zSession, const DorEntit
 
 float DorFinestStep(DorSession& zSession, const DorEntity& zFace) {
   float fStep = 0;
-  DorForEachFace(zSession, zFace, [&](size_t, const KivMemoryBlockFaceEdge& zBlock, const KivMeshFace&) {
-    fStep = zBlock.m_fStep;
-  });
+  DorForEachFace(zSession, zFace,
+                 [&](size_t, const KivMemoryBlockFaceEdge& zBlock, const KivMeshFace&) { fStep = zBlock.m_fStep; });
   return fStep;
 }
 
@@ -76,7 +75,8 @@ DorExact DorReadExact(DorSession& zSession, const DorEntity& zEntity, bool bFace
   if (pz == nullptr) return zExact;
   bool bGap = false;
   for (; pz != vz.data() + vz.size() && pz->m_iId == static_cast<uint32_t>(zEntity.m_iId); ++pz) {
-    auto* pzBrep = DorNeed(KivOutOfCoreHandle(zSession.Key(), pz->m_iElementKey).Fetch<KivBrepData>(), "exact geometry");
+    auto* pzBrep =
+        DorNeed(KivOutOfCoreHandle(zSession.Key(), pz->m_iElementKey).Fetch<KivBrepData>(), "exact geometry");
     const KivMemoryBlockBrep& zBlock = *DorNeed(pzBrep->GetMemoryBlock(), "exact geometry");
     DorNeed(pz->m_iEntry < zBlock.m_vzGeometry.size(), "exact geometry");
     const KivBrepEntry& zEntry = zBlock.m_vzGeometry[pz->m_iEntry];

@@ -70,7 +70,8 @@ class DorModelIndex {
 
   // Good until another part is asked for. Refuses with Damaged.
   const DorPartIndex& Part(uint32_t iPart);
-  // The box of all meshes of a part; mapChanged holds boxes of mesh elements that count in the place of the stored ones.
+  // The box of all meshes of a part; mapChanged holds boxes of mesh elements that count in the place of the stored
+  // ones.
   DorBox PartBox(uint32_t iPart, const std::map<uint64_t, DorBox>& mapChanged);
 
   // Null if there is none.

@@ -1,4 +1,5 @@
-// How a request says no: thrown anywhere in its work, it becomes the answer's code and reason. Nothing has changed then.
+// How a request says no: thrown anywhere in its work, it becomes the answer's code and reason. Nothing has changed
+// then.
 #pragma once
 
 #include <string>

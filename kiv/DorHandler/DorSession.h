@@ -38,7 +38,8 @@ class DorSession {
   DorModelIndex& Index() { return *m_pzIndex; }
   DorFaceTrees& Trees() { return *m_pzTrees; }
 
-  // Before each request: finishes what a change, an undo or a redo that failed has left. Refuses with Failed while that is not possible.
+  // Before each request: finishes what a change, an undo or a redo that failed has left. Refuses with Failed while that
+  // is not possible.
   void Settle();
 
   // Refuses with NotEditable a model that cannot be changed.

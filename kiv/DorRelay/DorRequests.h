@@ -76,12 +76,12 @@ enum class DorAnswerCode : int64_t {
   BadArgument = 11,  // an integer or a text outside of what the request takes
   NothingToUndo = 12,
   NothingToRedo = 13,
-  Damaged = 14,       // the model's records cannot be read where the request needs them
-  NoMesh = 15,        // there is no triangle, or none that has an area
-  NotEditable = 16,   // the model is of a kind that cannot be changed
-  BadPath = 17,       // no absolute path of a file
+  Damaged = 14,      // the model's records cannot be read where the request needs them
+  NoMesh = 15,       // there is no triangle, or none that has an area
+  NotEditable = 16,  // the model is of a kind that cannot be changed
+  BadPath = 17,      // no absolute path of a file
   WouldOverwrite = 18,
-  OwnFile = 19,       // the path leads to the file that is open as the model
+  OwnFile = 19,  // the path leads to the file that is open as the model
   CannotWrite = 20
 };
 // A few words for people; "unknown code" for another number.

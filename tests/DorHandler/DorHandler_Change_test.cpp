@@ -193,8 +193,7 @@ TEST_F(HandlerChange, AFileIsWrittenWholeOrNotAtAllAndNeverOverAnotherUnasked) {
   EXPECT_EQ(CodeOf(u"relative.kiv", "0"), Code_::BadPath);
   EXPECT_EQ(CodeOf(u"", "0"), Code_::BadPath);
   EXPECT_EQ(CodeOf(m_zFolder.Path(), "1"), Code_::BadPath) << "a folder";
-  EXPECT_EQ(CodeOf(m_zFolder / u"no such folder" + KivWString(1, sys::kSeparator) + u"x.kiv", "0"),
-            Code_::CannotWrite);
+  EXPECT_EQ(CodeOf(m_zFolder / u"no such folder" + KivWString(1, sys::kSeparator) + u"x.kiv", "0"), Code_::CannotWrite);
   for (const char* szBad : {"2", "-1", "9223372036854775807"}) {
     EXPECT_EQ(CodeOf(m_zFolder / u"x.kiv", szBad), Code_::BadArgument);
     EXPECT_EQ(CodeOf(m_zFolder / u"x.kiv", "0", szBad), Code_::BadArgument);

@@ -131,7 +131,8 @@ TEST_F(HandlerRandom, UndoAndRedoAgreeWithAListOfStates) {
           if (zRandom() % 8 == 0)
             iCode = Code("DelFaceInfo", {strInstance, strFace});
           else if (zRandom() % 3 == 0)
-            iCode = Code("SetFaceInfo", {strInstance, strFace, "0.5", std::to_string(zRandom() % 100 / 100.0), "0", "1"});
+            iCode =
+                Code("SetFaceInfo", {strInstance, strFace, "0.5", std::to_string(zRandom() % 100 / 100.0), "0", "1"});
           else if (zRandom() % 2 == 0)
             iCode = Code("SetAsmInfo", {std::to_string(zRandom() % 5), std::string(zRandom() % 300, 'x')});
           else

@@ -53,11 +53,11 @@ DorTriangle RandomTriangle(double dSpread, double dSize) {
 }  // namespace
 
 TEST(DorTriangle, NearestPointsAreOnCornersEdgesAndInsides) {
-  EXPECT_DOUBLE_EQ(Distance(kFlat, {KivECoord3{1, 1, 3}, {9, 9, 9}, {5, 9, 9}}), 3);                      // inside
-  EXPECT_DOUBLE_EQ(Distance(kFlat, {KivECoord3{-3, -4, 0}, {-9, -9, 0}, {-5, -9, 0}}), 5);                // corners
-  EXPECT_DOUBLE_EQ(Distance(kFlat, {KivECoord3{2, -2, -1}, {2, -2, 1}, {2, -9, 0}}), 2);                  // edges
-  EXPECT_DOUBLE_EQ(Distance(kFlat, {KivECoord3{0, 0, 2}, {4, 0, 2}, {0, 4, 2}}), 2);                      // parallel
-  EXPECT_NEAR(Distance(kFlat, {KivECoord3{4, 4, 0}, {9, 4, 0}, {4, 9, 0}}), 2 * std::sqrt(2.0), 1e-12);   // same plane
+  EXPECT_DOUBLE_EQ(Distance(kFlat, {KivECoord3{1, 1, 3}, {9, 9, 9}, {5, 9, 9}}), 3);                     // inside
+  EXPECT_DOUBLE_EQ(Distance(kFlat, {KivECoord3{-3, -4, 0}, {-9, -9, 0}, {-5, -9, 0}}), 5);               // corners
+  EXPECT_DOUBLE_EQ(Distance(kFlat, {KivECoord3{2, -2, -1}, {2, -2, 1}, {2, -9, 0}}), 2);                 // edges
+  EXPECT_DOUBLE_EQ(Distance(kFlat, {KivECoord3{0, 0, 2}, {4, 0, 2}, {0, 4, 2}}), 2);                     // parallel
+  EXPECT_NEAR(Distance(kFlat, {KivECoord3{4, 4, 0}, {9, 4, 0}, {4, 9, 0}}), 2 * std::sqrt(2.0), 1e-12);  // same plane
 }
 
 TEST(DorTriangle, TrianglesThatMeetHaveNoDistanceAndACommonPoint) {

@@ -152,8 +152,8 @@ TEST(DorRequests, NamedFieldsAreThoseOfTheForm) {
 }
 
 TEST(DorAnswerForm, WhatIsNoFormIsRefused) {
-  for (const char* szBad : {"i", "i ", "x name", "i a,", "i a, ", "i a,i b", "list l", "list l ()", "list l (i a", "2 s a",
-                            "i a)", "ii a", "list (i a)"})
+  for (const char* szBad : {"i", "i ", "x name", "i a,", "i a, ", "i a,i b", "list l", "list l ()", "list l (i a",
+                            "2 s a", "i a)", "ii a", "list (i a)"})
     EXPECT_THROW(DorParseForm(szBad), std::logic_error) << szBad;
   EXPECT_TRUE(DorParseForm("").empty());
   const DorForm zForm = DorParseForm("i a, list b (c p, list q (2 f r)), s t");
@@ -198,8 +198,7 @@ TEST(DorWords, ALineIsSplitAsAShellDoes) {
   EXPECT_TRUE(Split("# all of it").empty());
   EXPECT_TRUE(Split("").empty());
   EXPECT_EQ(Split("last\r"), Words{"last"});
-  for (const char* szBad : {"'a", "\"a", "a \"b\\\""})
-    EXPECT_FALSE(DorSplitWords(szBad, vstr, strError)) << szBad;
+  for (const char* szBad : {"'a", "\"a", "a \"b\\\""}) EXPECT_FALSE(DorSplitWords(szBad, vstr, strError)) << szBad;
 }
 
 TEST(DorRequests, NamesAreUniqueAndEveryRowButTheFirstAndTheRefusedOnesBeginsWithAModel) {

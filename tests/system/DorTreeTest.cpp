@@ -4,9 +4,9 @@
 #include <cstdlib>
 #include <filesystem>
 
-#include "KivTestMachine.h"
 #include "KivSysDiag.h"
 #include "KivSysFault.h"
+#include "KivTestMachine.h"
 
 using namespace kiv;
 using namespace kivtest;
@@ -273,7 +273,8 @@ TEST(DorTree, WhatIsNoModelGivesStatus2ToAllRequestsAndTheTreeGoesOn) {
   WriteFile(zFolder / u"short", std::string(8, '\x14'));
   WriteFile(zFolder / u"trailer", std::string(12, '\xFF') + "M1K2I3V4");
   WriteFile(zFolder / u"package", std::string(12, '\0') + "M1K2I3V4");
-  WriteFile(zFolder / u"head", std::string(8, '\0') + std::string(8, '\x14') + std::string(8, '\xB0') + std::string(240, '\0'));
+  WriteFile(zFolder / u"head",
+            std::string(8, '\0') + std::string(8, '\x14') + std::string(8, '\xB0') + std::string(240, '\0'));
   DorClient zClient(RealPrograms(zFolder));
   for (const char16_t* szName : {u"empty", u"text", u"short", u"trailer", u"package", u"head", u"missing"}) {
     const int64_t iModel = zClient.StartOpen(zFolder / szName);

@@ -91,7 +91,8 @@ void DorServeDelFaceInfo(DorSession& zSession, const DorRequestFields& zFields, 
   for (const auto& [iKey, iEntry] : PlacesOfFace(zSession, zFace)) {
     auto& zBlock = pzChange->Edit<KivFaceEdgeData>(iKey);
     for (size_t i = zBlock.m_vzFace.size(); i-- > 0;) {
-      if (zBlock.m_vzFace[i].m_zFrame.IsGap() || zBlock.m_vzFace[i].m_iId != static_cast<uint32_t>(zFace.m_iId)) continue;
+      if (zBlock.m_vzFace[i].m_zFrame.IsGap() || zBlock.m_vzFace[i].m_iId != static_cast<uint32_t>(zFace.m_iId))
+        continue;
       Remove(zBlock.m_vzFace, i);
       --zBlock.m_zHeader.m_iEntryCount;
     }

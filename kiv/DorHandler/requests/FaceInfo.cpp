@@ -129,9 +129,9 @@ void DorServeGetEdgeInfo(DorSession& zSession, const DorRequestFields& zFields, 
     const size_t nPoints = zMesh.m_vfVertex.size() / 3;
     dLength = 0;
     for (size_t i = 1; i < nPoints; ++i)
-      dLength += (PlacedPoint(zMesh.m_vfVertex, i, zEdge.m_zMatrix) -
-                  PlacedPoint(zMesh.m_vfVertex, i - 1, zEdge.m_zMatrix))
-                     .Length();
+      dLength +=
+          (PlacedPoint(zMesh.m_vfVertex, i, zEdge.m_zMatrix) - PlacedPoint(zMesh.m_vfVertex, i - 1, zEdge.m_zMatrix))
+              .Length();
     zBox = DorBox();
     AddPlaced(zMesh.m_vfVertex, zEdge.m_zMatrix, zBox);
     zSeen.AddLevel(zSession, iLevel, static_cast<int64_t>(nPoints), 0, zMesh.m_vzAttribute);

@@ -9,7 +9,7 @@ namespace {
 
 struct Plane {
   KivECoord3 m_zPoint;
-  KivECoord3 m_zNormal;   // length 1
+  KivECoord3 m_zNormal;     // length 1
   double m_dDeviation = 0;  // the largest distance of a point from it
 };
 
@@ -72,9 +72,8 @@ double ScaleOf(const KivEMatrix4& z) {
 }
 
 std::shared_ptr<const DorFaceTree> TreeOf(DorSession& zSession, int64_t iInstance, int64_t iFace) {
-  return zSession.Trees().Get({iInstance, iFace}, [&] {
-    return DorPlacedTriangles(zSession, DorFindFace(zSession, iInstance, iFace));
-  });
+  return zSession.Trees().Get({iInstance, iFace},
+                              [&] { return DorPlacedTriangles(zSession, DorFindFace(zSession, iInstance, iFace)); });
 }
 
 }  // namespace
