@@ -22,3 +22,10 @@ if(found)
 else()
   message(STATUS "Open CASCADE is not there: no reader of STEP files (package libocct-data-exchange-dev)")
 endif()
+
+# kiv_occt_program(target): a program that Open CASCADE works in; see OpenCascadeLeaks.cpp.
+function(kiv_occt_program target)
+  if(KIV_SANITIZE MATCHES "address|leak")
+    target_sources(${target} PRIVATE ${PROJECT_SOURCE_DIR}/kiv/kivreaders/step/OpenCascadeLeaks.cpp)
+  endif()
+endfunction()

@@ -362,6 +362,7 @@ void KivReadStep(const KivWString& csSource, const std::vector<double>& vdTolera
   try {
     const Handle(TDocStd_Document) zDocument = ReadDocument(csSource);
     DocumentReader(zDocument, FileStem(csSource), vdTolerance, zScene);
+    zDocument->Close();
   } catch (const Standard_Failure& z) {
     throw KivSceneError(std::string("the STEP file cannot be read: ") + z.DynamicType()->Name() + " " +
                         z.GetMessageString());
