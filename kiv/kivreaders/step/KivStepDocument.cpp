@@ -6,6 +6,7 @@
 #include <Quantity_ColorRGBA.hxx>
 #include <STEPCAFControl_Controller.hxx>
 #include <STEPCAFControl_Reader.hxx>
+#include <STEPConstruct_ExternRefs.hxx>
 #include <Standard_Failure.hxx>
 #include <TDF_AttributeSequence.hxx>
 #include <TDF_LabelSequence.hxx>
@@ -59,6 +60,18 @@ void CheckFrame(const std::vector<uint8_t>& vcBytes) {
     throw KivSceneError("the STEP file is not whole: " + std::string(kLastWord) + " is missing at its end");
 }
 
+// Other files may only be named where they stand beside or below this one.
+void CheckReferences(const Handle(XSControl_WorkSession) & zSession) {
+  STEPConstruct_ExternRefs zReferences(zSession);
+  zReferences.LoadExternRefs();
+  for (Standard_Integer i = 1; i <= zReferences.NbExternRefs(); ++i) {
+    const char* const szName = zReferences.FileName(i);
+    const std::string strName = szName == nullptr ? "" : szName;
+    if (strName.starts_with('/') || strName.find("..") != std::string::npos)
+      throw KivSceneError("the STEP file refers to a file outside of its folder: " + strName);
+  }
+}
+
 Handle(TDocStd_Document) ReadDocument(const KivWString& csSource) {
   std::vector<uint8_t> vcBytes = KivReadSceneSource(csSource, kSourceMax);
   CheckFrame(vcBytes);
@@ -79,6 +92,7 @@ Handle(TDocStd_Document) ReadDocument(const KivWString& csSource) {
   // The name tells where files stand that this one refers to.
   if (zReader.ChangeReader().ReadStream(sys::WideToUtf8(csSource).c_str(), zStream) != IFSelect_RetDone)
     throw KivSceneError("the STEP file cannot be read: its text is not well-formed");
+  CheckReferences(zReader.Reader().WS());
   vcBytes = {};  // what was read is much larger
   Handle(TDocStd_Document) zDocument;
   XCAFApp_Application::GetApplication()->NewDocument("BinXCAF", zDocument);

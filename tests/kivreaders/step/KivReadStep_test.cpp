@@ -555,6 +555,23 @@ TEST(ReadStep, AFileWithAHoleIsReadOrRefusedWithAReason) {
   }
 }
 
+TEST(ReadStep, FilesThatAreNamedAreReadFromTheFolderAndFromNowhereElse) {
+  const Sample zSample(kivtest::WriteStepReference, {1});
+  ASSERT_EQ(zSample.Scene().m_vzPart.size(), 1u);
+  EXPECT_NEAR(Measure(zSample.Scene(), 0).m_dVolume, 24, 1e-9);
+  EXPECT_NEAR(Measure(zSample.Scene(), 0).m_zMin.m_dX, 5, 1e-9);
+  const std::string strWhole = zSample.Folder().ReadBytes(u"sample.step");
+  const size_t iName = strWhole.find("'part-");
+  ASSERT_NE(iName, std::string::npos);
+  for (const char* szPrefix : {"../", "/tmp/", "below/../../"}) {
+    std::string strOutside = strWhole;
+    for (size_t i = strOutside.find("'part-"); i != std::string::npos; i = strOutside.find("'part-", i + 1))
+      strOutside.insert(i + 1, szPrefix);
+    zSample.Folder().WriteBytes(u"outside.step", strOutside);
+    EXPECT_THAT(Refusal(zSample.Folder() / u"outside.step"), HasSubstr("outside of its folder"));
+  }
+}
+
 TEST(ReadStep, AFileWithNothingToShowIsRefused) {
   const TestFolder zFolder;
   const KivWString csPoint = zFolder / u"point.step";

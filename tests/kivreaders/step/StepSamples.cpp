@@ -70,14 +70,15 @@ Handle(TDocStd_Document) NewDocument() {
   return zDocument;
 }
 
-bool WriteDocument(const Handle(TDocStd_Document) & zDocument, const std::string& strPath) {
+bool WriteDocument(const Handle(TDocStd_Document) & zDocument, const std::string& strPath,
+                   const char* szPartFiles = nullptr) {
   STEPCAFControl_Writer zWriter;
   zWriter.SetColorMode(Standard_True);
   zWriter.SetNameMode(Standard_True);
   zWriter.SetLayerMode(Standard_True);
   zWriter.SetSHUOMode(Standard_True);
   const bool bWritten =
-      zWriter.Transfer(zDocument, STEPControl_AsIs) && zWriter.Write(strPath.c_str()) == IFSelect_RetDone;
+      zWriter.Transfer(zDocument, STEPControl_AsIs, szPartFiles) && zWriter.Write(strPath.c_str()) == IFSelect_RetDone;
   zDocument->Close();
   return bWritten;
 }
@@ -228,6 +229,20 @@ bool WriteStepUsage(const std::string& strPath) {
   if (!zShapes->SetSHUO(zWay, zUsage)) return false;
   zColours->SetColor(zUsage->Label(), Quantity_Color(1, 0, 0, Quantity_TOC_RGB), XCAFDoc_ColorSurf);
   return WriteDocument(zDocument, strPath);
+}
+
+bool WriteStepReference(const std::string& strPath) {
+  const Handle(TDocStd_Document) zDocument = NewDocument();
+  const Handle(XCAFDoc_ShapeTool) zShapes = XCAFDoc_DocumentTool::ShapeTool(zDocument->Main());
+  const TDF_Label zBox = zShapes->AddShape(BRepPrimAPI_MakeBox(2, 3, 4).Shape(), Standard_False);
+  TDataStd_Name::Set(zBox, TCollection_ExtendedString("Box"));
+  const TDF_Label zWhole = zShapes->NewShape();
+  TDataStd_Name::Set(zWhole, TCollection_ExtendedString("Whole"));
+  gp_Trsf zWhere;
+  zWhere.SetTranslation(gp_Vec(5, 0, 0));
+  zShapes->AddComponent(zWhole, zBox, TopLoc_Location(zWhere));
+  zShapes->UpdateAssemblies();
+  return WriteDocument(zDocument, strPath, "part-");
 }
 
 }  // namespace kivtest

@@ -27,5 +27,7 @@ bool WriteStepStyles(const std::string& strPath);
 // "Whole" with two places "Left" and "Right" of an assembly with one place "Inner" of a box; the box at "Right" alone
 // is red, in the others it has the colour of its part, green.
 bool WriteStepUsage(const std::string& strPath);
+// An assembly of a box of 2 x 3 x 4 whose shape stands in a file of its own beside it, as strPath tells.
+bool WriteStepReference(const std::string& strPath);
 
 }  // namespace kivtest
