@@ -9,9 +9,7 @@
 #include <nlohmann/json.hpp>
 #include <set>
 
-#include "KivFaceEdgeData.h"
-#include "KivModelStructure.h"
-#include "KivSceneMesh.h"
+#include "KivModelMeasure.h"
 #include "KivSysFolder.h"
 #include "KivTestFolder.h"
 #include "KivToolTestModel.h"
@@ -28,22 +26,6 @@ const fs::path kShapes = KIV_TEST_OCCT_DATA;
 bool OnWindows() {
   return sys::kSeparator == u'\\';
 }
-
-// What a file or a model holds, with all placements.
-struct Measure {
-  uint64_t m_nTriangles = 0;
-  double m_dArea = 0;
-  KivSceneBox m_zBox;
-
-  void Add(const std::array<KivECoord3, 3>& az) {
-    ++m_nTriangles;
-    m_dArea += (az[1] - az[0]).Cross(az[2] - az[0]).Length() / 2;
-    for (const KivECoord3& z : az) {
-      const double ad[3] = {z.m_dX, z.m_dY, z.m_dZ};
-      m_zBox.Add(ad);
-    }
-  }
-};
 
 KivECoord3 Vec(const aiVector3D& v) {
   return {v.x, v.y, v.z};
@@ -88,34 +70,6 @@ Measure MeasureSource(const fs::path& zPath) {
     return zMeasure;
   }
   MeasureNode(*pzScene, *pzScene->mRootNode, {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1}, zMeasure);
-  return zMeasure;
-}
-
-// The finest level of a model.
-Measure MeasureModel(const KivWString& csPath) {
-  Measure zMeasure;
-  KivPrepareToolProcess();
-  KivToolModel zModel(csPath);
-  const KivToolStructure zStructure = KivLoadStructure(zModel);
-  EXPECT_TRUE(zStructure.m_bComplete);
-  for (const KivToolInstance& zInstance : zStructure.m_vzInstance) {
-    const KivToolPart& zPart = zStructure.m_vzPart[zInstance.m_iPart];
-    if (zPart.m_vzLevel.empty()) continue;
-    const auto* pzMesh = zModel.LoadBlock<KivFaceEdgeData>(zPart.m_vzLevel.back().m_iFaceEdgeKey);
-    if (pzMesh == nullptr) {
-      ADD_FAILURE() << "a mesh cannot be loaded";
-      continue;
-    }
-    for (const KivMeshFace& zFace : pzMesh->m_vzFace)
-      for (size_t i = 0; i < zFace.m_viIndex.size(); i += 3) {
-        std::array<KivECoord3, 3> az;
-        for (size_t k = 0; k < 3; ++k) {
-          const float* pf = &zFace.m_vfVertex.at(3 * size_t{zFace.m_viIndex[i + k]});
-          az[k] = zInstance.m_zMatrix.TransformPoint(KivECoord3{pf[0], pf[1], pf[2]});
-        }
-        zMeasure.Add(az);
-      }
-  }
   return zMeasure;
 }
 

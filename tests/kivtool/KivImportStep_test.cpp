@@ -1,0 +1,81 @@
+// kiv import of STEP files, compared with what the library of shapes reads in them. Empty where that library is not.
+#if __has_include(<STEPControl_Reader.hxx>)
+
+#include <BRepBndLib.hxx>
+#include <BRepGProp.hxx>
+#include <Bnd_Box.hxx>
+#include <GProp_GProps.hxx>
+#include <STEPControl_Reader.hxx>
+#include <TopExp.hxx>
+#include <TopTools_IndexedMapOfShape.hxx>
+#include <TopoDS_Shape.hxx>
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <nlohmann/json.hpp>
+
+#include "KivModelMeasure.h"
+#include "KivTestFolder.h"
+#include "KivToolTestModel.h"
+
+namespace {
+
+using namespace kiv;
+using namespace kivtest;
+
+struct Shape {
+  explicit Shape(const std::string& strPath) {
+    STEPControl_Reader zReader;
+    EXPECT_EQ(zReader.ReadFile(strPath.c_str()), IFSelect_RetDone);
+    zReader.TransferRoots();
+    const TopoDS_Shape zShape = zReader.OneShape();
+    Bnd_Box zBox;
+    BRepBndLib::AddOptimal(zShape, zBox, Standard_False, Standard_False);
+    zBox.Get(m_adLow[0], m_adLow[1], m_adLow[2], m_adHigh[0], m_adHigh[1], m_adHigh[2]);
+    GProp_GProps zProperties;
+    BRepGProp::SurfaceProperties(zShape, zProperties);
+    m_dArea = zProperties.Mass();
+    TopTools_IndexedMapOfShape zFaces, zEdges;
+    TopExp::MapShapes(zShape, TopAbs_FACE, zFaces);
+    TopExp::MapShapes(zShape, TopAbs_EDGE, zEdges);
+    m_nFaces = zFaces.Extent();
+    m_nEdges = zEdges.Extent();
+  }
+  double m_adLow[3], m_adHigh[3];
+  double m_dArea;
+  int m_nFaces, m_nEdges;
+};
+
+void ImportLikeTheLibrary(const char* szName) {
+  const std::string strPath = std::string(KIV_TEST_OCCT_DATA "/step/") + szName;
+  if (!std::filesystem::exists(strPath)) GTEST_SKIP() << strPath << " is not here";
+  const TestFolder zFolder;
+  const KivWString csModel = zFolder / u"model.kiv";
+  const ToolRun zRun = RunKiv({u"import", sys::Utf8ToWide(strPath), csModel, u"--json", u"--tolerance", u"0.1,0.001"});
+  ASSERT_EQ(zRun.m_iExit, 0) << zRun.m_strErr;
+  const ToolRun zCheck = RunKiv({u"check", csModel});
+  EXPECT_EQ(zCheck.m_iExit, 0) << zCheck.m_strOut;
+  const Shape zShape(strPath);
+  const nlohmann::json zSummary = nlohmann::json::parse(zRun.m_strOut);
+  EXPECT_EQ(zSummary["faces"], zShape.m_nFaces);
+  EXPECT_EQ(zSummary["parts"], 1);
+  EXPECT_GT(zSummary["geometries"], zShape.m_nFaces);
+  const Measure zModel = MeasureModel(csModel);
+  EXPECT_EQ(zSummary["levels"][1]["triangles"], zModel.m_nTriangles);
+  EXPECT_NEAR(zModel.m_dArea, zShape.m_dArea, 1e-3 * zShape.m_dArea);
+  for (size_t i = 0; i < 3; ++i) {  // the finest tolerance, and the step of coordinates
+    EXPECT_NEAR(zModel.m_zBox.m_adLow[i], zShape.m_adLow[i], 0.0012);
+    EXPECT_NEAR(zModel.m_zBox.m_adHigh[i], zShape.m_adHigh[i], 0.0012);
+  }
+}
+
+}  // namespace
+
+TEST(ImportStep, AScrewIsAsTheLibraryReadsIt) {
+  ImportLikeTheLibrary("screw.step");
+}
+TEST(ImportStep, ARodOfManyFreeFormsIsAsTheLibraryReadsIt) {
+  ImportLikeTheLibrary("linkrods.step");
+}
+
+#endif
