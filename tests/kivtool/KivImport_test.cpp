@@ -98,6 +98,10 @@ class Import : public testing::Test {
     if (zRun.m_iExit != 0) return nlohmann::json();
     const ToolRun zCheck = RunKiv({u"check", m_csTarget});
     EXPECT_EQ(zCheck.m_iExit, 0) << zCheck.m_strOut << zCheck.m_strErr;
+    const KivWString csExport = m_zFolder / (sys::Utf8ToWide(std::to_string(m_vcsExport.size())) + u".glb");
+    const ToolRun zExport = RunKiv({u"export", m_csTarget, csExport, u"--edges"});
+    EXPECT_EQ(zExport.m_iExit, 0) << zExport.m_strErr;
+    m_vcsExport.push_back(csExport);
     return nlohmann::json::parse(zRun.m_strOut);
   }
 
@@ -147,8 +151,19 @@ class Import : public testing::Test {
       fs::remove(m_csTarget);
       ExpectRefused({u"import", Wide(zPath), m_csTarget});
     }
+    ValidateExports();
   }
 
+  // All at once by the Khronos validator, where there is one.
+  void ValidateExports() const {
+#ifdef KIV_TEST_NODE
+    std::string strLine = "\"" KIV_TEST_NODE "\" \"" KIV_TEST_GLTF_SCRIPT "\" \"" KIV_TEST_GLTF_MODULES "\"";
+    for (const KivWString& csExport : m_vcsExport) strLine += " \"" + sys::WideToUtf8(csExport) + "\"";
+    EXPECT_EQ(std::system((strLine + " >&2").c_str()), 0);
+#endif
+  }
+
+  std::vector<KivWString> m_vcsExport;
   TestFolder m_zFolder;
   const KivWString m_csTarget = m_zFolder / u"model.kiv";
 };

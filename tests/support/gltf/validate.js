@@ -14,7 +14,7 @@ const validator = require(path.join(modules, 'gltf-validator'));
       console.log(`${file}: ${issue.code} at ${issue.pointer}: ${issue.message}`);
     }
     console.log(`${file}: ${report.issues.numErrors} errors, ${report.issues.numWarnings} warnings, ` +
-        `${report.info.totalTriangleCount} triangles`);
+        `${report.info ? report.info.totalTriangleCount : "no"} triangles`);
   }
   process.exit(bad ? 1 : 0);
 })();
