@@ -1,6 +1,7 @@
 // kiv import of STEP files, compared with what the library of shapes reads in them. Empty where that library is not.
 #if __has_include(<STEPControl_Reader.hxx>)
 
+#include <gtest/gtest.h>
 #include <BRepBndLib.hxx>
 #include <BRepGProp.hxx>
 #include <Bnd_Box.hxx>
@@ -9,7 +10,6 @@
 #include <TopExp.hxx>
 #include <TopTools_IndexedMapOfShape.hxx>
 #include <TopoDS_Shape.hxx>
-#include <gtest/gtest.h>
 
 #include <filesystem>
 #include <nlohmann/json.hpp>
