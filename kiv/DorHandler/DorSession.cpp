@@ -114,12 +114,20 @@ void DorSession::RequireEditable() const {
 void DorSession::Commit(std::unique_ptr<DorChange> pzChange, bool bMeshes) {
   if (pzChange->IsEmpty()) return;
   if (!pzChange->Commit()) {
-    if (pzChange->IsPending()) m_pzUnfinished = std::move(pzChange);
+    if (pzChange->IsPending() && !ReturnToSnapShot()) m_pzUnfinished = std::move(pzChange);
     throw DorRefusal(DorAnswerCode::Failed, "the change could not be stored");
   }
   m_bChanged = true;
   m_pzTrees->Clear();
   if (bMeshes) m_pzIndex->ForgetParts();
+}
+
+// The other way back, where a snapshot holds the state before the change.
+bool DorSession::ReturnToSnapShot() {
+  KivDataSpaceBase* const pzSpace = KivDataSpaceBase::GetInstance();
+  if (m_bChanged || pzSpace->GetUndoNum() == 0) return false;
+  m_iReturnTo = pzSpace->GetCurBaseSnapShot();
+  return true;
 }
 
 void DorSession::Forget() {

@@ -62,6 +62,7 @@ class DorSession {
   static constexpr int32_t kMostSnapShots = 256;
 
   DorReadResult OpenModel(const KivWString& csPath);
+  bool ReturnToSnapShot();
   void Forget();
   int32_t Go(int64_t iSteps, bool bBack);
 

@@ -3,6 +3,10 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <functional>
+
+#include "DorClient.h"
 #include "KivTestFolder.h"
 #include "KivTestHeap.h"
 #include "KivTestMachine.h"
@@ -78,4 +82,104 @@ TEST(DorHandlerWithoutMemory, ARequestIsAnsweredWithACodeAndTheHandlerGoesOn) {
   for (size_t i = 0; i + 1 < vz.size(); ++i)
     EXPECT_EQ(FirstInteger(vz[i].m_vcResult), static_cast<int64_t>(DorAnswerCode::Failed)) << i;
   EXPECT_EQ(FirstInteger(vz.back().m_vcResult), static_cast<int64_t>(DorAnswerCode::NoModel));
+}
+
+namespace {
+
+KivByteBuffer Words(const char* szName, const std::vector<std::string>& vstrWords) {
+  KivByteBuffer vcPayload;
+  std::string strError;
+  const DorRequestRow* pzRow = DorFindRequest(sys::Utf8ToWide(std::string("DorHandler_") + szName));
+  EXPECT_TRUE(DorBuildPayload(*pzRow, 5, vstrWords, vcPayload, strError)) << strError;
+  return vcPayload;
+}
+
+KivByteBuffer Serve(const char* szName, const std::vector<std::string>& vstrWords = {}) {
+  int32_t iStatus = -1;
+  KivByteBuffer vcResult;
+  DorHandlerDispatch(sys::Utf8ToWide(std::string("DorHandler_") + szName), Words(szName, vstrWords), iStatus, vcResult);
+  return vcResult;
+}
+
+KivByteBuffer WholeState() {
+  KivByteBuffer vcAll = Serve("GetAsmTreeInfo");
+  for (const char* szNode : {"0", "1", "2", "3", "4"})
+    for (const uint8_t c : Serve("GetAsmInfo", {szNode})) vcAll.push_back(c);
+  for (const char* szInstance : {"0", "1"})
+    for (const char* szFace : {"1", "2"})
+      for (const uint8_t c : Serve("GetFaceInfo", {szInstance, szFace})) vcAll.push_back(c);
+  return vcAll;
+}
+
+// A request on a model of its own, with allocations failing one by one: it is done or nothing has changed.
+void ChangeIsWholeOrNotThere(const char* szName, const std::vector<std::string>& vstrWords,
+                             const std::function<void()>& pfnBefore) {
+  SCOPED_TRACE(szName);
+  const TestFolder zFolder;
+  ASSERT_TRUE(WriteMachine(zFolder / u"model.kiv"));
+  const KivWString csName = sys::Utf8ToWide(std::string("DorHandler_") + szName);
+  const KivByteBuffer vcPayload = Words(szName, vstrWords), vcRead = ReadPayload(zFolder / u"model.kiv");
+  size_t nRefused = 0;
+  for (uint64_t iNth = 1;; iNth += 1 + iNth / 12) {
+    Answered z;
+    DorHandlerDispatch(KivWString(kDorReadDor), vcRead, z.m_iStatus, z.m_vcResult);
+    ASSERT_EQ(z.m_iStatus, 0);
+    pfnBefore();
+    const KivByteBuffer vcBefore = WholeState();
+    bool bFired = false;
+    {
+      const NoMemory zNone(iNth, false);
+      z.m_iReturn = DorHandlerDispatch(csName, vcPayload, z.m_iStatus, z.m_vcResult);
+      bFired = zNone.HasFired();
+    }
+    ASSERT_EQ(z.m_iReturn, 0);
+    EXPECT_EQ(z.m_iStatus, 0);
+    const int64_t iCode = FirstInteger(z.m_vcResult);
+    if (!bFired) {
+      EXPECT_EQ(iCode, 0);
+      break;
+    }
+    if (iCode == 0) continue;
+    ++nRefused;
+    EXPECT_EQ(iCode, static_cast<int64_t>(DorAnswerCode::Failed)) << iNth;
+    const KivByteBuffer vcAfter = WholeState();
+    const auto [itAfter, itBefore] = std::mismatch(vcAfter.begin(), vcAfter.end(), vcBefore.begin(), vcBefore.end());
+    EXPECT_TRUE(vcAfter == vcBefore) << "allocation " << iNth << ", from byte " << itAfter - vcAfter.begin() << " of "
+                                     << vcAfter.size() << ", before " << vcBefore.size();
+  }
+  EXPECT_GT(nRefused, 0u);
+}
+
+const std::vector<std::string> kMoved = {"2", "1", "0", "0", "0", "0", "1", "0", "0",
+                                         "0", "0", "1", "0", "0", "0", "9", "1"};
+
+}  // namespace
+
+TEST(DorHandlerWithoutMemory, AChangeIsWholeOrNotThere) {
+  const auto Nothing = [] {};
+  ChangeIsWholeOrNotThere("SetAsmInfo", {"3", std::string(3000, 'n')}, Nothing);
+  ChangeIsWholeOrNotThere("SetInstPathPartMatrix", kMoved, Nothing);
+  ChangeIsWholeOrNotThere("SetFaceInfo", {"1", "1", "0", "1", "0", "1"}, Nothing);
+  ChangeIsWholeOrNotThere("DelFaceInfo", {"0", "2"}, Nothing);
+}
+
+TEST(DorHandlerWithoutMemory, HistoryGoesOnWhereItWas) {
+  const auto Changed = [] {
+    Serve("SnapShot");
+    Serve("SetAsmInfo", {"3", "changed"});
+  };
+  ChangeIsWholeOrNotThere("SnapShot", {}, Changed);
+  ChangeIsWholeOrNotThere("Undo", {"1"}, Changed);
+  ChangeIsWholeOrNotThere(
+      "Redo", {"1"},
+      [&] {
+        Changed();
+        Serve("Undo", {"1"});
+      });
+}
+
+TEST(DorHandlerWithoutMemory, WhatLooksIsAnsweredOrRefused) {
+  const auto Nothing = [] {};
+  ChangeIsWholeOrNotThere("GetFaceInfo", {"0", "2"}, Nothing);
+  ChangeIsWholeOrNotThere("CalcDistFaceFace", {"0", "1", "1", "1", "0", "0,0,0"}, Nothing);
 }

@@ -394,8 +394,9 @@ void KivOutOfCoreManager::MoveMapEntry(KivOutOfCoreData* pzElement, uint64_t iOl
   const auto itTaken = m_mapPositionToElement.find(iNewPosition);
   const bool bTaken = itTaken != m_mapPositionToElement.end();
   if (bTaken) DestroyElement(itTaken->second);  // its record had been freed behind the manager's back
-  m_mapPositionToElement.erase(itOld);
-  m_mapPositionToElement.emplace(iNewPosition, pzHeld);
+  auto zNode = m_mapPositionToElement.extract(itOld);  // without memory: the record has moved already
+  zNode.key() = iNewPosition;
+  m_mapPositionToElement.insert(std::move(zNode));
   pzHeld->m_iMapPosition = iNewPosition;
   if (pzHeld != pzElement) {
     pzHeld->m_iPosition = iNewPosition;
