@@ -1,5 +1,5 @@
-// Requests of the handler: how many a second through the relay, and the distance of two faces of 10,000 triangles beside
-// the libraries called directly on the same triangles: Eigen's tree with a triangle in each leaf, and FCL.
+// Requests of the handler: how many a second through the relay, and the distance of two faces of 10,000 triangles
+// beside the libraries called directly on the same triangles: Eigen's tree with a triangle in each leaf, and FCL.
 //
 // usage: request_bench [SECONDS_PER_CASE]
 #include <fcl/geometry/bvh/BVH_model.h>
@@ -166,9 +166,8 @@ std::shared_ptr<FclModel> FclOf(const std::vector<DorTriangle>& vz) {
 void CompareDistances(const char* szName, const std::vector<DorTriangle>& vzA, const std::vector<DorTriangle>& vzB) {
   double dOurs = 0, dEigen = 0, dFcl = 0;
   const DorFaceTree zA(vzA), zB(vzB);
-  const double dOursUs = Measure(std::string(szName) + ", our tree, direct", [&] {
-    dOurs = std::sqrt(zA.NearestTo(zB).m_dSquared);
-  });
+  const double dOursUs =
+      Measure(std::string(szName) + ", our tree, direct", [&] { dOurs = std::sqrt(zA.NearestTo(zB).m_dSquared); });
   const EigenFace zEigenA(vzA), zEigenB(vzB);
   const double dEigenUs = Measure(std::string(szName) + ", Eigen's tree, direct", [&] {
     EigenMinimum z{zEigenA, zEigenB};

@@ -170,12 +170,10 @@ TEST(DorHandlerWithoutMemory, HistoryGoesOnWhereItWas) {
   };
   ChangeIsWholeOrNotThere("SnapShot", {}, Changed);
   ChangeIsWholeOrNotThere("Undo", {"1"}, Changed);
-  ChangeIsWholeOrNotThere(
-      "Redo", {"1"},
-      [&] {
-        Changed();
-        Serve("Undo", {"1"});
-      });
+  ChangeIsWholeOrNotThere("Redo", {"1"}, [&] {
+    Changed();
+    Serve("Undo", {"1"});
+  });
 }
 
 TEST(DorHandlerWithoutMemory, WhatLooksIsAnsweredOrRefused) {

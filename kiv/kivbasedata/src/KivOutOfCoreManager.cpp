@@ -393,7 +393,7 @@ void KivOutOfCoreManager::MoveMapEntry(KivOutOfCoreData* pzElement, uint64_t iOl
   KivOutOfCoreData* pzHeld = itOld->second;
   const auto itTaken = m_mapPositionToElement.find(iNewPosition);
   const bool bTaken = itTaken != m_mapPositionToElement.end();
-  if (bTaken) DestroyElement(itTaken->second);  // its record had been freed behind the manager's back
+  if (bTaken) DestroyElement(itTaken->second);         // its record had been freed behind the manager's back
   auto zNode = m_mapPositionToElement.extract(itOld);  // without memory: the record has moved already
   zNode.key() = iNewPosition;
   m_mapPositionToElement.insert(std::move(zNode));
