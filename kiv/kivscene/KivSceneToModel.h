@@ -1,4 +1,4 @@
-// The model of a scene. docs/kiv.md tells what becomes of what.
+// The model of a scene. docs/import.md tells what becomes of what.
 //
 // The same scene and options give the same records.
 #pragma once
