@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Installs what is missing, builds, and shows the library and the process tree at work. Safe to repeat.
+# Installs what is missing, builds, and does the main job on a real model: a STEP assembly goes in, the relay serves it.
+# Safe to repeat.
 set -euo pipefail
 cd "$(dirname "$0")"
 export KIV_LOG_DIR="$PWD/build/logs"
@@ -14,11 +15,5 @@ cmake --preset linux -DKIV_BUILD_TESTS=OFF -DKIV_BUILD_FUZZERS=OFF -B build/run 
   { tail -n 30 "$KIV_LOG_DIR/configure-run.log"; exit 1; }
 cmake --build build/run -j "$(nproc)"
 
-say "base services"
-build/run/examples/base_services
-
-say "a model file with records"
-build/run/examples/records build/run/model.kiv
-
-say "client, relay and handler"
-scripts/show_tree.sh build/run/bin build/run/model.kiv
+say "the main job"
+scripts/main_job.sh build/run/bin build/run/job

@@ -213,6 +213,8 @@ int RunShell(const Settings& zSettings) {
   const int64_t iModel = OpenModel(zClient, zSettings);
   DorShellOptions zOptions;
   zOptions.m_bKeepGoing = zSettings.m_bKeepGoing;
+  if (!zSettings.m_bJson)  // answers from a file are read beside their questions
+    zOptions.m_pfnLine = [](const std::string& strLine) { std::printf("> %s\n", strLine.c_str()); };
   zOptions.m_pfnAnswer = [&](const DorSpoken& zSpoken) { ShowAnswer(zSettings, zSpoken); };
   zOptions.m_pfnError = [&](const std::string& strWhy) { Fail(zSettings, kRefused, strWhy); };
   const bool bGood = DorRunShell(zClient, iModel, zOptions);

@@ -53,6 +53,7 @@ bool DorRunShell(DorClient& zClient, int64_t iModel, const DorShellOptions& zOpt
       std::fflush(stderr);
     }
     if (!sys::ReadInputLine(strLine)) break;
+    if (!bPerson && zOptions.m_pfnLine && !strLine.empty()) zOptions.m_pfnLine(strLine);
     const Line iLine = Run(zClient, iModel, strLine, zOptions);
     std::fflush(stdout);
     if (iLine == Line::Quit) return bGood;

@@ -10,6 +10,8 @@ namespace kiv {
 
 struct DorShellOptions {
   bool m_bKeepGoing = false;  // go on after a request that was refused or failed where the input is no terminal
+  // Where the input is no terminal: gets each line before it is looked at. May be empty.
+  std::function<void(const std::string&)> m_pfnLine;
   // Shows an answer, or why a line was not sent.
   std::function<void(const DorSpoken&)> m_pfnAnswer;
   std::function<void(const std::string&)> m_pfnError;

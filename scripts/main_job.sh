@@ -1,0 +1,31 @@
+#!/usr/bin/env bash
+# usage: main_job.sh BIN_FOLDER WORK_FOLDER
+# The way of a CAD file through everything: STEP in, a model, requests through client, relay and handler, the changed
+# model again, and the end of a tree. Shows what is asked, what comes back, and how long it takes.
+set -euo pipefail
+here=$(cd "$(dirname "$0")/.." && pwd)
+bin=$(cd "$1" && pwd)
+mkdir -p "$2"
+cd "$2"
+
+step() { printf '\n$ %s\n' "$*"; }
+run() { step "$@"; "$bin/$1" "${@:2}"; }
+
+run make_bracket bracket.step
+run kiv import bracket.step bracket.kiv --force
+run kiv tree bracket.kiv
+run kiv check bracket.kiv
+
+step "dor shell bracket.kiv < main_job.requests"
+"$bin/dor" shell bracket.kiv <"$here/examples/main_job.requests"
+
+run dor call moved.kiv GetAsmInfo 2
+run kiv check moved.kiv
+run kiv export moved.kiv moved.glb --force
+
+step "watch_tree bracket.kiv moved.kiv bracket.kiv"
+"$here/scripts/end_tree.sh" "$bin" bracket.kiv moved.kiv bracket.kiv
+
+left=$(find "$bin" . -maxdepth 1 -name 'ZUR_TMP_FOLDER-*' | wc -l)
+printf '\nwork folders left beside the programs and the models: %s\n' "$left"
+[ "$left" -eq 0 ]
