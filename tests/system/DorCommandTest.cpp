@@ -29,11 +29,12 @@ class DorCommand : public testing::Test {
   }
 
   // Its standard output.
-  std::string Output(const KivWString& csArguments) {
+  std::string Output(const KivWString& csArguments, int* piResult = nullptr) {
     const KivWString csFile = m_zFolder / u"output.txt";
     std::string strLine = sys::WideToUtf8(Program() + u" " + csArguments + u" >\"" + csFile + u"\" 2>&1");
     if (sys::kSeparator == u'\\') strLine = "\"" + strLine + "\"";  // the shell there takes off one pair of quotes
-    std::system(strLine.c_str());
+    const int iResult = std::system(strLine.c_str());
+    if (piResult != nullptr) *piResult = iResult;
     std::ifstream zFile(sys::WideToUtf8(csFile));
     std::stringstream zText;
     zText << zFile.rdbuf();
@@ -115,4 +116,58 @@ TEST_F(DorCommand, ErrorsAreJsonToo) {
   EXPECT_TRUE(Holds(strText, "\"error\"")) << strText;
   EXPECT_TRUE(Holds(strText, "\"exit_code\": 3")) << strText;
   EXPECT_TRUE(Holds(Output(u"--json call " + Model() + u" NoSuch"), "\"exit_code\": 2"));
+}
+
+// --- dor shell ------------------------------------------------------------------------------------------------------
+
+TEST_F(DorCommand, TheShellServesALineAfterTheOther) {
+  WriteFile(m_zFolder / u"lines",
+            "# a comment\n\nSnapShot\nDorHandler_SetAsmInfo 1 'front plate'\nGetAsmInfo 1\nUndo 1\r\n"
+            "GetAsmInfo 1\nquit\nNoSuchRequest\n");
+  const std::string strText = Output(u"shell " + Model() + u" < \"" + (m_zFolder / u"lines") + u"\"");
+  EXPECT_TRUE(Holds(strText, "name: \"front plate\"")) << strText;
+  EXPECT_TRUE(Holds(strText, "redo_steps: 1")) << strText;
+  EXPECT_LT(strText.find("front plate"), strText.find("name: \"plate\"")) << strText;
+  EXPECT_FALSE(Holds(strText, "NoSuchRequest")) << "behind the end";
+}
+
+TEST_F(DorCommand, TheShellStopsAtTheFirstRequestThatIsRefusedUnlessItIsToldNotTo) {
+  WriteFile(m_zFolder / u"lines", "GetFaceInfo 0 77\nSetAsmInfo 1\n'no end\nGetFaceInfo 0 1");
+  const KivWString csInput = u" < \"" + (m_zFolder / u"lines") + u"\"";
+  const std::string strStopped = Output(u"shell " + Model() + csInput);
+  EXPECT_TRUE(Holds(strStopped, "code 7, unknown face")) << strStopped;
+  EXPECT_FALSE(Holds(strStopped, "too few")) << strStopped;
+  const std::string strAll = Output(u"shell --keep-going " + Model() + csInput);
+  for (const char* szPart : {"code 7, unknown face", "too few arguments", "a quote does not end", "area: 100"})
+    EXPECT_TRUE(Holds(strAll, szPart)) << szPart << " in " << strAll;
+}
+
+TEST_F(DorCommand, TheShellsExitCodeTellsWhetherAllWasDone) {
+  const auto CodeOf = [&](const std::string& strLines, const std::string& strOptions) {
+    WriteFile(m_zFolder / u"lines", strLines);
+    int iResult = -1;
+    Output(u"shell " + sys::Utf8ToWide(strOptions) + u" " + Model() + u" < \"" + (m_zFolder / u"lines") + u"\"", &iResult);
+    return iResult == 0;
+  };
+  EXPECT_TRUE(CodeOf("DoNothing\nhelp\n", ""));
+  EXPECT_TRUE(CodeOf("", ""));
+  EXPECT_FALSE(CodeOf("DoNothing\nRedo 1\n", ""));
+  EXPECT_FALSE(CodeOf("Redo 1\nDoNothing\n", "--keep-going"));
+  EXPECT_FALSE(CodeOf("nonsense\n", ""));
+}
+
+TEST_F(DorCommand, ACallShowsItsAnswerByNamesInBothForms) {
+  EXPECT_TRUE(Holds(Output(u"call " + Model() + u" GetFaceInfo 0 1"), "area: 100"));
+  const std::string strJson = Output(u"call " + Model() + u" GetFaceInfo 0 1 --json");
+  for (const char* szPart : {"\"area\": 100.0", "\"code\": 0", "\"levels\": [", "\"triangles\": 8"})
+    EXPECT_TRUE(Holds(strJson, szPart)) << szPart << " in " << strJson;
+  const std::string strRefused = Output(u"call " + Model() + u" GetFaceInfo 9 1 --json");
+  EXPECT_TRUE(Holds(strRefused, "\"code_text\": \"unknown instance\"")) << strRefused;
+}
+
+TEST_F(DorCommand, AFileIsWrittenRelativeToTheUsersFolder) {
+  EXPECT_EQ(Run(u"call " + Model() + u" WriteDor written.kiv 0 1 0 0"), 0);
+  EXPECT_TRUE(sys::PathExists(m_zFolder / u"written.kiv"));
+  EXPECT_EQ(Run(u"call " + Model() + u" WriteDor written.kiv 0 1 0 0"), 1) << "it is there";
+  EXPECT_EQ(Run(u"open written.kiv"), 0);
 }
