@@ -146,7 +146,8 @@ TEST_F(DorCommand, TheShellsExitCodeTellsWhetherAllWasDone) {
   const auto CodeOf = [&](const std::string& strLines, const std::string& strOptions) {
     WriteFile(m_zFolder / u"lines", strLines);
     int iResult = -1;
-    Output(u"shell " + sys::Utf8ToWide(strOptions) + u" " + Model() + u" < \"" + (m_zFolder / u"lines") + u"\"", &iResult);
+    Output(u"shell " + sys::Utf8ToWide(strOptions) + u" " + Model() + u" < \"" + (m_zFolder / u"lines") + u"\"",
+           &iResult);
     return iResult == 0;
   };
   EXPECT_TRUE(CodeOf("DoNothing\nhelp\n", ""));
