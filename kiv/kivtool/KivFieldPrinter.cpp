@@ -1,5 +1,7 @@
 #include "KivFieldPrinter.h"
 
+#include <cinttypes>
+
 #include "KivModelMeaning.h"
 
 namespace kiv {
@@ -98,7 +100,7 @@ void KivFieldPrinter::BeginItem(size_t i) {
     Json().BeginObject();
     return;
   }
-  m_zOutput.Line("%*s[%zu]", static_cast<int>(2 * m_iIndent), "", i);
+  m_zOutput.Line("%*s[%" PRIu64 "]", static_cast<int>(2 * m_iIndent), "", uint64_t{i});
   ++m_iIndent;
 }
 

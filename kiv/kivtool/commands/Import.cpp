@@ -135,9 +135,9 @@ class ImportCommand : public KivCommand {
                  KivShown(m_csTarget).c_str(), z.m_nNodes, z.m_nInstances, z.m_nParts, z.m_nFaces, z.m_nEdges,
                  z.m_nGeometries);
     for (size_t i = 0; i < z.m_vdTolerance.size(); ++i)
-      zOutput.Line("level %zu  tolerance %s: %" PRIu64 " triangles", i, KivNumberText(z.m_vdTolerance[i]).c_str(),
+      zOutput.Line("level %" PRIu64 "  tolerance %s: %" PRIu64 " triangles", uint64_t{i}, KivNumberText(z.m_vdTolerance[i]).c_str(),
                    z.m_vnTriangles[i]);
-    zOutput.Line("%zu warnings, %.2f s", z.m_vstrWarning.size(), dSeconds);
+    zOutput.Line("%" PRIu64 " warnings, %.2f s", uint64_t{z.m_vstrWarning.size()}, dSeconds);
   }
 
   void PrintJson(KivJsonWriter& zJson, const KivImportSummary& z, double dSeconds) const {

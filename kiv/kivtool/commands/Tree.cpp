@@ -157,8 +157,8 @@ class TreeCommand : public KivCommand {
                  const KivTreeRow& zRow) {
     const std::string strLead = Lead(zRow);
     if (zRow.m_eKind == KivTreeRow::Kind::NoNode) {
-      zOutput.Line("(no node %llu)  part #%zu", static_cast<unsigned long long>(zRow.m_iNode),
-                   zStructure.m_vzInstance[zRow.m_viInstance[0]].m_iPart);
+      zOutput.Line("(no node %llu)  part #%llu", static_cast<unsigned long long>(zRow.m_iNode),
+                   static_cast<unsigned long long>(zStructure.m_vzInstance[zRow.m_viInstance[0]].m_iPart));
       return;
     }
     if (zRow.m_eKind != KivTreeRow::Kind::Node) {
