@@ -135,8 +135,8 @@ class ImportCommand : public KivCommand {
                  KivShown(m_csTarget).c_str(), z.m_nNodes, z.m_nInstances, z.m_nParts, z.m_nFaces, z.m_nEdges,
                  z.m_nGeometries);
     for (size_t i = 0; i < z.m_vdTolerance.size(); ++i)
-      zOutput.Line("level %" PRIu64 "  tolerance %s: %" PRIu64 " triangles", uint64_t{i}, KivNumberText(z.m_vdTolerance[i]).c_str(),
-                   z.m_vnTriangles[i]);
+      zOutput.Line("level %" PRIu64 "  tolerance %s: %" PRIu64 " triangles", uint64_t{i},
+                   KivNumberText(z.m_vdTolerance[i]).c_str(), z.m_vnTriangles[i]);
     zOutput.Line("%" PRIu64 " warnings, %.2f s", uint64_t{z.m_vstrWarning.size()}, dSeconds);
   }
 

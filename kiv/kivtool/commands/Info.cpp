@@ -105,9 +105,9 @@ void PrintText(KivToolOutput& zOutput, const KivWString& csPath, const KivModelI
   for (size_t i = 0; i < z.m_vzLevel.size(); ++i) {
     const KivInfoLevel& zLevel = z.m_vzLevel[i];
     const std::string strTolerance = zLevel.m_fTolerance ? KivNumberText(*zLevel.m_fTolerance) : "none";
-    zOutput.Line("level %-5" PRIu64 " tolerance %s: %" PRIu64 " faces, %" PRIu64 " edges, %" PRIu64 " triangles%s", uint64_t{i},
-                 strTolerance.c_str(), zLevel.m_zCount.m_nFaces, zLevel.m_zCount.m_nEdges, zLevel.m_zCount.m_nTriangles,
-                 zLevel.m_zCount.m_bExact ? "" : " (at least)");
+    zOutput.Line("level %-5" PRIu64 " tolerance %s: %" PRIu64 " faces, %" PRIu64 " edges, %" PRIu64 " triangles%s",
+                 uint64_t{i}, strTolerance.c_str(), zLevel.m_zCount.m_nFaces, zLevel.m_zCount.m_nEdges,
+                 zLevel.m_zCount.m_nTriangles, zLevel.m_zCount.m_bExact ? "" : " (at least)");
   }
   if (z.m_bBox)
     zOutput.Line("box         %s %s %s to %s %s %s", KivNumberText(z.m_fBox[0]).c_str(),
