@@ -116,15 +116,45 @@ class Exporter {
       if (!zEdge.m_zFrame.IsGap()) AddEdge(zEdge);
   }
 
-  static bool HasUnitNormals(const KivMeshFace& zFace) {
-    if (zFace.m_vfNormal.size() != zFace.m_vfVertex.size()) return false;
-    for (size_t i = 0; i + 2 < zFace.m_vfNormal.size(); i += 3) {
-      const float* pf = zFace.m_vfNormal.data() + i;
-      const double dLength =
-          std::hypot(static_cast<double>(pf[0]), static_cast<double>(pf[1]), static_cast<double>(pf[2]));
-      if (!(dLength > 1e-6 && std::isfinite(dLength))) return false;
+  static double LengthOf(const float* pf) {
+    return std::hypot(static_cast<double>(pf[0]), static_cast<double>(pf[1]), static_cast<double>(pf[2]));
+  }
+  static bool IsDirection(const float* pf) {
+    const double dLength = LengthOf(pf);
+    return dLength > 1e-6 && std::isfinite(dLength);
+  }
+  static bool HasNormals(const KivMeshFace& zFace) {
+    if (zFace.m_vfNormal.empty() || zFace.m_vfNormal.size() != zFace.m_vfVertex.size()) return false;
+    for (size_t i = 0; i + 2 < zFace.m_vfNormal.size(); i += 3)
+      if (IsDirection(zFace.m_vfNormal.data() + i)) return true;
+    return false;
+  }
+
+  // Of length 1. Where there is none, that of the triangles around: viIndex from iFirst on, of this face.
+  static void AddNormals(const KivMeshFace& zFace, uint32_t iBase, size_t iFirst, Group& zGroup) {
+    const size_t nVertices = zFace.m_vfVertex.size() / 3;
+    std::map<uint32_t, KivECoord3> mapMissing;
+    for (uint32_t i = 0; i < nVertices; ++i)
+      if (!IsDirection(zFace.m_vfNormal.data() + 3 * size_t{i})) mapMissing[i];
+    const auto At = [&](uint32_t i) {
+      const float* pf = zFace.m_vfVertex.data() + 3 * size_t{i};
+      return KivECoord3{static_cast<double>(pf[0]), static_cast<double>(pf[1]), static_cast<double>(pf[2])};
+    };
+    for (size_t i = iFirst; !mapMissing.empty() && i + 2 < zGroup.m_viIndex.size(); i += 3) {
+      const uint32_t* pi = zGroup.m_viIndex.data() + i;
+      const uint32_t aiCorner[3] = {pi[0] - iBase, pi[1] - iBase, pi[2] - iBase};
+      for (const uint32_t iCorner : aiCorner)
+        if (const auto it = mapMissing.find(iCorner); it != mapMissing.end())
+          it->second += (At(aiCorner[1]) - At(aiCorner[0])).Cross(At(aiCorner[2]) - At(aiCorner[0]));
     }
-    return true;
+    for (uint32_t i = 0; i < nVertices; ++i) {
+      const float* pf = zFace.m_vfNormal.data() + 3 * size_t{i};
+      KivECoord3 z = {static_cast<double>(pf[0]), static_cast<double>(pf[1]), static_cast<double>(pf[2])};
+      if (const auto it = mapMissing.find(i); it != mapMissing.end()) z = it->second;
+      const double dLength = z.Length();
+      z = dLength > 1e-30 && std::isfinite(dLength) ? z * (1 / dLength) : KivECoord3{0, 0, 1};  // shows nowhere
+      for (const double d : {z.m_dX, z.m_dY, z.m_dZ}) zGroup.m_vfNormal.push_back(static_cast<float>(d));
+    }
   }
 
   // The plain triangles, then those of the strip; those with corners that are one or do not exist are left out.
@@ -158,7 +188,7 @@ class Exporter {
   }
 
   void AddFace(const KivMeshFace& zFace, bool bStrips) {
-    const bool bNormals = HasUnitNormals(zFace);
+    const bool bNormals = HasNormals(zFace);
     const std::optional<KivColour> fColour = KivGetColour(zFace.m_vzAttribute);
     Group& zGroup = m_zOptions.m_bFaces ? NewGroup(fColour, bNormals, false) : m_mapGroup[{fColour, bNormals, false}];
     const uint32_t iBase = static_cast<uint32_t>(zGroup.m_vfVertex.size() / 3);
@@ -166,12 +196,7 @@ class Exporter {
     AddTriangles(zFace, bStrips, iBase, zGroup);
     m_zSummary.m_nTriangles += (zGroup.m_viIndex.size() - nBefore) / 3;
     AddVertices(zFace.m_vfVertex, zGroup);
-    for (size_t i = 0; bNormals && i + 2 < zFace.m_vfNormal.size(); i += 3) {
-      const float* pf = zFace.m_vfNormal.data() + i;
-      const double dLength =
-          std::hypot(static_cast<double>(pf[0]), static_cast<double>(pf[1]), static_cast<double>(pf[2]));
-      for (int k = 0; k < 3; ++k) zGroup.m_vfNormal.push_back(static_cast<float>(static_cast<double>(pf[k]) / dLength));
-    }
+    if (bNormals) AddNormals(zFace, iBase, nBefore, zGroup);
   }
 
   void AddEdge(const KivMeshEdge& zEdge) {

@@ -10,6 +10,13 @@
 #include "KivSysText.h"
 #include "KivToolError.h"
 
+// The length modifiers of the standard, whatever the C library of the target takes by itself.
+#ifdef __clang__
+#define KIV_TOOL_FORMAT [[gnu::format(printf, 2, 3)]]
+#else
+#define KIV_TOOL_FORMAT [[gnu::format(gnu_printf, 2, 3)]]
+#endif
+
 namespace kiv {
 
 // Text from a file or a user for a terminal: UTF-8, control characters as \n or \x1b.
@@ -24,9 +31,9 @@ class KivToolOutput {
   KivJsonWriter& Json() { return m_zJson; }
 
   // A line of the result; the end of the line is added. Nothing in JSON.
-  [[gnu::format(printf, 2, 3)]] void Line(const char* szFormat, ...);
+  KIV_TOOL_FORMAT void Line(const char* szFormat, ...);
   // A line for the user beside the result, with the program's name in front.
-  [[gnu::format(printf, 2, 3)]] void Note(const char* szFormat, ...);
+  KIV_TOOL_FORMAT void Note(const char* szFormat, ...);
 
   // Says why nothing came of it. A document that has been begun is ended with the two fields that it then has.
   KivToolExit Fail(const std::string& strWhy);

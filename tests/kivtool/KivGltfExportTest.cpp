@@ -248,6 +248,19 @@ TEST_F(GltfExport, BadMeshesLeaveOutWhatCannotBeShown) {
   EXPECT_EQ(m_zGlb.m_zJson["meshes"][0]["primitives"].size(), 2u);
 }
 
+TEST_F(GltfExport, AMissingNormalIsThatOfTheTrianglesAround) {
+  const size_t iPart = m_zBuilder.AddPart();
+  KivMeshFace& zFace =
+      (kivtest::AddSquare(m_zBuilder.FaceEdge(iPart, 0), 1, 10, 0), m_zBuilder.FaceEdge(iPart, 0).m_vzFace[0]);
+  zFace.m_vfNormal = {1, 0, 0, 1, 0, 0, 0, 0, 0, 1, 0, 0};
+  m_zBuilder.PlaceInstance(iPart, KivEMatrix4(), m_zBuilder.AddNode(u"root"));
+  Export();
+  const uint32_t iNormal = m_zGlb.m_zJson["meshes"][0]["primitives"][0]["attributes"]["NORMAL"];
+  EXPECT_EQ(Float(iNormal, 0), 1.0f);
+  EXPECT_EQ(Float(iNormal, 6), 0.0f);
+  EXPECT_EQ(Float(iNormal, 8), 1.0f);
+}
+
 TEST_F(GltfExport, ManyVerticesTakeWideIndices) {
   const size_t iPart = m_zBuilder.AddPart();
   KivMemoryBlockFaceEdge& zMesh = m_zBuilder.FaceEdge(iPart, 0);
