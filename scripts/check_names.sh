@@ -8,13 +8,13 @@ work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 
 includes=(-Ikiv/kivplatform/include -Ikiv/kivplatform/posix -Ikiv/kivbasedata/include -Ikiv/kivbasedata/src
-  -isystem /usr/include/utf8cpp -isystem /usr/include/opencascade)
+  -isystem /usr/include/utf8cpp -isystem /usr/include/opencascade -isystem /usr/include/eigen3)
 for folder in kiv/Dor* kiv/kivtool kiv/kivscene kiv/kivreaders/*; do [ -d "$folder" ] && includes+=("-I$folder"); done
 
 tidy() { # file... : what it finds, one at a time on each core
   printf '%s\0' "$@" | xargs -0 -P "$(nproc)" -I{} clang-tidy --quiet --config-file=.clang-tidy \
     --checks='-*,readability-identifier-naming' --warnings-as-errors='*' --header-filter='/kiv/' {} \
-    -- -std=c++20 -DKIV_DNS_DOMAIN='""' "${includes[@]}" 2>"$work/errors"
+    -- -std=c++20 -DKIV_DNS_DOMAIN='""' -DKIV_TOOL_VERSION='""' "${includes[@]}" 2>"$work/errors"
 }
 
 members_without_prefix() { # file... : "  Type name;" at the first level of a class
