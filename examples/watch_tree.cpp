@@ -17,7 +17,7 @@
 namespace {
 
 constexpr int kTreeEnded = 4;
-constexpr int kStillThere = 1;
+constexpr int kFailed = 1;
 constexpr uint64_t kPatienceNs = 10'000'000'000;
 
 double MsSince(uint64_t iStartNs) {
@@ -61,15 +61,16 @@ int Run(const std::vector<kiv::KivWString>& vcsModels) {
       kiv::sys::SleepMs(1);
     }
     std::printf("nobody has ended the tree\n");
-    return kStillThere;
+    return kFailed;
   } catch (const kiv::DorClientError& e) {
     std::printf("ended   after %zu answers: %s; %.1f ms behind the last one\n", nAnswers, e.what(), MsSince(iLast));
   }
   const uint64_t iClose = kiv::sys::SteadyNs();
   const bool bClean = zClient.Close();
+  const size_t nLiving = CountLiving(viTree);
   std::printf("closed  in %.1f ms, %s\nrunning %zu of the tree's %zu processes\n", MsSince(iClose),
-              bClean ? "no folder left behind" : "folders are left behind", CountLiving(viTree), viTree.size());
-  return kTreeEnded;
+              bClean ? "no folder left behind" : "folders are left behind", nLiving, viTree.size());
+  return bClean && nLiving == 0 ? kTreeEnded : kFailed;
 }
 
 }  // namespace
@@ -83,6 +84,6 @@ int32_t kiv::KivMain(const std::vector<KivWString>& vcsArguments) {
     return Run(std::vector<KivWString>(vcsArguments.begin() + 1, vcsArguments.end()));
   } catch (const std::exception& e) {
     std::fprintf(stderr, "watch_tree: %s\n", e.what());
-    return kStillThere;
+    return kFailed;
   }
 }

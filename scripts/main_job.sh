@@ -9,7 +9,13 @@ mkdir -p "$2"
 cd "$2"
 
 step() { printf '\n$ %s\n' "$*"; }
-run() { step "$@"; "$bin/$1" "${@:2}"; }
+run() { # program argument... : shown, with its time
+  step "$@"
+  local from
+  from=$(date +%s%N)
+  "$bin/$1" "${@:2}"
+  echo "-- $((($(date +%s%N) - from) / 1000000)) ms"
+}
 
 run make_bracket bracket.step
 run kiv import bracket.step bracket.kiv --force
