@@ -9,6 +9,7 @@
 #include "KivSysEvent.h"
 #include "KivSysFile.h"
 #include "KivSysFolder.h"
+#include "KivSysMemoryLimit.h"
 #include "KivSysProcess.h"
 #include "KivSysTerminal.h"
 
@@ -20,6 +21,10 @@ constexpr int32_t kExitFailed = 2;
 constexpr int32_t kExitUncaught = 3;       // an exception that nobody could catch
 constexpr uint32_t kTransfer = 64u << 20;  // bytes
 constexpr uint32_t kTurnMilliSeconds = 100;
+
+// A reader may take this much, whatever it reads, and so much more for each byte that it reads.
+constexpr uint64_t kMemoryFloor = uint64_t{2} << 30;
+constexpr uint64_t kMemoryForByte = 64;
 
 // --- Files ----------------------------------------------------------------------------------------------------------
 
@@ -51,6 +56,15 @@ bool WriteWhole(const KivWString& csPath, const std::vector<uint8_t>& vcBytes) {
 }
 
 // --- In the reader --------------------------------------------------------------------------------------------------
+
+uint64_t g_nMemory = 0;  // what the process may take; 0: without a bound
+
+// Never more than the machine has.
+void BoundMemory(uint64_t nBytes) {
+  const uint64_t nMachine = sys::PhysicalMemory();
+  g_nMemory = nMachine == 0 ? nBytes : std::min(nBytes, nMachine);
+  sys::LimitMemory(g_nMemory);
+}
 
 bool ParseTolerance(const KivWString& csText, double& dTolerance) {
   const std::string str = sys::WideToUtf8(csText);
@@ -163,6 +177,7 @@ std::string NameOf(const KivWString& csPath) {
 int32_t KivSceneReaderMain(const std::vector<KivWString>& vcsArguments, const KivSceneReaderBody& pfnRead) {
   if (vcsArguments.size() < 4) return kExitFailed;
   sys::SetUncaughtExitCode(kExitUncaught);
+  BoundMemory(kMemoryFloor);
   int32_t iExit = kExitFailed;
   const std::vector<uint8_t> vcBytes = ReadToBytes(vcsArguments, pfnRead, iExit);
   if (vcBytes.empty() || !WriteWhole(vcsArguments[2], vcBytes)) {
@@ -170,6 +185,12 @@ int32_t KivSceneReaderMain(const std::vector<KivWString>& vcsArguments, const Ki
     return kExitFailed;
   }
   return iExit;
+}
+
+void KivAllowSceneMemory(uint64_t nBytes) {
+  constexpr uint64_t kMost = uint64_t{1} << 62;
+  if (g_nMemory != 0 && nBytes < kMost / kMemoryForByte && g_nMemory < kMost)
+    BoundMemory(g_nMemory + nBytes * kMemoryForByte);
 }
 
 std::vector<uint8_t> KivReadSceneSource(const KivWString& csSource, uint64_t nMax) {
@@ -184,6 +205,7 @@ std::vector<uint8_t> KivReadSceneSource(const KivWString& csSource, uint64_t nMa
   if (!zFile.IsOpen() || !zFile.GetLength(nBytes)) throw KivSceneError("it cannot be opened");
   if (nBytes == 0) throw KivSceneError("it is empty");
   if (nBytes > nMax) throw KivSceneError("it is larger than the reader can take");
+  KivAllowSceneMemory(nBytes);
   if (!ReadWhole(zFile, nBytes, vcBytes)) throw KivSceneError("it cannot be read");
   return vcBytes;
 }

@@ -32,9 +32,14 @@ using KivSceneReaderBody =
     std::function<void(const KivWString& csSource, const std::vector<double>& vdTolerance, KivScene& zScene)>;
 
 // For KivMain of a reader: gives its exit code. A scene with a fault (KivCheckScene) counts as a failure.
+// The process gets a bound on its memory: 2 GiB and what KivAllowSceneMemory adds, at most what the machine has.
 int32_t KivSceneReaderMain(const std::vector<KivWString>& vcsArguments, const KivSceneReaderBody& pfnRead);
 
-// The whole file. Throws KivSceneError if it is a folder, is not there, cannot be read, is empty or larger than nMax.
+// Raises the bound by 64 times the bytes of a file that is about to be read. Does nothing outside of a reader.
+void KivAllowSceneMemory(uint64_t nBytes);
+
+// The whole file, for which memory is allowed. Throws KivSceneError if it is a folder, is not there, cannot be read, is
+// empty or larger than nMax.
 std::vector<uint8_t> KivReadSceneSource(const KivWString& csSource, uint64_t nMax);
 
 // --- In the tool

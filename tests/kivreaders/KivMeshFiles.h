@@ -68,6 +68,16 @@ inline std::string BinaryPly(const std::vector<float>& vfVertex = {0, 0, 0, 1, 0
   return strFile;
 }
 
+// One face of three corners, whose list announces nCount.
+inline std::string PlyWithList(uint32_t nCount) {
+  std::string strFile = PlyHead("binary_little_endian", "3", "1");
+  strFile.replace(strFile.find("list uchar"), 10, "list uint");
+  strFile += Floats({0, 0, 0, 1, 0, 0, 1, 1, 0});
+  AddRaw(strFile, nCount);
+  for (const int32_t i : {0, 1, 2}) AddRaw(strFile, i);
+  return strFile;
+}
+
 // --- glTF
 // -------------------------------------------------------------------------------------------------------------
 
@@ -124,6 +134,18 @@ inline std::string Glb() {
   strFile += "JSON" + strJson;
   AddRaw<uint32_t>(strFile, static_cast<uint32_t>(strBinary.size()));
   return strFile + std::string("BIN\0", 4) + strBinary;
+}
+
+// A triangle whose corners are announced to be nCount, of which it holds one.
+inline std::string SparseGltf(const std::string& strCount) {
+  return R"({"asset":{"version":"2.0"},"scene":0,"scenes":[{"nodes":[0]}],"nodes":[{"mesh":0}],
+"meshes":[{"primitives":[{"attributes":{"POSITION":0}}]}],
+"accessors":[{"componentType":5126,"count":)" +
+         strCount + R"(,"type":"VEC3","sparse":{"count":1,"indices":{"bufferView":0,"componentType":5125},
+"values":{"bufferView":1}}}],
+"bufferViews":[{"buffer":0,"byteOffset":0,"byteLength":4},{"buffer":0,"byteOffset":4,"byteLength":12}],
+"buffers":[{"uri":"data:application/octet-stream;base64,)" +
+         Base64(std::string(4, '\0') + Floats({1, 2, 3})) + R"(","byteLength":16}]})";
 }
 
 }  // namespace kivtest

@@ -6,6 +6,7 @@
 
 #include "KivMeshFiles.h"
 #include "KivReaderTest.h"
+#include "KivSysMemoryLimit.h"
 #include "KivTestScale.h"
 
 using namespace kiv;
@@ -279,6 +280,15 @@ TEST(ReadMesh, CountsBeyondTheFileAreRefusedBeforeMemoryIsTaken) {
   EXPECT_NE(ReadBytes(u"a.gltf", Gltf("data:application/octet-stream;base64," + Base64(GltfBuffer()), "4000000000"))
                 .m_strError,
             "");
+}
+
+TEST(ReadMesh, ASmallSourceThatAsksForMoreMemoryThanTheBoundIsRefusedForIt) {
+#ifdef _WIN32
+  GTEST_SKIP() << "Wine does not keep the bound";
+#else
+  if (!sys::CanLimitMemory()) GTEST_SKIP() << "sanitizers reserve more than any bound";
+  EXPECT_EQ(ReadBytes(u"a.gltf", SparseGltf("400000000")).m_strError, "there is not enough memory to read it");
+#endif
 }
 
 TEST(ReadMesh, AFileWithoutTrianglesAndLinesIsRefused) {

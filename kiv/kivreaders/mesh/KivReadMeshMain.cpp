@@ -3,6 +3,8 @@
 #include <assimp/postprocess.h>
 #include <algorithm>
 #include <assimp/Importer.hpp>
+#include <exception>
+#include <new>
 #include <string_view>
 
 #include "KivMeshScene.h"
@@ -54,6 +56,13 @@ void Read(const KivWString& csSource, const std::vector<double>&, KivScene& zSce
   KeepFormat(zImporter, pzFormat->m_szSuffix);
   const aiScene* pzScene = zImporter.ReadFile(pzSource->GetName(), 0);
   const auto GiveUp = [&] {
+    // Of what broke it, only the want of memory is no matter of the format.
+    if (zImporter.GetException() != nullptr) try {
+        std::rethrow_exception(zImporter.GetException());
+      } catch (const std::bad_alloc&) {
+        throw;
+      } catch (...) {
+      }
     throw KivSceneError(std::string("it is no readable ") + pzFormat->m_szName +
                         " file: " + Reason(zImporter.GetErrorString(), sys::WideToUtf8(csFile)));
   };
