@@ -14,7 +14,7 @@ uint64_t PhysicalMemory();
 // bounded. False if the system refuses.
 bool LimitMemory(uint64_t nBytes);
 
-// True if LimitMemory bounds anything in this build: sanitizers reserve more than any bound.
+// True if LimitMemory bounds anything: sanitizers reserve more than any bound, and Wine keeps none.
 bool CanLimitMemory();
 
 }  // namespace kiv::sys

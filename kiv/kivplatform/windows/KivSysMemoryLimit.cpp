@@ -29,8 +29,10 @@ uint64_t PhysicalMemory() {
   return GlobalMemoryStatusEx(&zStatus) != FALSE ? zStatus.ullTotalPhys : 0;
 }
 
+// Wine takes the limit and does not keep it.
 bool CanLimitMemory() {
-  return true;
+  const HMODULE hSystem = GetModuleHandleW(L"ntdll.dll");
+  return hSystem == nullptr || GetProcAddress(hSystem, "wine_get_version") == nullptr;
 }
 
 bool LimitMemory(uint64_t nBytes) {

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "KivMeshSource.h"
 #include "KivSceneReader.h"
@@ -66,15 +67,48 @@ std::string_view TakeLine(std::string_view& strText) {
   return strLine;
 }
 
+struct PlyProperty {
+  bool m_bList = false;
+  uint64_t m_nCountBytes = 0;  // of a list: what its count takes
+  uint64_t m_nBytes = 0;       // of a value, or of one in the list
+  bool m_bFloatCount = false;
+};
+
 struct PlyElement {
   uint64_t m_nEntries = 0;
-  std::vector<bool> m_vbList;  // for each property
+  std::vector<PlyProperty> m_vzProperty;
 };
 
 struct PlyHeader {
   bool m_bText = false;
+  bool m_bBigEndian = false;
   std::vector<PlyElement> m_vzElement;
 };
+
+// 0 for a type that there is none of.
+uint64_t PlyTypeBytes(std::string_view strType) {
+  constexpr std::pair<std::string_view, uint64_t> kTypes[] = {
+      {"char", 1},  {"uchar", 1},  {"short", 2},   {"ushort", 2}, {"int", 4},   {"uint", 4},
+      {"float", 4}, {"double", 8}, {"int8", 1},    {"uint8", 1},  {"int16", 2}, {"uint16", 2},
+      {"int32", 4}, {"uint32", 4}, {"float32", 4}, {"float64", 8}};
+  for (const auto& [strName, nBytes] : kTypes)
+    if (strType == strName) return nBytes;
+  return 0;
+}
+
+PlyProperty TakePlyProperty(std::string_view strLine) {
+  PlyProperty z;
+  std::string_view strType = TakeWord(strLine);
+  z.m_bList = strType == "list";
+  if (z.m_bList) {
+    const std::string_view strCount = TakeWord(strLine);
+    z.m_nCountBytes = PlyTypeBytes(strCount);
+    z.m_bFloatCount = strCount.starts_with("float") || strCount.starts_with("double");
+    strType = TakeWord(strLine);
+  }
+  z.m_nBytes = PlyTypeBytes(strType);
+  return z;
+}
 
 [[noreturn]] void RefusePly() {
   throw KivSceneError("the file is cut: its header announces more than it holds");
@@ -88,7 +122,11 @@ PlyHeader TakePlyHeader(std::string_view& strText) {
     std::string_view strLine = TakeLine(strText);
     const std::string_view strWord = TakeWord(strLine);
     if (strWord == "end_header") return zHeader;
-    if (strWord == "format") zHeader.m_bText = TakeWord(strLine) == "ascii";
+    if (strWord == "format") {
+      const std::string_view strForm = TakeWord(strLine);
+      zHeader.m_bText = strForm == "ascii";
+      zHeader.m_bBigEndian = strForm == "binary_big_endian";
+    }
     if (strWord == "element") {
       TakeWord(strLine);  // its name
       const std::string_view strCount = TakeWord(strLine);
@@ -99,7 +137,7 @@ PlyHeader TakePlyHeader(std::string_view& strText) {
       zHeader.m_vzElement.push_back({nEntries, {}});
     }
     if (strWord == "property" && !zHeader.m_vzElement.empty())
-      zHeader.m_vzElement.back().m_vbList.push_back(TakeWord(strLine) == "list");
+      zHeader.m_vzElement.back().m_vzProperty.push_back(TakePlyProperty(strLine));
   }
 }
 
@@ -107,14 +145,44 @@ PlyHeader TakePlyHeader(std::string_view& strText) {
 void CheckTextPly(const PlyHeader& zHeader, std::string_view strText) {
   for (const PlyElement& zElement : zHeader.m_vzElement)
     for (uint64_t i = 0; i < zElement.m_nEntries; ++i)
-      for (const bool bList : zElement.m_vbList) {
+      for (const PlyProperty& zProperty : zElement.m_vzProperty) {
         const std::string_view strWord = TakeWord(strText);
         if (strWord.empty()) RefusePly();
         uint64_t nValues = 0;
-        if (bList) std::from_chars(strWord.data(), strWord.data() + strWord.size(), nValues);
+        if (zProperty.m_bList) std::from_chars(strWord.data(), strWord.data() + strWord.size(), nValues);
         for (; nValues > 0; --nValues)
           if (TakeWord(strText).empty()) RefusePly();
       }
+}
+
+// A count of up to four bytes.
+uint64_t TakePlyCount(const PlyHeader& zHeader, const PlyProperty& zProperty, std::string_view strBytes) {
+  uint64_t nCount = 0;
+  for (uint64_t i = 0; i < zProperty.m_nCountBytes; ++i) {
+    const uint64_t iAt = zHeader.m_bBigEndian ? i : zProperty.m_nCountBytes - 1 - i;
+    nCount = nCount << 8 | static_cast<uint8_t>(strBytes[iAt]);
+  }
+  return nCount;
+}
+
+// Every value must be there; a list is passed by its count before memory is taken for it.
+void CheckBinaryPly(const PlyHeader& zHeader, std::string_view strBytes) {
+  for (const PlyElement& zElement : zHeader.m_vzElement) {
+    for (const PlyProperty& zProperty : zElement.m_vzProperty)
+      if (zProperty.m_nBytes == 0 || (zProperty.m_bList && (zProperty.m_nCountBytes == 0 || zProperty.m_bFloatCount)))
+        throw KivSceneError("its header is damaged: a property has no type that is known");
+    for (uint64_t i = 0; i < zElement.m_nEntries; ++i)
+      for (const PlyProperty& zProperty : zElement.m_vzProperty) {
+        uint64_t nValues = 1;
+        if (zProperty.m_bList) {
+          if (strBytes.size() < zProperty.m_nCountBytes) RefusePly();
+          nValues = TakePlyCount(zHeader, zProperty, strBytes);
+          strBytes.remove_prefix(zProperty.m_nCountBytes);
+        }
+        if (nValues > strBytes.size() / zProperty.m_nBytes) RefusePly();
+        strBytes.remove_prefix(nValues * zProperty.m_nBytes);
+      }
+  }
 }
 
 // Each entry of an element takes a byte at least.
@@ -127,7 +195,10 @@ void CheckPly(std::string_view strText) {
     nEntries += zElement.m_nEntries;
   }
   if (nEntries > strText.size()) RefusePly();
-  if (zHeader.m_bText) CheckTextPly(zHeader, strText);
+  if (zHeader.m_bText)
+    CheckTextPly(zHeader, strText);
+  else
+    CheckBinaryPly(zHeader, strText);
 }
 
 }  // namespace

@@ -17,6 +17,8 @@ std::string_view Text(const aiString& str) {
   return std::string_view(str.data, std::min<size_t>(str.length, sizeof str.data - 1));
 }
 
+constexpr unsigned int kMostCorners = 100000;  // the time for triangles grows with their square
+
 bool IsNumber(const aiVector3D& z) {
   return std::isfinite(z.x) && std::isfinite(z.y) && std::isfinite(z.z);
 }
@@ -255,6 +257,8 @@ void KivCheckMeshes(const aiScene& zSource, const KivMeshFormat& zFormat) {
       const aiFace& z = zMesh.mFaces[i];
       if (z.mNumIndices < (zFormat.m_bLines ? 1u : 3u))
         throw KivSceneError("a face has fewer than three corners: the file is cut or damaged");
+      if (z.mNumIndices > kMostCorners)
+        throw KivSceneError("a face has more than " + std::to_string(kMostCorners) + " corners");
       for (unsigned int iCorner = 0; iCorner < z.mNumIndices; ++iCorner)
         if (z.mIndices[iCorner] >= zMesh.mNumVertices) throw KivSceneError("a face names a vertex that does not exist");
     }
