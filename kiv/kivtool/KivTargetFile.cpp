@@ -3,6 +3,7 @@
 #include <string>
 
 #include "KivSysFile.h"
+#include "KivSysFileKind.h"
 #include "KivSysFolder.h"
 #include "KivSysProcess.h"
 #include "KivToolError.h"
@@ -59,6 +60,8 @@ void KivTargetFile::CheckTarget() const {
   if (m_csTarget.empty()) throw KivToolError("the target has no name");
   const std::string strTarget = KivShown(m_csTarget);
   if (sys::FolderExists(m_csTarget)) throw KivToolError(strTarget + ": is a folder");
+  // Another's device or pipe is never replaced, and a look into it might wait for ever.
+  if (sys::IsNoRegularFile(m_csTarget)) throw KivToolError(strTarget + ": is no regular file");
   for (const KivWString& csSource : m_vcsSource)
     if (IsSameFile(csSource, m_csTarget)) throw KivToolError(strTarget + ": is the source itself");
   if (!m_bForce && (sys::PathExists(m_csTarget) || sys::IsLink(m_csTarget)))

@@ -14,8 +14,8 @@ namespace kiv {
 
 class KivTargetFile {
  public:
-  // Throws KivToolError if the target exists and bForce is not set, is a folder or one of the sources, or if nothing
-  // can be written beside it.
+  // Throws KivToolError if the target exists and bForce is not set, is no regular file or one of the sources, or if
+  // nothing can be written beside it.
   KivTargetFile(const KivWString& csTarget, bool bForce, const std::vector<KivWString>& vcsSource = {});
   ~KivTargetFile();
   KivTargetFile(const KivTargetFile&) = delete;

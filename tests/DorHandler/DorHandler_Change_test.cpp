@@ -1,4 +1,10 @@
 // Requests that change the model, its history, and files of it.
+#ifndef _WIN32
+#include <sys/stat.h>
+#endif
+
+#include <filesystem>
+
 #include "DorHandlerTest.h"
 #include "KivSysFolder.h"
 
@@ -178,6 +184,19 @@ TEST_F(HandlerChange, AFileThatIsWrittenOpensAndShowsTheChanges) {
                          vcState.begin() + static_cast<ptrdiff_t>(nOldHead), vcState.end()));
   EXPECT_EQ(Code("SetAsmInfo", {"0", "edited again"}), Code_::Done);
 }
+
+#ifndef _WIN32
+TEST_F(HandlerChange, APipeIsNeverReplacedByAFile) {
+  const std::filesystem::path zPipe(m_zFolder / u"pipe.kiv");
+  ASSERT_EQ(mkfifo(zPipe.c_str(), 0600), 0);
+  for (const char* szOverwrite : {"0", "1"}) {
+    const DorDecodedAnswer z = Ask("WriteDor", {Utf8(m_zFolder / u"pipe.kiv"), szOverwrite, "0", "0", "0"});
+    EXPECT_EQ(static_cast<Code_>(z.m_iCode), Code_::BadPath);
+    EXPECT_TRUE(Utf8(z.m_csReason).ends_with("is no regular file")) << Utf8(z.m_csReason);
+  }
+  EXPECT_TRUE(std::filesystem::is_fifo(zPipe));
+}
+#endif
 
 TEST_F(HandlerChange, AFileIsWrittenWholeOrNotAtAllAndNeverOverAnotherUnasked) {
   const std::string strModel = m_zFolder.ReadBytes(u"machine.kiv");

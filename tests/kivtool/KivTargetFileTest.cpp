@@ -1,7 +1,13 @@
 #include "KivTargetFile.h"
 
 #include <gtest/gtest.h>
+#ifndef _WIN32
+#include <sys/stat.h>
 
+#include <filesystem>
+#endif
+
+#include "KivSysFileKind.h"
 #include "KivSysFolder.h"
 #include "KivTestFolder.h"
 #include "KivToolError.h"
@@ -83,6 +89,45 @@ TEST(TargetFile, ASourceAFolderAndAPlaceThatIsNotThereAreRefused) {
   EXPECT_EQ(EntryNum(zFolder), 2u);
   EXPECT_EQ(zFolder.ReadBytes(u"in"), "in");
 }
+
+TEST(TargetFile, AFolderIsNoRegularFileAFileAndNothingAreNoOther) {
+  const TestFolder zFolder;
+  zFolder.WriteBytes(u"file", "file");
+  EXPECT_TRUE(sys::IsNoRegularFile(zFolder.Path()));
+  EXPECT_FALSE(sys::IsNoRegularFile(zFolder / u"file"));
+  EXPECT_FALSE(sys::IsNoRegularFile(zFolder / u"missing"));
+  EXPECT_FALSE(sys::IsNoRegularFile(u""));
+}
+
+#ifndef _WIN32
+TEST(TargetFile, APipeIsNeverReplacedNotEvenByForceOrThroughALink) {
+  const TestFolder zFolder;
+  const std::filesystem::path zPipe(zFolder / u"pipe"), zLink(zFolder / u"link"), zLoose(zFolder / u"loose");
+  ASSERT_EQ(mkfifo(zPipe.c_str(), 0600), 0);
+  std::filesystem::create_symlink(zPipe, zLink);
+  std::filesystem::create_symlink(zFolder / u"missing", zLoose);
+  for (const char16_t* szName : {u"pipe", u"link"}) {
+    EXPECT_TRUE(sys::IsNoRegularFile(zFolder / szName));
+    for (const bool bForce : {false, true}) EXPECT_THROW(KivTargetFile(zFolder / szName, bForce), KivToolError);
+  }
+  EXPECT_FALSE(sys::IsNoRegularFile(zFolder / u"loose"));
+  EXPECT_TRUE(std::filesystem::is_fifo(zPipe));
+  EXPECT_TRUE(std::filesystem::is_symlink(zLink));
+  EXPECT_EQ(EntryNum(zFolder), 3u);
+}
+
+TEST(TargetFile, APipeThatComesUpMeanwhileStays) {
+  const TestFolder zFolder;
+  {
+    KivTargetFile zTarget(zFolder / u"out", true);
+    zFolder.WriteBytes(NameIn(zFolder, zTarget), "new");
+    ASSERT_EQ(mkfifo(std::filesystem::path(zFolder / u"out").c_str(), 0600), 0);
+    EXPECT_THROW(zTarget.Commit(), KivToolError);
+  }
+  EXPECT_TRUE(std::filesystem::is_fifo(std::filesystem::path(zFolder / u"out")));
+  EXPECT_EQ(EntryNum(zFolder), 1u);
+}
+#endif
 
 TEST(TargetFile, TwoOfOneTargetHaveTwoNames) {
   const TestFolder zFolder;
