@@ -101,7 +101,8 @@ void DorServeWriteDor(DorSession& zSession, const DorRequestFields& zFields, Dor
   const bool bOverwrite = zFields.Integer("overwrite") == 1;
   if (csPath.empty() || sys::IsRelativePath(csPath) || sys::FolderExists(csPath))
     throw DorRefusal(DorAnswerCode::BadPath, "the path is no absolute path of a file");
-  if (sys::IsNoRegularFile(csPath)) throw DorRefusal(DorAnswerCode::BadPath, "what the path leads to is no regular file");
+  if (sys::IsNoRegularFile(csPath))
+    throw DorRefusal(DorAnswerCode::BadPath, "what the path leads to is no regular file");
   if (IsOwnFile(zSession, csPath)) throw DorRefusal(DorAnswerCode::OwnFile, "the path leads to the model's own file");
   if (!bOverwrite && sys::PathExists(csPath))
     throw DorRefusal(DorAnswerCode::WouldOverwrite, "the file is there already");

@@ -7,9 +7,8 @@ namespace kiv::sys {
 bool IsNoRegularFile(const KivWString& csPath) {
   if (!IsUsableName(csPath)) return false;
   // No access is asked for, so that a file that another has open tells its kind as well; folders need the flag.
-  const HANDLE hFile =
-      CreateFileW(ToSystem(csPath).c_str(), 0, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
-                  OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr);
+  const HANDLE hFile = CreateFileW(ToSystem(csPath).c_str(), 0, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                                   nullptr, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr);
   if (hFile == INVALID_HANDLE_VALUE) return false;
   bool bRegular = GetFileType(hFile) == FILE_TYPE_DISK;
   BY_HANDLE_FILE_INFORMATION zInformation;
