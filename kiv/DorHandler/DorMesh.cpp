@@ -1,6 +1,8 @@
 #include "DorMesh.h"
 
+#include <algorithm>
 #include <cmath>
+#include <limits>
 
 #include "KivBrepData.h"
 #include "KivOutOfCoreHandle.h"
@@ -61,11 +63,16 @@ std::vector<DorTriangle> DorPlacedTriangles(DorSession& zSession, const DorEntit
   return vzTriangle;
 }
 
-float DorFinestStep(DorSession& zSession, const DorEntity& zFace) {
-  float fStep = 0;
-  DorForEachFace(zSession, zFace,
-                 [&](size_t, const KivMemoryBlockFaceEdge& zBlock, const KivMeshFace&) { fStep = zBlock.m_fStep; });
-  return fStep;
+double DorFinestStep(DorSession& zSession, const DorEntity& zFace) {
+  double dStep = 0;
+  DorForEachFace(zSession, zFace, [&](size_t, const KivMemoryBlockFaceEdge& zBlock, const KivMeshFace& zMesh) {
+    float fLargest = 0;
+    for (const float f : zMesh.m_vfVertex)
+      if (std::isfinite(f)) fLargest = std::max(fLargest, std::abs(f));
+    constexpr double kRounding = std::numeric_limits<float>::epsilon();
+    dStep = std::max(static_cast<double>(zBlock.m_fStep), kRounding * static_cast<double>(fLargest));
+  });
+  return dStep;
 }
 
 DorExact DorReadExact(DorSession& zSession, const DorEntity& zEntity, bool bFace) {

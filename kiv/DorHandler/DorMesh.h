@@ -39,8 +39,9 @@ void DorForEachTriangle(const KivMeshFace& zFace, Triangle&& pfnTriangle);
 
 // The face's triangles at its finest level, placed; those with coordinates that are no numbers are left out.
 std::vector<DorTriangle> DorPlacedTriangles(DorSession& zSession, const DorEntity& zFace);
-// The quantisation step of that level.
-float DorFinestStep(DorSession& zSession, const DorEntity& zFace);
+// How far a stored coordinate of that level may lie beside the true one, in the part's own units: the quantisation
+// step, or what a 32-bit float so far from the origin rounds, whichever is more.
+double DorFinestStep(DorSession& zSession, const DorEntity& zFace);
 
 // Exact geometry in the part's own coordinates.
 struct DorExact {

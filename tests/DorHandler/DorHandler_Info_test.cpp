@@ -13,6 +13,23 @@ namespace {
 using HandlerInfo = HandlerTest;
 using Doubles = std::vector<double>;
 
+// 10 x 10 squares of size 1, from the offset on along all axes, of the height that pfnHeight gives.
+template <typename Height>
+void AddGrid(KivMemoryBlockFaceEdge& zMesh, uint32_t iId, double dOffset, Height&& pfnHeight) {
+  std::vector<float> vf;
+  std::vector<uint32_t> vi;
+  for (uint32_t y = 0; y <= 10; ++y)
+    for (uint32_t x = 0; x <= 10; ++x)
+      for (const double d : {1.0 * x, 1.0 * y, pfnHeight(1.0 * x, 1.0 * y)})
+        vf.push_back(static_cast<float>(dOffset + d));
+  for (uint32_t y = 0; y < 10; ++y)
+    for (uint32_t x = 0; x < 10; ++x) {
+      const uint32_t a = y * 11 + x, b = a + 11;
+      vi.insert(vi.end(), {a, a + 1, b + 1, a, b + 1, b});
+    }
+  AddMachineFace(zMesh, iId, vf, vi);
+}
+
 }  // namespace
 
 TEST_F(HandlerInfo, TheTreeHasAllNodesWithParentsPlacesAndBoxes) {
@@ -123,6 +140,38 @@ TEST_F(HandlerInfo, PlanesAreFoundByExactGeometryElseByTheMesh) {
   const DorDecodedAnswer z = Ask("IsPlanarFace", {"1", "2"});
   EXPECT_NEAR(Floats(z.m_vzValue, "normal")[2], -1, 1e-9);
   EXPECT_NEAR(Floats(z.m_vzValue, "point")[2], 5, 1e-9);
+}
+
+TEST_F(HandlerInfo, AFlatFaceFarFromTheOriginIsPlanarAndACurvedOneIsNot) {
+  const std::vector<double> vdOffset{0, 1e3, 1e4, 1e5, 1e6};
+  KivModelBuilder zBuilder;
+  zBuilder.SetLevels({1e-4f});
+  const size_t iRoot = zBuilder.AddNode(u"grids");
+  for (const double dOffset : vdOffset) {
+    const size_t iPart = zBuilder.AddPart();
+    KivMemoryBlockFaceEdge& zMesh = zBuilder.FaceEdge(iPart, 0);
+    zMesh.m_iCoordWidth = 4;
+    zMesh.m_fStep = 0x1p-20f;
+    for (float& f : zMesh.m_fOrigin) f = static_cast<float>(dOffset - 1);
+    AddGrid(zMesh, 1, dOffset, [](double dX, double dY) { return 0.3 * dX + 0.2 * dY; });
+    AddGrid(zMesh, 2, dOffset, [](double dX, double dY) { return 0.2 * (dX - 5) * (dX - 5) + 0.2 * dY; });
+    zBuilder.PlaceInstance(iPart, KivEMatrix4(), iRoot);
+  }
+  ASSERT_TRUE(zBuilder.Save(m_zFolder / u"grids.kiv"));
+  ASSERT_EQ(Read(m_zFolder / u"grids.kiv"), 0);
+  for (size_t i = 0; i < vdOffset.size(); ++i) {
+    const DorDecodedAnswer zFlat = Ask("IsPlanarFace", {std::to_string(i), "1"});
+    EXPECT_EQ(Int(zFlat.m_vzValue, "planar"), 1) << vdOffset[i];
+    EXPECT_EQ(Int(zFlat.m_vzValue, "exact"), 0);
+    const Doubles vdNormal = Floats(zFlat.m_vzValue, "normal");
+    ASSERT_EQ(vdNormal.size(), 3u);
+    EXPECT_NEAR(vdNormal[2], 1 / std::sqrt(1.13), 0.01) << vdOffset[i];
+    const DorDecodedAnswer zCurved = Ask("IsPlanarFace", {std::to_string(i), "2"});
+    EXPECT_EQ(Int(zCurved.m_vzValue, "planar"), 0) << vdOffset[i];
+    EXPECT_EQ(Int(zCurved.m_vzValue, "exact"), 0);
+    // The parabola's middle lies below the plane of its mean slope, its ends above.
+    EXPECT_GT(Floats(zCurved.m_vzValue, "deviation").at(0), 2) << vdOffset[i];
+  }
 }
 
 TEST_F(HandlerInfo, TheDistanceOfTwoFacesHasBothNearestPoints) {

@@ -92,8 +92,8 @@ void DorServeIsPlanarFace(DorSession& zSession, const DorRequestFields& zFields,
   double dSize = 0;
   const std::optional<Plane> zPlane = PlaneOf(DorPlacedTriangles(zSession, zFace), dSize);
   if (!zPlane) return PutPlane(false, false, Plane(), zAnswer);
-  // A stored vertex lies up to half a step beside the true one along each axis.
-  const double dTolerance = std::max(1e-6 * dSize, 1.0 * DorFinestStep(zSession, zFace) * ScaleOf(zFace.m_zMatrix));
+  // A stored vertex lies up to half a step, or half of a float's last bit, beside the true one along each axis.
+  const double dTolerance = std::max(1e-6 * dSize, DorFinestStep(zSession, zFace) * ScaleOf(zFace.m_zMatrix));
   PutPlane(zPlane->m_dDeviation <= dTolerance, false, *zPlane, zAnswer);
 }
 
