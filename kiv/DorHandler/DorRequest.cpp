@@ -16,7 +16,12 @@ DorRequestFields::DorRequestFields(const DorRequestRow& zRow, const KivByteBuffe
     DorValue& z = m_vzValue.emplace_back();
     z.m_pzField = &zField;
     if (zField.m_cKind == 's') {
+      const uint64_t iText = iCursor + sizeof(int64_t);
       KivGetString(iCursor, vcPayload, &z.m_csText);
+      // What is read ends at a zero: it would be another text, or another file, than the one that was sent.
+      if (z.m_csText.size() * sizeof(char16_t) != iCursor - iText)
+        throw DorRefusal(zField.m_strName == "path" ? DorAnswerCode::BadPath : DorAnswerCode::BadArgument,
+                         zField.m_strName + " has a zero in it");
       continue;
     }
     const size_t n = zField.m_cKind == 'c' ? 3 : zField.m_nTimes;
@@ -53,7 +58,8 @@ const KivWString& DorRequestFields::Text(std::string_view strName) const {
 
 // --- Answer ---------------------------------------------------------------------------------------------------------
 
-DorAnswerWriter::DorAnswerWriter(const DorRequestRow& zRow, KivByteBuffer& vcResult) : m_vcResult(vcResult) {
+DorAnswerWriter::DorAnswerWriter(const DorRequestRow& zRow, KivByteBuffer& vcResult, size_t nMostBytes)
+    : m_vcResult(vcResult), m_nMostBytes(nMostBytes) {
   m_vcResult.clear();
   m_vcResult.reserve(256);  // short answers take no memory behind a change
   KivPutInt64(m_vcResult, static_cast<int64_t>(DorAnswerCode::Done));
@@ -61,6 +67,8 @@ DorAnswerWriter::DorAnswerWriter(const DorRequestRow& zRow, KivByteBuffer& vcRes
 }
 
 const DorField& DorAnswerWriter::Next(std::string_view strName, char cKind) {
+  if (m_vcResult.size() > m_nMostBytes)
+    throw DorRefusal(DorAnswerCode::Failed, "the answer has more than " + std::to_string(m_nMostBytes) + " bytes");
   Level& zLevel = m_vzLevel.back();
   if (zLevel.m_iField < zLevel.m_pzForm->size()) {
     const DorField& zField = (*zLevel.m_pzForm)[zLevel.m_iField];

@@ -19,7 +19,7 @@ class DorSession;
 // The fields of a payload that fits its form, behind the model id.
 class DorRequestFields {
  public:
-  // Refuses with NotANumber a float that is none.
+  // Refuses with NotANumber a float that is none, with BadArgument a text with a zero in it (a path with BadPath).
   DorRequestFields(const DorRequestRow& zRow, const KivByteBuffer& vcPayload);
 
   // By name. Asking for what the form does not have is std::logic_error.
@@ -37,8 +37,11 @@ class DorRequestFields {
 // anything else is std::logic_error.
 class DorAnswerWriter {
  public:
+  // An answer that would be longer is refused: small models can ask for terabytes, place by place.
+  static constexpr size_t kMostBytes = size_t{256} << 20;
+
   // The form is that of the row, which must have one.
-  DorAnswerWriter(const DorRequestRow& zRow, KivByteBuffer& vcResult);
+  DorAnswerWriter(const DorRequestRow& zRow, KivByteBuffer& vcResult, size_t nMostBytes = kMostBytes);
 
   void Integer(std::string_view strName, int64_t iValue);
   void Float(std::string_view strName, double dValue);
@@ -66,6 +69,7 @@ class DorAnswerWriter {
   void Settle();
 
   KivByteBuffer& m_vcResult;
+  size_t m_nMostBytes;
   std::vector<Level> m_vzLevel;
 };
 

@@ -61,6 +61,9 @@ class HandlerTest : public testing::Test {
   static kiv::DorAnswerCode Code(const std::string& strName, const std::vector<std::string>& vstrWords = {}) {
     return static_cast<kiv::DorAnswerCode>(Ask(strName, vstrWords).m_iCode);
   }
+  static std::string Reason(const std::string& strName, const std::vector<std::string>& vstrWords = {}) {
+    return Utf8(Ask(strName, vstrWords).m_csReason);
+  }
   static int64_t Int(const std::vector<kiv::DorValue>& vz, std::string_view strName) {
     const kiv::DorValue* pz = kiv::DorFindValue(vz, strName);
     return pz != nullptr && pz->m_viInteger.size() == 1 ? pz->m_viInteger[0] : -12345;

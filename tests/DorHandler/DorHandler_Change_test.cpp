@@ -1,5 +1,6 @@
 // Requests that change the model, its history, and files of it.
 #include "DorHandlerTest.h"
+#include "KivSysFault.h"
 #include "KivSysFolder.h"
 #include "KivTestPipe.h"
 
@@ -218,6 +219,40 @@ TEST_F(HandlerChange, AFileIsWrittenWholeOrNotAtAllAndNeverOverAnotherUnasked) {
     nFiles += zEntry.is_regular_file();
   EXPECT_EQ(nFiles, 2u) << "no temporary file is left";
   EXPECT_EQ(Read(m_zFolder / u"there.kiv"), 0);
+}
+
+TEST_F(HandlerChange, WhyAFileCannotBeWrittenIsSaidInWords) {
+  const auto ReasonOf = [&](const KivWString& csPath) { return Reason("WriteDor", {Utf8(csPath), "0", "0", "0", "0"}); };
+  EXPECT_EQ(ReasonOf(m_zFolder / u"no such folder" + KivWString(1, sys::kSeparator) + u"x.kiv"),
+            "the folder is not there");
+  EXPECT_EQ(ReasonOf(m_zFolder / u"machine.kiv" + KivWString(1, sys::kSeparator) + u"x.kiv"),
+            "the folder is not there") << "a file in its place";
+  KivSysFaultPlan zPlan;
+  zPlan.m_iCall = KivSysCall::FileWrite;
+  zPlan.m_iNth = 1;
+  zPlan.m_bFromThenOn = true;
+  zPlan.m_iKind = KivSysFaultKind::DiskFull;
+  {
+    const KivSysFaultScope zFull(zPlan);
+    EXPECT_EQ(Code("WriteDor", {Utf8(m_zFolder / u"x.kiv"), "0", "0", "0", "0"}), Code_::CannotWrite);
+    EXPECT_TRUE(zFull.HasFired());
+    const std::string strReason = ReasonOf(m_zFolder / u"x.kiv");
+    EXPECT_TRUE(strReason == "the file could not be written" || strReason == "the disk has no room for the file")
+        << strReason;
+  }
+  EXPECT_FALSE(sys::PathExists(m_zFolder / u"x.kiv"));
+  EXPECT_EQ(Code("WriteDor", {Utf8(m_zFolder / u"x.kiv"), "0", "1", "0", "0"}), Code_::Done);
+}
+
+TEST_F(HandlerChange, TextsWithAZeroInThemAreRefused) {
+  const std::string strThere = "something else";
+  m_zFolder.WriteBytes(u"there.kiv", strThere);
+  const auto WithZero = [](const std::string& str) { return str + std::string(1, '\0') + "tail"; };
+  EXPECT_EQ(Code("WriteDor", {WithZero(Utf8(m_zFolder / u"there.kiv")), "1", "0", "0", "0"}), Code_::BadPath);
+  EXPECT_EQ(m_zFolder.ReadBytes(u"there.kiv"), strThere);
+  const KivByteBuffer vcBefore = State();
+  EXPECT_EQ(Code("SetAsmInfo", {"1", WithZero("a")}), Code_::BadArgument);
+  EXPECT_EQ(State(), vcBefore);
 }
 
 TEST_F(HandlerChange, MoreSnapshotsThanAreKeptForgetTheOldest) {

@@ -3,6 +3,7 @@
 #include <limits>
 
 #include "DorHandlerTest.h"
+#include "DorRequest.h"
 #include "KivModelMeaning.h"
 
 using namespace kiv;
@@ -223,6 +224,26 @@ TEST_F(HandlerInfo, ARequestThatIsNotOfferedOrDoesNotFitHasItsCode) {
   EXPECT_EQ(CodeOf(u"DorHandler_GetFaceInfo", {}), DorAnswerCode::BadPayload);
   EXPECT_EQ(CodeOf(u"no such request", Payload({})), DorAnswerCode::NotOffered);
   EXPECT_EQ(CodeOf(u"DorHandler_SetAsmInfo", Payload({1, int64_t{1} << 62})), DorAnswerCode::BadPayload);
+}
+
+TEST(DorAnswerWriter, AnAnswerBeyondItsBytesIsRefused) {
+  const DorRequestRow& zRow = *DorFindRequest(u"DorHandler_Undo");
+  KivByteBuffer vcResult;
+  const auto Put = [&](size_t nMostBytes) {
+    DorAnswerWriter zAnswer(zRow, vcResult, nMostBytes);
+    for (const char* szName : {"steps_done", "undo_steps", "redo_steps"}) zAnswer.Integer(szName, 1);
+    zAnswer.Finish();
+  };
+  EXPECT_NO_THROW(Put(32));
+  EXPECT_EQ(vcResult.size(), 32u);
+  try {
+    Put(8);
+    FAIL() << "not refused";
+  } catch (const DorRefusal& e) {
+    EXPECT_EQ(e.m_iCode, DorAnswerCode::Failed);
+    EXPECT_EQ(e.m_strReason, "the answer has more than 8 bytes");
+  }
+  EXPECT_EQ(vcResult.size(), 16u) << "no more is put";
 }
 
 TEST_F(HandlerInfo, WithoutAModelAllIsRefusedAndAReadBringsItBack) {

@@ -1,6 +1,7 @@
 // The present state as a file of its own.
 #include "DorRequestWorks.h"
 #include "DorSession.h"
+#include "KivDataUtil.h"
 #include "KivDataSpaceBase.h"
 #include "KivElementWalk.h"
 #include "KivOutOfCoreManager.h"
@@ -64,6 +65,24 @@ uint64_t WrittenBytes(const KivWString& csPath) {
   return hFile.IsOpen() && hFile.GetLength(nBytes) ? nBytes : 0;
 }
 
+void RequireFolder(const KivWString& csPath) {
+  KivWString csFolder, csName;
+  KivSplitPath(csPath, csFolder, csName);
+  if (csFolder.empty()) csFolder = KivWString(1, sys::kSeparator);
+  if (!sys::FolderExists(csFolder)) throw DorRefusal(DorAnswerCode::CannotWrite, "the folder is not there");
+  if (!sys::CanWriteFolder(csFolder)) throw DorRefusal(DorAnswerCode::CannotWrite, "the folder cannot be written to");
+}
+
+// What is left of the file still takes its room.
+const char* WhyNotWritten(const DorSession& zSession, const KivWString& csPath) {
+  constexpr uint64_t kSpare = 1 << 20;
+  uint64_t nFree = 0;
+  const KivSysFile hFile = KivSysFile::Open(
+      csPath, {KivSysAccess::ReadWrite, KivSysShare::All, KivSysDisposition::OpenAlways, KivSysFileFlags::None});
+  const bool bNoRoom = hFile.IsOpen() && hFile.GetDiskRoom(nFree) && nFree < WrittenBytes(zSession.Path()) + kSpare;
+  return bNoRoom ? "the disk has no room for the file" : "the file could not be written";
+}
+
 // Whether the file opens as a store of its own and all elements can be read.
 bool IsReadable(const KivWString& csPath) {
   KivStoreSource zSource;
@@ -107,17 +126,18 @@ void DorServeWriteDor(DorSession& zSession, const DorRequestFields& zFields, Dor
   if (!bOverwrite && sys::PathExists(csPath))
     throw DorRefusal(DorAnswerCode::WouldOverwrite, "the file is there already");
 
+  RequireFolder(csPath);
   NewFile zNew(csPath);
   bool bSaved = false;
   try {
     bSaved = Save(zSession, zNew.Path());
   } catch (const std::bad_alloc&) {
     throw;
-  } catch (const std::exception& e) {
-    throw DorRefusal(DorAnswerCode::CannotWrite, e.what());
+  } catch (const std::exception&) {
+    // The report stands in the log; whoever asked is told what it means.
   }
   const uint64_t nBytes = bSaved ? WrittenBytes(zNew.Path()) : 0;
-  if (nBytes < kLeastModel) throw DorRefusal(DorAnswerCode::CannotWrite, "the file could not be written");
+  if (nBytes < kLeastModel) throw DorRefusal(DorAnswerCode::CannotWrite, WhyNotWritten(zSession, zNew.Path()));
   if (zFields.Integer("verify") == 1 && !IsReadable(zNew.Path()))
     throw DorRefusal(DorAnswerCode::CannotWrite, "the file that was written could not be read back");
   zAnswer.Integer("bytes", static_cast<int64_t>(nBytes));
