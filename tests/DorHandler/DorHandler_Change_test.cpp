@@ -222,11 +222,13 @@ TEST_F(HandlerChange, AFileIsWrittenWholeOrNotAtAllAndNeverOverAnotherUnasked) {
 }
 
 TEST_F(HandlerChange, WhyAFileCannotBeWrittenIsSaidInWords) {
-  const auto ReasonOf = [&](const KivWString& csPath) { return Reason("WriteDor", {Utf8(csPath), "0", "0", "0", "0"}); };
+  const auto ReasonOf = [&](const KivWString& csPath) {
+    return Reason("WriteDor", {Utf8(csPath), "0", "0", "0", "0"});
+  };
   EXPECT_EQ(ReasonOf(m_zFolder / u"no such folder" + KivWString(1, sys::kSeparator) + u"x.kiv"),
             "the folder is not there");
-  EXPECT_EQ(ReasonOf(m_zFolder / u"machine.kiv" + KivWString(1, sys::kSeparator) + u"x.kiv"),
-            "the folder is not there") << "a file in its place";
+  EXPECT_EQ(ReasonOf(m_zFolder / u"machine.kiv" + KivWString(1, sys::kSeparator) + u"x.kiv"), "the folder is not there")
+      << "a file in its place";
   KivSysFaultPlan zPlan;
   zPlan.m_iCall = KivSysCall::FileWrite;
   zPlan.m_iNth = 1;

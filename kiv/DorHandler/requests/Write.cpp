@@ -1,8 +1,8 @@
 // The present state as a file of its own.
 #include "DorRequestWorks.h"
 #include "DorSession.h"
-#include "KivDataUtil.h"
 #include "KivDataSpaceBase.h"
+#include "KivDataUtil.h"
 #include "KivElementWalk.h"
 #include "KivOutOfCoreManager.h"
 #include "KivSysFile.h"
