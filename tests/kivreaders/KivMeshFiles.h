@@ -136,6 +136,19 @@ inline std::string Glb() {
   return strFile + std::string("BIN\0", 4) + strBinary;
 }
 
+// A glTF of nNodes nodes, each of which names the next one with strChildren, where # stands for its number.
+inline std::string ChainGltf(size_t nNodes, const std::string& strChildren) {
+  std::string strNodes;
+  for (size_t i = 1; i < nNodes; ++i) {
+    std::string strList = strChildren;
+    for (size_t iAt = 0; (iAt = strList.find('#')) != std::string::npos;) strList.replace(iAt, 1, std::to_string(i));
+    strNodes += "{\"children\":[" + strList + "]},";
+  }
+  std::string strFile = EmbeddedGltf();
+  const size_t iFrom = strFile.find("\"nodes\":[{"), iTo = strFile.find("\"meshes\"");
+  return strFile.replace(iFrom, iTo - iFrom, "\"nodes\":[" + strNodes + "{\"mesh\":0}],\n");
+}
+
 // A triangle whose corners are announced to be nCount, of which it holds one.
 inline std::string SparseGltf(const std::string& strCount) {
   return R"({"asset":{"version":"2.0"},"scene":0,"scenes":[{"nodes":[0]}],"nodes":[{"mesh":0}],

@@ -298,6 +298,15 @@ TEST(ReadMesh, APolygonOfMoreThanAHundredThousandCornersIsRefused) {
   EXPECT_EQ(ReadBytes(u"a.obj", strFile + "\n").m_strError, "a face has more than 100000 corners");
 }
 
+TEST(ReadMesh, NodesOfAGltfThatAreNoShallowTreesAreRefused) {
+  EXPECT_EQ(ReadBytes(u"a.gltf", ChainGltf(2, "#")).m_strError, "");
+  EXPECT_EQ(ReadBytes(u"a.gltf", ChainGltf(900, "#")).m_strError, "");
+  EXPECT_EQ(ReadBytes(u"a.gltf", ChainGltf(100000, "#")).m_strError, "its nodes are nested too deeply");
+  EXPECT_EQ(ReadBytes(u"a.gltf", ChainGltf(30, "#,#")).m_strError, "a node stands below more than one other");
+  EXPECT_EQ(ReadBytes(u"a.gltf", ChainGltf(2, "0")).m_strError, "a node stands below itself");
+  EXPECT_EQ(ReadBytes(u"a.gltf", "{\"asset\":" + std::string(100000, '[')).m_strError, "its JSON is nested too deeply");
+}
+
 TEST(ReadMesh, ASmallSourceThatAsksForMoreMemoryThanTheBoundIsRefusedForIt) {
   if (!sys::CanLimitMemory()) GTEST_SKIP() << "no bound in builds with sanitizers and under Wine";
   EXPECT_EQ(ReadBytes(u"a.gltf", SparseGltf("400000000")).m_strError, "there is not enough memory to read it");

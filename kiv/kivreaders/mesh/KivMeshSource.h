@@ -26,6 +26,9 @@ const KivMeshFormat* KivFindMeshFormat(const KivWString& csSource);
 // (KivMeshBytes.cpp)
 void KivCheckMeshBytes(const KivMeshFormat& zFormat, const std::vector<uint8_t>& vcBytes);
 
+// Throws KivSceneError for JSON or nodes that are nested too deeply, and for nodes that are no trees. (KivMeshGltf.cpp)
+void KivCheckGltfNodes(const std::vector<uint8_t>& vcBytes);
+
 // Gives the source's bytes under the name "source.<suffix>", and files of its folder and below under theirs; nothing
 // else. Files are taken whole.
 class KivMeshSource : public Assimp::IOSystem {

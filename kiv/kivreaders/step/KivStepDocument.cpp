@@ -8,6 +8,7 @@
 #include <STEPCAFControl_Reader.hxx>
 #include <STEPConstruct_ExternRefs.hxx>
 #include <Standard_Failure.hxx>
+#include <Standard_OutOfMemory.hxx>
 #include <TDF_AttributeSequence.hxx>
 #include <TDF_LabelSequence.hxx>
 #include <TDF_Tool.hxx>
@@ -22,6 +23,7 @@
 #include <algorithm>
 #include <istream>
 #include <map>
+#include <new>
 #include <streambuf>
 #include <string_view>
 #include <utility>
@@ -377,6 +379,8 @@ void KivReadStep(const KivWString& csSource, const std::vector<double>& vdTolera
     const Handle(TDocStd_Document) zDocument = ReadDocument(csSource);
     DocumentReader(zDocument, FileStem(csSource), vdTolerance, zScene);
     zDocument->Close();
+  } catch (const Standard_OutOfMemory&) {
+    throw std::bad_alloc();
   } catch (const Standard_Failure& z) {
     throw KivSceneError(std::string("the STEP file cannot be read: ") + z.DynamicType()->Name() + " " +
                         z.GetMessageString());
