@@ -398,6 +398,35 @@ TEST_F(ModelBuilder, AWalkLeavesOutWhatCannotBeLoadedAndDoesNotFollowACircleTwic
   EXPECT_EQ(nSeen, 8);
 }
 
+TEST_F(ModelBuilder, ALinkFromOneKindOfTreeIntoAnotherIsReportedAndHidesNothing) {
+  KivModelBuilder zBuilder;
+  BuildSample(zBuilder, 1000);
+  ASSERT_TRUE(zBuilder.Save(m_zFolder / u"a.kiv"));
+  const uint32_t iKey = Reopen(m_zFolder / u"a.kiv", true, 4);
+  const uint64_t iInstances = KivGetInstanceRoot(iKey)->GetPositionKey();
+  uint64_t iPMI = 0;
+  for (const KivAssemblyNode& zNode : KivGetAssemblyTree(iKey)->GetMemoryBlock()->m_vzNode)
+    if (zNode.m_iPMIKey != 0) iPMI = zNode.m_iPMIKey;
+  ASSERT_NE(iPMI, 0u);
+  auto* pzPMI = KivOutOfCoreHandle(iKey, iPMI).Fetch<KivPMI>();
+  ASSERT_NE(pzPMI, nullptr);
+  pzPMI->GetMemoryBlockForWrite()->m_zHeader.m_aiLink[1] = iInstances;
+  Counts mapSeen;
+  EXPECT_NO_REPORT(EXPECT_FALSE(KivWalkElements(
+      iKey, {2, 7}, kAllLevels, [&](KivOutOfCoreTreeNode& zElement) { ++mapSeen[zElement.GetElementType()]; })));
+  EXPECT_EQ(mapSeen, (Counts{{2, 4}, {7, 1}}));
+}
+
+TEST_F(ModelBuilder, ReferencesStayGoodWhileTheBuilderGrows) {
+  KivModelBuilder zBuilder;
+  const size_t iPart = zBuilder.AddPart();
+  const size_t iNode = zBuilder.AddNode(u"root");
+  const size_t iFirst = zBuilder.PlaceInstance(iPart, KivEMatrix4(), iNode);
+  std::vector<KivAttribute>& vzFirst = zBuilder.InstanceAttributes(iFirst);
+  for (int i = 0; i < 1000; ++i) zBuilder.PlaceInstance(iPart, KivEMatrix4(), iNode);
+  EXPECT_EQ(&vzFirst, &zBuilder.InstanceAttributes(iFirst));
+}
+
 TEST_F(ModelBuilder, AWalkOverATreeThatCannotBeReachedIsFalse) {
   KivModelBuilder zBuilder;
   BuildSample(zBuilder, 1);

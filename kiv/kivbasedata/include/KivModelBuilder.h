@@ -103,7 +103,7 @@ class KivModelBuilder {
 
   std::vector<float> m_vfLevelTolerance = {0.01f};
   std::deque<Part> m_vzPart;
-  std::vector<Placed> m_vzPlaced;
+  std::deque<Placed> m_vzPlaced;
   bool m_bParentsExist = true;  // those that AddNode was given
   KivMemoryBlockAssemblyTree m_zAssembly;
   KivMemoryBlockModelNote m_zNote;

@@ -148,20 +148,31 @@ bool KivWalkElements(uint32_t iManagerKey, const std::set<uint32_t>& siTag, int3
       if (siTag.count(iTag) != 0) return true;
     return false;
   };
-  const KivElementVisitor pfnWanted = [&](KivOutOfCoreTreeNode& zElement) {
-    if (siTag.count(zElement.GetElementType()) != 0) pfnVisit(zElement);
-  };
   bool bAll = true;
   Gathered zGathered;
-  std::set<uint64_t> siSeen;
+  // The trees of one kind. Each kind has its own record of what was seen: a damaged link from one into another must not
+  // make the other look walked.
+  const auto WalkTrees = [&](const std::set<uint64_t>& siRoot, const std::set<uint32_t>& siOwnTag) {
+    std::set<uint64_t> siSeen;
+    for (const uint64_t iKey : siRoot)
+      bAll &= KivWalkTree(iManagerKey, iKey, siSeen, [&](KivOutOfCoreTreeNode& zElement) {
+        const uint32_t iTag = zElement.GetElementType();
+        if (!KIV_ASSERT(siOwnTag.count(iTag) != 0)) {
+          bAll = false;
+          return;
+        }
+        if (siTag.count(iTag) != 0) pfnVisit(zElement);
+      });
+  };
   if (Wants({7, 11, 12})) {
     bAll &= GatherFromTree(iManagerKey, siTag, zGathered);
-    for (const uint64_t iKey : zGathered.m_siNode) bAll &= KivWalkTree(iManagerKey, iKey, siSeen, pfnWanted);
+    WalkTrees(zGathered.m_siNode, {7, 11, 12});
   }
   if (Wants({0, 1, 2, 5, 8, 13})) {
     const KivMemoryBlockModel* pzModel = BlockOf(KivGetModel(iManagerKey));
     const uint64_t iRootKey = pzModel != nullptr ? pzModel->m_zHeader.m_aiLink[1] : 0;
     if (!KIV_ASSERT(iRootKey != 0)) return false;
+    std::set<uint64_t> siSeen;
     bAll &= KivWalkTree(iManagerKey, iRootKey, siSeen, [&](KivOutOfCoreTreeNode& zElement) {
       const auto* pzInstances = dynamic_cast<const KivMemoryBlockInstance*>(BlockOf(&zElement));
       if (!KIV_ASSERT(pzInstances != nullptr)) {
@@ -171,8 +182,9 @@ bool KivWalkElements(uint32_t iManagerKey, const std::set<uint32_t>& siTag, int3
       GatherInstances(*pzInstances, siTag, iLevel, zGathered);
       if (Wants({0, 2})) pfnVisit(zElement);
     });
-    for (const std::set<uint64_t>* psiRoot : {&zGathered.m_siBrep, &zGathered.m_siVertex, &zGathered.m_siMesh})
-      for (const uint64_t iKey : *psiRoot) bAll &= KivWalkTree(iManagerKey, iKey, siSeen, pfnWanted);
+    WalkTrees(zGathered.m_siBrep, {5});
+    WalkTrees(zGathered.m_siVertex, {13});
+    WalkTrees(zGathered.m_siMesh, {1, 8});
   }
   return bAll;
 }

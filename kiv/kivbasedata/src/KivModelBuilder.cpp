@@ -20,13 +20,25 @@ constexpr char kSource[] = "src\\KivModelBuilder";
 constexpr size_t kInstancesPerElement = 256;
 
 template <typename Block>
+std::unique_ptr<Block> NewBlock() {
+  auto pzBlock = std::make_unique<Block>();
+  typename Block::Memory zMemory;
+  KivResetElement(*pzBlock, zMemory);
+  return pzBlock;
+}
+
+template <typename Block>
 Block& Made(std::unique_ptr<Block>& pzBlock) {
-  if (pzBlock == nullptr) {
-    pzBlock = std::make_unique<Block>();
-    typename Block::Memory zMemory;
-    KivResetElement(*pzBlock, zMemory);
-  }
+  if (pzBlock == nullptr) pzBlock = NewBlock<Block>();
   return *pzBlock;
+}
+
+// No entry stays behind a block that finds no memory.
+template <typename Block>
+Block& Made(std::map<size_t, std::unique_ptr<Block>>& mapBlock, size_t iKey) {
+  auto it = mapBlock.find(iKey);
+  if (it == mapBlock.end()) it = mapBlock.emplace(iKey, NewBlock<Block>()).first;
+  return *it->second;
 }
 
 // A box that grows; empty until something is added.
@@ -100,10 +112,10 @@ size_t KivModelBuilder::AddPart() {
 }
 
 KivMemoryBlockFaceEdge& KivModelBuilder::FaceEdge(size_t iPart, size_t iLevel) {
-  return Made(m_vzPart.at(iPart).m_mapFaceEdge[iLevel]);
+  return Made(m_vzPart.at(iPart).m_mapFaceEdge, iLevel);
 }
 KivMemoryBlockPolyElem& KivModelBuilder::PolyElem(size_t iPart, size_t iLevel) {
-  return Made(m_vzPart.at(iPart).m_mapPolyElem[iLevel]);
+  return Made(m_vzPart.at(iPart).m_mapPolyElem, iLevel);
 }
 KivMemoryBlockBrep& KivModelBuilder::Brep(size_t iPart) {
   return Made(m_vzPart.at(iPart).m_pzBrep);
@@ -134,13 +146,13 @@ size_t KivModelBuilder::PlaceInstance(size_t iPart, const KivEMatrix4& zMatrix, 
 }
 
 KivMemoryBlockPMI& KivModelBuilder::PMI(size_t iNode) {
-  return Made(m_mapPMI[iNode]);
+  return Made(m_mapPMI, iNode);
 }
 KivMemoryBlockLayerFilter& KivModelBuilder::LayerFilter(size_t iNode) {
-  return Made(m_mapLayerFilter[iNode]);
+  return Made(m_mapLayerFilter, iNode);
 }
 KivMemoryBlockCamera& KivModelBuilder::Camera(size_t iNode) {
-  return Made(m_mapCamera[iNode]);
+  return Made(m_mapCamera, iNode);
 }
 KivMemoryBlockPermanentIdTable& KivModelBuilder::PermanentIds() {
   return Made(m_pzPermanentIds);
