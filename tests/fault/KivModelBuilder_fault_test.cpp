@@ -97,7 +97,7 @@ TEST_F(ModelBuilderFault, ALackOfMemoryIsReportedAndWhatCountsAsSavedIsWhole) {
   ASSERT_TRUE(zBuilder.Save(csPath));
   const int64_t nElements = Count(csPath);
   uint64_t nRefused = 0;
-  for (uint64_t iNth = 1;; iNth += 1 + iNth / 16) {
+  for (uint64_t iNth = 1;; iNth += iNth < 200 ? 1 : iNth / 16) {
     SCOPED_TRACE(testing::Message() << "allocation " << iNth);
     const uint64_t nBefore = KivGetReportCount();
     bool bSaved = false, bFired = false;

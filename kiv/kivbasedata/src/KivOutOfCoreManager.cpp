@@ -1,6 +1,7 @@
 // The registry of managers, the functions by key, and the element objects.
 #include "KivOutOfCoreManager.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <ctime>
 #include <exception>
@@ -32,7 +33,7 @@ KivOutOfCoreData* MakePositionTable(uint32_t, uint32_t iManagerKey) {
 struct Registry {
   std::vector<KivOutOfCoreManager*> m_vpzManager;  // by key
   std::vector<int32_t> m_viMaxActive;              // limit for the manager of that key; kFreeSlot without one
-  std::set<uint32_t> m_spFreeKey;
+  std::vector<uint8_t> m_vbFree;                   // the key can be had; freeing one must not ask for memory
   KivWString m_strOutOfCoreFileBase;
   bool m_bStoreFailed = false;
   std::array<KivElementFactory, kElementClassNum> m_apfnElementClass{};
@@ -40,17 +41,26 @@ struct Registry {
   Registry() { m_apfnElementClass[static_cast<size_t>(KivElementType::PositionTable)] = MakePositionTable; }
 
   void AddSlot() {
+    const size_t nSlots = m_vpzManager.size() + 1;
+    m_vpzManager.reserve(nSlots);
+    m_viMaxActive.reserve(nSlots);
+    m_vbFree.reserve(nSlots);
     m_vpzManager.push_back(nullptr);
     m_viMaxActive.push_back(kFreeSlot);
+    m_vbFree.push_back(0);
   }
   void AddSlotZero() {
     if (m_vpzManager.empty()) AddSlot();
   }
   bool Holds(uint32_t iKey) const { return iKey < m_vpzManager.size(); }
+  // The smallest free key; the number of slots if there is none.
+  uint32_t FindFreeKey() const {
+    return static_cast<uint32_t>(std::find(m_vbFree.begin(), m_vbFree.end(), uint8_t{1}) - m_vbFree.begin());
+  }
   void FreeKey(uint32_t iKey) {
     m_vpzManager[iKey] = nullptr;
     m_viMaxActive[iKey] = kFreeSlot;
-    m_spFreeKey.insert(iKey);
+    m_vbFree[iKey] = 1;
   }
 };
 
@@ -115,7 +125,7 @@ KivOutOfCoreManager* KivOutOfCoreManager::GetManager(uint32_t iKey, const KivSto
       return nullptr;
     }
   }
-  zRegistry.m_spFreeKey.erase(iKey);
+  zRegistry.m_vbFree[iKey] = 0;
   zRegistry.m_vpzManager[iKey] = pzManager.get();
   pzManager->m_iKey = iKey;
   return pzManager.release();
@@ -181,11 +191,11 @@ void KivOutOfCoreManager::Release() {
     for (KivOutOfCoreData* pzElement : vpzActive)
       if (IsListed(pzElement)) Quietly([&] { pzElement->Deactivate(); });
   };
-  StoreElements();
+  Quietly(StoreElements);
   const bool bWritesFile = m_pzStorage != nullptr && m_pzStorage->GetMode() != KivStoreMode::Read;
   if (m_bTablesChanged && bWritesFile) {
     Quietly([&] { SaveChanges(); });
-    StoreElements();
+    Quietly(StoreElements);
   }
   while (!m_mapPositionToElement.empty()) Quietly([&] { DestroyElement(m_mapPositionToElement.begin()->second); });
   AbandonForeignElements();
@@ -233,13 +243,12 @@ KivOutOfCoreManagerKeyOwner::KivOutOfCoreManagerKeyOwner(const KivStoreSource& z
   Registry& zRegistry = GetRegistry();
   zRegistry.m_bStoreFailed = false;
   zRegistry.AddSlotZero();
-  if (!zRegistry.m_spFreeKey.empty()) {
-    m_iKey = *zRegistry.m_spFreeKey.begin();
+  m_iKey = zRegistry.FindFreeKey();
+  if (zRegistry.Holds(m_iKey)) {
     if (zRegistry.m_vpzManager[m_iKey] != nullptr) KIV_FAIL();
   } else {
     zRegistry.AddSlot();
-    m_iKey = static_cast<uint32_t>(zRegistry.m_vpzManager.size() - 1);
-    zRegistry.m_spFreeKey.insert(m_iKey);  // until its manager takes it
+    zRegistry.m_vbFree[m_iKey] = 1;  // until its manager takes it
   }
   Open(zSource);
 }
