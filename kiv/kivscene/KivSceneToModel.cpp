@@ -96,7 +96,7 @@ class SceneToModel {
     FindTolerances();
     for (size_t i = 0; i < m_zScene.m_vzPart.size(); ++i) {
       if (!PutPart(i)) return false;
-      if (m_zOptions.m_pfnProgress) m_zOptions.m_pfnProgress(double(i + 1) / double(m_zScene.m_vzPart.size()));
+      Tell(i, 1);
     }
     PutNodes();
     PutLayers();
@@ -160,6 +160,11 @@ class SceneToModel {
 
   // --- Parts --------------------------------------------------------------------------------------------------------
 
+  // How far a part is; the share of it that is done is 0 to 1.
+  void Tell(size_t iPart, double dShare) const {
+    if (m_zOptions.m_pfnProgress) m_zOptions.m_pfnProgress((double(iPart) + dShare) / double(m_zScene.m_vzPart.size()));
+  }
+
   bool PutPart(size_t iPart) {
     KivScenePart& zPart = m_zScene.m_vzPart[iPart];
     const size_t iNew = m_zBuilder.AddPart();  // the same number
@@ -194,6 +199,7 @@ class SceneToModel {
       }
       zMesh.Finish();
       CountLevel(zBlock, iLevel, bFinest);
+      Tell(iPart, double(iLevel + 1) / double(zPart.m_vzLevel.size()));
     }
     return true;
   }
@@ -234,6 +240,7 @@ class SceneToModel {
                       vzEdge[i].m_iLayer);
       zMesh.Finish();
       CountLevel(zBlock, iLevel, bFinest);
+      Tell(iPart, double(nLevels - iLevel) / double(nLevels));
     }
     return true;
   }

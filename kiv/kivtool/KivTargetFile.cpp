@@ -6,6 +6,7 @@
 #include "KivSysFileKind.h"
 #include "KivSysFolder.h"
 #include "KivSysProcess.h"
+#include "KivSysTerminal.h"
 #include "KivToolError.h"
 #include "KivToolOutput.h"
 
@@ -69,6 +70,7 @@ void KivTargetFile::CheckTarget() const {
 }
 
 void KivTargetFile::Commit() {
+  if (sys::IsStopRequested()) throw KivToolError("stopped");
   CheckTarget();
   const int32_t iResult =
       m_bForce ? sys::ReplacePath(m_csTemporary, m_csTarget) : sys::RenamePath(m_csTemporary, m_csTarget);

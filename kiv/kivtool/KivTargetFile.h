@@ -24,7 +24,7 @@ class KivTargetFile {
   // No file has this name before it is written.
   const KivWString& GetTemporaryPath() const { return m_csTemporary; }
   // All handles on the temporary file are closed by then. Throws KivToolError, also if a target has come up meanwhile
-  // and bForce is not set.
+  // and bForce is not set, and once the user wants to stop.
   void Commit();
 
  private:

@@ -76,11 +76,7 @@ int32_t KivRunTool(const std::vector<KivWString>& vcsArguments) {
     zApp.parse(vstrWord);
   } catch (const CLI::ParseError& e) {
     if (e.get_exit_code() == 0) return zApp.exit(e);  // help and version
-    if (!bAskedForJson) {
-      zApp.exit(e);
-      return static_cast<int32_t>(KivToolExit::Failed);
-    }
-    return static_cast<int32_t>(KivToolOutput(true).Fail(e.what()));
+    return static_cast<int32_t>(KivToolOutput(bAskedForJson).Fail(e.what()));
   }
   sys::CatchStopRequests();
   const WorkFolder zWorkFolder;

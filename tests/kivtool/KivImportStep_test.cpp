@@ -4,16 +4,20 @@
 #include <gtest/gtest.h>
 #include <BRepBndLib.hxx>
 #include <BRepGProp.hxx>
+#include <BRep_Tool.hxx>
 #include <Bnd_Box.hxx>
 #include <GProp_GProps.hxx>
 #include <STEPControl_Reader.hxx>
 #include <TopExp.hxx>
 #include <TopTools_IndexedMapOfShape.hxx>
+#include <TopoDS.hxx>
+#include <TopoDS_Edge.hxx>
 #include <TopoDS_Shape.hxx>
 
 #include <filesystem>
 #include <nlohmann/json.hpp>
 
+#include "KivGltfValidator.h"
 #include "KivModelMeasure.h"
 #include "KivTestFolder.h"
 #include "KivToolTestModel.h"
@@ -39,11 +43,11 @@ struct Shape {
     TopExp::MapShapes(zShape, TopAbs_FACE, zFaces);
     TopExp::MapShapes(zShape, TopAbs_EDGE, zEdges);
     m_nFaces = zFaces.Extent();
-    m_nEdges = zEdges.Extent();
+    for (int i = 1; i <= zEdges.Extent(); ++i) m_nEdges += BRep_Tool::Degenerated(TopoDS::Edge(zEdges(i))) ? 0 : 1;
   }
   double m_adLow[3], m_adHigh[3];
   double m_dArea;
-  int m_nFaces, m_nEdges;
+  int m_nFaces, m_nEdges = 0;
 };
 
 void ImportLikeTheLibrary(const char* szName) {
@@ -55,9 +59,14 @@ void ImportLikeTheLibrary(const char* szName) {
   ASSERT_EQ(zRun.m_iExit, 0) << zRun.m_strErr;
   const ToolRun zCheck = RunKiv({u"check", csModel});
   EXPECT_EQ(zCheck.m_iExit, 0) << zCheck.m_strOut;
+  const KivWString csExport = zFolder / u"model.glb";
+  const ToolRun zExport = RunKiv({u"export", csModel, csExport, u"--edges"});
+  EXPECT_EQ(zExport.m_iExit, 0) << zExport.m_strErr;
+  ValidateGltf({csExport});
   const Shape zShape(strPath);
   const nlohmann::json zSummary = nlohmann::json::parse(zRun.m_strOut);
   EXPECT_EQ(zSummary["faces"], zShape.m_nFaces);
+  EXPECT_EQ(zSummary["edges"], zShape.m_nEdges);
   EXPECT_EQ(zSummary["parts"], 1);
   EXPECT_GT(zSummary["geometries"], zShape.m_nFaces);
   const Measure zModel = MeasureModel(csModel);

@@ -9,6 +9,7 @@
 #include <nlohmann/json.hpp>
 #include <set>
 
+#include "KivGltfValidator.h"
 #include "KivModelMeasure.h"
 #include "KivSysFolder.h"
 #include "KivTestFolder.h"
@@ -151,16 +152,7 @@ class Import : public testing::Test {
       fs::remove(m_csTarget);
       ExpectRefused({u"import", Wide(zPath), m_csTarget});
     }
-    ValidateExports();
-  }
-
-  // All at once by the Khronos validator, where there is one.
-  void ValidateExports() const {
-#ifdef KIV_TEST_NODE
-    std::string strLine = "\"" KIV_TEST_NODE "\" \"" KIV_TEST_GLTF_SCRIPT "\" \"" KIV_TEST_GLTF_MODULES "\"";
-    for (const KivWString& csExport : m_vcsExport) strLine += " \"" + sys::WideToUtf8(csExport) + "\"";
-    EXPECT_EQ(std::system((strLine + " >&2").c_str()), 0);
-#endif
+    ValidateGltf(m_vcsExport);
   }
 
   std::vector<KivWString> m_vcsExport;

@@ -2,8 +2,12 @@
 
 #include <gtest/gtest.h>
 
+#include <csignal>
+#include <cstdlib>
+
 #include "KivSysFileKind.h"
 #include "KivSysFolder.h"
+#include "KivSysTerminal.h"
 #include "KivTestFolder.h"
 #include "KivTestPipe.h"
 #include "KivToolError.h"
@@ -122,6 +126,30 @@ TEST(TargetFile, APipeThatComesUpMeanwhileStays) {
     EXPECT_THROW(zTarget.Commit(), KivToolError);
   }
   EXPECT_TRUE(kivtest::IsPipe(zFolder, u"out"));
+  EXPECT_EQ(EntryNum(zFolder), 1u);
+}
+
+// In a process of its own, which the request stays with.
+TEST(TargetFileDeathTest, AStopBeforeTheCommitLeavesNothing) {
+  if (sys::kSeparator == u'\\') GTEST_SKIP() << "a console's request is no signal here";
+  const TestFolder zFolder;
+  zFolder.WriteBytes(u"out", "old");
+  EXPECT_EXIT(
+      {
+        sys::CatchStopRequests();
+        int iCode = 1;
+        try {
+          KivTargetFile zTarget(zFolder / u"out", true);
+          zFolder.WriteBytes(NameIn(zFolder, zTarget), "new");
+          std::raise(SIGINT);
+          zTarget.Commit();
+        } catch (const KivToolError& e) {
+          iCode = std::string(e.what()) == "stopped" ? 7 : 2;
+        }
+        std::_Exit(iCode);
+      },
+      testing::ExitedWithCode(7), "");
+  EXPECT_EQ(zFolder.ReadBytes(u"out"), "old");
   EXPECT_EQ(EntryNum(zFolder), 1u);
 }
 

@@ -124,6 +124,7 @@ class ImportCommand : public KivCommand {
     std::string strError;
     if (!KivSceneToModel(zScene, m_zImport, zBuilder, zSummary, strError))
       throw KivToolError(KivShown(m_csSource) + ": " + KivShown(sys::Utf8ToWide(strError)));
+    zProgress.Set(kTotal);
     if (!zBuilder.Save(csTemporary))
       throw KivToolError(KivShown(m_csTarget) + ": cannot be written whole (" + KivLastQuietReport().m_szCondition +
                          ")");
