@@ -109,9 +109,9 @@ bool KivOutOfCoreManager::TouchElement(KivOutOfCoreData* pzElement) {
     }
     return true;
   }
-  LinkBehindNewest(pzElement);
-  m_setActiveElement.insert(pzElement);
+  m_setActiveElement.insert(pzElement);  // first: without memory the list stays as it was
   ++m_iActiveElementNum;
+  LinkBehindNewest(pzElement);
   if (m_iActiveElementNum > iLimit && !m_pzOldestActive->Deactivate()) KIV_FAIL();
   return true;
 }
