@@ -197,13 +197,20 @@ TEST_F(PMIStore, KeysAreTheLinkAndThoseOfAttributesOfTextBlocksThenOfTheEntry) {
   EXPECT_NO_REPORT(EXPECT_FALSE(pz->ReplaceAllPosition({{0x1A, 1}, {0x151, 2}})));
 }
 
-TEST_F(PMIStore, TheKeysOfAnElementWithoutALinkOrWithTwoAreNotListed) {
+TEST_F(PMIStore, TheKeysOfAnElementWithoutALinkOrWithTwoAreNeitherListedNorReplaced) {
   OpenEmpty();
+  const auto Refuses = [](auto&& pfnKeys) {
+    const uint64_t nBefore = QuietReports();
+    bool bDone = true;
+    EXPECT_NO_REPORT(bDone = pfnKeys());
+    return !bDone && QuietReports() > nBefore;
+  };
   for (const uint8_t iSecond : {0, 9}) {
     Bytes vc = Golden();
     vc[16] = vc[24] = iSecond;
     auto* pz = Put<KivPMI>(vc);
     std::vector<uint64_t> viKey;
-    EXPECT_NO_REPORT(EXPECT_FALSE(pz->GetAllPosition(viKey)));
+    EXPECT_TRUE(Refuses([&] { return pz->GetAllPosition(viKey); })) << int{iSecond};
+    EXPECT_TRUE(Refuses([&] { return pz->ReplaceAllPosition({{9, 19}}); })) << int{iSecond};
   }
 }

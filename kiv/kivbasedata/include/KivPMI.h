@@ -64,9 +64,7 @@ class KivMemoryBlockPMI : public KivElementBlock {
 
   template <typename Keys>
   bool VisitKeys(Keys& zKeys) {
-    if constexpr (!Keys::kReplacing) {
-      if (!KIV_ASSERT(GetLinkNum() == 1)) return false;
-    }
+    if (!KIV_ASSERT(GetLinkNum() == 1)) return false;
     for (KivPMIEntry& z : m_vzPMI) {
       for (KivPMITextBlock& zText : z.m_vTextBlock)
         if (!zKeys.Attributes(KivAttributeRow::Pmi, zText.m_vzAttribute)) return false;
