@@ -4,6 +4,8 @@
 #include <gtest/gtest.h>
 
 #include <optional>
+#include <set>
+#include <stdexcept>
 #include <vector>
 
 #include "KivElementWalk.h"
@@ -148,6 +150,125 @@ TEST_F(ModelBuilderFault, AnElementThatIsNotFoundForLackOfMemoryIsReported) {
     }
     EXPECT_GT(nNull, 2u);
   }
+}
+
+TEST_F(ModelBuilderFault, AWalkWithoutMemoryForWhatItNotesIsFalseAfterAReport) {
+  KivModelBuilder zBuilder;
+  Build(zBuilder);
+  zBuilder.PMI(0).AddPMI();
+  zBuilder.Vertices(0).AddVertex();
+  const KivWString csPath = m_zFolder / u"model.kiv";
+  ASSERT_TRUE(zBuilder.Save(csPath));
+  const std::set<uint32_t> siTag = {0, 1, 2, 5, 7, 8, 11, 12, 13};
+  KivModelStatusBase* pzModel = Open(csPath, false, 1000);
+  ASSERT_NE(pzModel, nullptr);
+  const uint32_t iKey = pzModel->GetKey();
+  int64_t nElements = 0;
+  const KivElementVisitor pfnCount = [&](KivOutOfCoreTreeNode&) { ++nElements; };
+  ASSERT_TRUE(KivWalkElements(iKey, siTag, kAllLevels, pfnCount));
+  const int64_t nWhole = nElements;
+  ASSERT_EQ(nWhole, 6);
+  for (const bool bThrow : {true, false})
+    for (const bool bMeshes : {false, true}) {
+      uint64_t nFalse = 0;
+      for (uint64_t iNth = 1;; ++iNth) {
+        SCOPED_TRACE(testing::Message() << "allocation " << iNth << ", meshes " << bMeshes);
+        const uint64_t nBefore = KivGetReportCount();
+        bool bAll = false, bFired = false;
+        nElements = 0;
+        KivMeshStatistics zStatistics;
+        {
+          std::optional<NoThrowScope> zNoThrow;
+          if (!bThrow) zNoThrow.emplace();
+          const NoMemory zNoMemory(iNth, false);
+          EXPECT_NO_THROW(bAll = bMeshes ? KivAddModelMeshes(iKey, kAllLevels, zStatistics)
+                                         : KivWalkElements(iKey, siTag, kAllLevels, pfnCount));
+          bFired = zNoMemory.HasFired();
+        }
+        if (bAll) {
+          EXPECT_EQ(nElements, bMeshes ? 0 : nWhole);
+        } else {
+          EXPECT_GT(KivGetReportCount(), nBefore);
+          ++nFalse;
+        }
+        if (!bFired) {
+          EXPECT_TRUE(bAll) << KivLastQuietReport().m_szSource << KivLastQuietReport().m_iLine;
+          break;
+        }
+      }
+      EXPECT_GT(nFalse, 10u);
+    }
+  Close(pzModel);
+}
+
+TEST_F(ModelBuilderFault, WhatAVisitorThrowsEndsTheWalkAndPassesThroughIt) {
+  KivModelBuilder zBuilder;
+  Build(zBuilder);
+  const KivWString csPath = m_zFolder / u"model.kiv";
+  ASSERT_TRUE(zBuilder.Save(csPath));
+  KivModelStatusBase* pzModel = Open(csPath, false);
+  ASSERT_NE(pzModel, nullptr);
+  for (const uint32_t iTag : {1u, 2u}) {
+    int nSeen = 0;
+    const uint64_t nBefore = KivGetReportCount();
+    EXPECT_THROW(KivWalkElements(pzModel->GetKey(), {iTag}, kAllLevels,
+                                 [&](KivOutOfCoreTreeNode&) {
+                                   ++nSeen;
+                                   throw std::out_of_range("the visitor's own");
+                                 }),
+                 std::out_of_range);
+    EXPECT_EQ(nSeen, 1);
+    EXPECT_EQ(KivGetReportCount(), nBefore);
+  }
+  Close(pzModel);
+}
+
+TEST(ViewLookupFault, ALookupThatFindsNoMemoryIsReportedAndStaysAsItWas) {
+  KivLayerFilterLookup zLayers;
+  ASSERT_TRUE(zLayers.Build({{7, true}, {8, false}}));
+  std::vector<KivLayer> vzLayer;
+  for (uint32_t i = 0; i < 5; ++i)
+    for (const bool bOn : {true, false}) vzLayer.push_back({10000 - 1000 * i, bOn});  // two sets
+  KivViewLookup zView;
+  ASSERT_TRUE(zView.Build(1, {{3, kPmiEntryKind, 9, 2}}));
+  KivView zOther;
+  for (uint32_t i = 0; i < 5; ++i) zOther.m_vPMIShow.push_back({i / 2, kPmiEntryKind, 1000 * i, 1});
+  zOther.m_vLayerShow = zOther.m_vPMIShow;
+  const auto EachAllocation = [](auto&& pfnBuild, auto&& pfnExpectAsBefore) {
+    uint64_t nRefused = 0;
+    for (uint64_t iNth = 1;; ++iNth) {
+      SCOPED_TRACE(testing::Message() << "allocation " << iNth);
+      const uint64_t nBefore = KivGetReportCount();
+      bool bBuilt = false, bFired = false;
+      {
+        const NoMemory zNoMemory(iNth, false);
+        EXPECT_NO_THROW(bBuilt = pfnBuild());
+        bFired = zNoMemory.HasFired();
+      }
+      EXPECT_EQ(bBuilt, !bFired);
+      EXPECT_EQ(KivGetReportCount(), nBefore + (bFired ? 1 : 0));
+      if (!bFired) return nRefused;
+      ++nRefused;
+      pfnExpectAsBefore();
+    }
+  };
+  EXPECT_GE(EachAllocation([&] { return zLayers.Build(vzLayer); },
+                           [&] {
+                             EXPECT_TRUE(zLayers.Query(false, 7));
+                             EXPECT_FALSE(zLayers.Query(true, 8));
+                             EXPECT_FALSE(zLayers.Query(false, 9));
+                           }),
+            2u);
+  EXPECT_TRUE(zLayers.Query(false, 6000));
+  EXPECT_FALSE(zLayers.Query(false, 7));
+  EXPECT_GT(EachAllocation([&] { return zView.Build(2, zOther.m_vPMIShow); },
+                           [&] {
+                             EXPECT_FALSE(zView.Query(true, 3, 9));
+                             EXPECT_TRUE(zView.Query(false, 1, 9));  // mode 1
+                           }),
+            3u);
+  EXPECT_FALSE(zView.Query(true, 9, 9));  // mode 2
+  EXPECT_GT(EachAllocation([&] { return KivViewDisplay(zOther).m_bWhole; }, [] {}), 6u);
 }
 
 TEST(BrepGeometryFault, ALackOfMemoryRefusesAStringAfterAReport) {

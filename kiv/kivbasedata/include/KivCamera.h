@@ -228,7 +228,8 @@ class KivCamera : public KivElement<KivMemoryBlockCamera> {
 // memo of its own over their m_iRef1: state 1 lists it as on, 2 as off, 0 as neither.
 class KivViewLookup {
  public:
-  void Build(uint32_t iMode, const std::vector<KivViewShow>& vShow);
+  // False, after a report, without memory; the lookup is then as before.
+  bool Build(uint32_t iMode, const std::vector<KivViewShow>& vShow);
   // An iRef0 without records is on in mode 1, off in mode 2, and bDefaultOn otherwise.
   bool Query(bool bDefaultOn, uint32_t iRef0, uint32_t iRef1);
   // The lookup of an iRef0; null if it has no records.
@@ -241,13 +242,13 @@ class KivViewLookup {
 
 // Both lists of a view.
 struct KivViewDisplay {
-  explicit KivViewDisplay(const KivView& zView) {
-    m_zPMI.Build(zView.m_iPMIShowMode, zView.m_vPMIShow);
-    m_zLayer.Build(zView.m_iLayerShowMode, zView.m_vLayerShow);
-  }
+  explicit KivViewDisplay(const KivView& zView)
+      : m_bWhole(m_zPMI.Build(zView.m_iPMIShowMode, zView.m_vPMIShow) &&
+                 m_zLayer.Build(zView.m_iLayerShowMode, zView.m_vLayerShow)) {}
 
   KivViewLookup m_zPMI;
   KivViewLookup m_zLayer;
+  bool m_bWhole;  // false, after a report, if there was no memory for both
 };
 
 }  // namespace kiv

@@ -30,11 +30,12 @@ KivOutOfCoreTreeNode* KivGetSecondElement(uint32_t iManagerKey);
 
 // --- Walk -----------------------------------------------------------------------------------------------------------
 
-// Gets each element that the walk has loaded.
+// Gets each element that the walk has loaded. What it throws ends the walk and passes through it.
 using KivElementVisitor = std::function<void(KivOutOfCoreTreeNode& zElement)>;
 
 // Loads a tree of elements through the links 1 and 2 of each, and visits each once: keys that stand in siSeen are
-// passed by, and those that come are added. False if a part could not be loaded, which is reported and left out.
+// passed by, and those that come are added. False if a part could not be loaded or noted for lack of memory, which is
+// reported and left out.
 bool KivWalkTree(uint32_t iManagerKey, uint64_t iRootKey, std::set<uint64_t>& siSeen,
                  const KivElementVisitor& pfnVisit);
 
@@ -46,7 +47,7 @@ constexpr int32_t kAllLevels = -1;
 //   1, 8          the meshes of one level of detail, or with a negative iLevel those of all levels and the common ones
 //   5, 13         the B-reps, and the vertices
 // No key is visited twice; an element that is referred to by its table key here and by its position there has two.
-// False if a part could not be loaded, which is reported and left out.
+// False if a part could not be loaded or noted for lack of memory, which is reported and left out.
 bool KivWalkElements(uint32_t iManagerKey, const std::set<uint32_t>& siTag, int32_t iLevel,
                      const KivElementVisitor& pfnVisit);
 

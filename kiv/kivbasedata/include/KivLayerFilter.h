@@ -68,10 +68,10 @@ class KivLayerFilterLookup {
  public:
   enum class Form { Empty, List, Bits, Set };
 
-  // From an entry; null gives two empty lists.
-  void Build(const KivLayerFilterEntry* pEntry);
+  // From an entry; null gives two empty lists. False, after a report, without memory; the lookup is then as before.
+  bool Build(const KivLayerFilterEntry* pEntry);
   // The same from any layers.
-  void Build(const std::vector<KivLayer>& vzLayer);
+  bool Build(const std::vector<KivLayer>& vzLayer);
 
   // With bDefaultOn layers are on unless they are listed as off, else off unless they are listed as on.
   bool Query(bool bDefaultOn, uint32_t iLayer) {
@@ -103,7 +103,7 @@ class KivLayerFilterLookup {
     size_t m_nBits = 0;
     std::vector<uint32_t> m_viSet;  // sorted
 
-    void Build(const std::vector<KivLayer>& vzLayer, bool bOn);
+    void Build(const std::vector<KivLayer>& vzLayer, bool bOn);  // of a new one
     bool Has(uint32_t iLayer) const;
   };
 

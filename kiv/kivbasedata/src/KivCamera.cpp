@@ -1,5 +1,7 @@
 #include "KivCamera.h"
 
+#include <utility>
+
 namespace kiv {
 
 KivView& KivMemoryBlockCamera::AddView() {
@@ -16,15 +18,23 @@ KivViewGroup& KivMemoryBlockCamera::AddGroup() {
   return zGroup;
 }
 
-void KivViewLookup::Build(uint32_t iMode, const std::vector<KivViewShow>& vShow) {
-  m_iMode = iMode;
-  m_mapTable.clear();
-  std::map<uint32_t, std::vector<KivLayer>> mapLayers;
-  for (const KivViewShow& zShow : vShow) {
-    std::vector<KivLayer>& vzLayer = mapLayers[zShow.m_iRef0];
-    if (zShow.m_iState == 1 || zShow.m_iState == 2) vzLayer.push_back({zShow.m_iRef1, zShow.m_iState == 1});
+bool KivViewLookup::Build(uint32_t iMode, const std::vector<KivViewShow>& vShow) {
+  try {
+    std::map<uint32_t, std::vector<KivLayer>> mapLayers;
+    for (const KivViewShow& zShow : vShow) {
+      std::vector<KivLayer>& vzLayer = mapLayers[zShow.m_iRef0];
+      if (zShow.m_iState == 1 || zShow.m_iState == 2) vzLayer.push_back({zShow.m_iRef1, zShow.m_iState == 1});
+    }
+    std::map<uint32_t, KivLayerFilterLookup> mapTable;
+    for (const auto& [iRef0, vzLayer] : mapLayers)
+      if (!mapTable[iRef0].Build(vzLayer)) return false;
+    m_mapTable = std::move(mapTable);
+    m_iMode = iMode;
+    return true;
+  } catch (...) {
+    KivReportThrownHere(KivMemoryBlockCamera::kSource, __LINE__);
+    return false;
   }
-  for (const auto& [iRef0, vzLayer] : mapLayers) m_mapTable[iRef0].Build(vzLayer);
 }
 
 bool KivViewLookup::Query(bool bDefaultOn, uint32_t iRef0, uint32_t iRef1) {

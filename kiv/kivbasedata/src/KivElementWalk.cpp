@@ -1,5 +1,9 @@
 #include "KivElementWalk.h"
 
+#include <algorithm>
+#include <initializer_list>
+#include <span>
+
 #include "KivMeshTree.h"
 #include "KivOutOfCoreManager.h"
 #include "KivReportQuiet.h"
@@ -29,6 +33,18 @@ auto BlockOf(Element* pzElement) -> decltype(pzElement->GetMemoryBlock()) {
   } catch (...) {
     KivReportThrownHere(kSource, __LINE__);
     return nullptr;
+  }
+}
+
+// For what a walk itself does, which may find no memory. False after a report.
+template <typename Step>
+bool Do(Step&& pfnStep) noexcept {
+  try {
+    pfnStep();
+    return true;
+  } catch (...) {
+    KivReportThrownHere(kSource, __LINE__);
+    return false;
   }
 }
 
@@ -63,9 +79,7 @@ bool GatherFromTree(uint32_t iManagerKey, const std::set<uint32_t>& siTag, Gathe
   const uint64_t iTreeKey = pzNote->m_iAssemblyKey;
   if (iTreeKey == 0) return true;
   const KivMemoryBlockAssemblyTree* pzTree = BlockOf(ElementAt<KivAssemblyTree>(iManagerKey, iTreeKey));
-  if (pzTree == nullptr) return false;
-  GatherNodes(*pzTree, siTag, zGathered);
-  return true;
+  return pzTree != nullptr && Do([&] { GatherNodes(*pzTree, siTag, zGathered); });
 }
 
 void GatherLevel(const KivInstanceLevel& zLevel, const std::set<uint32_t>& siTag, bool bCommon, Gathered& zGathered) {
@@ -120,12 +134,15 @@ KivOutOfCoreTreeNode* KivGetSecondElement(uint32_t iManagerKey) {
 
 bool KivWalkTree(uint32_t iManagerKey, uint64_t iRootKey, std::set<uint64_t>& siSeen,
                  const KivElementVisitor& pfnVisit) {
-  bool bAll = true;
-  std::vector<uint64_t> viToVisit = {iRootKey};
+  std::vector<uint64_t> viToVisit;
+  bool bAll = Do([&] { viToVisit.push_back(iRootKey); });
   while (!viToVisit.empty()) {
     const uint64_t iKey = viToVisit.back();
     viToVisit.pop_back();
-    if (iKey == 0 || !siSeen.insert(iKey).second) continue;
+    if (iKey == 0) continue;
+    bool bNew = false;
+    bAll &= Do([&] { bNew = siSeen.insert(iKey).second; });
+    if (!bNew) continue;
     auto* pzElement = ElementAt<KivOutOfCoreTreeNode>(iManagerKey, iKey);
     const KivMemoryBlock* pzBlock = BlockOf(pzElement);
     if (!KIV_ASSERT(pzBlock != nullptr)) {
@@ -134,64 +151,100 @@ bool KivWalkTree(uint32_t iManagerKey, uint64_t iRootKey, std::set<uint64_t>& si
     }
     // Before the visitor, who may evict the element.
     const std::array<uint64_t, 3> aiLink = pzBlock->GetHeader().m_aiLink;
-    viToVisit.push_back(aiLink[2]);
-    viToVisit.push_back(aiLink[1]);
+    bAll &= Do([&] {
+      viToVisit.push_back(aiLink[2]);
+      viToVisit.push_back(aiLink[1]);
+    });
     pfnVisit(*pzElement);
   }
   return bAll;
 }
 
-bool KivWalkElements(uint32_t iManagerKey, const std::set<uint32_t>& siTag, int32_t iLevel,
-                     const KivElementVisitor& pfnVisit) {
-  const auto Wants = [&](std::initializer_list<uint32_t> viTag) {
-    for (const uint32_t iTag : viTag)
-      if (siTag.count(iTag) != 0) return true;
-    return false;
-  };
-  bool bAll = true;
-  Gathered zGathered;
-  // The trees of one kind. Each kind has its own record of what was seen: a damaged link from one into another must not
-  // make the other look walked.
-  const auto WalkTrees = [&](const std::set<uint64_t>& siRoot, const std::set<uint32_t>& siOwnTag) {
-    std::set<uint64_t> siSeen;
-    for (const uint64_t iKey : siRoot)
-      bAll &= KivWalkTree(iManagerKey, iKey, siSeen, [&](KivOutOfCoreTreeNode& zElement) {
-        const uint32_t iTag = zElement.GetElementType();
-        if (!KIV_ASSERT(siOwnTag.count(iTag) != 0)) {
-          bAll = false;
-          return;
-        }
-        if (siTag.count(iTag) != 0) pfnVisit(zElement);
-      });
-  };
-  if (Wants({7, 11, 12})) {
-    bAll &= GatherFromTree(iManagerKey, siTag, zGathered);
-    WalkTrees(zGathered.m_siNode, {7, 11, 12});
+namespace {
+
+// One walk. What the visitor throws passes through; all else is reported.
+class ElementWalk {
+ public:
+  ElementWalk(uint32_t iManagerKey, const std::set<uint32_t>& siTag, int32_t iLevel, const KivElementVisitor& pfnVisit)
+      : m_iManagerKey(iManagerKey), m_siTag(siTag), m_iLevel(iLevel), m_pfnVisit(pfnVisit) {}
+
+  bool Run() {
+    if (Wants({7, 11, 12})) {
+      m_bAll &= GatherFromTree(m_iManagerKey, m_siTag, m_zGathered);
+      WalkTrees(m_zGathered.m_siNode, {7, 11, 12});
+    }
+    if (Wants({0, 1, 2, 5, 8, 13})) {
+      const KivMemoryBlockModel* pzModel = BlockOf(KivGetModel(m_iManagerKey));
+      const uint64_t iRootKey = pzModel != nullptr ? pzModel->m_zHeader.m_aiLink[1] : 0;
+      if (!KIV_ASSERT(iRootKey != 0)) return false;
+      WalkInstances(iRootKey);
+      WalkTrees(m_zGathered.m_siBrep, {5});
+      WalkTrees(m_zGathered.m_siVertex, {13});
+      WalkTrees(m_zGathered.m_siMesh, {1, 8});
+    }
+    return m_bAll;
   }
-  if (Wants({0, 1, 2, 5, 8, 13})) {
-    const KivMemoryBlockModel* pzModel = BlockOf(KivGetModel(iManagerKey));
-    const uint64_t iRootKey = pzModel != nullptr ? pzModel->m_zHeader.m_aiLink[1] : 0;
-    if (!KIV_ASSERT(iRootKey != 0)) return false;
+
+ private:
+  using Tags = std::initializer_list<uint32_t>;
+
+  bool Wants(Tags viTag) const {
+    return std::any_of(viTag.begin(), viTag.end(), [this](uint32_t iTag) { return m_siTag.count(iTag) != 0; });
+  }
+
+  void WalkInstances(uint64_t iRootKey) {
     std::set<uint64_t> siSeen;
-    bAll &= KivWalkTree(iManagerKey, iRootKey, siSeen, [&](KivOutOfCoreTreeNode& zElement) {
+    // Visitors here capture no more than a std::function holds without memory.
+    m_bAll &= KivWalkTree(m_iManagerKey, iRootKey, siSeen, [this](KivOutOfCoreTreeNode& zElement) {
       const auto* pzInstances = dynamic_cast<const KivMemoryBlockInstance*>(BlockOf(&zElement));
       if (!KIV_ASSERT(pzInstances != nullptr)) {
-        bAll = false;
+        m_bAll = false;
         return;
       }
-      GatherInstances(*pzInstances, siTag, iLevel, zGathered);
-      if (Wants({0, 2})) pfnVisit(zElement);
+      m_bAll &= Do([&] { GatherInstances(*pzInstances, m_siTag, m_iLevel, m_zGathered); });
+      if (Wants({0, 2})) m_pfnVisit(zElement);
     });
-    WalkTrees(zGathered.m_siBrep, {5});
-    WalkTrees(zGathered.m_siVertex, {13});
-    WalkTrees(zGathered.m_siMesh, {1, 8});
   }
-  return bAll;
+
+  // The trees of one kind, of elements with its own tags. Each kind has its own record of what was seen: a damaged link
+  // from one into another must not make the other look walked.
+  void WalkTrees(const std::set<uint64_t>& siRoot, Tags viOwnTag) {
+    m_viOwnTag = viOwnTag;
+    std::set<uint64_t> siSeen;
+    for (const uint64_t iKey : siRoot)
+      m_bAll &= KivWalkTree(m_iManagerKey, iKey, siSeen, [this](KivOutOfCoreTreeNode& zElement) {
+        const uint32_t iTag = zElement.GetElementType();
+        if (!KIV_ASSERT(std::find(m_viOwnTag.begin(), m_viOwnTag.end(), iTag) != m_viOwnTag.end())) {
+          m_bAll = false;
+          return;
+        }
+        if (m_siTag.count(iTag) != 0) m_pfnVisit(zElement);
+      });
+  }
+
+  const uint32_t m_iManagerKey;
+  const std::set<uint32_t>& m_siTag;
+  const int32_t m_iLevel;
+  const KivElementVisitor& m_pfnVisit;
+  Gathered m_zGathered;
+  std::span<const uint32_t> m_viOwnTag;  // of the kind of tree that is walked
+  bool m_bAll = true;
+};
+
+}  // namespace
+
+bool KivWalkElements(uint32_t iManagerKey, const std::set<uint32_t>& siTag, int32_t iLevel,
+                     const KivElementVisitor& pfnVisit) {
+  return ElementWalk(iManagerKey, siTag, iLevel, pfnVisit).Run();
 }
 
 bool KivAddModelMeshes(uint32_t iManagerKey, int32_t iLevel, KivMeshStatistics& zStatistics) {
-  return KivWalkElements(iManagerKey, {1, 8}, iLevel,
-                         [&](KivOutOfCoreTreeNode& zElement) { KivAddMeshBlock(BlockOf(&zElement), zStatistics); });
+  bool bAll = false;
+  const bool bDone = Do([&] {
+    bAll = KivWalkElements(iManagerKey, {1, 8}, iLevel,
+                           [&](KivOutOfCoreTreeNode& zElement) { KivAddMeshBlock(BlockOf(&zElement), zStatistics); });
+  });
+  return bAll && bDone;
 }
 
 }  // namespace kiv

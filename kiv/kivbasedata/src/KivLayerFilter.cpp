@@ -1,6 +1,7 @@
 #include "KivLayerFilter.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace kiv {
 
@@ -19,11 +20,6 @@ KivLayerFilterEntry& KivMemoryBlockLayerFilter::AddFilter() {
 }
 
 void KivLayerFilterLookup::Members::Build(const std::vector<KivLayer>& vzLayer, bool bOn) {
-  m_eForm = Form::Empty;
-  m_nList = 0;
-  m_aiBits.fill(0);
-  m_nBits = 0;
-  m_viSet.clear();
   size_t nMembers = 0;
   uint32_t iLargest = 0;
   for (const KivLayer& zLayer : vzLayer) {
@@ -62,18 +58,23 @@ bool KivLayerFilterLookup::Members::Has(uint32_t iLayer) const {
   }
 }
 
-void KivLayerFilterLookup::Build(const std::vector<KivLayer>& vzLayer) {
-  m_zOn.Build(vzLayer, true);
-  m_zOff.Build(vzLayer, false);
-  m_bMemoDefaultOn = true;
-  m_iMemoLayer = 0;
-  m_bMemoAnswer = Find(m_bMemoDefaultOn, m_iMemoLayer);
-  m_nFinds = 0;
+bool KivLayerFilterLookup::Build(const std::vector<KivLayer>& vzLayer) {
+  try {
+    KivLayerFilterLookup zNew;
+    zNew.m_zOn.Build(vzLayer, true);
+    zNew.m_zOff.Build(vzLayer, false);
+    zNew.m_bMemoAnswer = zNew.Find(zNew.m_bMemoDefaultOn, zNew.m_iMemoLayer);
+    *this = std::move(zNew);
+    return true;
+  } catch (...) {
+    KivReportThrownHere(KivMemoryBlockLayerFilter::kSource, __LINE__);
+    return false;
+  }
 }
 
-void KivLayerFilterLookup::Build(const KivLayerFilterEntry* pEntry) {
+bool KivLayerFilterLookup::Build(const KivLayerFilterEntry* pEntry) {
   static const std::vector<KivLayer> vzNone;
-  Build(pEntry != nullptr ? pEntry->m_vzLayer : vzNone);
+  return Build(pEntry != nullptr ? pEntry->m_vzLayer : vzNone);
 }
 
 }  // namespace kiv
