@@ -3,7 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <limits>
 #include <map>
+#include <set>
 #include <stdexcept>
 #include <string>
 
@@ -240,6 +242,77 @@ TEST_F(ModelBuilder, AnIndexOfANodeThatDoesNotExistIsRefused) {
   EXPECT_THROW(zBuilder.Node(3), std::out_of_range);
   EXPECT_THROW(zBuilder.InstanceAttributes(3), std::out_of_range);
   EXPECT_THROW(zBuilder.FaceEdge(2, 0), std::out_of_range);
+}
+
+TEST_F(ModelBuilder, EachNodeButTheFirstHasOneParentElseTheModelIsRefusedWithTheReason) {
+  const auto ReasonOf = [&](const std::function<void(KivModelBuilder&)>& pfnSpoil) {
+    KivModelBuilder zBuilder;
+    BuildSample(zBuilder);
+    pfnSpoil(zBuilder);
+    const uint64_t nBefore = QuietReports();
+    EXPECT_NO_REPORT(EXPECT_FALSE(zBuilder.Save(m_zFolder / u"a.kiv")));
+    return QuietReports() > nBefore ? KivLastQuietReport().m_szCondition : "";
+  };
+  const auto zNoParent = [](KivModelBuilder& z) { z.AddNode(u"apart"); };
+  EXPECT_STREQ(ReasonOf(zNoParent), "each node but the first has a parent");
+  EXPECT_STREQ(ReasonOf([](KivModelBuilder& z) { z.Node(0).m_viChildren = {2}; }),
+               "each node but the first has a parent");
+  EXPECT_STREQ(ReasonOf([](KivModelBuilder& z) { z.Node(1).m_viChildren = {2}; }), "no node has two parents");
+  EXPECT_STREQ(ReasonOf([](KivModelBuilder& z) { z.Node(0).m_viChildren = {1, 2, 1}; }), "no node has two parents");
+  EXPECT_STREQ(ReasonOf([](KivModelBuilder& z) { z.AddNode(u"", 7); }), "the parent of each node exists");
+  EXPECT_STREQ(ReasonOf([](KivModelBuilder& z) { z.Node(1).m_viChildren = {1}; }),
+               "children exist and stand behind their parent");
+  const NoThrowScope zNoThrow;
+  EXPECT_STREQ(ReasonOf(zNoParent), "each node but the first has a parent");
+}
+
+TEST_F(ModelBuilder, ABoxWithoutANumberOnOneAxisIsNone) {
+  const float fNone = std::numeric_limits<float>::quiet_NaN();
+  for (size_t iAxis = 0; iAxis < 3; ++iAxis) {
+    KivModelBuilder zBuilder;
+    BuildSample(zBuilder, 2);
+    KivEMatrix4 zMatrix;
+    zMatrix[12 + iAxis] = fNone;
+    zBuilder.PlaceInstance(0, zMatrix, 1);
+    const size_t iBad = zBuilder.AddPart();
+    AddRibbons(zBuilder.FaceEdge(iBad, 0), 1, 1, 1);
+    std::vector<float>& vf = zBuilder.FaceEdge(iBad, 0).m_vzFace[0].m_vfVertex;
+    for (size_t i = iAxis; i < vf.size(); i += 3) vf[i] = fNone;
+    zBuilder.PlaceInstance(iBad, KivEMatrix4(), 2);
+    ASSERT_TRUE(zBuilder.Save(m_zFolder / u"a.kiv")) << iAxis << KivLastQuietReport().m_szCondition;
+    const uint32_t iKey = Reopen(m_zFolder / u"a.kiv", false, 4);
+    KivInstance* pzInstance = KivGetInstanceRoot(iKey);
+    ASSERT_NE(pzInstance, nullptr);
+    const auto& vzInstance = pzInstance->GetMemoryBlock()->m_vzInstance;
+    ASSERT_EQ(vzInstance.size(), 4u);
+    EXPECT_EQ(vzInstance[1].m_fInstanceBox, (std::array<float, 6>{1, 0, 0, 2, 1, 0}));
+    EXPECT_EQ(vzInstance[2].m_fInstanceBox, kNoBox);
+    EXPECT_EQ(vzInstance[3].m_fInstanceBox, kNoBox);
+    EXPECT_EQ(KivGetModel(iKey)->GetMemoryBlock()->m_fModelBoxMax, (std::array<float, 3>{2, 1, 0}));
+    Close(m_pzModel);
+  }
+}
+
+TEST_F(ModelBuilder, TheCallersBoxStaysWhereNoMeshGivesOne) {
+  KivModelBuilder zBuilder;
+  const size_t iSolid = zBuilder.AddPart(), iBoth = zBuilder.AddPart();
+  const size_t iRoot = zBuilder.AddNode(u"root");
+  for (const size_t iPart : {iSolid, iBoth}) {
+    for (KivMemoryBlockHeader* pzHeader :
+         {&zBuilder.Brep(iPart).m_zHeader, &zBuilder.Vertices(iPart).m_zHeader, &zBuilder.PolyElem(iPart, 0).m_zHeader})
+      pzHeader->m_afBoxMax = {7, 8, 9};
+    zBuilder.PlaceInstance(iPart, KivEMatrix4(), iRoot);
+  }
+  AddRibbons(zBuilder.FaceEdge(iBoth, 0), 1, 1, 2);
+  ASSERT_TRUE(zBuilder.Save(m_zFolder / u"a.kiv"));
+  const uint32_t iKey = Reopen(m_zFolder / u"a.kiv", false, 4);
+  std::multiset<std::pair<uint32_t, float>> ssTop;
+  ASSERT_TRUE(KivWalkElements(iKey, {2, 5, 8, 13}, kAllLevels, [&](KivOutOfCoreTreeNode& zElement) {
+    ssTop.emplace(zElement.GetElementType(), zElement.GetMemoryBlock()->GetHeader().m_afBoxMax[1]);
+  }));
+  // The mesh of polygons has no vertices in either part.
+  EXPECT_EQ(ssTop, (std::multiset<std::pair<uint32_t, float>>{
+                       {2, 2.0f}, {5, 2.0f}, {5, 8.0f}, {8, 8.0f}, {8, 8.0f}, {13, 2.0f}, {13, 8.0f}}));
 }
 
 TEST_F(ModelBuilder, NamesAndAttributesOfFacesEdgesAndInstancesComeBackFromAPartOfAMillionTriangles) {

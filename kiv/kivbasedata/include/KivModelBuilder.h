@@ -10,9 +10,11 @@
 //   zBuilder.PMI(iNode).AddPMI() ...
 //   bool bDone = zBuilder.Save(u"machine.kiv");
 //
-// The blocks that it hands out are the elements' own: fill any of their fields. Links, keys, numbers of entries and
-// boxes are set by Save. References stay good while the builder lives. An index of something that does not exist, where
-// a reference is asked for, throws std::out_of_range.
+// The blocks that it hands out are the elements' own: fill any of their fields. Links, keys and numbers of entries are
+// set by Save, and so are boxes: those of meshes by their vertices, all others by the meshes in them; exact geometry
+// and vertices of a part without any keep the box that they have. References stay good while the builder lives. A part,
+// a node or an instance that does not exist throws std::out_of_range where it is asked for, but for the node of a PMI,
+// a layer filter or a camera: Save refuses that one.
 //
 // Where the records leave a meaning open, the builder gives one: m_viChildren of a node are indices of nodes,
 // m_iInstanceData[0] of an instance is the index of its node.
@@ -59,8 +61,8 @@ class KivModelBuilder {
 
   // --- Structure ----------------------------------------------------------------------------------------------------
 
-  // The first node is the root. Children stand behind their parent; Save refuses any other order, and a part or a node
-  // that does not exist.
+  // The first node is the root. Each other one has one parent, before it; Save refuses anything else, and a part or a
+  // node that does not exist.
   size_t AddNode(const KivWString& csName, size_t iParent = kNoNode);
   KivAssemblyNode& Node(size_t iNode);  // until the next AddNode
   size_t PlaceInstance(size_t iPart, const KivEMatrix4& zMatrix, size_t iNode);

@@ -41,11 +41,11 @@ Block& Made(std::map<size_t, std::unique_ptr<Block>>& mapBlock, size_t iKey) {
   return *it->second;
 }
 
-// A box that grows; empty until something is added.
+// A box that grows; empty until something is added, and along each axis until it gets a number there.
 struct Box {
   std::array<float, 6> m_af = kNoBox;
 
-  bool IsEmpty() const { return m_af[0] > m_af[3]; }
+  bool IsEmpty() const { return m_af[0] > m_af[3] || m_af[1] > m_af[4] || m_af[2] > m_af[5]; }
   void Add(const float* pPoint) {
     for (size_t i = 0; i < 3; ++i) {
       m_af[i] = std::min(m_af[i], pPoint[i]);
@@ -68,7 +68,7 @@ struct Box {
       for (size_t k = 0; k < 3; ++k) afCorner[3 * i + k] = m_af[((i >> k) & 1) != 0 ? 3 + k : k];
     zMatrix.TransformBoxCorners(afCorner, afMoved);
     for (size_t i = 0; i < 8; ++i) zOut.Add(&afMoved[3 * i]);
-    return zOut;
+    return zOut.IsEmpty() ? Box() : zOut;
   }
   // A header's box is never upside down; an empty one is 0.
   void PutInto(KivMemoryBlockHeader& zHeader) const {
@@ -85,13 +85,13 @@ uint32_t LiveNum(const List& vzEntry) {
       std::count_if(vzEntry.begin(), vzEntry.end(), [](const auto& z) { return !z.m_zFrame.IsGap(); }));
 }
 
-// Counts the entries of a mesh and gives it its box.
+// Counts the entries of a mesh and gives it its box; without vertices it keeps the caller's.
 template <typename Block>
 void Finish(Block& zMesh, Box& zPartBox) {
   Box zBox;
   for (const auto& zFace : zMesh.m_vzFace) zBox.AddPoints(zFace.m_vfVertex);
   for (const auto& zEdge : zMesh.m_vzEdge) zBox.AddPoints(zEdge.m_vfVertex);
-  zBox.PutInto(zMesh.m_zHeader);
+  if (!zBox.IsEmpty()) zBox.PutInto(zMesh.m_zHeader);
   zMesh.m_zHeader.m_iEntryCount = LiveNum(zMesh.m_vzFace) + LiveNum(zMesh.m_vzEdge);
   zPartBox.Add(zBox);
 }
@@ -219,10 +219,18 @@ class KivModelBuilder::Writer {
 
   bool CheckNodes() {
     const KivReusedList<KivAssemblyNode>& vzNode = m_z.m_zAssembly.m_vzNode;
-    if (!KIV_ASSERT(m_z.m_bParentsExist)) return false;
-    for (size_t i = 0; i < vzNode.size(); ++i)
-      for (const uint64_t iChild : vzNode[i].m_viChildren)
-        if (!KIV_ASSERT(iChild > i && iChild < vzNode.size())) return false;
+    if (!KIV_ASSERT_AS(m_z.m_bParentsExist, "the parent of each node exists")) return false;
+    std::vector<uint8_t> vbHasParent(vzNode.size(), 0);
+    for (size_t i = 0; i < vzNode.size(); ++i) {
+      // Its parent, if it has one, stands before it.
+      if (!KIV_ASSERT_AS(i == 0 || vbHasParent[i] != 0, "each node but the first has a parent")) return false;
+      for (const uint64_t iChild : vzNode[i].m_viChildren) {
+        if (!KIV_ASSERT_AS(iChild > i && iChild < vzNode.size(), "children exist and stand behind their parent"))
+          return false;
+        if (!KIV_ASSERT_AS(vbHasParent[iChild] == 0, "no node has two parents")) return false;
+        vbHasParent[iChild] = 1;
+      }
+    }
     return true;
   }
 
@@ -245,12 +253,12 @@ class KivModelBuilder::Writer {
       }
       if (zPart.m_pzBrep != nullptr) {
         zPart.m_pzBrep->m_zHeader.m_iEntryCount = LiveNum(zPart.m_pzBrep->m_vzGeometry);
-        zStored.m_zBox.PutInto(zPart.m_pzBrep->m_zHeader);
+        if (!zStored.m_zBox.IsEmpty()) zStored.m_zBox.PutInto(zPart.m_pzBrep->m_zHeader);
         if (!StoreWithParent<KivBrepData>(*zPart.m_pzBrep, 0, zStored.m_iBrepKey)) return false;
       }
       if (zPart.m_pzVertex != nullptr) {
         zPart.m_pzVertex->m_zHeader.m_iEntryCount = static_cast<uint32_t>(zPart.m_pzVertex->m_vzVertex.size());
-        zStored.m_zBox.PutInto(zPart.m_pzVertex->m_zHeader);
+        if (!zStored.m_zBox.IsEmpty()) zStored.m_zBox.PutInto(zPart.m_pzVertex->m_zHeader);
         if (!StoreWithParent<KivVertexData>(*zPart.m_pzVertex, 0, zStored.m_iVertexKey)) return false;
       }
     }
