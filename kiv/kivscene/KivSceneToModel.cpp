@@ -219,12 +219,15 @@ class SceneToModel {
       m_strError = "the mesh " + Quoted(zPart.m_csName) + " has too many triangles for a model";
       return false;
     }
+    const size_t nLevels = m_zSummary.m_vdTolerance.size();
+    const double dSteps = 1 + 2 * static_cast<double>(nLevels);  // the regions; of each level its triangles, its entry
+    double dStep = 0;
     const KivSceneRegions zRegions = KivFindSceneRegions(vzSource, m_zOptions.m_dAngle);
+    Tell(iPart, ++dStep / dSteps);
     const std::vector<KivSceneEdge> vzEdge = std::move(zPart.m_vzLevel.back().m_vzEdge);
     zPart.m_vzLevel.clear();
     m_nDegenerate += zRegions.m_nDegenerate;
     if (zRegions.RegionNum() == 0 && vzEdge.empty()) return true;
-    const size_t nLevels = m_zSummary.m_vdTolerance.size();
     std::vector<uint32_t> viIndex = zRegions.m_viIndex;
     for (size_t iLevel = nLevels; iLevel-- > 0;) {
       const bool bFinest = iLevel + 1 == nLevels;
@@ -232,6 +235,7 @@ class SceneToModel {
       // From the level before it, which has taken its share of the tolerance already; the finest one is the source.
       const double dTaken = iLevel + 2 < nLevels ? Tolerance(iPart, iLevel + 1) : 0;
       if (!bFinest) viIndex = KivSimplifyRegions(zRegions, viIndex, m_vzBox[iPart], dTolerance - dTaken);
+      Tell(iPart, ++dStep / dSteps);
       KivMemoryBlockFaceEdge& zBlock = m_zBuilder.FaceEdge(iPart, iLevel);
       KivSceneMesh zMesh(zBlock, m_vzBox[iPart], dTolerance, bFinest);
       KivPutRegions(zRegions, viIndex, vzGroup, zMesh);
@@ -240,7 +244,7 @@ class SceneToModel {
                       vzEdge[i].m_iLayer);
       zMesh.Finish();
       CountLevel(zBlock, iLevel, bFinest);
-      Tell(iPart, double(nLevels - iLevel) / double(nLevels));
+      Tell(iPart, ++dStep / dSteps);
     }
     return true;
   }

@@ -1,7 +1,10 @@
 #include "KivProgress.h"
 
 #include <algorithm>
+#include <chrono>
+#include <cinttypes>
 #include <cstdio>
+#include <utility>
 
 #include "KivSysClock.h"
 #include "KivSysTerminal.h"
@@ -10,42 +13,72 @@
 namespace kiv {
 namespace {
 
-constexpr uint64_t kQuietNs = 1'000'000'000;
-constexpr uint64_t kFrameNs = 100'000'000;
+constexpr std::chrono::seconds kQuiet(1);
+constexpr std::chrono::milliseconds kFrame(100);
+constexpr uint64_t kSecondNs = 1'000'000'000;
 constexpr int kBarWidth = 30;
+
+std::mutex g_zLine;      // of the terminal
+bool g_bStands = false;  // a bar stands in it
+bool g_bNoMore = false;
 
 }  // namespace
 
-KivProgress::KivProgress(std::string strWhat, uint64_t nTotal)
-    : m_strWhat(std::move(strWhat)),
-      m_nTotal(nTotal),
-      m_iStartNs(sys::SteadyNs()),
-      m_bTerminal(sys::IsErrorTerminal()) {}
+KivProgress::KivProgress(std::string strWhat, uint64_t nTotal) : m_strWhat(std::move(strWhat)), m_nTotal(nTotal) {
+  if (sys::IsErrorTerminal()) m_zThread = std::thread([this] { DrawAll(); });
+}
 
 KivProgress::~KivProgress() {
-  if (!m_bDrawn) return;
-  std::fputs("\r\033[K", stderr);
-  std::fflush(stderr);
+  if (!m_zThread.joinable()) return;
+  {
+    const std::lock_guard zGuard(m_zLock);
+    m_bEnd = true;
+  }
+  m_zEnd.notify_one();
+  m_zThread.join();
 }
 
 void KivProgress::Set(uint64_t nDone) {
   m_nDone = nDone;
   if (sys::IsStopRequested()) throw KivToolError("stopped");
-  if (!m_bTerminal) return;
-  const uint64_t iNowNs = sys::SteadyNs();
-  if (iNowNs - m_iStartNs >= kQuietNs && iNowNs - m_iDrawnNs >= kFrameNs) Draw(iNowNs);
 }
 
-void KivProgress::Draw(uint64_t iNowNs) {
-  m_bDrawn = true;
-  m_iDrawnNs = iNowNs;
+void KivProgress::DrawAll() {
+  const uint64_t iStartNs = sys::SteadyNs();
+  std::unique_lock zLock(m_zLock);
+  const auto IsOver = [this] { return m_bEnd; };
+  if (m_zEnd.wait_for(zLock, kQuiet, IsOver)) return;
+  do Draw((sys::SteadyNs() - iStartNs) / kSecondNs);
+  while (!m_zEnd.wait_for(zLock, kFrame, IsOver));
+  Clear();
+}
+
+void KivProgress::Clear() {
+  const std::lock_guard zGuard(g_zLine);
+  if (!std::exchange(g_bStands, false)) return;
+  std::fputs("\r\033[K", stderr);
+  std::fflush(stderr);
+}
+
+void KivProgress::EndAll() {
+  {
+    const std::lock_guard zGuard(g_zLine);
+    g_bNoMore = true;
+  }
+  Clear();
+}
+
+void KivProgress::Draw(uint64_t iSeconds) const {
+  const std::lock_guard zGuard(g_zLine);
+  if (g_bNoMore) return;
+  g_bStands = true;
   if (m_nTotal == 0) {
-    std::fprintf(stderr, "\r%s  %llu\033[K", m_strWhat.c_str(), static_cast<unsigned long long>(m_nDone));
+    std::fprintf(stderr, "\r%s  %" PRIu64 " s\033[K", m_strWhat.c_str(), iSeconds);
   } else {
     const double dShare = std::min(1.0, static_cast<double>(m_nDone) / static_cast<double>(m_nTotal));
     const int nFull = static_cast<int>(dShare * kBarWidth);
-    std::fprintf(stderr, "\r%s  [%s%s] %3d %%\033[K", m_strWhat.c_str(), std::string(nFull, '#').c_str(),
-                 std::string(kBarWidth - nFull, '.').c_str(), static_cast<int>(dShare * 100));
+    std::fprintf(stderr, "\r%s  [%s%s] %3d %%  %" PRIu64 " s\033[K", m_strWhat.c_str(), std::string(nFull, '#').c_str(),
+                 std::string(kBarWidth - nFull, '.').c_str(), static_cast<int>(dShare * 100), iSeconds);
   }
   std::fflush(stderr);
 }

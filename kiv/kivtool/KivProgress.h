@@ -1,14 +1,19 @@
 // A bar on the terminal behind standard error, for work that takes over a second. Nothing where there is no terminal.
+// A thread draws it, so that the seconds go on whatever the work does.
 #pragma once
 
+#include <atomic>
+#include <condition_variable>
 #include <cstdint>
+#include <mutex>
 #include <string>
+#include <thread>
 
 namespace kiv {
 
 class KivProgress {
  public:
-  // A total of 0 is one that is not known.
+  // A total of 0 is one that is not known: only the seconds are told.
   KivProgress(std::string strWhat, uint64_t nTotal);
   ~KivProgress();  // takes the bar away
   KivProgress(const KivProgress&) = delete;
@@ -18,16 +23,21 @@ class KivProgress {
   void Set(uint64_t nDone);
   void Advance(uint64_t nDone = 1) { Set(m_nDone + nDone); }
 
- private:
-  void Draw(uint64_t iNowNs);
+  // Takes a bar away that stands, and lets none come up again: before the process ends somewhere else.
+  static void EndAll();
 
-  std::string m_strWhat;
-  uint64_t m_nTotal;
-  uint64_t m_nDone = 0;
-  uint64_t m_iStartNs;
-  uint64_t m_iDrawnNs = 0;
-  bool m_bTerminal;
-  bool m_bDrawn = false;
+ private:
+  void DrawAll();
+  void Draw(uint64_t iSeconds) const;
+  static void Clear();
+
+  const std::string m_strWhat;
+  const uint64_t m_nTotal;
+  std::atomic<uint64_t> m_nDone{0};
+  std::mutex m_zLock;
+  std::condition_variable m_zEnd;
+  bool m_bEnd = false;
+  std::thread m_zThread;  // only on a terminal
 };
 
 }  // namespace kiv

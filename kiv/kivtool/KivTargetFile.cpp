@@ -14,8 +14,8 @@ namespace kiv {
 namespace {
 
 constexpr int kTemporaryNames = 100;
-// What the store makes beside a file while it is built.
-constexpr char16_t kSideSuffix[] = u".urf";
+// What the store makes beside a file while it is built, and what a reader leaves.
+constexpr const char16_t* kSideSuffixes[] = {u".urf", u".scene"};
 
 bool IsSameFile(const KivWString& csA, const KivWString& csB) {
   if (csA == csB) return true;
@@ -53,8 +53,22 @@ KivTargetFile::KivTargetFile(const KivWString& csTarget, bool bForce, const std:
 
 KivTargetFile::~KivTargetFile() {
   if (m_csTemporary.empty()) return;
+  RemoveTemporary();
+}
+
+bool KivTargetFile::RemoveTemporary() const {
   sys::RemoveFileAt(m_csTemporary);
-  sys::RemoveFileAt(m_csTemporary + kSideSuffix);
+  bool bGone = !sys::PathExists(m_csTemporary);
+  for (const char16_t* szSuffix : kSideSuffixes) {
+    sys::RemoveFileAt(m_csTemporary + szSuffix);
+    bGone = bGone && !sys::PathExists(m_csTemporary + szSuffix);
+  }
+  return bGone;
+}
+
+bool KivTargetFile::Abandon() {
+  const std::lock_guard zGuard(m_zLock);
+  return !m_bCommitted && RemoveTemporary();
 }
 
 void KivTargetFile::CheckTarget() const {
@@ -70,12 +84,16 @@ void KivTargetFile::CheckTarget() const {
 }
 
 void KivTargetFile::Commit() {
-  if (sys::IsStopRequested()) throw KivToolError("stopped");
+  {
+    const std::lock_guard zGuard(m_zLock);
+    if (sys::IsStopRequested()) throw KivToolError("stopped");
+    m_bCommitted = true;
+  }
   CheckTarget();
   const int32_t iResult =
       m_bForce ? sys::ReplacePath(m_csTemporary, m_csTarget) : sys::RenamePath(m_csTemporary, m_csTarget);
   if (iResult == 0) {
-    sys::RemoveFileAt(m_csTemporary + kSideSuffix);
+    RemoveTemporary();
     m_csTemporary.clear();
     return;
   }

@@ -6,6 +6,7 @@
 //   zTarget.Commit();
 #pragma once
 
+#include <mutex>
 #include <vector>
 
 #include "KivSysText.h"
@@ -26,14 +27,20 @@ class KivTargetFile {
   // All handles on the temporary file are closed by then. Throws KivToolError, also if a target has come up meanwhile
   // and bForce is not set, and once the user wants to stop.
   void Commit();
+  // From any thread: takes the temporary file away, and what stands beside it. False if it cannot, as where a file that
+  // is open stays, and from the commit on. It may come up again as long as somebody writes.
+  bool Abandon();
 
  private:
   void CheckTarget() const;
+  bool RemoveTemporary() const;
 
   KivWString m_csTarget;
   bool m_bForce;
   std::vector<KivWString> m_vcsSource;
   KivWString m_csTemporary;
+  std::mutex m_zLock;
+  bool m_bCommitted = false;  // or about to be
 };
 
 }  // namespace kiv

@@ -7,6 +7,7 @@
 #include "KivCommand.h"
 #include "KivDataUtil.h"
 #include "KivSysTerminal.h"
+#include "KivToolModel.h"
 
 namespace kiv {
 namespace {
@@ -32,19 +33,16 @@ KivToolExit RunGuarded(KivCommand& zCommand, KivOptions& zOptions, KivToolOutput
 }
 
 // What the library writes for its own use goes with the command.
-class WorkFolder {
- public:
+struct WorkFolder {
   WorkFolder() = default;
   WorkFolder(const WorkFolder&) = delete;
   WorkFolder& operator=(const WorkFolder&) = delete;
   ~WorkFolder() {
     try {
-      if (!KivIsWorkFolderSettled()) return;
-      KivCloseLog();
-      KivRemoveTree(KivGetWorkFolder());
+      if (KivIsWorkFolderSettled()) KivCloseLog();
     } catch (const std::exception&) {
-      // A folder that stays does no harm.
     }
+    KivRemoveToolWorkFolder();
   }
 };
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "KivDataSpaceBase.h"
+#include "KivDataUtil.h"
 #include "KivElementClasses.h"
 #include "KivException.h"
 #include "KivLittleEndian.h"
@@ -40,6 +41,13 @@ void KivPrepareToolProcess() {
     return true;
   }();
   (void)bOnce;
+}
+
+void KivRemoveToolWorkFolder() noexcept {
+  try {
+    if (KivIsWorkFolderSettled()) KivRemoveTree(KivGetWorkFolder());
+  } catch (const std::exception&) {
+  }
 }
 
 KivModelProbe KivProbeForTool(const KivWString& csPath) {

@@ -13,6 +13,8 @@ namespace kiv {
 
 // What the program's process needs before it opens or builds models; more than one call is one.
 void KivPrepareToolProcess();
+// Takes away what the library has written for its own use. Throws nothing: a folder that stays does no harm.
+void KivRemoveToolWorkFolder() noexcept;
 
 // The file's head. Throws KivToolError for a file that is missing, cannot be read, or is neither model nor package.
 KivModelProbe KivProbeForTool(const KivWString& csPath);

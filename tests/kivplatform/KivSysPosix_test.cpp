@@ -21,6 +21,7 @@
 #include <algorithm>
 #include <atomic>
 #include <clocale>
+#include <csignal>
 #include <cstddef>
 #include <cstdlib>
 #include <thread>
@@ -518,6 +519,32 @@ TEST(Posix, ATerminalBehindStandardErrorIsOne) {
   dup2(iKept, STDERR_FILENO);
   EXPECT_TRUE(bTerminal);
   for (const int iFd : {iMaster, iSlave, iKept}) close(iFd);
+}
+
+TEST(PosixDeathTest, TheSecondRequestToStopEndsTheProcessAsUsual) {
+  EXPECT_EXIT(
+      {
+        sys::CatchStopRequests();
+        std::raise(SIGINT);
+        if (!sys::IsStopRequested()) std::_Exit(1);
+        std::raise(SIGINT);
+        std::_Exit(2);
+      },
+      testing::KilledBySignal(SIGINT), "");
+}
+
+TEST(PosixDeathTest, HeldRequestsAreOnlyNotedUntilTheyAreReleased) {
+  EXPECT_EXIT(
+      {
+        sys::CatchStopRequests();
+        sys::HoldStopRequests(true);
+        for (int i = 0; i < 3; ++i) std::raise(SIGTERM);
+        if (!sys::IsStopRequested()) std::_Exit(1);
+        sys::HoldStopRequests(false);
+        std::raise(SIGTERM);
+        std::_Exit(2);
+      },
+      testing::KilledBySignal(SIGTERM), "");
 }
 
 TEST(Posix, NamesThatAreNoValidUtf8GoBothWays) {

@@ -96,19 +96,19 @@ std::string TextOf(const KivWString& csFile) {
   return zText.str();
 }
 
-KivWString Program() {
+}  // namespace
+
+KivWString KivProgramPath() {
   KivWString csProgram;
   EXPECT_TRUE(sys::ProgramPath(csProgram));
   const std::filesystem::path zFolder = std::filesystem::path(csProgram).parent_path().parent_path() / "bin";
   return zFolder.u16string() + sys::kSeparator + u"kiv" + KivWString(sys::kExecutableSuffix);
 }
 
-}  // namespace
-
 ToolRun RunKiv(const std::vector<KivWString>& vcsArguments) {
   const TestFolder zFolder;
   const KivWString csOut = zFolder / u"out", csErr = zFolder / u"err";
-  KivWString csLine = u"\"" + Program() + u"\"";
+  KivWString csLine = u"\"" + KivProgramPath() + u"\"";
   for (const KivWString& cs : vcsArguments) csLine += u" \"" + cs + u"\"";
   std::string strLine = sys::WideToUtf8(csLine + u" >\"" + csOut + u"\" 2>\"" + csErr + u"\"");
   if (sys::kSeparator == u'\\') strLine = "\"" + strLine + "\"";  // the shell there takes off one pair of quotes

@@ -27,6 +27,7 @@ struct ToolRun {
   std::string m_strOut;
   std::string m_strErr;
 };
+kiv::KivWString KivProgramPath();
 ToolRun RunKiv(const std::vector<kiv::KivWString>& vcsArguments);
 
 }  // namespace kivtest

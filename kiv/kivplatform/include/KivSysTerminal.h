@@ -17,5 +17,7 @@ bool ReadInputLine(std::string& strLine);
 // can clean up; the second one ends it as usual.
 void CatchStopRequests();
 bool IsStopRequested();
+// While held, every further request is only noted as well: for a program that ends by itself soon.
+void HoldStopRequests(bool bHold);
 
 }  // namespace kiv::sys

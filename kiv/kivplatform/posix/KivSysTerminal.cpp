@@ -4,20 +4,26 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
-#include <csignal>
 #include <initializer_list>
 
 namespace kiv::sys {
 namespace {
 
-volatile std::sig_atomic_t g_bStop = 0;
+// Touched by a signal's handler.
+std::atomic<bool> g_bStop{false};
+std::atomic<bool> g_bHold{false};
+static_assert(std::atomic<bool>::is_always_lock_free);
 
 constexpr size_t kLongestLine = size_t{1} << 20;
 constexpr int kLookMs = 200;  // a stop that comes just before a wait is seen after this
 
-void OnStop(int) {
-  g_bStop = 1;
+// The signal waits until the handler is left, and then does what it does by default.
+void OnStop(int iSignal) {
+  if (!g_bStop.exchange(true) || g_bHold.load()) return;
+  signal(iSignal, SIG_DFL);
+  raise(iSignal);
 }
 
 }  // namespace
@@ -33,7 +39,7 @@ bool IsInputTerminal() {
 bool ReadInputLine(std::string& strLine) {
   static std::string strAhead;  // read, but behind the last line
   for (size_t iSeen = 0;;) {
-    if (g_bStop != 0 || iSeen > kLongestLine) return false;
+    if (g_bStop.load() || iSeen > kLongestLine) return false;
     const size_t iEnd = strAhead.find('\n', iSeen);
     if (iEnd != std::string::npos) {
       strLine = strAhead.substr(0, iEnd);
@@ -61,14 +67,18 @@ void CatchStopRequests() {
   for (int iSignal : {SIGINT, SIGTERM, SIGHUP}) {
     struct sigaction zAction {};
     zAction.sa_handler = OnStop;
-    zAction.sa_flags = SA_RESTART | static_cast<int>(SA_RESETHAND);
+    zAction.sa_flags = SA_RESTART;
     sigemptyset(&zAction.sa_mask);
     sigaction(iSignal, &zAction, nullptr);
   }
 }
 
 bool IsStopRequested() {
-  return g_bStop != 0;
+  return g_bStop.load();
+}
+
+void HoldStopRequests(bool bHold) {
+  g_bHold.store(bHold);
 }
 
 }  // namespace kiv::sys

@@ -10,11 +10,12 @@ namespace {
 constexpr size_t kLongestLine = size_t{1} << 20;
 
 std::atomic<bool> g_bStop{false};
+std::atomic<bool> g_bHold{false};
 
 // Runs on a thread of its own.
 BOOL WINAPI OnStop(DWORD iKind) {
   if (iKind != CTRL_C_EVENT && iKind != CTRL_BREAK_EVENT) return FALSE;
-  return g_bStop.exchange(true) ? FALSE : TRUE;
+  return !g_bStop.exchange(true) || g_bHold.load() ? TRUE : FALSE;
 }
 
 }  // namespace
@@ -59,6 +60,10 @@ void CatchStopRequests() {
 
 bool IsStopRequested() {
   return g_bStop.load();
+}
+
+void HoldStopRequests(bool bHold) {
+  g_bHold.store(bHold);
 }
 
 }  // namespace kiv::sys

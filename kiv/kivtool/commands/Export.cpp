@@ -4,6 +4,7 @@
 #include "KivCommand.h"
 #include "KivGltfExport.h"
 #include "KivNumberText.h"
+#include "KivStopGuard.h"
 #include "KivTargetFile.h"
 
 namespace kiv {
@@ -41,8 +42,12 @@ class ExportCommand : public KivCommand {
     if (m_iLevel >= 0) zOptions.m_iLevel = static_cast<size_t>(m_iLevel);
     zOptions.m_bEdges = m_bEdges;
     zOptions.m_bFaces = m_bFaces;
-    const KivGltfSummary z = KivExportGltf(zModel, zOptions, zTarget.GetTemporaryPath());
-    zTarget.Commit();
+    KivGltfSummary z;
+    {
+      const KivStopGuard zGuard([&] { return zTarget.Abandon(); }, zOutput);
+      z = KivExportGltf(zModel, zOptions, zTarget.GetTemporaryPath());
+      zTarget.Commit();
+    }
     if (zOutput.IsJson()) {
       KivJsonWriter& zJson = zOutput.Json();
       zJson.BeginObject();

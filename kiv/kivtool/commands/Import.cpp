@@ -8,6 +8,7 @@
 #include "KivReportQuiet.h"
 #include "KivSceneReader.h"
 #include "KivSceneToModel.h"
+#include "KivStopGuard.h"
 #include "KivSysClock.h"
 #include "KivSysFolder.h"
 #include "KivTargetFile.h"
@@ -67,12 +68,15 @@ class ImportCommand : public KivCommand {
     CheckOptions();
     const KivWString csReader = ReaderOf(FindFormat(m_csSource));
     KivTargetFile zTarget(m_csTarget, m_bForce, {m_csSource});
-    KivScene zScene;
-    Read(csReader, zTarget.GetTemporaryPath(), zScene);
-    KivPrepareToolProcess();
     KivImportSummary zSummary;
-    Write(zScene, zTarget.GetTemporaryPath(), zSummary);
-    zTarget.Commit();
+    {
+      const KivStopGuard zGuard([&] { return zTarget.Abandon(); }, zOutput);
+      KivScene zScene;
+      Read(csReader, zTarget.GetTemporaryPath(), zScene);
+      KivPrepareToolProcess();
+      Write(zScene, zTarget.GetTemporaryPath(), zSummary);
+      zTarget.Commit();
+    }
     const double dSeconds = static_cast<double>(sys::SteadyNs() - iStartNs) / 1e9;
     for (const std::string& str : zSummary.m_vstrWarning)
       zOutput.Note("%s: %s", KivShown(m_csSource).c_str(), KivShown(sys::Utf8ToWide(str)).c_str());
@@ -109,22 +113,21 @@ class ImportCommand : public KivCommand {
     KivProgress zProgress("reading " + KivShown(m_csSource), 0);
     std::string strError;
     const bool bRead =
-        KivRunSceneReader(csReader, m_csSource, vdTolerance, csTemporary + u".scene", zScene, strError, [&] {
-          zProgress.Advance();
-          return true;
-        });
+        KivRunSceneReader(csReader, m_csSource, vdTolerance, csTemporary + u".scene", zScene, strError, {});
     if (!bRead) throw KivToolError(KivShown(m_csSource) + ": " + KivShown(sys::Utf8ToWide(strError)));
   }
 
   void Write(KivScene& zScene, const KivWString& csTemporary, KivImportSummary& zSummary) {
     constexpr uint64_t kTotal = 1000;
-    KivProgress zProgress("making the model", kTotal);
-    m_zImport.m_pfnProgress = [&](double d) { zProgress.Set(static_cast<uint64_t>(d * kTotal)); };
     KivModelBuilder zBuilder;
-    std::string strError;
-    if (!KivSceneToModel(zScene, m_zImport, zBuilder, zSummary, strError))
-      throw KivToolError(KivShown(m_csSource) + ": " + KivShown(sys::Utf8ToWide(strError)));
-    zProgress.Set(kTotal);
+    {
+      KivProgress zProgress("making the model", kTotal);
+      m_zImport.m_pfnProgress = [&](double d) { zProgress.Set(static_cast<uint64_t>(d * kTotal)); };
+      std::string strError;
+      if (!KivSceneToModel(zScene, m_zImport, zBuilder, zSummary, strError))
+        throw KivToolError(KivShown(m_csSource) + ": " + KivShown(sys::Utf8ToWide(strError)));
+    }
+    KivProgress zProgress("writing " + KivShown(m_csTarget), 0);
     if (!zBuilder.Save(csTemporary))
       throw KivToolError(KivShown(m_csTarget) + ": cannot be written whole (" + KivLastQuietReport().m_szCondition +
                          ")");

@@ -1,0 +1,188 @@
+// kiv on a terminal: its bar, and the end that a user asks for with Ctrl-C.
+#ifndef _WIN32
+
+#include <gtest/gtest.h>
+#include <pty.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <functional>
+
+#include "KivStopGuard.h"
+#include "KivSysClock.h"
+#include "KivSysTerminal.h"
+#include "KivTargetFile.h"
+#include "KivTestFolder.h"
+#include "KivToolTestModel.h"
+
+namespace {
+
+using namespace kiv;
+using namespace kivtest;
+
+struct TerminalRun {
+  int m_iExit = -1;
+  std::string m_strShown;
+  bool m_bAsked = false;  // Ctrl-C was pressed before it ended
+};
+
+// Runs kiv on a terminal of its own. Once pfnWhen is true of what was shown Ctrl-C is pressed there so many times.
+TerminalRun RunOnTerminal(const std::vector<KivWString>& vcsArguments,
+                          const std::function<bool(const std::string&)>& pfnWhen, int nPresses) {
+  std::vector<std::string> vstrWord = {sys::WideToUtf8(KivProgramPath())};
+  for (const KivWString& cs : vcsArguments) vstrWord.push_back(sys::WideToUtf8(cs));
+  std::vector<char*> vpcWord;
+  for (std::string& str : vstrWord) vpcWord.push_back(str.data());
+  vpcWord.push_back(nullptr);
+  TerminalRun z;
+  int iTerminal = -1;
+  const pid_t iChild = forkpty(&iTerminal, nullptr, nullptr, nullptr);
+  if (iChild == 0) {
+    execv(vpcWord[0], vpcWord.data());
+    _exit(126);
+  }
+  EXPECT_GT(iChild, 0);
+  fd_set zSet;
+  for (char acBytes[4096];;) {
+    timeval zWait{0, 500};
+    FD_ZERO(&zSet);
+    FD_SET(iTerminal, &zSet);
+    if (select(iTerminal + 1, &zSet, nullptr, nullptr, &zWait) > 0) {
+      const ssize_t nBytes = read(iTerminal, acBytes, sizeof acBytes);
+      if (nBytes <= 0) break;
+      z.m_strShown.append(acBytes, static_cast<size_t>(nBytes));
+    }
+    if (!z.m_bAsked && pfnWhen(z.m_strShown)) {
+      z.m_bAsked = true;
+      for (int i = 0; i < nPresses; ++i) EXPECT_EQ(write(iTerminal, "\x03", 1), 1);
+    }
+  }
+  int iStatus = 0;
+  EXPECT_EQ(waitpid(iChild, &iStatus, 0), iChild);
+  close(iTerminal);
+  z.m_iExit = WIFEXITED(iStatus) ? WEXITSTATUS(iStatus) : -WTERMSIG(iStatus);
+  return z;
+}
+
+// Files with bytes, and this in their names.
+size_t NumOf(const TestFolder& zFolder, const KivWString& csInName) {
+  size_t nFiles = 0;
+  std::error_code iError;
+  for (const auto& zEntry : std::filesystem::directory_iterator(zFolder.Path()))
+    if (zEntry.path().u16string().find(csInName) != KivWString::npos && zEntry.file_size(iError) > 0 && !iError)
+      ++nFiles;
+  return nFiles;
+}
+
+// A wavy sheet of 2 n n triangles.
+std::string WavySheet(size_t n) {
+  std::string strStl(84 + 2 * n * n * 50, '\0');
+  const uint32_t nTriangles = static_cast<uint32_t>(2 * n * n);
+  std::copy_n(reinterpret_cast<const char*>(&nTriangles), 4, &strStl[80]);
+  char* pc = &strStl[84];
+  for (size_t i = 0; i < n * n; ++i)
+    for (const auto& aiCorner : {std::array<size_t, 6>{0, 0, 1, 0, 1, 1}, std::array<size_t, 6>{0, 0, 1, 1, 0, 1}}) {
+      for (size_t k = 0; k < 3; ++k) {
+        const float x = static_cast<float>(i % n + aiCorner[2 * k]),
+                    y = static_cast<float>(i / n + aiCorner[2 * k + 1]);
+        const float af[3] = {x, y, std::sin(x / 5) * std::cos(y / 7) * 9};
+        std::copy_n(reinterpret_cast<const char*>(af), 12, pc + 12 + 12 * k);
+      }
+      pc += 50;
+    }
+  return strStl;
+}
+
+// Presses Ctrl-C at that time of an import; with a larger source, if it was over before.
+void ExpectStopped(const std::function<bool(const TestFolder&)>& pfnWhen, int nPresses) {
+  const TestFolder zFolder;
+  TerminalRun z;
+  for (size_t n = 200; n <= 800 && z.m_iExit != 2; n *= 2) {
+    zFolder.WriteBytes(u"a.stl", WavySheet(n));
+    z = RunOnTerminal(
+        {u"import", zFolder / u"a.stl", zFolder / u"out.kiv", u"--force"},
+        [&](const std::string&) { return pfnWhen(zFolder); }, nPresses);
+    EXPECT_TRUE(z.m_iExit == 2 || z.m_iExit == 0) << z.m_iExit;
+  }
+  EXPECT_EQ(z.m_iExit, 2);
+  EXPECT_NE(z.m_strShown.find("stopped\r\n"), std::string::npos) << z.m_strShown;
+  EXPECT_TRUE(std::filesystem::remove(zFolder / u"a.stl"));
+  std::filesystem::remove(zFolder / u"out.kiv");  // of an import that was over too soon
+  EXPECT_TRUE(std::filesystem::is_empty(zFolder.Path()));
+}
+
+}  // namespace
+
+TEST(ToolStop, ABarTellsTheSecondsAndCtrlCEndsTheReading) {
+  const TestFolder zFolder;
+  // A corner for each of many vertices: hard to make triangles of.
+  std::string strObj, strFace = "f";
+  for (int i = 1; i <= 100000; ++i) {
+    strObj += "v " + std::to_string(i) + " " + std::to_string(i % 2 * 100 + i * i % 7) + " 0\n";
+    strFace += " " + std::to_string(i);
+  }
+  for (int i = 0; i < 8; ++i) strObj += strFace + "\n";
+  zFolder.WriteBytes(u"a.obj", strObj);
+  const TerminalRun z = RunOnTerminal(
+      {u"import", zFolder / u"a.obj", zFolder / u"out.kiv"},
+      [](const std::string& str) { return str.find("a.obj  1 s") != std::string::npos; }, 1);
+  EXPECT_TRUE(z.m_bAsked) << z.m_strShown;
+  EXPECT_EQ(z.m_iExit, 2);
+  EXPECT_NE(z.m_strShown.find("stopped\r\n"), std::string::npos) << z.m_strShown;
+  EXPECT_EQ(NumOf(zFolder, u""), 1u);
+}
+
+TEST(ToolStop, CtrlCWhileTheModelIsMadeLeavesNothing) {
+  ExpectStopped([](const TestFolder& zFolder) { return NumOf(zFolder, u".scene") != 0; }, 1);
+}
+
+TEST(ToolStop, CtrlCTwiceWhileTheModelIsWrittenLeavesNothing) {
+  ExpectStopped(
+      [](const TestFolder& zFolder) { return NumOf(zFolder, u".part") != 0 && NumOf(zFolder, u".scene") == 0; }, 2);
+}
+
+TEST(ToolStopDeathTest, AGuardEndsACommandThatDoesNotAsk) {
+  const TestFolder zFolder;
+  EXPECT_EXIT(
+      {
+        sys::CatchStopRequests();
+        KivToolOutput zOutput(false);
+        KivTargetFile zTarget(zFolder / u"out", false);
+        const KivStopGuard zGuard([&] { return zTarget.Abandon(); }, zOutput);
+        for (const char16_t* szSuffix : {u"", u".urf", u".scene"}) {
+          const KivWString csPath = zTarget.GetTemporaryPath() + szSuffix;
+          zFolder.WriteBytes(csPath.substr(zFolder.Path().size() + 1), "begun");
+        }
+        std::raise(SIGINT);
+        std::raise(SIGINT);
+        for (;;) sys::SleepMs(1000);
+      },
+      testing::ExitedWithCode(2), "^kiv: stopped\n$");
+  EXPECT_EQ(NumOf(zFolder, u""), 0u);
+}
+
+TEST(ToolStopDeathTest, AfterTheCommitAGuardEndsNothing) {
+  const TestFolder zFolder;
+  EXPECT_EXIT(
+      {
+        sys::CatchStopRequests();
+        KivToolOutput zOutput(false);
+        KivTargetFile zTarget(zFolder / u"out", false);
+        const KivStopGuard zGuard([&] { return zTarget.Abandon(); }, zOutput);
+        zFolder.WriteBytes(zTarget.GetTemporaryPath().substr(zFolder.Path().size() + 1), "whole");
+        zTarget.Commit();
+        std::raise(SIGINT);
+        sys::SleepMs(600);  // longer than a guard's patience
+        std::_Exit(7);
+      },
+      testing::ExitedWithCode(7), "^$");
+  EXPECT_EQ(zFolder.ReadBytes(u"out"), "whole");
+}
+
+#endif
