@@ -215,3 +215,55 @@ TEST_F(BrepStore, AVertexElementIsLoadedAnewForItsKeysWhichStandInTheRowOfMeshes
     ExpectKeys<KivVertexData>(GoldenVertices(), &Vertices::m_vzVertex);
   }
 }
+
+// --- Memory that is kept ---------------------------------------------------------------------------------------------
+
+namespace {
+
+// Entries of one byte each, the last one of nBytes.
+Bytes RecordWithALargeEntryAt(size_t iLast, size_t nBytes) {
+  auto pzBlock = NewBlock<KivMemoryBlockBrep>();
+  for (size_t i = 0; i <= iLast; ++i)
+    pzBlock->AddGeometry(kBrepNurbsKind).m_vcGeometry.assign(i == iLast ? nBytes : 1, static_cast<uint8_t>(i));
+  return BuildRecord(*pzBlock);
+}
+
+uint64_t KeptBy(KivMemoryBlockBrep& zBlock) {
+  KivListBytes zBytes;
+  zBlock.VisitLists([&](const auto& vz) { vz.AddBytes(zBytes); });
+  return zBytes.m_nKept;
+}
+
+}  // namespace
+
+TEST_F(BrepStore, WhatTheBlockKeepsIsBoundedByTheLargestElementWhereverItsLargeEntryStands) {
+  OpenEmpty();
+  constexpr size_t kElements = 60, kLarge = 400000;
+  uint64_t nMost = 0;
+  for (int n = 0; n < 2; ++n)
+    for (size_t i = 0; i < kElements; ++i) {
+      auto* pz = Put<KivBrepData>(RecordWithALargeEntryAt(i, kLarge));
+      ASSERT_NE(pz, nullptr);
+      KivMemoryBlockBrep* pzBlock = pz->GetMemoryBlock();
+      ASSERT_NE(pzBlock, nullptr);
+      ASSERT_EQ(pzBlock->m_vzGeometry.size(), i + 1);
+      EXPECT_EQ(pzBlock->m_vzGeometry[i].m_vcGeometry, Bytes(kLarge, static_cast<uint8_t>(i)));
+      nMost = std::max(nMost, KeptBy(*pzBlock));
+    }
+  EXPECT_GE(nMost, kLarge);
+  EXPECT_LT(nMost, 10 * kLarge + (2 << 20));
+  EXPECT_LT(nMost, kElements * kLarge / 3);
+}
+
+TEST_F(BrepStore, RecordsOfOneSizeFindTheMemoryOfTheOnesBefore) {
+  OpenEmpty();
+  auto* pz = Put<KivBrepData>(RecordWithALargeEntryAt(9, 300000));
+  ASSERT_NE(pz, nullptr);
+  const KivMemoryBlockBrep* pzBlock = pz->GetMemoryBlock();
+  ASSERT_NE(pzBlock, nullptr);
+  const uint8_t* const pLarge = pzBlock->m_vzGeometry[9].m_vcGeometry.data();
+  for (int i = 0; i < 50; ++i) {
+    ASSERT_TRUE(pz->Load(false));
+    ASSERT_EQ(pzBlock->m_vzGeometry[9].m_vcGeometry.data(), pLarge) << i;
+  }
+}

@@ -35,6 +35,9 @@ struct KivAssemblyNode {
   std::vector<KivAttribute> m_vzAttribute;
 
   void Clear();
+  auto Lists() const {
+    return std::tie(m_viChildren, m_strNodeName[0], m_strNodeName[1], m_strNodeName[2], m_vzAttribute);
+  }
 };
 
 class KivMemoryBlockAssemblyTree : public KivElementBlock {
@@ -74,6 +77,11 @@ class KivMemoryBlockAssemblyTree : public KivElementBlock {
     for (KivAssemblyNode& z : m_vzNode)
       if (!zKeys.Attributes(KivAttributeRow::AssemblyNode, z.m_vzAttribute)) return false;
     return true;
+  }
+
+  template <typename Visit>
+  void VisitLists(Visit&& pfnList) {
+    pfnList(m_vzNode);
   }
 
   KivReusedList<KivAssemblyNode> m_vzNode;

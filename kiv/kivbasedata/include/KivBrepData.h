@@ -24,6 +24,7 @@ struct KivBrepEntry {
     m_vcGeometry.clear();
     m_vzAttribute.clear();
   }
+  auto Lists() const { return std::tie(m_vcGeometry, m_vzAttribute); }
 };
 
 class KivMemoryBlockBrep : public KivElementBlock {
@@ -62,6 +63,11 @@ class KivMemoryBlockBrep : public KivElementBlock {
     for (KivBrepEntry& z : m_vzGeometry)
       if (!zKeys.Attributes(KivAttributeRow::Brep, z.m_vzAttribute)) return false;
     return true;
+  }
+
+  template <typename Visit>
+  void VisitLists(Visit&& pfnList) {
+    pfnList(m_vzGeometry);
   }
 
   uint32_t m_iBrepValue = 0;  // carried

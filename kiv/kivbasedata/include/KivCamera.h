@@ -131,6 +131,12 @@ class KivMemoryBlockCamera : public KivElementBlock {
                            [](auto& z, KivViewGroup& zGroup) { return VisitGroup(z, zGroup); });
   }
 
+  template <typename Visit>
+  void VisitLists(Visit&& pfnList) {
+    pfnList(m_vzView);
+    pfnList(m_vzGroup);
+  }
+
   KivReusedList<KivView> m_vzView;
   KivReusedList<KivViewGroup> m_vzGroup;
 

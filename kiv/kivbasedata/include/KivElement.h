@@ -33,6 +33,25 @@ void KivResetElement(Block& zBlock, typename Block::Memory& zMemory) {
   zMemory.Clear();
 }
 
+// Before a record of so many bytes is read into a block that held others: gives the memory of its lists back if they
+// keep more than a few times what the largest record takes, as they do when the large items of records stand in
+// different places. It looks at the lists only after some records, so that it costs the reading nothing to speak of.
+template <typename Block>
+void KivTrimElement(Block& zBlock, uint64_t nRecordBytes) {
+  constexpr uint64_t kTimes = 4, kAlways = 1 << 20;
+  auto& zReads = zBlock.m_zReads;
+  const bool bDue = zReads.m_nSince > kTimes * zReads.m_nLargest + kAlways;
+  if (bDue) {
+    KivListBytes zBytes;
+    zBlock.VisitLists([&](const auto& vz) { vz.AddBytes(zBytes); });
+    if (zBytes.m_nKept > kTimes * std::max(zBytes.m_nUsed, zReads.m_nLargest) + kAlways)
+      zBlock.VisitLists([](auto& vz) { vz.Free(); });
+    zReads.m_nSince = 0;
+  }
+  zReads.m_nLargest = std::max(zReads.m_nLargest, nRecordBytes);
+  zReads.m_nSince += nRecordBytes;
+}
+
 // Fills a block that has its defaults. What was read before a failure stays in the block. zReader stands at the
 // record's start and holds all of it; it is left behind the last entry.
 template <typename Block>
@@ -106,6 +125,7 @@ class KivElement : public KivOutOfCoreBlockNode<Block> {
       const bool bVer19Data = this->IsVer19Data();
       Block* pzBlock = this->TakeBlock();
       if (pzBlock == nullptr) return false;
+      KivTrimElement(*pzBlock, this->m_iDataSize);
       KivResetElement(*pzBlock, m_zMemory);
       m_nUsed = 0;
       const auto Parse = [&](std::span<const uint8_t> vcRecord) {

@@ -1,15 +1,39 @@
 // What the blocks of model elements have in common: the header, and lists that keep their memory.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
+#include <cstdint>
+#include <tuple>
 #include <vector>
 
 #include "KivElementRecord.h"
 
 namespace kiv {
 
+// Memory of lists, those in their items included.
+struct KivListBytes {
+  uint64_t m_nUsed = 0;  // by what is valid
+  uint64_t m_nKept = 0;  // all in all
+
+  // Of a vector or a text. An item with lists of its own names them: auto Lists() const { return std::tie(m_vi, ...); }
+  template <typename List>
+  void Add(const List& vz) {
+    using Item = typename List::value_type;
+    m_nUsed += vz.size() * sizeof(Item);
+    m_nKept += vz.capacity() * sizeof(Item);
+    if constexpr (requires(const Item& z) { z.Lists(); })
+      for (const Item& zItem : vz) AddListsOf(zItem);
+  }
+  template <typename Item>
+  void AddListsOf(const Item& zItem) {
+    std::apply([this](const auto&... vz) { (Add(vz), ...); }, zItem.Lists());
+  }
+};
+
 // A list that grows in place. Its number of items, not the size of what lies beneath, tells how many are valid, so that
-// the next record that is read into it finds the memory of the items of the one before. T has Clear().
+// the next record that is read into it finds the memory of the items of the one before. T has Clear(), and names its
+// lists as KivListBytes wants it if Clear keeps their memory.
 template <typename T>
 class KivReusedList {
  public:
@@ -37,9 +61,32 @@ class KivReusedList {
   void Reserve(size_t nCount) { m_vzItem.reserve(nCount); }
   // Keeps the first nCount items.
   void Cut(size_t nCount) { m_nCount = nCount < m_nCount ? nCount : m_nCount; }
-  void Clear() { m_nCount = 0; }
+  void Clear() {
+    m_nCount = 0;
+    if constexpr (!kKeepsLists) m_vzItem.clear();
+  }
+
+  // Gives all memory back.
+  void Free() {
+    m_nCount = 0;
+    std::vector<T>().swap(m_vzItem);
+  }
+  // What it takes. Items behind the valid ones count as kept.
+  void AddBytes(KivListBytes& zBytes) const {
+    zBytes.m_nUsed += m_nCount * sizeof(T);
+    zBytes.m_nKept += m_vzItem.capacity() * sizeof(T);
+    if constexpr (kKeepsLists) {
+      for (size_t i = 0; i < m_vzItem.size(); ++i) {
+        const uint64_t nUsed = zBytes.m_nUsed;
+        zBytes.AddListsOf(m_vzItem[i]);
+        if (i >= m_nCount) zBytes.m_nUsed = nUsed;
+      }
+    }
+  }
 
  private:
+  static constexpr bool kKeepsLists = requires(const T& z) { z.Lists(); };
+
   std::vector<T> m_vzItem;
   size_t m_nCount = 0;
 };
@@ -69,6 +116,11 @@ class KivElementBlock : public KivMemoryBlock {
   bool VisitKeys(Keys&) {
     return true;
   }
+  // The KivReusedLists, each to pfnList(list).
+  template <typename Visit>
+  void VisitLists(Visit&& pfnList) {
+    (void)pfnList;
+  }
   // Around each write, whatever becomes of it.
   void BeforeSave(bool bModifyOnlyForPosition) { (void)bModifyOnlyForPosition; }
   void AfterSave() {}
@@ -86,6 +138,12 @@ class KivElementBlock : public KivMemoryBlock {
   }
 
   KivMemoryBlockHeader m_zHeader;
+
+  // Of the records that were read into the block: what KivTrimElement goes by.
+  struct {
+    uint64_t m_nLargest = 0;  // bytes
+    uint64_t m_nSince = 0;    // of all since it looked at the lists
+  } m_zReads;
 };
 
 }  // namespace kiv

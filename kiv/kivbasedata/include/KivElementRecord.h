@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <map>
 #include <span>
+#include <tuple>
 #include <vector>
 
 #include "KivMemoryBlock.h"
@@ -117,6 +118,7 @@ struct KivAttribute {
   uint8_t m_iAttrib = 0;
   std::vector<uint8_t> m_vcBytes;
 
+  auto Lists() const { return std::tie(m_vcBytes); }
   friend bool operator==(const KivAttribute&, const KivAttribute&) = default;
 };
 

@@ -23,6 +23,8 @@ struct KivInstanceLevel {
   uint32_t m_iLevelValue = 0;   // carried
   uint32_t m_iLevelKind = kInstanceLevelFaceEdge;
   std::vector<KivAttribute> m_vzAttribute;
+
+  auto Lists() const { return std::tie(m_vzAttribute); }
 };
 
 constexpr uint32_t kInstanceHasClass = 1u << 1;  // m_iMatrixFlags: m_iMatrixClass is valid, and stored
@@ -42,6 +44,7 @@ struct KivInstanceEntry {
   std::vector<KivAttribute> m_vzAttribute;
 
   void Clear();
+  auto Lists() const { return std::tie(m_vzLevel, m_vzAttribute); }
 };
 
 class KivMemoryBlockInstance : public KivElementBlock {
@@ -93,6 +96,11 @@ class KivMemoryBlockInstance : public KivElementBlock {
       if (!zKeys.Attributes(KivAttributeRow::Instance, z.m_vzAttribute)) return false;
     }
     return true;
+  }
+
+  template <typename Visit>
+  void VisitLists(Visit&& pfnList) {
+    pfnList(m_vzInstance);
   }
 
   uint32_t m_iInstanceValue = 0;                    // carried

@@ -23,6 +23,7 @@ struct KivLayerFilterEntry {
   KivWString m_strFilterName;
 
   void Clear();
+  auto Lists() const { return std::tie(m_vzLayer, m_strFilterName); }
 };
 
 class KivMemoryBlockLayerFilter : public KivElementBlock {
@@ -41,6 +42,11 @@ class KivMemoryBlockLayerFilter : public KivElementBlock {
     return zFields.FillTo(m_zHeader.m_iDataOffset) &&
            zFields.Entries(m_vzFilter, KivEntryCounting::Live, m_zHeader.m_iEntryCount, kKinds,
                            [](auto& z, KivLayerFilterEntry& zEntry) { return VisitFilter(z, zEntry); });
+  }
+
+  template <typename Visit>
+  void VisitLists(Visit&& pfnList) {
+    pfnList(m_vzFilter);
   }
 
   KivReusedList<KivLayerFilterEntry> m_vzFilter;

@@ -29,6 +29,7 @@ struct KivMeshFace {
   std::vector<KivAttribute> m_vzAttribute;
 
   void Clear();  // keeps the memory of the lists
+  auto Lists() const { return std::tie(m_vfVertex, m_vfNormal, m_viIndex, m_vzAttribute); }
   KivMeshFaceView View() const;
 };
 
@@ -44,6 +45,7 @@ struct KivMeshEdge {
   std::vector<KivAttribute> m_vzAttribute;
 
   void Clear();
+  auto Lists() const { return std::tie(m_vfVertex, m_vzAttribute); }
 };
 
 // The local flags of the entries of both lists, gaps with 0: those that a read for changed keys found, or those that a
@@ -121,6 +123,12 @@ class KivMeshBlock : public KivMemoryBlockFaceEdgeInterface {
     for (KivMeshEdge& zEdge : m_vzEdge)
       if (!zKeys.Attributes(KivAttributeRow::Mesh, zEdge.m_vzAttribute)) return false;
     return true;
+  }
+
+  template <typename Visit>
+  void VisitLists(Visit&& pfnList) {
+    pfnList(m_vzFace);
+    pfnList(m_vzEdge);
   }
 
   KivReusedList<Face> m_vzFace;

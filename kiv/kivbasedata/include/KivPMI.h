@@ -73,6 +73,11 @@ class KivMemoryBlockPMI : public KivElementBlock {
     return true;
   }
 
+  template <typename Visit>
+  void VisitLists(Visit&& pfnList) {
+    pfnList(m_vzPMI);
+  }
+
   KivReusedList<KivPMIEntry> m_vzPMI;
 
  private:

@@ -17,6 +17,9 @@ struct KivPolyFace : KivMeshFace {
 
   bool IsFlat() const { return m_bFlatNormals == 1; }
   void Clear();
+  auto Lists() const {
+    return std::tuple_cat(KivMeshFace::Lists(), std::tie(m_vfCompactVertex, m_vfCompactNormal, m_viCompactIndex));
+  }
   KivMeshFaceView View() const;
 
   bool HasThreeIndicesPerTriangle() const { return m_viIndex.size() == 3 * static_cast<uint64_t>(m_iTriangleCount); }

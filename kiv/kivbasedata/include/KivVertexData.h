@@ -17,6 +17,7 @@ struct KivVertexEntry {
     m_iVertexData = {};
     m_vzAttribute.clear();
   }
+  auto Lists() const { return std::tie(m_vzAttribute); }
 };
 
 // The entries have no frames, and there are no gaps.
@@ -50,6 +51,11 @@ class KivMemoryBlockVertex : public KivElementBlock {
     for (KivVertexEntry& z : m_vzVertex)
       if (!zKeys.Attributes(KivAttributeRow::Mesh, z.m_vzAttribute)) return false;
     return true;
+  }
+
+  template <typename Visit>
+  void VisitLists(Visit&& pfnList) {
+    pfnList(m_vzVertex);
   }
 
   uint32_t m_iVertexValue = 0;  // carried
