@@ -2,12 +2,13 @@
 // twice: with entries that have a body of one field of each kind, and as the element that it is. What can be read must
 // be the same after it is written and read once more, in as many bytes as the sizing said. The reading of entries must
 // not take memory far beyond the size of the input; that of the elements does not in the tests, which count it.
-// Geometry strings are decoded, and lookups are made of layers and views.
+// Geometry strings are decoded, lookups are made of layers and views, and keys are listed and replaced.
 #include <algorithm>
 #include <array>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <map>
 #include <vector>
 
 #include "KivAssemblyTree.h"
@@ -121,14 +122,39 @@ void Use(KivMemoryBlockLayerFilter& zBlock) {
       Demand(zLookup.Query(!zLayer.m_bOn, zLayer.m_iLayer) == zLayer.m_bOn, "a listed layer is not found");
   }
 }
+void UseShown(KivViewLookup& zLookup, const std::vector<KivViewShow>& vShow) {
+  for (const KivViewShow& zShow : vShow)
+    if (zShow.m_iState != 0)
+      Demand(zLookup.Query(zShow.m_iState == 2, zShow.m_iRef0, zShow.m_iRef1) == (zShow.m_iState == 1),
+             "what a view lists is not found");
+}
 void Use(KivMemoryBlockCamera& zBlock) {
   for (const KivView& zView : zBlock.m_vzView) {
     KivViewDisplay zDisplay(zView);
-    for (const KivViewShow& zShow : zView.m_vPMIShow)
-      if (zShow.m_iState != 0)
-        Demand(zDisplay.m_zPMI.Query(zShow.m_iState == 2, zShow.m_iRef0, zShow.m_iRef1) == (zShow.m_iState == 1),
-               "a listed annotation is not found");
+    Demand(zDisplay.m_bWhole, "the lookups of a view are not made");
+    UseShown(zDisplay.m_zPMI, zView.m_vPMIShow);
+    UseShown(zDisplay.m_zLayer, zView.m_vLayerShow);
   }
+}
+
+// Each key but 0 moves up by one where one is listed, and in no other place.
+template <typename Block>
+void UseKeys(Block& zBlock) {
+  std::vector<uint64_t> viKey, viMoved;
+  KivKeyCollector zListed(nullptr, viKey);
+  if (!zBlock.VisitKeys(zListed)) return;
+  std::map<uint64_t, uint64_t> mapUp, mapDown;
+  for (uint64_t& iKey : viKey) {
+    if (iKey == UINT64_MAX) return;
+    mapUp[iKey] = iKey + 1;
+    mapDown[iKey + 1] = iKey;
+    ++iKey;
+  }
+  KivKeyReplacer zUp(nullptr, mapUp), zDown(nullptr, mapDown);
+  Demand(zBlock.VisitKeys(zUp), "a listed key is not replaced");
+  KivKeyCollector zMoved(nullptr, viMoved);
+  Demand(zBlock.VisitKeys(zMoved) && viMoved == viKey, "the keys are not those that were put in");
+  Demand(zBlock.VisitKeys(zDown), "a key does not go back");
 }
 
 // False where the sizing refuses.
@@ -154,6 +180,7 @@ void RunElement(bool bVer19, const std::vector<uint8_t>& vcBytes) {
   typename Block::Memory zMemory;
   if (!KivReadElement(std::span<const uint8_t>(vcBytes), bVer19, false, zBlock, zMemory)) return;
   Use(zBlock);
+  UseKeys(zBlock);
   std::vector<uint8_t> vcOut, vcTwice;
   if (!WriteBlock(zBlock, vcOut)) return;
   if (!KivReadElement(std::span<const uint8_t>(vcOut), false, false, zAgain, zMemory)) {

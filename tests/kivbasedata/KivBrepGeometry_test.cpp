@@ -262,6 +262,30 @@ TEST(BrepGeometry, EachCutOfAStringFailsAndEachDamagedByteIsHarmless) {
   }
 }
 
+TEST(BrepGeometry, RandomBytesAreRefusedOrHarmless) {
+  TestRandom zRandom(52);
+  size_t nGood = 0;
+  for (int n = 0; n < 20000; ++n) {
+    // Of any length; half of them with flags, or a type, that let the decoder go on.
+    const uint32_t iKind = n % 4 == 0 ? kBrepAnalyticKind : kBrepNurbsKind;
+    Bytes vc(iKind == kBrepAnalyticKind && n % 8 == 0 ? 50 + 8 * zRandom.Below(2) : 1 + zRandom.Below(200));
+    for (uint8_t& i : vc) i = static_cast<uint8_t>(zRandom.Below(n % 3 == 0 ? 4 : 256));
+    if (iKind == kBrepAnalyticKind && n % 8 == 0) vc[0] = 64;
+    if (iKind == kBrepNurbsKind && n % 2 == 0) vc[0] &= 0x3F;
+    KivBrepGeometry z;
+    const uint64_t nBefore = QuietReports();
+    if (Decode(iKind, vc, z)) {
+      ++nGood;
+      if (iKind == kBrepNurbsKind) {
+        ASSERT_EQ(z.m_vdKnot.size(), z.m_iOrder + z.m_vzPole.size()) << n;
+      }
+    } else {
+      ASSERT_GT(QuietReports(), nBefore) << n;
+    }
+  }
+  EXPECT_GT(nGood, 10u);
+}
+
 TEST(BrepGeometry, RepeatsAreBoundedBeforeMemoryIsTaken) {
   // Poles that take no bytes, up to the bound.
   Bytes vc = FromHex("1A 01000000 00000000 00" + HexZeros(24));

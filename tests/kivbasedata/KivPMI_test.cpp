@@ -214,3 +214,29 @@ TEST_F(PMIStore, TheKeysOfAnElementWithoutALinkOrWithTwoAreNeitherListedNorRepla
     EXPECT_TRUE(Refuses([&] { return pz->ReplaceAllPosition({{9, 19}}); })) << int{iSecond};
   }
 }
+
+// A write always makes the newest layout, so that one that leaves an old revision as it is makes no record of it: such
+// elements are saved whole.
+TEST_F(PMIStore, AnOldRevisionSavedForItsKeysAloneIsHarmlessAndAWholeSaveMendsIt) {
+  OpenEmpty();
+  for (const uint32_t iFormat : {1u, 2u, 3u}) {
+    auto* pz = Put<KivPMI>(Golden(iFormat));
+    ASSERT_NE(pz, nullptr);
+    Block* pzBlock = pz->GetMemoryBlockForWrite();
+    ASSERT_NE(pzBlock, nullptr);
+    ASSERT_TRUE(pz->Save(true));
+    EXPECT_EQ(pzBlock->m_zHeader.m_iFormat, iFormat);
+    const Bytes vcKeysOnly = Stored(*pz);
+    EXPECT_EQ(vcKeysOnly[8], iFormat);
+    auto pzRead = NewBlock<Block>();
+    ReadRecord(vcKeysOnly, *pzRead);  // whatever it gives, within the record's bytes and what they are worth
+    ExpectReadsSafely<Block>(vcKeysOnly, false);
+    ASSERT_TRUE(pz->Save(false));
+    Bytes vcWhole = vcKeysOnly;
+    vcWhole[8] = 4;
+    EXPECT_EQ(Stored(*pz), vcWhole);
+    ASSERT_TRUE(ReadRecord(vcWhole, *pzRead));
+    EXPECT_EQ(pzRead->m_vzPMI[1].m_viPMIInts3, (std::vector<uint32_t>{15}));
+    EXPECT_EQ(pzRead->m_vzPMI[1].m_vTextBlock.at(0).m_iTextValue, 16u);
+  }
+}
