@@ -73,8 +73,10 @@ struct KivSceneLayer {
   bool m_bOn = true;
 };
 
+constexpr double kSceneUnitMin = 1e-12, kSceneUnitMax = 1e12;
+
 struct KivScene {
-  double m_dMetresPerUnit = 0;  // 0: the source does not tell
+  double m_dMetresPerUnit = 0;  // from kSceneUnitMin to kSceneUnitMax, or 0: the source does not tell
   std::vector<KivScenePart> m_vzPart;
   std::vector<KivSceneNode> m_vzNode;
   std::vector<KivSceneLayer> m_vzLayer;

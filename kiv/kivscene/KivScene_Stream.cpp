@@ -332,6 +332,9 @@ const char* CheckNode(const KivScene& zScene, size_t iNode) {
 
 const char* Check(const KivScene& zScene) {
   if (!std::isfinite(zScene.m_dMetresPerUnit) || zScene.m_dMetresPerUnit < 0) return "the unit of length is no number";
+  const bool bUnit = zScene.m_dMetresPerUnit > 0;
+  if (bUnit && (zScene.m_dMetresPerUnit < kSceneUnitMin || zScene.m_dMetresPerUnit > kSceneUnitMax))
+    return "the unit of length is too small or too large";
   for (const KivScenePart& zPart : zScene.m_vzPart)
     if (const char* sz = CheckPart(zPart)) return sz;
   for (size_t i = 0; i < zScene.m_vzNode.size(); ++i)

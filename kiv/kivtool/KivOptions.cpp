@@ -9,7 +9,27 @@
 namespace kiv {
 namespace {
 
-constexpr char kHiddenSign = '\x01';
+// Stands before a word whose first character the parser must not see, and before one that begins with it by itself.
+constexpr char kCover = '\x01';
+
+bool IsSurrogate(char16_t c) {
+  return c >= 0xD800 && c <= 0xDFFF;
+}
+
+// A surrogate that stands alone is three bytes that no UTF-8 has, by the same rule as other units.
+void AppendAlone(char16_t c, std::string& str) {
+  str += static_cast<char>(0xE0 | c >> 12);
+  str += static_cast<char>(0x80 | (c >> 6 & 0x3F));
+  str += static_cast<char>(0x80 | (c & 0x3F));
+}
+
+// True for three bytes that AppendAlone has written.
+bool IsAlone(std::string_view str) {
+  return str.size() >= 3 && str[0] == '\xED' && static_cast<unsigned char>(str[1]) >= 0xA0;
+}
+char16_t TakeAlone(std::string_view str) {
+  return static_cast<char16_t>(0xD000 | (str[1] & 0x3F) << 6 | (str[2] & 0x3F));
+}
 
 template <typename T>
 bool ParseNumber(const std::string& str, T& value) {
@@ -23,15 +43,36 @@ bool ParseNumber(const std::string& str, T& value) {
 KivOptions::KivOptions(CLI::App& zApp) : m_zApp(zApp) {}
 KivOptions::~KivOptions() = default;
 
-std::string KivOptions::HideSign(std::string strWord) {
-  const auto IsDigit = [](char c) { return c >= '0' && c <= '9'; };
-  if (strWord.size() > 1 && strWord[0] == '-' && (IsDigit(strWord[1]) || strWord[1] == '.')) strWord[0] = kHiddenSign;
+std::string KivOptions::Pack(KivWStringView csWord) {
+  const auto IsDigit = [](char16_t c) { return c >= u'0' && c <= u'9'; };
+  const bool bNumber = csWord.size() > 1 && csWord[0] == u'-' && (IsDigit(csWord[1]) || csWord[1] == u'.');
+  std::string strWord;
+  if (bNumber || (!csWord.empty() && csWord[0] == static_cast<char16_t>(kCover))) strWord += kCover;
+  for (size_t i = 0; i < csWord.size();) {
+    const bool bPair = i + 1 < csWord.size() && csWord[i] < 0xDC00 && csWord[i + 1] >= 0xDC00 &&
+                       IsSurrogate(csWord[i]) && IsSurrogate(csWord[i + 1]);
+    if (IsSurrogate(csWord[i]) && !bPair)
+      AppendAlone(csWord[i], strWord);
+    else
+      strWord += sys::WideToUtf8(csWord.substr(i, bPair ? 2 : 1));
+    i += bPair ? 2 : 1;
+  }
   return strWord;
 }
 
-std::string KivOptions::ShowSign(std::string strWord) {
-  if (!strWord.empty() && strWord[0] == kHiddenSign) strWord[0] = '-';
-  return strWord;
+KivWString KivOptions::Unpack(std::string_view strWord) {
+  if (!strWord.empty() && strWord[0] == kCover) strWord.remove_prefix(1);
+  KivWString csWord;
+  while (!strWord.empty()) {
+    size_t nPlain = 0;
+    while (nPlain < strWord.size() && !IsAlone(strWord.substr(nPlain))) ++nPlain;
+    csWord += sys::Utf8ToWide(strWord.substr(0, nPlain));
+    strWord.remove_prefix(nPlain);
+    if (strWord.empty()) break;
+    csWord += TakeAlone(strWord);
+    strWord.remove_prefix(3);
+  }
+  return csWord;
 }
 
 std::vector<std::string>& KivOptions::Words() {
@@ -41,7 +82,7 @@ std::vector<std::string>& KivOptions::Words() {
 void KivOptions::Argument(const char* szName, KivWString& csValue, const char* szHelp) {
   std::vector<std::string>& vstrWord = Words();
   m_zApp.add_option(szName, vstrWord, szHelp)->required()->expected(1)->allow_extra_args(false);
-  m_vpfnStore.push_back([&vstrWord, &csValue] { csValue = sys::Utf8ToWide(ShowSign(vstrWord.at(0))); });
+  m_vpfnStore.push_back([&vstrWord, &csValue] { csValue = Unpack(vstrWord.at(0)); });
 }
 
 void KivOptions::Flag(const char* szName, bool& bValue, const char* szHelp) {
@@ -52,7 +93,7 @@ void KivOptions::Text(const char* szName, KivWString& csValue, const char* szHel
   std::vector<std::string>& vstrWord = Words();
   m_zApp.add_option(szName, vstrWord, szHelp)->expected(1);
   m_vpfnStore.push_back([&vstrWord, &csValue] {
-    if (!vstrWord.empty()) csValue = sys::Utf8ToWide(ShowSign(vstrWord.back()));
+    if (!vstrWord.empty()) csValue = Unpack(vstrWord.back());
   });
 }
 
@@ -61,7 +102,7 @@ void KivOptions::Whole(const char* szName, int64_t& iValue, int64_t iLeast, int6
   m_zApp.add_option(szName, vstrWord, szHelp)->expected(1);
   m_vpfnStore.push_back([&vstrWord, &iValue, iLeast, iMost, strName = std::string(szName)] {
     if (vstrWord.empty()) return;
-    const std::string strWord = ShowSign(vstrWord.back());
+    const std::string strWord = sys::WideToUtf8(Unpack(vstrWord.back()));
     int64_t iRead = 0;
     if (!ParseNumber(strWord, iRead)) throw KivToolError(strName + ": '" + strWord + "' is no whole number");
     if (iRead < iLeast || iRead > iMost)
@@ -77,8 +118,8 @@ void KivOptions::Numbers(const char* szName, std::vector<double>& vdValue, const
   m_vpfnStore.push_back([&vstrWord, &vdValue, strName = std::string(szName)] {
     if (vstrWord.empty()) return;
     vdValue.clear();
-    for (const std::string& strHidden : vstrWord) {
-      const std::string strWord = ShowSign(strHidden);
+    for (const std::string& strPacked : vstrWord) {
+      const std::string strWord = sys::WideToUtf8(Unpack(strPacked));
       double dRead = 0;
       if (!ParseNumber(strWord, dRead) || !std::isfinite(dRead))
         throw KivToolError(strName + ": '" + strWord + "' is no number");

@@ -6,6 +6,7 @@
 #include <limits>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "KivSysText.h"
@@ -35,11 +36,12 @@ class KivOptions {
   // After the parse: puts the values in their places. Throws KivToolError for what is no number or out of its range.
   void Store();
 
-  // A word that begins like a negative number is no option: its sign is hidden from the parser.
-  static std::string HideSign(std::string strWord);
+  // A word of the command line as the parser takes it, and back without loss: what is no valid text passes, and a word
+  // that begins like a negative number is no option.
+  static std::string Pack(KivWStringView csWord);
+  static KivWString Unpack(std::string_view strWord);
 
  private:
-  static std::string ShowSign(std::string strWord);
   std::vector<std::string>& Words();
 
   CLI::App& m_zApp;

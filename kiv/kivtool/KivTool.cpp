@@ -67,14 +67,13 @@ int32_t KivRunTool(const std::vector<KivWString>& vcsArguments) {
   }
 
   std::vector<std::string> vstrWord;  // the last one first, as the parser wants them
-  for (size_t i = vcsArguments.size(); i > 1; --i)
-    vstrWord.push_back(KivOptions::HideSign(sys::WideToUtf8(vcsArguments[i - 1])));
+  for (size_t i = vcsArguments.size(); i > 1; --i) vstrWord.push_back(KivOptions::Pack(vcsArguments[i - 1]));
   const bool bAskedForJson = std::find(vstrWord.begin(), vstrWord.end(), "--json") != vstrWord.end();
   try {
     zApp.parse(vstrWord);
   } catch (const CLI::ParseError& e) {
     if (e.get_exit_code() == 0) return zApp.exit(e);  // help and version
-    return static_cast<int32_t>(KivToolOutput(bAskedForJson).Fail(e.what()));
+    return static_cast<int32_t>(KivToolOutput(bAskedForJson).Fail(KivShown(KivOptions::Unpack(e.what()))));
   }
   sys::CatchStopRequests();
   const WorkFolder zWorkFolder;

@@ -246,6 +246,8 @@ TEST(SceneStream, WhatNoModelCanBeMadeOfIsRefusedWithItsReason) {
   const std::vector<std::pair<const char*, Change>> vzCases = {
       {"the unit of length is no number", [](KivScene& z) { z.m_dMetresPerUnit = kNan; }},
       {"the unit of length is no number", [](KivScene& z) { z.m_dMetresPerUnit = -1; }},
+      {"the unit of length is too small or too large", [](KivScene& z) { z.m_dMetresPerUnit = 1e-320; }},
+      {"the unit of length is too small or too large", [](KivScene& z) { z.m_dMetresPerUnit = 1.1e12; }},
       {"a tolerance is no number", [](KivScene& z) { z.m_vzPart[0].m_vzLevel[0].m_dTolerance = kInfinite; }},
       {"a tolerance is no number", [](KivScene& z) { z.m_vzPart[0].m_vzLevel[0].m_dTolerance = -0.5; }},
       {"a bare mesh has more than one level", [](KivScene& z) { z.m_vzPart[0].m_bHasFaces = false; }},

@@ -2,6 +2,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdlib>
+#include <filesystem>
 #include <nlohmann/json.hpp>
 #include <random>
 #include <set>
@@ -100,7 +102,8 @@ TEST(AllCommands, WrongUseGives2AndHelpGives0) {
     const ToolRun zRun = RunKiv(vcsArguments);
     EXPECT_EQ(zRun.m_iExit, 2) << zRun.m_strErr;
     EXPECT_EQ(zRun.m_strOut, "");
-    EXPECT_NE(zRun.m_strErr, "");
+    EXPECT_EQ(LineNum(zRun.m_strErr), 1u) << zRun.m_strErr;
+    EXPECT_EQ(zRun.m_strErr.substr(0, 5), "kiv: ");
   }
   const ToolRun zJson = RunKiv({u"info", u"--json"});
   EXPECT_EQ(zJson.m_iExit, 2);
@@ -118,6 +121,35 @@ TEST(AllCommands, AFileWhoseNameLooksLikeANumberIsNoOption) {
   const ToolRun zRun = RunKiv({u"info", u"-5"});
   EXPECT_EQ(zRun.m_iExit, 2);
   EXPECT_EQ(zRun.m_strErr, "kiv: -5: does not exist\n");
+}
+
+TEST(AllCommands, AWordThatIsNoValidTextPassesTheParser) {
+  const KivWString csUnit01(1, u'\x01');
+  for (const KivWString& csWord :
+       {KivWString(), KivWString(u"a b"), KivWString(u"-5"), KivWString(u"--json"), csUnit01, csUnit01 + u"-5",
+        KivWString(u"\u00e4\uFFFD\U0001F600"), KivWString{0xDCFF}, KivWString{u'a', 0xD83D},
+        KivWString{0xD83D, u'a', 0xDC80}, KivWString{0xDC80, 0xD83D}, KivWString{0xD83D, 0xD83D, 0xDE00, 0xDE00},
+        KivWString{0xD7FF, 0xE000}}) {
+    const std::string strPacked = KivOptions::Pack(csWord);
+    EXPECT_EQ(KivOptions::Unpack(strPacked), csWord);
+    EXPECT_FALSE(strPacked.starts_with("-5"));
+  }
+}
+
+TEST(AllCommands, NamesOfOddBytesAreFoundAndWritten) {
+  if (sys::kSeparator == u'\\') GTEST_SKIP() << "names are no bytes here";
+  const TestFolder zFolder;
+  kivtest::MakeToolModel(zFolder / u"m.kiv");
+  const std::string strFolder = sys::WideToUtf8(zFolder.Path()) + "/";
+  for (const std::string& strName : {std::string("bad\xff.kiv"), std::string("\x01-5.kiv"), std::string("[a,b]")}) {
+    const std::filesystem::path zModel(strFolder + strName), zTarget(strFolder + strName + "\xc3.glb");
+    std::filesystem::copy_file(zFolder / u"m.kiv", zModel);
+    const std::string strLine = "cd '" + strFolder + "' && '" + sys::WideToUtf8(kivtest::KivProgramPath()) +
+                                "' export '" + strName + "' '" + zTarget.string() + "' >/dev/null";
+    EXPECT_EQ(std::system(strLine.c_str()), 0) << strLine;
+    EXPECT_TRUE(std::filesystem::remove(zTarget)) << strLine;
+    std::filesystem::remove(zModel);
+  }
 }
 
 TEST(ShowCommand, ShowsEveryElementOfAModel) {

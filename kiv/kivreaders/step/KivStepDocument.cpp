@@ -7,6 +7,7 @@
 #include <STEPCAFControl_Controller.hxx>
 #include <STEPCAFControl_Reader.hxx>
 #include <STEPConstruct_ExternRefs.hxx>
+#include <STEPControl_Reader.hxx>
 #include <Standard_Failure.hxx>
 #include <Standard_OutOfMemory.hxx>
 #include <TDF_AttributeSequence.hxx>
@@ -24,6 +25,7 @@
 #include <istream>
 #include <map>
 #include <new>
+#include <set>
 #include <streambuf>
 #include <string_view>
 #include <utility>
@@ -31,6 +33,7 @@
 #include "KivSceneReader.h"
 #include "KivStepGeometry.h"
 #include "KivStepMesh.h"
+#include "KivSysFolder.h"
 
 namespace kiv {
 namespace {
@@ -39,8 +42,13 @@ constexpr uint64_t kSourceMax = uint64_t{1} << 32;
 constexpr double kMetresPerMillimetre = 0.001;
 constexpr uint32_t kNodeMax = 2000000;  // a few references to references give any number of them
 constexpr uint32_t kDepthMax = 1000;
+constexpr uint32_t kReferenceDepthMax = 100;
 constexpr std::string_view kFirstWord = "ISO-10303-21";
 constexpr std::string_view kLastWord = "END-ISO-10303-21";
+
+std::string InQuotes(const KivWString& csName) {
+  return "\"" + sys::WideToUtf8(csName) + "\"";
+}
 
 // --- The file -------------------------------------------------------------------------------------------------------
 
@@ -62,19 +70,69 @@ void CheckFrame(const std::vector<uint8_t>& vcBytes) {
     throw KivSceneError("the STEP file is not whole: " + std::string(kLastWord) + " is missing at its end");
 }
 
-// Other files may only be named where they stand beside or below this one.
-void CheckReferences(const Handle(XSControl_WorkSession) & zSession) {
+// --- Files that it refers to ---------------------------------------------------------------------------------------
+
+// The names that a file refers to others by. Only those beside it or below may be named.
+std::vector<std::string> ReferencesOf(const Handle(XSControl_WorkSession) & zSession) {
   STEPConstruct_ExternRefs zReferences(zSession);
   zReferences.LoadExternRefs();
+  std::vector<std::string> vstrName;
   for (Standard_Integer i = 1; i <= zReferences.NbExternRefs(); ++i) {
     const char* const szName = zReferences.FileName(i);
     const std::string strName = szName == nullptr ? "" : szName;
     if (strName.starts_with('/') || strName.find("..") != std::string::npos)
       throw KivSceneError("the STEP file refers to a file outside of its folder: " + strName);
+    if (!strName.empty()) vstrName.push_back(strName);
   }
+  return vstrName;
 }
 
-Handle(TDocStd_Document) ReadDocument(const KivWString& csSource) {
+KivWString FolderOf(const KivWString& csPath) {
+  return csPath.substr(0, csPath.rfind(u'/') + 1);
+}
+
+// Files that the library will read, and those that they refer to in turn, each from the folder of the one that names
+// it: looked at before it does. In a circle it would go round until it breaks down.
+class References {
+ public:
+  explicit References(KivScene& zScene) : m_zScene(zScene) {}
+
+  void Check(const KivWString& csFile, const Handle(XSControl_WorkSession) & zSession) {
+    m_vcsWay.push_back(csFile);
+    if (m_vcsWay.size() > kReferenceDepthMax)
+      throw KivSceneError("the STEP file refers to files that refer to files, and so on, too often");
+    for (const std::string& strName : ReferencesOf(zSession)) Look(FolderOf(csFile) + sys::Utf8ToWide(strName));
+    m_vcsWay.pop_back();
+  }
+
+ private:
+  void Look(const KivWString& csFile) {
+    if (std::find(m_vcsWay.begin(), m_vcsWay.end(), csFile) != m_vcsWay.end())
+      throw KivSceneError("the STEP file refers to files that refer back to it");
+    if (!m_setSeen.insert(csFile).second) return;
+    const std::string strFile = InQuotes(csFile.substr(FolderOf(csFile).size()));
+    if (!sys::PathExists(csFile)) {
+      m_zScene.m_vstrWarning.push_back("The file " + strFile + ", which it refers to, is not there and was left out.");
+      return;
+    }
+    STEPControl_Reader zReader;
+    {
+      std::vector<uint8_t> vcBytes = KivReadSceneSource(csFile, kSourceMax);
+      CheckFrame(vcBytes);
+      BytesBuffer zBuffer(vcBytes);
+      std::istream zStream(&zBuffer);
+      if (zReader.ReadStream(sys::WideToUtf8(csFile).c_str(), zStream) != IFSelect_RetDone)
+        throw KivSceneError("the STEP file refers to " + strFile + ", whose text is not well-formed");
+    }
+    Check(csFile, zReader.WS());
+  }
+
+  KivScene& m_zScene;
+  std::vector<KivWString> m_vcsWay;  // from the first file to the one that is looked at
+  std::set<KivWString> m_setSeen;
+};
+
+Handle(TDocStd_Document) ReadDocument(const KivWString& csSource, KivScene& zScene) {
   std::vector<uint8_t> vcBytes = KivReadSceneSource(csSource, kSourceMax);
   CheckFrame(vcBytes);
   Message::DefaultMessenger()->ChangePrinters().Clear();
@@ -94,7 +152,7 @@ Handle(TDocStd_Document) ReadDocument(const KivWString& csSource) {
   // The name tells where files stand that this one refers to.
   if (zReader.ChangeReader().ReadStream(sys::WideToUtf8(csSource).c_str(), zStream) != IFSelect_RetDone)
     throw KivSceneError("the STEP file cannot be read: its text is not well-formed");
-  CheckReferences(zReader.Reader().WS());
+  References(zScene).Check(csSource, zReader.Reader().WS());
   vcBytes = {};  // what was read is much larger
   Handle(TDocStd_Document) zDocument;
   XCAFApp_Application::GetApplication()->NewDocument("BinXCAF", zDocument);
@@ -114,10 +172,6 @@ KivWString NameOf(const TDF_Label& zLabel) {
   Handle(TDataStd_Name) zName;
   if (!zLabel.FindAttribute(TDataStd_Name::GetID(), zName)) return {};
   return {zName->Get().ToExtString(), static_cast<size_t>(zName->Get().Length())};
-}
-
-std::string InQuotes(const KivWString& csName) {
-  return "\"" + sys::WideToUtf8(csName) + "\"";
 }
 
 // What a label or a face has; nothing of what stands above it.
@@ -376,7 +430,7 @@ class DocumentReader {
 
 void KivReadStep(const KivWString& csSource, const std::vector<double>& vdTolerance, KivScene& zScene) {
   try {
-    const Handle(TDocStd_Document) zDocument = ReadDocument(csSource);
+    const Handle(TDocStd_Document) zDocument = ReadDocument(csSource, zScene);
     DocumentReader(zDocument, FileStem(csSource), vdTolerance, zScene);
     zDocument->Close();
   } catch (const Standard_OutOfMemory&) {

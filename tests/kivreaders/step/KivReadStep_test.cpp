@@ -12,6 +12,7 @@
 #include "Bracket.h"
 #include "KivSceneReader.h"
 #include "KivStepDocument.h"
+#include "KivSysFolder.h"
 #include "KivTestFolder.h"
 #include "NurbsModel.h"
 #include "StepSamples.h"
@@ -569,6 +570,68 @@ TEST(ReadStep, FilesThatAreNamedAreReadFromTheFolderAndFromNowhereElse) {
       strOutside.insert(i + 1, szPrefix);
     zSample.Folder().WriteBytes(u"outside.step", strOutside);
     EXPECT_THAT(Refusal(zSample.Folder() / u"outside.step"), HasSubstr("outside of its folder"));
+  }
+}
+
+// The text with another name in each place of a name.
+std::string Renamed(std::string str, const std::string& strFrom, const std::string& strTo) {
+  for (size_t i = str.find(strFrom); i != std::string::npos; i = str.find(strFrom, i + strTo.size()))
+    str.replace(i, strFrom.size(), strTo);
+  return str;
+}
+
+TEST(ReadStep, AFileThatIsNamedMayNameOthersByTheSameRule) {
+  const Sample zSample(kivtest::WriteStepReference, {1});
+  const TestFolder& zFolder = zSample.Folder();
+  const std::string strWhole = zFolder.ReadBytes(u"sample.step");
+  const std::string strName = "'part-Box.stp'";
+  ASSERT_NE(strWhole.find(strName), std::string::npos);
+  ASSERT_TRUE(sys::MakeFolder(zFolder / u"sub"));
+  zFolder.WriteBytes(u"main.step", Renamed(strWhole, strName, "'sub/middle.step'"));
+  const std::string strPart = zFolder.ReadBytes(u"part-Box.stp");
+  zFolder.WriteBytes(u"sub/last.step", strPart);
+  zFolder.WriteBytes(u"x.step", strPart);
+  const KivWString csMain = zFolder / u"main.step";
+
+  zFolder.WriteBytes(u"sub/middle.step", Renamed(strWhole, strName, "'last.step'"));
+  KivScene zScene;
+  KivReadStep(csMain, {1}, zScene);
+  EXPECT_EQ(zScene.m_vzPart.size(), 1u);
+  EXPECT_TRUE(zScene.m_vstrWarning.empty());
+  for (const char* szOutside : {"'../x.step'", "'/tmp/x.step'"}) {
+    zFolder.WriteBytes(u"sub/middle.step", Renamed(strWhole, strName, szOutside));
+    EXPECT_THAT(Refusal(csMain), HasSubstr("outside of its folder")) << szOutside;
+  }
+  zFolder.WriteBytes(u"sub/middle.step", Renamed(strWhole, strName, "'last.step'"));
+  zFolder.WriteBytes(u"sub/last.step", strPart.substr(0, strPart.size() / 2));
+  EXPECT_THAT(Refusal(csMain), HasSubstr("not whole"));
+  zFolder.WriteBytes(u"main.step", Renamed(strWhole, strName, "'missing.step'"));
+  zScene = {};
+  std::string strError;
+  try {
+    KivReadStep(csMain, {1}, zScene);
+  } catch (const KivSceneError& e) {
+    strError = e.what();
+  }
+  EXPECT_THAT(zScene.m_vstrWarning, testing::Contains(HasSubstr("missing.step"))) << strError;
+}
+
+TEST(ReadStep, FilesThatNameEachOtherOrThemselvesAreRefused) {
+  const Sample zSample(kivtest::WriteStepReference, {1});
+  const TestFolder& zFolder = zSample.Folder();
+  const std::string strWhole = zFolder.ReadBytes(u"sample.step");
+  const std::string strName = "'part-Box.stp'";
+  ASSERT_NE(strWhole.find(strName), std::string::npos);
+  zFolder.WriteBytes(u"a.step", Renamed(strWhole, strName, "'b.step'"));
+  zFolder.WriteBytes(u"b.step", Renamed(strWhole, strName, "'a.step'"));
+  zFolder.WriteBytes(u"self.step", Renamed(strWhole, strName, "'self.step'"));
+  for (const char16_t* szName : {u"a.step", u"self.step"}) {
+    KivScene zScene;
+    std::string strError;
+    const bool bRead = KivRunSceneReader(sys::Utf8ToWide(KIV_TEST_STEP_READER), zFolder / szName, {1},
+                                         zFolder / u"scene", zScene, strError, {});
+    EXPECT_FALSE(bRead);
+    EXPECT_THAT(strError, HasSubstr("refer back to it"));
   }
 }
 
