@@ -26,10 +26,17 @@ std::string Numbers(const DorValue& z) {
   return strText;
 }
 
+// Names may come from anywhere.
+std::string Quoted(const KivWString& csText) {
+  std::string strText = "\"";
+  for (const char c : KivShown(csText)) strText += c == '"' ? "\\\"" : std::string(1, c);
+  return strText + "\"";
+}
+
 std::string Scalar(const DorValue& z) {
   switch (z.m_pzField->m_cKind) {
     case 's':
-      return "\"" + sys::WideToUtf8(z.m_csText) + "\"";
+      return Quoted(z.m_csText);
     case 'i': {
       std::string strText;
       for (const int64_t i : z.m_viInteger) strText += (strText.empty() ? "" : " ") + std::to_string(i);
@@ -174,8 +181,7 @@ std::string DorAnswerText(const DorSpoken& zSpoken) {
     if (!zAnswer.m_vcResult.empty()) strText += "  " + Hex(zAnswer.m_vcResult) + "\n";
   } else if (zSpoken.m_zDecoded.m_iCode != 0) {
     strText += "  code " + std::to_string(zSpoken.m_zDecoded.m_iCode) + ", " +
-               DorAnswerCodeText(zSpoken.m_zDecoded.m_iCode) + ": " + sys::WideToUtf8(zSpoken.m_zDecoded.m_csReason) +
-               "\n";
+               DorAnswerCodeText(zSpoken.m_zDecoded.m_iCode) + ": " + KivShown(zSpoken.m_zDecoded.m_csReason) + "\n";
   } else {
     strText += DorValuesText(zSpoken.m_zDecoded.m_vzValue, 2);
   }

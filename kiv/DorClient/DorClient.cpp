@@ -64,7 +64,10 @@ int32_t EndLoopAtOnce() {
 
 // Handlers run in the root folder.
 KivWString DorAbsolutePath(const KivWString& csPath) {
-  return sys::IsRelativePath(csPath) ? std::filesystem::absolute(csPath).u16string() : csPath;
+  if (csPath.empty() || !sys::IsRelativePath(csPath)) return csPath;
+  std::error_code zError;
+  const std::filesystem::path zPath = std::filesystem::absolute(csPath, zError);
+  return zError ? csPath : zPath.u16string();
 }
 
 DorClient::DorClient(const DorClientOptions& zOptions) {

@@ -48,7 +48,7 @@ struct DorClientOptions {
   KivWString m_csRootFolder;
 };
 
-// A relative path means this process's current folder.
+// A relative path means this process's current folder; where that has gone, the path stays as it is.
 KivWString DorAbsolutePath(const KivWString& csPath);
 
 class DorClient {

@@ -1,7 +1,7 @@
 // The dor command: one model, one request, shown on standard output.
 //
-// Exit codes: 0 good; 1 the request was refused or failed; 2 wrong use; 3 the model could not be read; 4 the tree could
-// not be started or has ended; 5 good, but folders are left behind.
+// Exit codes: 0 good; 1 the request was refused or failed, or its answer could not be written; 2 wrong use; 3 the model
+// could not be read; 4 the tree could not be started or has ended; 5 good, but folders are left behind.
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cctype>
@@ -84,19 +84,25 @@ void Print(const Json& zJson) {
   std::printf("%s\n", zJson.dump(2, ' ', false, Json::error_handler_t::replace).c_str());
 }
 
+// A line on standard error, behind what stands on standard output already.
+void Note(const std::string& strText) {
+  std::fflush(stdout);
+  std::fprintf(stderr, "dor: %s\n", KivShown(sys::Utf8ToWide(strText)).c_str());
+}
+
 // Says why nothing came of it: as JSON on standard output if asked for, else as a line on standard error.
 int Fail(const Settings& zSettings, ExitCode iCode, const std::string& strWhy) {
   if (zSettings.m_bJson) {
     Print({{"error", strWhy}, {"exit_code", static_cast<int>(iCode)}});
   } else {
-    std::fprintf(stderr, "dor: %s\n", strWhy.c_str());
+    Note(strWhy);
   }
   return iCode;
 }
 
 // The exit code behind the end of the tree.
 int CodeOf(bool bGood, bool bClean) {
-  if (!bClean) std::fprintf(stderr, "dor: folders are left behind\n");
+  if (!bClean) Note("folders are left behind");
   if (!bGood) return kRefused;
   return bClean ? kGood : kLeftBehind;
 }
@@ -180,8 +186,7 @@ int RunOpen(const Settings& zSettings) {
     Print(zJson);
     return CodeOf(bGood, bClean);
   }
-  std::printf("tree      started in %.1f ms, root folder %s\n", dStartMs,
-              sys::WideToUtf8(zClient.GetRootFolder()).c_str());
+  std::printf("tree      started in %.1f ms, root folder %s\n", dStartMs, KivShown(zClient.GetRootFolder()).c_str());
   std::printf("processes");
   for (int32_t iPid : viPids) std::printf(" %d", iPid);
   std::printf(" (client first)\nopened    model %lld in %.1f ms\n", static_cast<long long>(iModel), dOpenMs);
@@ -208,13 +213,20 @@ int RunCall(const Settings& zSettings) {
   return CodeOf(zSpoken.IsGood(), bClean);
 }
 
+std::string WithoutReturn(std::string strLine) {
+  if (strLine.ends_with('\r')) strLine.pop_back();
+  return strLine;
+}
+
 int RunShell(const Settings& zSettings) {
   DorClient zClient(Options(zSettings));
   const int64_t iModel = OpenModel(zClient, zSettings);
   DorShellOptions zOptions;
   zOptions.m_bKeepGoing = zSettings.m_bKeepGoing;
   if (!zSettings.m_bJson)  // answers from a file are read beside their questions
-    zOptions.m_pfnLine = [](const std::string& strLine) { std::printf("> %s\n", strLine.c_str()); };
+    zOptions.m_pfnLine = [](const std::string& strLine) {
+      std::printf("> %s\n", KivShown(sys::Utf8ToWide(WithoutReturn(strLine))).c_str());
+    };
   zOptions.m_pfnAnswer = [&](const DorSpoken& zSpoken) { ShowAnswer(zSettings, zSpoken); };
   zOptions.m_pfnError = [&](const std::string& strWhy) { Fail(zSettings, kRefused, strWhy); };
   const bool bGood = DorRunShell(zClient, iModel, zOptions);
@@ -296,7 +308,10 @@ std::string ShowSign(std::string strWord) {
 
 int Guarded(int (*pfnRun)(const Settings&), const Settings& zSettings) {
   try {
-    return pfnRun(zSettings);
+    const int iCode = pfnRun(zSettings);
+    if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0) return iCode;
+    Note("standard output cannot be written");
+    return iCode == kGood ? kRefused : iCode;
   } catch (const DorReadError& e) {
     return Fail(zSettings, kNotRead, zSettings.m_strModel + ": " + e.what());
   } catch (const DorClientError& e) {
@@ -318,23 +333,24 @@ int32_t kiv::KivMain(const std::vector<KivWString>& vcsArguments) {
   zApp.add_option("--relay", zSettings.m_strRelay, "path of the relay (default: DorRelay beside this program)");
   int (*pfnRun)(const Settings&) = nullptr;
 
+  const CLI::Validator zNotEmpty([](const std::string& str) { return str.empty() ? "it is empty" : ""; }, "", "");
   CLI::App* pzOpen = zApp.add_subcommand("open", "open a model, show what it is and the tree that served it");
-  pzOpen->add_option("MODEL", zSettings.m_strModel, "model file")->required();
+  pzOpen->add_option("MODEL", zSettings.m_strModel, "model file")->required()->check(zNotEmpty);
   pzOpen->callback([&] { pfnRun = RunOpen; });
 
   CLI::App* pzCall = zApp.add_subcommand("call", "open a model, send one request, show the answer");
-  pzCall->add_option("MODEL", zSettings.m_strModel, "model file")->required();
+  pzCall->add_option("MODEL", zSettings.m_strModel, "model file")->required()->check(zNotEmpty);
   pzCall->add_option("REQUEST", zSettings.m_strRequest, "name, DorHandler_ may be left out")->required();
   pzCall->add_option("ARGS", zSettings.m_vstrWords, "the request's fields behind the model id");
   pzCall->callback([&] { pfnRun = RunCall; });
 
   CLI::App* pzShell = zApp.add_subcommand("shell", "open a model, send the requests on standard input, one a line");
-  pzShell->add_option("MODEL", zSettings.m_strModel, "model file")->required();
+  pzShell->add_option("MODEL", zSettings.m_strModel, "model file")->required()->check(zNotEmpty);
   pzShell->add_flag("--keep-going", zSettings.m_bKeepGoing, "go on after a request that was refused or failed");
   pzShell->callback([&] { pfnRun = RunShell; });
 
   CLI::App* pzBench = zApp.add_subcommand("bench", "measure round trips through relay and handler");
-  pzBench->add_option("MODEL", zSettings.m_strModel, "model file")->required();
+  pzBench->add_option("MODEL", zSettings.m_strModel, "model file")->required()->check(zNotEmpty);
   pzBench->add_option("--requests", zSettings.m_nRequests, "round trips to measure")->check(CLI::Range(1, 100000000));
   pzBench->add_option("--bytes", zSettings.m_nBytes, "payload of a request")
       ->check(CLI::Range(uint64_t{8}, uint64_t{1} << 30));

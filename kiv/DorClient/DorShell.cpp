@@ -42,6 +42,11 @@ Line Run(DorClient& zClient, int64_t iModel, const std::string& strLine, const D
   }
 }
 
+Line TooLong(const DorShellOptions& zOptions) {
+  zOptions.m_pfnError("a line has more than 1 MiB");
+  return Line::Bad;
+}
+
 }  // namespace
 
 bool DorRunShell(DorClient& zClient, int64_t iModel, const DorShellOptions& zOptions) {
@@ -52,9 +57,14 @@ bool DorRunShell(DorClient& zClient, int64_t iModel, const DorShellOptions& zOpt
       std::fprintf(stderr, "dor> ");
       std::fflush(stderr);
     }
-    if (!sys::ReadInputLine(strLine)) break;
-    if (!bPerson && zOptions.m_pfnLine && !strLine.empty()) zOptions.m_pfnLine(strLine);
-    const Line iLine = Run(zClient, iModel, strLine, zOptions);
+    const KivSysInput iInput = sys::ReadInputLine(strLine);
+    if (iInput == KivSysInput::End || iInput == KivSysInput::Stopped) break;
+    if (iInput == KivSysInput::Failed) {
+      zOptions.m_pfnError("standard input cannot be read");
+      return false;
+    }
+    if (!bPerson && zOptions.m_pfnLine && iInput == KivSysInput::Line && !strLine.empty()) zOptions.m_pfnLine(strLine);
+    const Line iLine = iInput == KivSysInput::Line ? Run(zClient, iModel, strLine, zOptions) : TooLong(zOptions);
     std::fflush(stdout);
     if (iLine == Line::Quit) return bGood;
     if (iLine == Line::Good) continue;

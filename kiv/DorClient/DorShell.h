@@ -17,7 +17,8 @@ struct DorShellOptions {
   std::function<void(const std::string&)> m_pfnError;
 };
 
-// Reads to the end of the input, to "quit", or until a stop was requested. True if every request was served and done.
+// Reads to the end of the input, to "quit", or until a stop was requested. True if every line could be read and every
+// request was served and done.
 bool DorRunShell(DorClient& zClient, int64_t iModel, const DorShellOptions& zOptions);
 
 // All requests that may be called, with their fields: a line for each.

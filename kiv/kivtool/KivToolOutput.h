@@ -19,9 +19,6 @@
 
 namespace kiv {
 
-// Text from a file or a user for a terminal: UTF-8, control characters as \n or \x1b.
-std::string KivShown(KivWStringView csText);
-
 class KivToolOutput {
  public:
   explicit KivToolOutput(bool bJson, std::FILE* pResult = stdout, std::FILE* pOther = stderr);

@@ -77,7 +77,8 @@ TEST_F(DorCommand, WrongUseGives2AndStartsNothing) {
   for (const char16_t* szArguments :
        {u"", u"open", u"call model.kiv", u"call model.kiv NoSuch", u"nothing", u"call model.kiv IsPlanarFace 3",
         u"call model.kiv IsPlanarFace 3 x", u"call model.kiv ReadDor x", u"bench model.kiv --requests 0",
-        u"bench model.kiv --idle 64", u"open model.kiv --no-such-option"})
+        u"bench model.kiv --idle 64", u"open model.kiv --no-such-option", u"open \"\"", u"call \"\" DoNothing",
+        u"shell \"\""})
     EXPECT_EQ(Run(szArguments), 2) << sys::WideToUtf8(szArguments);
   EXPECT_FALSE(sys::PathExists(csMonitor));
   EXPECT_EQ(Run(u"call " + Model() + u" DoNothing"), 0);
@@ -155,6 +156,61 @@ TEST_F(DorCommand, TheShellsExitCodeTellsWhetherAllWasDone) {
   EXPECT_FALSE(CodeOf("DoNothing\nRedo 1\n", ""));
   EXPECT_FALSE(CodeOf("Redo 1\nDoNothing\n", "--keep-going"));
   EXPECT_FALSE(CodeOf("nonsense\n", ""));
+}
+
+TEST_F(DorCommand, ALineThatIsTooLongIsOneErrorAndNotTheEnd) {
+  WriteFile(m_zFolder / u"lines", "DoNothing\n" + std::string(1'100'000, 'x') + "\nGetAsmInfo 99\nDoNothing\n");
+  const KivWString csInput = Model() + u" < \"" + (m_zFolder / u"lines") + u"\"";
+  int iResult = 0;
+  const std::string strAll = Output(u"shell --keep-going " + csInput, &iResult);
+  EXPECT_NE(iResult, 0);
+  const size_t iLong = strAll.find("dor: a line has more than 1 MiB"), iNode = strAll.find("> GetAsmInfo 99");
+  ASSERT_NE(iLong, std::string::npos) << strAll.substr(0, 2000);
+  EXPECT_LT(strAll.find("> DoNothing"), iLong) << "errors stand behind what was printed before them";
+  EXPECT_LT(iLong, iNode);
+  EXPECT_LT(iNode, strAll.rfind("> DoNothing"));
+  const std::string strStopped = Output(u"shell " + csInput, &iResult);
+  EXPECT_NE(iResult, 0);
+  EXPECT_TRUE(Holds(strStopped, "1 MiB")) << strStopped.substr(0, 2000);
+  EXPECT_FALSE(Holds(strStopped, "GetAsmInfo")) << strStopped.substr(0, 2000);
+}
+
+TEST_F(DorCommand, AnInputThatCannotBeReadIsAnError) {
+  if (sys::kSeparator == u'\\') GTEST_SKIP() << "the shell there opens no folders";
+  int iResult = 0;
+  EXPECT_TRUE(Holds(Output(u"shell " + Model() + u" < /", &iResult), "standard input cannot be read"));
+  EXPECT_NE(iResult, 0);
+}
+
+TEST_F(DorCommand, AnOutputThatCannotBeWrittenIsAnError) {
+  if (!sys::PathExists(u"/dev/full")) GTEST_SKIP() << "there is no full device";
+  for (const KivWString& csArguments : {KivWString(u"requests"), u"call " + Model() + u" DoNothing"}) {
+    const KivWString csLine = Program() + u" " + csArguments + u" >/dev/full 2>\"" + (m_zFolder / u"errors") + u"\"";
+    EXPECT_NE(std::system(sys::WideToUtf8(csLine).c_str()), 0);
+    EXPECT_EQ(m_zFolder.ReadBytes(u"errors"), "dor: standard output cannot be written\n");
+  }
+}
+
+TEST_F(DorCommand, NamesReachTheTerminalWithoutControlCharacters) {
+  WriteFile(m_zFolder / u"lines", "SetAsmInfo 1 '\x1b]0;x\x07 \"a\"'\nGetAsmInfo 1\n\x1b[2J\n");
+  const std::string strText = Output(u"shell --keep-going " + Model() + u" < \"" + (m_zFolder / u"lines") + u"\"");
+  EXPECT_TRUE(Holds(strText, "name: \"\\x1b]0;x\\x07 \\\"a\\\"\"")) << strText;
+  EXPECT_TRUE(Holds(strText, "no request '\\x1b[2J'"));
+  EXPECT_FALSE(Holds(strText, "\x1b"));
+}
+
+// Ctrl-C is a signal to the whole group of a terminal; what it sends to the command can be sent to it alone.
+TEST_F(DorCommand, AStopWhileTheShellWaitsEndsItAndLeavesNothing) {
+  if (sys::kSeparator == u'\\') GTEST_SKIP() << "needs a shell with signals";
+  const std::string strFolder = "'" + sys::WideToUtf8(m_zFolder.Path()) + "'";
+  WriteFile(m_zFolder / u"script", "cd " + strFolder + " && mkfifo lines && exec 3<>lines || exit 90\n" +
+                                       sys::WideToUtf8(Program()) + " shell model.kiv <lines >answers 2>errors &\n" +
+                                       "echo DoNothing >&3\n"
+                                       "for i in $(seq 6000); do grep -q served answers && break; sleep 0.02; done\n"
+                                       "kill -INT $!; wait $!\n");
+  EXPECT_EQ(std::system(("sh " + strFolder + "/script").c_str()), 0);
+  EXPECT_EQ(m_zFolder.ReadBytes(u"errors"), "");
+  EXPECT_TRUE(Holds(m_zFolder.ReadBytes(u"answers"), "served"));
 }
 
 TEST_F(DorCommand, ACallShowsItsAnswerByNamesInBothForms) {

@@ -27,4 +27,8 @@ std::string WideToAnsi(KivWStringView csText);
 KivWString AnsiToWide(std::string_view strText);
 
 }  // namespace sys
+
+// Text from a file or a user for a terminal: UTF-8, control characters as \n or \x1b.
+std::string KivShown(KivWStringView csText);
+
 }  // namespace kiv

@@ -16,7 +16,6 @@ std::atomic<bool> g_bStop{false};
 std::atomic<bool> g_bHold{false};
 static_assert(std::atomic<bool>::is_always_lock_free);
 
-constexpr size_t kLongestLine = size_t{1} << 20;
 constexpr int kLookMs = 200;  // a stop that comes just before a wait is seen after this
 
 // The signal waits until the handler is left, and then does what it does by default.
@@ -36,30 +35,23 @@ bool IsInputTerminal() {
   return isatty(STDIN_FILENO) != 0;
 }
 
-bool ReadInputLine(std::string& strLine) {
-  static std::string strAhead;  // read, but behind the last line
-  for (size_t iSeen = 0;;) {
-    if (g_bStop.load() || iSeen > kLongestLine) return false;
-    const size_t iEnd = strAhead.find('\n', iSeen);
-    if (iEnd != std::string::npos) {
-      strLine = strAhead.substr(0, iEnd);
-      strAhead.erase(0, iEnd + 1);
-      return true;
-    }
-    iSeen = strAhead.size();
+KivSysInput ReadInputLine(std::string& strLine) {
+  static KivSysLineCutter zCutter;
+  for (;;) {
+    if (g_bStop.load()) return KivSysInput::Stopped;
+    if (const std::optional<KivSysInput> iResult = zCutter.Next(strLine)) return *iResult;
     pollfd zInput{STDIN_FILENO, POLLIN, 0};
     const int nReady = poll(&zInput, 1, kLookMs);
-    if (nReady < 0 && errno != EINTR) return false;
+    if (nReady < 0 && errno != EINTR) return KivSysInput::Failed;
     if (nReady <= 0) continue;
     char acBytes[4096];
     const ssize_t nBytes = read(STDIN_FILENO, acBytes, sizeof acBytes);
-    if (nBytes < 0 && errno == EINTR) continue;
-    if (nBytes <= 0) {
-      strLine.swap(strAhead);  // the last line need not have an end
-      strAhead.clear();
-      return !strLine.empty();
-    }
-    strAhead.append(acBytes, static_cast<size_t>(nBytes));
+    if (nBytes > 0)
+      zCutter.Put({acBytes, static_cast<size_t>(nBytes)});
+    else if (nBytes == 0)
+      zCutter.PutEnd();
+    else if (errno != EINTR)
+      return KivSysInput::Failed;
   }
 }
 

@@ -7,8 +7,6 @@
 namespace kiv::sys {
 namespace {
 
-constexpr size_t kLongestLine = size_t{1} << 20;
-
 std::atomic<bool> g_bStop{false};
 std::atomic<bool> g_bHold{false};
 
@@ -31,26 +29,24 @@ bool IsInputTerminal() {
 }
 
 // A console gives up its wait at Ctrl-C; a pipe does not.
-bool ReadInputLine(std::string& strLine) {
-  static std::string strAhead;  // read, but behind the last line
-  for (size_t iSeen = 0;;) {
-    if (g_bStop.load() || iSeen > kLongestLine) return false;
-    const size_t iEnd = strAhead.find('\n', iSeen);
-    if (iEnd != std::string::npos) {
-      strLine = strAhead.substr(0, iEnd);
-      strAhead.erase(0, iEnd + 1);
-      return true;
-    }
-    iSeen = strAhead.size();
+KivSysInput ReadInputLine(std::string& strLine) {
+  static KivSysLineCutter zCutter;
+  for (;;) {
+    if (g_bStop.load()) return KivSysInput::Stopped;
+    if (const std::optional<KivSysInput> iResult = zCutter.Next(strLine)) return *iResult;
     char acBytes[4096];
     DWORD nBytes = 0;
+    SetLastError(ERROR_SUCCESS);
     const BOOL bRead = ReadFile(GetStdHandle(STD_INPUT_HANDLE), acBytes, sizeof acBytes, &nBytes, nullptr);
-    if (bRead == FALSE || nBytes == 0) {
-      strLine.swap(strAhead);  // the last line need not have an end
-      strAhead.clear();
-      return !strLine.empty() && !g_bStop.load();
-    }
-    strAhead.append(acBytes, nBytes);
+    const DWORD iError = GetLastError();
+    if (nBytes != 0)
+      zCutter.Put({acBytes, nBytes});
+    else if (iError == ERROR_OPERATION_ABORTED)
+      return KivSysInput::Stopped;
+    else if (bRead != FALSE || iError == ERROR_BROKEN_PIPE || iError == ERROR_HANDLE_EOF)
+      zCutter.PutEnd();
+    else
+      return KivSysInput::Failed;
   }
 }
 
