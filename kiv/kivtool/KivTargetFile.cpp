@@ -90,6 +90,7 @@ void KivTargetFile::Commit() {
     m_bCommitted = true;
   }
   CheckTarget();
+  sys::TakePermissionsFor(m_csTemporary, m_csTarget);  // else it stays the user's own
   const int32_t iResult =
       m_bForce ? sys::ReplacePath(m_csTemporary, m_csTarget) : sys::RenamePath(m_csTemporary, m_csTarget);
   if (iResult == 0) {

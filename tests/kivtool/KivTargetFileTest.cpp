@@ -4,6 +4,7 @@
 
 #include <csignal>
 #include <cstdlib>
+#include <filesystem>
 
 #include "KivSysFileKind.h"
 #include "KivSysFolder.h"
@@ -88,6 +89,20 @@ TEST(TargetFile, ASourceAFolderAndAPlaceThatIsNotThereAreRefused) {
   EXPECT_THROW(KivTargetFile(u"", true), KivToolError);
   EXPECT_EQ(EntryNum(zFolder), 2u);
   EXPECT_EQ(zFolder.ReadBytes(u"in"), "in");
+}
+
+TEST(TargetFile, WhatIsReplacedHandsItsPermissionsOn) {
+  if (sys::kSeparator == u'\\') GTEST_SKIP() << "a new file takes its folder's";
+  const TestFolder zFolder;
+  zFolder.WriteBytes(u"a", "old");
+  using std::filesystem::perms;
+  const perms iMode = perms::owner_read | perms::owner_write | perms::others_read;
+  std::filesystem::permissions(std::filesystem::path(zFolder / u"a"), iMode);
+  KivTargetFile zTarget(zFolder / u"a", true);
+  zFolder.WriteBytes(NameIn(zFolder, zTarget), "new");
+  zTarget.Commit();
+  EXPECT_EQ(zFolder.ReadBytes(u"a"), "new");
+  EXPECT_EQ(std::filesystem::status(std::filesystem::path(zFolder / u"a")).permissions(), iMode);
 }
 
 TEST(TargetFile, AFolderIsNoRegularFileAFileAndNothingAreNoOther) {

@@ -47,6 +47,7 @@ class NewFile {
 
   const KivWString& Path() const { return m_csPath; }
   void TakePlace(bool bOverwrite) {
+    sys::TakePermissionsFor(m_csPath, m_csTarget);  // else it stays the user's own
     m_bMoved = (bOverwrite ? sys::ReplacePath(m_csPath, m_csTarget) : sys::RenamePath(m_csPath, m_csTarget)) == 0;
     if (m_bMoved) return;
     if (!bOverwrite && sys::PathExists(m_csTarget))

@@ -18,4 +18,8 @@ bool IsNoRegularFile(const KivWString& csPath) {
   return !bRegular;
 }
 
+bool TakePermissionsFor(const KivWString&, const KivWString&) {
+  return true;
+}
+
 }  // namespace kiv::sys
