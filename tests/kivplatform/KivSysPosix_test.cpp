@@ -28,6 +28,7 @@
 #include <vector>
 
 #include "KivPlatformTest.h"
+#include "KivSysFileKind.h"
 #include "KivSysFolder.h"
 #include "KivSysLocale.h"
 #include "KivSysMapping.h"
@@ -411,6 +412,7 @@ TEST(Posix, AFileThatOthersCutReadsAsZerosAndSaysSo) {
   zFolder.WriteBytes(u"a", std::string(3 * 65536, 'a'));
   KivSysFile zFile =
       OpenFile(zFolder / u"a", KivSysAccess::ReadWrite, KivSysShare::All, KivSysDisposition::OpenExisting);
+  testing::internal::CaptureStderr();
   for (const bool bReadOnly : {true, false}) {
     KivSysMapping zMapping;
     ASSERT_TRUE(zMapping.Create(zFile, bReadOnly, 3 * 65536, u""));
@@ -430,6 +432,32 @@ TEST(Posix, AFileThatOthersCutReadsAsZerosAndSaysSo) {
     ASSERT_TRUE(zMapping.Create(zFile, bReadOnly, 3 * 65536, u""));
     EXPECT_FALSE(zMapping.HasLostPages());
   }
+  EXPECT_EQ(testing::internal::GetCapturedStderr(),
+            "a mapped file has lost a page: it was cut by others, or the disk failed\n")
+      << "one line for the file, however often it happens";
+}
+
+TEST(Posix, APermissionIsThatOfTheFileToReplaceElseOfTheUsersMask) {
+  const TestFolder zFolder;
+  zFolder.WriteBytes(u"old", "");
+  zFolder.WriteBytes(u"new", "");
+  const auto ModeFor = [&](const KivWString& csTarget, mode_t iMask) {
+    EXPECT_EQ(chmod(Native(zFolder / u"new").c_str(), 0600), 0);
+    const mode_t iOld = umask(iMask);
+    EXPECT_TRUE(sys::TakePermissionsFor(zFolder / u"new", zFolder / csTarget));
+    umask(iOld);
+    struct stat zStat {};
+    EXPECT_EQ(stat(Native(zFolder / u"new").c_str(), &zStat), 0);
+    return zStat.st_mode & 07777;
+  };
+  ASSERT_EQ(chmod(Native(zFolder / u"old").c_str(), 04640), 0);
+  EXPECT_EQ(ModeFor(u"old", 022), 0640u) << "without its special bits";
+  EXPECT_EQ(ModeFor(u"missing", 022), 0644u);
+  EXPECT_EQ(ModeFor(u"missing", 0), 0666u);
+  EXPECT_EQ(ModeFor(u"missing", 077), 0600u);
+  ASSERT_EQ(symlink("old", Native(zFolder / u"link").c_str()), 0);
+  EXPECT_EQ(ModeFor(u"link", 027), 0640u) << "a link is replaced, not what it leads to";
+  EXPECT_FALSE(sys::TakePermissionsFor(zFolder / u"missing", zFolder / u"old"));
 }
 
 namespace {

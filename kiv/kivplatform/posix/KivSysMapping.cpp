@@ -61,9 +61,34 @@ struct Range {
   std::atomic<bool> m_bWritable{false};
   std::atomic<bool> m_bLost{false};
   std::atomic<bool> m_bTaken{false};
+  std::atomic<uint64_t> m_iFile{0};
 };
 std::array<Range, 4096> g_vzRanges;
 struct sigaction g_zFormerAction;
+
+// Files that were told about: their users map them again and again.
+std::array<std::atomic<uint64_t>, 64> g_viTold;
+
+uint64_t FileNumber(const struct stat& zStat) {
+  return (static_cast<uint64_t>(zStat.st_dev) << 40 ^ static_cast<uint64_t>(zStat.st_ino)) | uint64_t{1} << 63;
+}
+
+// Once for each file, for the first ones.
+void TellOfLoss(uint64_t iFile) {
+  for (std::atomic<uint64_t>& iTold : g_viTold) {
+    uint64_t iFree = 0;
+    if (iTold.load() == iFile) return;
+    if (!iTold.compare_exchange_strong(iFree, iFile)) {
+      if (iFree == iFile) return;
+      continue;
+    }
+    constexpr char kText[] = "a mapped file has lost a page: it was cut by others, or the disk failed\n";
+    if (write(STDERR_FILENO, kText, sizeof kText - 1) < 0) {
+      // Nobody to tell; the mark stands.
+    }
+    return;
+  }
+}
 
 void OnBusError(int iSignal, siginfo_t* pInfo, void* pContext) {
   const int iError = errno;
@@ -76,10 +101,7 @@ void OnBusError(int iSignal, siginfo_t* pInfo, void* pContext) {
     const int iProtection = zRange.m_bWritable.load(std::memory_order_relaxed) ? PROT_READ | PROT_WRITE : PROT_READ;
     if (mmap(pPage, PageSize(), iProtection, MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED, -1, 0) == MAP_FAILED) break;
     zRange.m_bLost.store(true, std::memory_order_relaxed);
-    constexpr char kText[] = "a mapped file has lost a page: it was cut by others, or the disk failed\n";
-    if (write(STDERR_FILENO, kText, sizeof kText - 1) < 0) {
-      // Nobody to tell; the mark stands.
-    }
+    TellOfLoss(zRange.m_iFile.load(std::memory_order_relaxed));
     errno = iError;
     return;
   }
@@ -199,6 +221,7 @@ bool KivSysMapping::Create(KivSysFile& zFile, bool bReadOnly, uint64_t iCapacity
     m_pBase = static_cast<uint8_t*>(pBase);
     m_iMapped = iMapped;
     Range* const pzRange = TakeRange();
+    if (pzRange != nullptr) pzRange->m_iFile.store(FileNumber(zStat), std::memory_order_relaxed);
     SetRange(pzRange, m_pBase, m_iMapped, bReadOnly);
     m_pLost = pzRange == nullptr ? nullptr : &pzRange->m_bLost;
   } else if (iMapped > m_iMapped) {
