@@ -88,10 +88,25 @@ class Follower {
     }
     m_zModelBox = mapChanged[vzElement[0].m_iKey];
   }
+  // A header's box is around what is below it as well. That of an element without instances may be the 0 that stands
+  // for nothing, so that those below it are asked.
   DorBox StoredBox(uint64_t iKey) {
-    auto* pz = DorNeed(KivOutOfCoreHandle(m_zSession.Key(), iKey).Fetch<KivInstance>(), "the instance tree");
-    const KivMemoryBlockInstance& zBlock = *DorNeed(pz->GetMemoryBlock(), "the instance tree");
-    return zBlock.m_vzInstance.empty() ? DorBox() : DorBox::OfHeader(zBlock.m_zHeader);
+    DorBox zBox;
+    std::set<uint64_t> siSeen{0};
+    for (std::vector<uint64_t> viToVisit{iKey}; !viToVisit.empty();) {
+      const uint64_t iNext = viToVisit.back();
+      viToVisit.pop_back();
+      if (!siSeen.insert(iNext).second) continue;
+      auto* pz = DorNeed(KivOutOfCoreHandle(m_zSession.Key(), iNext).Fetch<KivInstance>(), "the instance tree");
+      const KivMemoryBlockInstance& zBlock = *DorNeed(pz->GetMemoryBlock(), "the instance tree");
+      const bool bLive = std::any_of(zBlock.m_vzInstance.begin(), zBlock.m_vzInstance.end(),
+                                     [](const KivInstanceEntry& z) { return !z.m_zFrame.IsGap(); });
+      if (bLive)
+        zBox.Add(DorBox::OfHeader(zBlock.m_zHeader));
+      else
+        viToVisit.insert(viToVisit.end(), {zBlock.m_zHeader.m_aiLink[1], zBlock.m_zHeader.m_aiLink[2]});
+    }
+    return zBox;
   }
 
   // A node's box is around its own instances and its children.
@@ -101,31 +116,26 @@ class Follower {
     auto& zTree = m_zChange.Edit<KivAssemblyTree>(iTreeKey);
     m_zModelBox.PutInto(zTree.m_zHeader);
     const std::vector<int64_t> viParent = DorParents(zTree);
-    // The nodes that instances stand in and all above them, the lowest first.
-    std::map<int64_t, int64_t> mapDepth;
+    // The nodes that instances stand in and all above them change, the lowest first.
+    std::vector<bool> vbChanged(viParent.size());
     for (const uint32_t iNode : m_siNode)
-      for (int64_t i = iNode < viParent.size() ? iNode : kDorNoNode; i != kDorNoNode && mapDepth.count(i) == 0;
-           i = viParent[static_cast<size_t>(i)])
-        mapDepth[i] = DepthOf(viParent, i);
-    std::vector<std::pair<int64_t, int64_t>> viNode;
-    for (const auto& [iNode, iDepth] : mapDepth) viNode.emplace_back(-iDepth, iNode);
-    std::sort(viNode.begin(), viNode.end());
+      for (int64_t i = iNode < viParent.size() ? iNode : kDorNoNode;
+           i != kDorNoNode && !vbChanged[static_cast<size_t>(i)]; i = viParent[static_cast<size_t>(i)])
+        vbChanged[static_cast<size_t>(i)] = true;
+    std::vector<int64_t> viNode = DorTopDown(viParent);
+    std::reverse(viNode.begin(), viNode.end());
     const auto vviInstance = DorInstancesOfNodes(m_zSession, zTree.m_vzNode.size());
     std::vector<std::vector<size_t>> vviChild(viParent.size());
     for (size_t i = 0; i < viParent.size(); ++i)
       if (viParent[i] != kDorNoNode) vviChild[static_cast<size_t>(viParent[i])].push_back(i);
-    for (const auto& [iDepth, iNode] : viNode) {
+    for (const int64_t iNode : viNode) {
+      if (!vbChanged[static_cast<size_t>(iNode)]) continue;
       DorBox zBox;
       for (const int64_t i : vviInstance[static_cast<size_t>(iNode)]) zBox.Add(InstanceBox(static_cast<size_t>(i)));
       for (const size_t iChild : vviChild[static_cast<size_t>(iNode)])
         zBox.Add(DorBox{zTree.m_vzNode[iChild].m_fNodeBox});
       zTree.m_vzNode[static_cast<size_t>(iNode)].m_fNodeBox = zBox.m_af;
     }
-  }
-  static int64_t DepthOf(const std::vector<int64_t>& viParent, int64_t iNode) {
-    int64_t iDepth = 0;
-    while ((iNode = viParent[static_cast<size_t>(iNode)]) != kDorNoNode) ++iDepth;
-    return iDepth;
   }
   DorBox InstanceBox(size_t i) {
     const auto it = m_mapBox.find(i);
@@ -201,12 +211,29 @@ std::vector<int64_t> DorParents(const KivMemoryBlockAssemblyTree& zTree) {
   return viParent;
 }
 
-KivEMatrix4 DorAbsoluteMatrix(const KivMemoryBlockAssemblyTree& zTree, const std::vector<int64_t>& viParent,
-                              int64_t iNode) {
-  KivEMatrix4 z;
-  for (; iNode != kDorNoNode; iNode = viParent[static_cast<size_t>(iNode)])
-    z *= zTree.m_vzNode[static_cast<size_t>(iNode)].m_zMatrix;
-  return z;
+std::vector<int64_t> DorTopDown(const std::vector<int64_t>& viParent) {
+  std::vector<std::vector<int64_t>> vviChild(viParent.size());
+  std::vector<int64_t> viNode;
+  viNode.reserve(viParent.size());
+  for (size_t i = 0; i < viParent.size(); ++i)
+    (viParent[i] == kDorNoNode ? viNode : vviChild[static_cast<size_t>(viParent[i])])
+        .push_back(static_cast<int64_t>(i));
+  for (size_t i = 0; i < viNode.size(); ++i) {
+    const std::vector<int64_t>& viChild = vviChild[static_cast<size_t>(viNode[i])];
+    viNode.insert(viNode.end(), viChild.begin(), viChild.end());
+  }
+  return viNode;
+}
+
+std::vector<KivEMatrix4> DorAbsoluteMatrices(const KivMemoryBlockAssemblyTree& zTree,
+                                             const std::vector<int64_t>& viParent) {
+  std::vector<KivEMatrix4> vz(viParent.size());
+  for (const int64_t iNode : DorTopDown(viParent)) {
+    const size_t i = static_cast<size_t>(iNode);
+    vz[i] = zTree.m_vzNode[i].m_zMatrix;
+    if (viParent[i] != kDorNoNode) vz[i] *= vz[static_cast<size_t>(viParent[i])];
+  }
+  return vz;
 }
 
 std::vector<std::vector<int64_t>> DorInstancesOfNodes(DorSession& zSession, size_t nNodes) {

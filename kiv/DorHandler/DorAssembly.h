@@ -22,9 +22,11 @@ const KivAssemblyNode& DorNodeOf(const KivMemoryBlockAssemblyTree* pzTree, int64
 // The parent of each node, kDorNoNode for those without one. A node that several name as their child belongs to the
 // first one; nobody is above himself.
 std::vector<int64_t> DorParents(const KivMemoryBlockAssemblyTree& zTree);
-// Where a node stands in the model: its matrix and those above it, from the inside out.
-KivEMatrix4 DorAbsoluteMatrix(const KivMemoryBlockAssemblyTree& zTree, const std::vector<int64_t>& viParent,
-                              int64_t iNode);
+// All nodes, each behind its parent.
+std::vector<int64_t> DorTopDown(const std::vector<int64_t>& viParent);
+// Where each node stands in the model: its matrix and those above it, from the inside out.
+std::vector<KivEMatrix4> DorAbsoluteMatrices(const KivMemoryBlockAssemblyTree& zTree,
+                                             const std::vector<int64_t>& viParent);
 // Instances that stand in each node.
 std::vector<std::vector<int64_t>> DorInstancesOfNodes(DorSession& zSession, size_t nNodes);
 

@@ -12,10 +12,7 @@ namespace {
 using Box = Eigen::AlignedBox3d;
 
 constexpr size_t kLeafTriangles = 4;
-// What a search may cost: pairs of boxes that wait, and pairs of triangles. Beyond that the faces lie through each
-// other in a way that no tree sorts out.
-constexpr size_t kMostWaiting = 4'000'000;
-constexpr size_t kMostPairs = 30'000'000;
+constexpr size_t kMostWaiting = 1'000'000;  // pairs of boxes that a search puts aside
 
 Eigen::Vector3d Point(const KivECoord3& z) {
   return {z.m_dX, z.m_dY, z.m_dZ};
@@ -80,7 +77,8 @@ class DorFaceTree::Search {
  public:
   using Scalar = double;
 
-  Search(const DorFaceTree& zFirst, const DorFaceTree& zSecond) : m_zFirst(zFirst), m_zSecond(zSecond) {
+  Search(const DorFaceTree& zFirst, const DorFaceTree& zSecond, size_t nMostPairs)
+      : m_zFirst(zFirst), m_zSecond(zSecond), m_nMostPairs(nMostPairs) {
     m_zBest = DorNearestOfTriangles(zFirst.m_vzTriangle[0], zSecond.m_vzTriangle[0]);
   }
 
@@ -106,7 +104,7 @@ class DorFaceTree::Search {
       for (uint32_t k = zSecond.m_iBegin; k < zSecond.m_iEnd; ++k) {
         const DorTriangle* const pSecond = &m_zSecond.m_vzTriangle[k];
         if (zBox.squaredExteriorDistance(BoxOf(pSecond, pSecond + 1)) >= m_zBest.m_dSquared) continue;
-        Count(m_nPairs, kMostPairs);
+        Count(m_nPairs, m_nMostPairs);
         const DorNearest z = DorNearestOfTriangles(*pFirst, *pSecond);
         if (z.m_dSquared < m_zBest.m_dSquared) m_zBest = z;
       }
@@ -123,11 +121,12 @@ class DorFaceTree::Search {
   }
 
   static void Count(size_t& n, size_t nMost) {
-    if (++n > nMost) throw DorRefusal(DorAnswerCode::Failed, "the faces are too entangled for their distance");
+    if (++n > nMost) throw DorRefusal(DorAnswerCode::Failed, "too many triangles of the faces are about equally near");
   }
 
   const DorFaceTree& m_zFirst;
   const DorFaceTree& m_zSecond;
+  size_t m_nMostPairs;
   size_t m_nWaiting = 0, m_nPairs = 0;
 };
 
@@ -144,8 +143,8 @@ size_t DorFaceTree::GetByteNum() const {
   return m_vzTriangle.size() * sizeof(DorTriangle) + m_pzBoxes->m_vzLeaf.size() * 2 * sizeof(Leaf);
 }
 
-DorNearest DorFaceTree::NearestTo(const DorFaceTree& zOther) const {
-  Search zSearch(*this, zOther);
+DorNearest DorFaceTree::NearestTo(const DorFaceTree& zOther, size_t nMostPairs) const {
+  Search zSearch(*this, zOther, nMostPairs);
   if (zSearch.m_zBest.m_dSquared > 0) Eigen::BVMinimize(m_pzBoxes->m_zTree, zOther.m_pzBoxes->m_zTree, zSearch);
   return zSearch.m_zBest;
 }

@@ -23,8 +23,12 @@ class DorFaceTree {
   size_t GetTriangleNum() const { return m_vzTriangle.size(); }
   // About, with what stands in the tree.
   size_t GetByteNum() const;
-  // Nearest points of two trees, the first on this one.
-  DorNearest NearestTo(const DorFaceTree& zOther) const;
+  // Pairs of triangles that a search looks at before it gives up: a few seconds, since the relay serves nobody
+  // meanwhile.
+  static constexpr size_t kMostPairs = 4'000'000;
+  // Nearest points of two trees, the first on this one. Refuses with Failed where too many triangles are about equally
+  // near for a tree to sort them out.
+  DorNearest NearestTo(const DorFaceTree& zOther, size_t nMostPairs = kMostPairs) const;
 
  private:
   struct Boxes;

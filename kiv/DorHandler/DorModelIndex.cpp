@@ -121,6 +121,21 @@ const DorPartIndex& DorModelIndex::Part(uint32_t iPart) {
   return m_mapPart.emplace(iPart, std::move(zPart)).first->second;
 }
 
+std::vector<uint32_t> DorModelIndex::PartsBeside(uint32_t iPart) {
+  ReadInstances();
+  std::set<uint64_t> siKey;
+  for (const auto& aiKey : m_vzPart.at(iPart).m_vaiMesh) siKey.insert(aiKey.begin(), aiKey.end());
+  siKey.erase(0);
+  std::vector<uint32_t> viPart;
+  for (uint32_t i = 0; i < m_vzPart.size(); ++i) {
+    const auto& vaiMesh = m_vzPart[i].m_vaiMesh;
+    if (std::any_of(vaiMesh.begin(), vaiMesh.end(),
+                    [&](const auto& aiKey) { return siKey.count(aiKey[0]) + siKey.count(aiKey[1]) != 0; }))
+      viPart.push_back(i);
+  }
+  return viPart;
+}
+
 void DorModelIndex::ReadMeshes(uint64_t iKey, DorLevelIndex& zLevel) {
   if (iKey == 0) return;
   std::set<uint64_t> siSeen;

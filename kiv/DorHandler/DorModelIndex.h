@@ -74,6 +74,9 @@ class DorModelIndex {
   // ones.
   DorBox PartBox(uint32_t iPart, const std::map<uint64_t, DorBox>& mapChanged);
 
+  // Parts that have a tree of meshes in common with a part, itself among them.
+  std::vector<uint32_t> PartsBeside(uint32_t iPart);
+
   // Null if there is none.
   static const DorEntryPlace* Find(const std::vector<DorEntryPlace>& vz, int64_t iId);
 

@@ -6,6 +6,10 @@
 #include "DorAnswerForm.h"
 #include "DorClient.h"
 #include "DorHandler.h"
+#include "KivDataSpaceBase.h"
+#include "KivElementWalk.h"
+#include "KivFaceEdgeData.h"
+#include "KivInstance.h"
 #include "KivTestFolder.h"
 #include "KivTestMachine.h"
 
@@ -90,6 +94,31 @@ class HandlerTest : public testing::Test {
       for (const char* szCorner : {"low", "high"})
         for (const double d : Floats(vzItem, szCorner)) vd.push_back(d);
     return vd;
+  }
+  // The store of the open model.
+  static uint32_t Key() {
+    const auto& spModel = kiv::KivDataSpaceBase::GetInstance()->GetModels();
+    EXPECT_EQ(spModel.size(), 1u);
+    return spModel.empty() ? 0 : (*spModel.begin())->GetKey();
+  }
+  // Changes the block of an element behind the handler's back.
+  template <typename Element, typename Change>
+  static void Edit(uint64_t iKey, Change&& pfnChange) {
+    kiv::DorChange z(Key());
+    pfnChange(z.Edit<Element>(iKey));
+    EXPECT_TRUE(z.Commit());
+  }
+  static uint64_t InstanceKey() { return kiv::KivGetModel(Key())->GetMemoryBlock()->m_zHeader.m_aiLink[1]; }
+  // The mesh of an instance of the first element, by level.
+  static uint64_t MeshKey(size_t iInstance, size_t iLevel) {
+    auto* pz = kiv::KivOutOfCoreHandle(Key(), InstanceKey()).Fetch<kiv::KivInstance>();
+    return pz->GetMemoryBlock()->m_vzInstance[iInstance].m_vzLevel[iLevel].m_iFaceEdgeKey;
+  }
+  // Opens what is open now from a file of its own.
+  void ReadAgain() {
+    const kiv::KivWString csPath = m_zFolder / (u"again" + kiv::sys::Utf8ToWide(std::to_string(m_nWritten++)));
+    EXPECT_EQ(Code("WriteDor", {Utf8(csPath), "0", "0", "0", "0"}), kiv::DorAnswerCode::Done);
+    EXPECT_EQ(Read(csPath), 0);
   }
   // The present state as the bytes of a file.
   std::string Written() {

@@ -126,6 +126,22 @@ TEST(DorFaceTree, RandomFacesHaveTheDistanceOfTheirNearestTriangles) {
   }
 }
 
+TEST(DorFaceTree, ASearchThatTakesTooLongIsRefused) {
+  std::vector<DorTriangle> vzRow;
+  for (int i = 0; i < 64; ++i) {
+    const KivECoord3 zAt{4.0 * i, 0, 0};
+    vzRow.push_back({zAt + kFlat[0], zAt + kFlat[1], zAt + kFlat[2]});
+  }
+  const DorFaceTree zRow(vzRow), zAbove({{KivECoord3{120, 1, 1}, {121, 1, 1}, {120, 2, 1}}});
+  EXPECT_DOUBLE_EQ(zRow.NearestTo(zAbove).m_dSquared, 1);
+  try {
+    zRow.NearestTo(zAbove, 0);
+    FAIL() << "not refused";
+  } catch (const DorRefusal& e) {
+    EXPECT_EQ(e.m_iCode, DorAnswerCode::Failed);
+  }
+}
+
 TEST(DorFaceTrees, TheOneThatWasUsedLongestAgoGoesFirst) {
   DorFaceTrees zTrees(5000);
   int nMade = 0;

@@ -108,7 +108,7 @@ void DorServeGetAsmInfo(DorSession& zSession, const DorRequestFields& zFields, D
   const KivMemoryBlockAssemblyTree* pzTree = DorAssemblyBlock(zSession);
   const KivAssemblyNode zNode = DorNodeOf(pzTree, iNode);  // a copy: the parts are read behind it
   const std::vector<int64_t> viParent = DorParents(*pzTree);
-  const KivEMatrix4 zAbsolute = DorAbsoluteMatrix(*pzTree, viParent, iNode);
+  const KivEMatrix4 zAbsolute = DorAbsoluteMatrices(*pzTree, viParent)[static_cast<size_t>(iNode)];
   const auto viInstance = DorInstancesOfNodes(zSession, pzTree->m_vzNode.size())[static_cast<size_t>(iNode)];
   zAnswer.Integer("node", iNode);
   zAnswer.Integer("parent", viParent[static_cast<size_t>(iNode)]);
@@ -167,15 +167,17 @@ void DorServeSetInstPathPartMatrix(DorSession& zSession, const DorRequestFields&
   zTree.m_vzNode[static_cast<size_t>(iNode)].m_zMatrix = zMatrix;
 
   const std::vector<int64_t> viParent = DorParents(zTree);
-  const auto IsBelow = [&](int64_t i) {
-    while (i != kDorNoNode && i != iNode) i = viParent[static_cast<size_t>(i)];
-    return i == iNode;
-  };
+  const std::vector<KivEMatrix4> vzAbsolute = DorAbsoluteMatrices(zTree, viParent);
+  std::vector<bool> vbMoves(viParent.size());  // the node and what is below it
+  for (const int64_t i : DorTopDown(viParent)) {
+    const int64_t iUp = viParent[static_cast<size_t>(i)];
+    vbMoves[static_cast<size_t>(i)] = i == iNode || (iUp != kDorNoNode && vbMoves[static_cast<size_t>(iUp)]);
+  }
   DorMoved zMoved;
   const std::vector<DorPlace>& vzPlace = zSession.Index().Places();
   for (size_t i = 0; i < vzPlace.size(); ++i)
-    if (vzPlace[i].m_iNode < zTree.m_vzNode.size() && IsBelow(vzPlace[i].m_iNode))
-      zMoved.m_mapMatrix[static_cast<int64_t>(i)] = DorAbsoluteMatrix(zTree, viParent, vzPlace[i].m_iNode);
+    if (vzPlace[i].m_iNode < vbMoves.size() && vbMoves[vzPlace[i].m_iNode])
+      zMoved.m_mapMatrix[static_cast<int64_t>(i)] = vzAbsolute[vzPlace[i].m_iNode];
   const size_t nInstances = DorFollow(zSession, zMoved, *pzChange);
   zAnswer.Integer("instances", static_cast<int64_t>(nInstances));
   zAnswer.Finish();

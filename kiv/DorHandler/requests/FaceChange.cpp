@@ -1,6 +1,6 @@
 // Changes of a face of a part, which stands wherever the part does.
-#include <cmath>
-#include <limits>
+#include <algorithm>
+#include <set>
 
 #include "DorAssembly.h"
 #include "DorMesh.h"
@@ -10,20 +10,48 @@
 namespace kiv {
 namespace {
 
-int64_t CountPlaces(DorSession& zSession, uint32_t iPart) {
+// What a change of a face reaches: the mesh elements that hold it, and all parts that share one of them.
+struct Reach {
+  std::set<uint64_t> m_siElement;
+  std::vector<uint32_t> m_viPart;
+  std::vector<uint32_t> m_viBare;  // those of the parts that have no other entry of the face
+};
+
+// The elements in which a part has entries of a face, in all levels.
+std::set<uint64_t> ElementsOfFace(DorSession& zSession, uint32_t iPart, int64_t iFace) {
+  std::set<uint64_t> siElement;
+  for (const DorLevelIndex& zLevel : zSession.Index().Part(iPart).m_vzLevel) {
+    const DorEntryPlace* pz = DorModelIndex::Find(zLevel.m_vzFace, iFace);
+    const DorEntryPlace* const pEnd = zLevel.m_vzFace.data() + zLevel.m_vzFace.size();
+    for (; pz != nullptr && pz != pEnd && pz->m_iId == static_cast<uint32_t>(iFace); ++pz)
+      siElement.insert(pz->m_iElementKey);
+  }
+  return siElement;
+}
+
+Reach ReachOf(DorSession& zSession, const DorEntity& zFace) {
+  Reach z;
+  z.m_siElement = ElementsOfFace(zSession, zFace.m_zPlace.m_iPart, zFace.m_iId);
+  for (const uint32_t iPart : zSession.Index().PartsBeside(zFace.m_zPlace.m_iPart)) {
+    const std::set<uint64_t> siElement = ElementsOfFace(zSession, iPart, zFace.m_iId);
+    const auto IsReached = [&](uint64_t iKey) { return z.m_siElement.count(iKey) != 0; };
+    if (!std::any_of(siElement.begin(), siElement.end(), IsReached)) continue;
+    z.m_viPart.push_back(iPart);
+    if (std::all_of(siElement.begin(), siElement.end(), IsReached)) z.m_viBare.push_back(iPart);
+  }
+  return z;
+}
+
+int64_t CountPlaces(DorSession& zSession, const Reach& zReach) {
+  const std::set<uint32_t> siPart(zReach.m_viPart.begin(), zReach.m_viPart.end());
   int64_t n = 0;
-  for (const DorPlace& z : zSession.Index().Places()) n += z.m_iPart == iPart;
+  for (const DorPlace& z : zSession.Index().Places()) n += siPart.count(z.m_iPart) != 0;
   return n;
 }
 
-// The face's mesh elements, by level, with the place of the entry in each. An element that serves several levels comes
-// once.
-std::map<uint64_t, uint32_t> PlacesOfFace(DorSession& zSession, const DorEntity& zFace) {
-  std::map<uint64_t, uint32_t> mapPlace;
-  for (const DorLevelIndex& zLevel : zSession.Index().Part(zFace.m_zPlace.m_iPart).m_vzLevel)
-    if (const DorEntryPlace* pz = DorModelIndex::Find(zLevel.m_vzFace, zFace.m_iId))
-      mapPlace.emplace(pz->m_iElementKey, pz->m_iEntry);
-  return mapPlace;
+// The entries of the face in an element; gaps keep their ids and are none.
+bool IsEntry(const KivMeshFace& zMesh, const DorEntity& zFace) {
+  return !zMesh.m_zFrame.IsGap() && zMesh.m_iId == static_cast<uint32_t>(zFace.m_iId);
 }
 
 // Closes the gap that an entry leaves in a list.
@@ -42,8 +70,8 @@ DorBox BoxOf(const KivMemoryBlockFaceEdge& zBlock) {
   return zBox;
 }
 
-void RemoveGeometry(DorSession& zSession, const DorEntity& zFace, DorChange& zChange) {
-  const std::vector<DorEntryPlace>& vz = zSession.Index().Part(zFace.m_zPlace.m_iPart).m_vzGeometry;
+void RemoveGeometry(DorSession& zSession, uint32_t iPart, const DorEntity& zFace, DorChange& zChange) {
+  const std::vector<DorEntryPlace>& vz = zSession.Index().Part(iPart).m_vzGeometry;
   for (const DorEntryPlace& z : vz) {
     if (z.m_iId != static_cast<uint32_t>(zFace.m_iId)) continue;
     auto* pzBrep = DorNeed(KivOutOfCoreHandle(zSession.Key(), z.m_iElementKey).Fetch<KivBrepData>(), "exact geometry");
@@ -72,12 +100,11 @@ void DorServeSetFaceInfo(DorSession& zSession, const DorRequestFields& zFields, 
   }
   zSession.RequireEditable();
   auto pzChange = std::make_unique<DorChange>(zSession.Key());
-  for (const auto& [iKey, iEntry] : PlacesOfFace(zSession, zFace)) {
-    auto& zBlock = pzChange->Edit<KivFaceEdgeData>(iKey);
-    DorNeed(iEntry < zBlock.m_vzFace.size(), "a face");
-    KivSetColour(zBlock.m_vzFace[iEntry].m_vzAttribute, zColour);
-  }
-  zAnswer.Integer("instances", CountPlaces(zSession, zFace.m_zPlace.m_iPart));
+  const Reach zReach = ReachOf(zSession, zFace);
+  for (const uint64_t iKey : zReach.m_siElement)
+    for (KivMeshFace& zMesh : pzChange->Edit<KivFaceEdgeData>(iKey).m_vzFace)
+      if (IsEntry(zMesh, zFace)) KivSetColour(zMesh.m_vzAttribute, zColour);
+  zAnswer.Integer("instances", CountPlaces(zSession, zReach));
   zAnswer.Finish();
   zSession.Commit(std::move(pzChange), true);
 }
@@ -87,12 +114,12 @@ void DorServeDelFaceInfo(DorSession& zSession, const DorRequestFields& zFields, 
   zSession.RequireEditable();
   auto pzChange = std::make_unique<DorChange>(zSession.Key());
   DorMoved zMoved;
-  zMoved.m_viPart = {zFace.m_zPlace.m_iPart};
-  for (const auto& [iKey, iEntry] : PlacesOfFace(zSession, zFace)) {
+  const Reach zReach = ReachOf(zSession, zFace);
+  zMoved.m_viPart = zReach.m_viPart;
+  for (const uint64_t iKey : zReach.m_siElement) {
     auto& zBlock = pzChange->Edit<KivFaceEdgeData>(iKey);
     for (size_t i = zBlock.m_vzFace.size(); i-- > 0;) {
-      if (zBlock.m_vzFace[i].m_zFrame.IsGap() || zBlock.m_vzFace[i].m_iId != static_cast<uint32_t>(zFace.m_iId))
-        continue;
+      if (!IsEntry(zBlock.m_vzFace[i], zFace)) continue;
       Remove(zBlock.m_vzFace, i);
       --zBlock.m_zHeader.m_iEntryCount;
     }
@@ -100,7 +127,7 @@ void DorServeDelFaceInfo(DorSession& zSession, const DorRequestFields& zFields, 
     zBox.PutInto(zBlock.m_zHeader);
     zMoved.m_mapMeshBox[iKey] = zBox;
   }
-  RemoveGeometry(zSession, zFace, *pzChange);
+  for (const uint32_t iPart : zReach.m_viBare) RemoveGeometry(zSession, iPart, zFace, *pzChange);
   const int64_t nInstances = static_cast<int64_t>(DorFollow(zSession, zMoved, *pzChange));
   zAnswer.Integer("instances", nInstances);
   zAnswer.Finish();
