@@ -5,6 +5,7 @@
 #include <string>
 
 #include "KivElementClasses.h"
+#include "KivLittleEndian.h"
 #include "KivTestElement.h"
 #include "KivVertexData.h"
 
@@ -221,11 +222,19 @@ TEST_F(BrepStore, AVertexElementIsLoadedAnewForItsKeysWhichStandInTheRowOfMeshes
 namespace {
 
 // Entries of one byte each, the last one of nBytes.
-Bytes RecordWithALargeEntryAt(size_t iLast, size_t nBytes) {
+Bytes RecordWithALargeEntryAt(uint32_t iLast, uint32_t nBytes) {
   auto pzBlock = NewBlock<KivMemoryBlockBrep>();
-  for (size_t i = 0; i <= iLast; ++i)
-    pzBlock->AddGeometry(kBrepNurbsKind).m_vcGeometry.assign(i == iLast ? nBytes : 1, static_cast<uint8_t>(i));
-  return BuildRecord(*pzBlock);
+  Bytes vc = BuildRecord(*pzBlock);
+  KivStore<uint32_t>(&vc[4], iLast + 1);
+  for (uint32_t i = 0; i <= iLast; ++i) {
+    const uint32_t nGeometry = i == iLast ? nBytes : 1, iAt = static_cast<uint32_t>(vc.size());
+    const Bytes vcHead =
+        FromHex(HexFrame(iAt, kBrepNurbsKind, 28 + nGeometry + 14) + HexZeros(8 + 4) + HexU32(nGeometry));
+    vc.insert(vc.end(), vcHead.begin(), vcHead.end());
+    vc.insert(vc.end(), nGeometry, static_cast<uint8_t>(i));
+    vc.insert(vc.end(), 14, 0);  // no attributes
+  }
+  return vc;
 }
 
 uint64_t KeptBy(KivMemoryBlockBrep& zBlock) {
@@ -238,9 +247,9 @@ uint64_t KeptBy(KivMemoryBlockBrep& zBlock) {
 
 TEST_F(BrepStore, WhatTheBlockKeepsIsBoundedByTheLargestElementWhereverItsLargeEntryStands) {
   OpenEmpty();
-  constexpr size_t kElements = 30, kLarge = 300000;
+  constexpr uint32_t kElements = 30, kLarge = 300000;
   uint64_t nMost = 0;
-  for (size_t i = 0; i < kElements; ++i) {
+  for (uint32_t i = 0; i < kElements; ++i) {
     auto* pz = Put<KivBrepData>(RecordWithALargeEntryAt(i, kLarge));
     ASSERT_NE(pz, nullptr);
     KivMemoryBlockBrep* pzBlock = pz->GetMemoryBlock();
