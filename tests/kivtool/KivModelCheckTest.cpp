@@ -186,6 +186,79 @@ TEST_F(ModelCheck, FindsAnElementThatCannotBeRead) {
   EXPECT_EQ(z.m_ssCode, std::set<std::string>{"element-unloadable"}) << z.m_strText;
 }
 
+// --- Codes of single faults -----------------------------------------------------------------------------------------
+
+TEST_F(ModelCheck, FindsMoreLevelsThanTolerances) {
+  m_zBuilder.SetLevels({1.0f});
+  const Checked z = Saved();
+  EXPECT_EQ(z.m_ssCode, std::set<std::string>{"instance-levels"});
+  EXPECT_EQ(z.m_zResult.m_nErrors, 0u);
+}
+
+TEST_F(ModelCheck, FindsVerticesOutsideTheBoxOfTheirElement) {
+  const Checked z = Changed([](uint32_t iManager) {
+    EditElement<KivFaceEdgeData>(
+        iManager, FirstInstance(iManager).m_vzLevel[0].m_iFaceEdgeKey,
+        [](KivMemoryBlockFaceEdge& zBlock) { zBlock.m_zHeader.m_afBoxMax[0] = zBlock.m_zHeader.m_afBoxMin[0]; });
+  });
+  EXPECT_EQ(z.m_ssCode, std::set<std::string>{"mesh-box"}) << z.m_strText;
+}
+
+TEST_F(ModelCheck, FindsAnInstanceWhoseMatrixHasNoNumbers) {
+  const Checked z = Changed([](uint32_t iManager) {
+    EditElement<KivInstance>(iManager, KivGetInstanceRoot(iManager)->GetPositionKey(),
+                             [](KivMemoryBlockInstance& zBlock) { zBlock.m_vzInstance[0].m_zMatrix[12] = NAN; });
+  });
+  EXPECT_EQ(z.m_ssCode, std::set<std::string>{"instance-matrix"}) << z.m_strText;
+}
+
+TEST_F(ModelCheck, FindsAnElementThatDoesNotListItsKeys) {
+  const Checked z = Changed([](uint32_t iManager) {
+    EditElement<KivModelNote>(iManager, KivGetModelNote(iManager)->GetPositionKey(),
+                              [](KivMemoryBlockModelNote& zBlock) { zBlock.m_zHeader.m_aiLink[0] = 0; });
+  });
+  EXPECT_TRUE(z.m_ssCode.count("keys-refused")) << z.m_strText;
+}
+
+// The bytes of the stored model with one changed in the record of an element.
+class ChangedRecord : public ModelCheck {
+ protected:
+  // Offset in the payload; the key is that of the element, asked for in the open model.
+  template <typename KeyOf>
+  Checked With(KeyOf&& pfnKeyOf, size_t iOffset, char cValue) {
+    uint64_t iPosition = 0;
+    Changed([&](uint32_t iManager) {
+      iPosition = KivOutOfCoreManager::GetElement(iManager, pfnKeyOf(iManager))->GetPosition();
+    });
+    std::string strBytes = m_zFolder.ReadBytes(u"m.kiv");
+    strBytes[iPosition + 16 + iOffset] = cValue;
+    m_zFolder.WriteBytes(u"m.kiv", strBytes);
+    return Check(m_csPath);
+  }
+};
+
+TEST_F(ChangedRecord, AFirstRecordThatIsNoModelIsFound) {
+  const Checked z = With([](uint32_t) { return uint64_t{kModelPosition}; }, 0, 77);
+  EXPECT_TRUE(z.m_ssCode.count("model-missing")) << z.m_strText;
+}
+
+TEST_F(ChangedRecord, AnElementOfAnApplicationsOwnTypeIsAWarning) {
+  const Checked z = With([](uint32_t iManager) { return FirstInstance(iManager).m_vzLevel[0].m_iFaceEdgeKey; }, 2, 5);
+  EXPECT_EQ(z.m_ssCode, std::set<std::string>{"element-foreign"}) << z.m_strText;
+}
+
+TEST_F(ChangedRecord, ATreeThatCannotBeLoadedLeavesTheStructureUnchecked) {
+  const Checked z = With([](uint32_t iManager) { return KivGetAssemblyTree(iManager)->GetPositionKey(); }, 0, 77);
+  EXPECT_TRUE(z.m_ssCode.count("structure-incomplete")) << z.m_strText;
+}
+
+TEST_F(ModelCheck, AContainerThatOpensWithAReportIsFound) {
+  EXPECT_TRUE(m_zBuilder.Save(m_csPath));
+  const std::string strGood = m_zFolder.ReadBytes(u"m.kiv");
+  m_zFolder.WriteBytes(u"m.kiv", strGood.substr(0, strGood.size() - 1));
+  EXPECT_TRUE(Check(m_csPath).m_ssCode.count("container-reported")) << Check(m_csPath).m_strText;
+}
+
 TEST_F(ModelCheck, EveryCodeIsInTheTableOnceAndInTheDocument) {
   std::ifstream zFile(KIV_TEST_DOCS_DIR "/kiv.md");
   std::stringstream zDocument;
