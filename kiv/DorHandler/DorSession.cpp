@@ -42,11 +42,8 @@ DorReadResult DorSession::Read(const KivWString& csPath) noexcept {
 }
 
 DorReadResult DorSession::OpenModel(const KivWString& csPath) {
-  {
-    const KivSysFile hFile = OpenForLooking(csPath);
-    if (!hFile.IsOpen()) return DorReadResult::NotOpened;
-    m_csFileName = hFile.GetName();
-  }
+  if (!OpenForLooking(csPath).IsOpen()) return DorReadResult::NotOpened;
+  m_zIdentity = sys::FindFileIdentity(csPath);
   m_csPath = csPath;
   KivRegisterOwnFormat();
   KivRegisterElementClasses();
@@ -67,6 +64,10 @@ DorReadResult DorSession::OpenModel(const KivWString& csPath) {
   return DorReadResult::Done;
 }
 
+bool DorSession::IsOwnFile(const KivWString& csPath) const {
+  return csPath == m_csPath || (m_zIdentity && m_zIdentity == sys::FindFileIdentity(csPath));
+}
+
 void DorSession::Close() noexcept {
   m_pzUnfinished.reset();
   m_pzIndex.reset();
@@ -77,7 +78,7 @@ void DorSession::Close() noexcept {
   m_bChanged = false;
   m_iReturnTo = -1;
   m_csPath.clear();
-  m_csFileName.clear();
+  m_zIdentity.reset();
   if (pzModel == nullptr) return;
   try {
     KivDataSpaceBase::GetInstance()->RemoveModel(pzModel);

@@ -6,11 +6,13 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 
 #include "DorChange.h"
 #include "DorFaceTree.h"
 #include "DorModelIndex.h"
 #include "KivModelStatusBase.h"
+#include "KivSysFileKind.h"
 #include "KivSysText.h"
 
 namespace kiv {
@@ -33,8 +35,8 @@ class DorSession {
   KivModelStatusBase& Model() { return *m_pzModel; }
   uint32_t Key() const { return m_iKey; }
   const KivWString& Path() const { return m_csPath; }
-  // The name of the model's file as the system has it; empty if it cannot tell.
-  const KivWString& FileName() const { return m_csFileName; }
+  // Whether the path leads to the file that is open as the model.
+  bool IsOwnFile(const KivWString& csPath) const;
   DorModelIndex& Index() { return *m_pzIndex; }
   DorFaceTrees& Trees() { return *m_pzTrees; }
 
@@ -68,7 +70,8 @@ class DorSession {
 
   KivModelStatusBase* m_pzModel = nullptr;  // of the data space
   uint32_t m_iKey = 0;
-  KivWString m_csPath, m_csFileName;
+  KivWString m_csPath;
+  std::optional<KivSysFileIdentity> m_zIdentity;
   bool m_bChanged = false;  // since the present snapshot
   std::unique_ptr<DorModelIndex> m_pzIndex;
   std::unique_ptr<DorFaceTrees> m_pzTrees;

@@ -18,14 +18,8 @@ constexpr int kTemporaryNames = 100;
 constexpr const char16_t* kSideSuffixes[] = {u".urf", u".scene"};
 
 bool IsSameFile(const KivWString& csA, const KivWString& csB) {
-  if (csA == csB) return true;
-  const KivSysOpenMode zMode = {KivSysAccess::Read, KivSysShare::All, KivSysDisposition::OpenExisting,
-                                KivSysFileFlags::None};
-  const KivSysFile zA = KivSysFile::Open(csA, zMode);
-  const KivSysFile zB = KivSysFile::Open(csB, zMode);
-  if (!zA.IsOpen() || !zB.IsOpen()) return false;
-  const KivWString csName = zA.GetName();
-  return !csName.empty() && csName == zB.GetName();
+  const auto zA = sys::FindFileIdentity(csA);
+  return csA == csB || (zA && zA == sys::FindFileIdentity(csB));
 }
 
 bool CanMake(const KivWString& csPath) {

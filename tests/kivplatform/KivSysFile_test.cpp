@@ -3,11 +3,13 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <filesystem>
 #include <string>
 #include <vector>
 
 #include "KivPlatformTest.h"
 #include "KivSysFault.h"
+#include "KivSysFileKind.h"
 #include "KivTestFolder.h"
 
 using namespace kiv;
@@ -355,4 +357,22 @@ TEST(File, LastErrorIsThatOfTheFailureJustSeen) {
   EXPECT_FALSE(
       OpenFile(zFolder / u"b", KivSysAccess::Read, KivSysShare::All, KivSysDisposition::OpenExisting).IsOpen());
   EXPECT_EQ(sys::LastError(), iMissing);
+}
+
+TEST(File, ItsIdentityIsThatOfEachPathThatLeadsToItAndOfNoOther) {
+  const TestFolder zFolder;
+  zFolder.WriteBytes(u"a", "the same");
+  zFolder.WriteBytes(u"b", "the same");
+  const auto zA = sys::FindFileIdentity(zFolder / u"a");
+  ASSERT_TRUE(zA.has_value());
+  EXPECT_EQ(zA, sys::FindFileIdentity(zFolder / u"." + KivWString(1, sys::kSeparator) + u"a"));
+  EXPECT_NE(zA, sys::FindFileIdentity(zFolder / u"b"));
+  EXPECT_NE(zA, sys::FindFileIdentity(zFolder.Path()));
+  const KivSysFile zOpen =
+      OpenFile(zFolder / u"a", KivSysAccess::ReadWrite, KivSysShare::None, KivSysDisposition::OpenExisting);
+  EXPECT_EQ(zA, sys::FindFileIdentity(zFolder / u"a")) << "also of one that its owner shares with nobody";
+  EXPECT_FALSE(sys::FindFileIdentity(zFolder / u"missing").has_value());
+  EXPECT_FALSE(sys::FindFileIdentity(u"").has_value());
+  std::filesystem::create_hard_link(std::filesystem::path(zFolder / u"b"), std::filesystem::path(zFolder / u"c"));
+  EXPECT_EQ(sys::FindFileIdentity(zFolder / u"b"), sys::FindFileIdentity(zFolder / u"c"));
 }

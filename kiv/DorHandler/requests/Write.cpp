@@ -25,12 +25,6 @@ KivSysFile OpenForLooking(const KivWString& csPath) {
       csPath, {KivSysAccess::Read, KivSysShare::All, KivSysDisposition::OpenExisting, KivSysFileFlags::None});
 }
 
-bool IsOwnFile(const DorSession& zSession, const KivWString& csPath) {
-  if (csPath == zSession.Path()) return true;
-  const KivSysFile hFile = OpenForLooking(csPath);
-  return hFile.IsOpen() && !zSession.FileName().empty() && hFile.GetName() == zSession.FileName();
-}
-
 // The new file under a name of its own beside the target, removed unless it has taken the target's place.
 class NewFile {
  public:
@@ -123,7 +117,7 @@ void DorServeWriteDor(DorSession& zSession, const DorRequestFields& zFields, Dor
     throw DorRefusal(DorAnswerCode::BadPath, "the path is no absolute path of a file");
   if (sys::IsNoRegularFile(csPath))
     throw DorRefusal(DorAnswerCode::BadPath, "what the path leads to is no regular file");
-  if (IsOwnFile(zSession, csPath)) throw DorRefusal(DorAnswerCode::OwnFile, "the path leads to the model's own file");
+  if (zSession.IsOwnFile(csPath)) throw DorRefusal(DorAnswerCode::OwnFile, "the path leads to the model's own file");
   if (!bOverwrite && sys::PathExists(csPath))
     throw DorRefusal(DorAnswerCode::WouldOverwrite, "the file is there already");
 

@@ -21,12 +21,22 @@ mode_t PresentMask() {
   return 0777;
 }
 
+bool Look(const KivWString& csPath, struct stat& zStat) {
+  std::string strPath;
+  return posix::NativePath(csPath, strPath) && stat(strPath.c_str(), &zStat) == 0;
+}
+
 }  // namespace
 
 bool IsNoRegularFile(const KivWString& csPath) {
-  std::string strPath;
   struct stat zStat;
-  return posix::NativePath(csPath, strPath) && stat(strPath.c_str(), &zStat) == 0 && !S_ISREG(zStat.st_mode);
+  return Look(csPath, zStat) && !S_ISREG(zStat.st_mode);
+}
+
+std::optional<KivSysFileIdentity> FindFileIdentity(const KivWString& csPath) {
+  struct stat zStat;
+  if (!Look(csPath, zStat)) return std::nullopt;
+  return KivSysFileIdentity{static_cast<uint64_t>(zStat.st_dev), static_cast<uint64_t>(zStat.st_ino)};
 }
 
 bool TakePermissionsFor(const KivWString& csNew, const KivWString& csTarget) {
