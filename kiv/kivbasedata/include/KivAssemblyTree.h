@@ -110,6 +110,10 @@ class KivMemoryBlockAssemblyTree : public KivElementBlock {
   void FindNodeTypes();
 };
 
+// Compiled once, in KivElementClasses.cpp.
+extern template class KivOutOfCoreBlockNode<KivMemoryBlockAssemblyTree>;
+extern template class KivElement<KivMemoryBlockAssemblyTree>;
+
 class KivAssemblyTree : public KivElement<KivMemoryBlockAssemblyTree> {
  public:
   using KivElement::KivElement;

@@ -88,6 +88,10 @@ class KivMemoryBlockBrep : public KivElementBlock {
   }
 };
 
+// Compiled once, in KivElementClasses.cpp.
+extern template class KivOutOfCoreBlockNode<KivMemoryBlockBrep>;
+extern template class KivElement<KivMemoryBlockBrep>;
+
 class KivBrepData : public KivElement<KivMemoryBlockBrep> {
  public:
   using KivElement::KivElement;

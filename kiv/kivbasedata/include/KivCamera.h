@@ -225,6 +225,10 @@ class KivMemoryBlockCamera : public KivElementBlock {
   }
 };
 
+// Compiled once, in KivElementClasses.cpp.
+extern template class KivOutOfCoreBlockNode<KivMemoryBlockCamera>;
+extern template class KivElement<KivMemoryBlockCamera>;
+
 class KivCamera : public KivElement<KivMemoryBlockCamera> {
  public:
   using KivElement::KivElement;

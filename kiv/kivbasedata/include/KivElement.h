@@ -120,60 +120,14 @@ class KivElement : public KivOutOfCoreBlockNode<Block> {
 
   using Base::Base;
 
-  bool Load(bool bModifyOnlyForPosition) override {
-    return this->WithoutThrow([&] {
-      const bool bVer19Data = this->IsVer19Data();
-      Block* pzBlock = this->TakeBlock();
-      if (pzBlock == nullptr) return false;
-      KivTrimElement(*pzBlock, this->m_iDataSize);
-      KivResetElement(*pzBlock, m_zMemory);
-      m_nUsed = 0;
-      const auto Parse = [&](std::span<const uint8_t> vcRecord) {
-        KivRecordReader zReader(vcRecord.data(), vcRecord.size());
-        if (!KivParseElement(zReader, bVer19Data, bModifyOnlyForPosition, *pzBlock, m_zMemory)) return false;
-        m_nUsed = zReader.Offset();
-        return true;
-      };
-      if (this->m_iDataSize != 0 &&
-          !(KivIsRecordLongEnough(KivRulesOf<Block>(), bVer19Data, this->m_iDataSize) && WithRecordBytes(Parse)))
-        return false;
-      AfterTransfer();
-      return true;
-    });
-  }
-
-  bool Save(bool bModifyOnlyForPosition) override {
-    return this->WithoutThrow([&] {
-      if (!KIV_ASSERT(this->m_pzMemoryBlock != nullptr)) return false;
-      if (!Store(*this->m_pzMemoryBlock, bModifyOnlyForPosition)) return false;
-      AfterTransfer();
-      return true;
-    });
-  }
+  bool Load(bool bModifyOnlyForPosition) override;
+  bool Save(bool bModifyOnlyForPosition) override;
 
   uint32_t GetElementType() override { return Block::kTag; }
 
   // The links, then the keys of the body.
-  bool GetAllPosition(std::vector<uint64_t>& viPosition) override {
-    return this->WithoutThrow([&] {
-      viPosition.clear();
-      if (Block::kIsBulk && this->HasStore() && !(this->Unload() && this->Activate(true))) return false;
-      if (!Base::GetAllPosition(viPosition)) return false;
-      Block* pzBlock = this->GetMemoryBlock();
-      if (!KIV_ASSERT(pzBlock != nullptr)) return false;
-      KivKeyCollector zKeys(this->GetModelStatus(), viPosition);
-      return pzBlock->VisitKeys(zKeys);
-    });
-  }
-  bool ReplaceAllPosition(const std::map<uint64_t, uint64_t>& mapPosition) override {
-    return this->WithoutThrow([&] {
-      if (!Base::ReplaceAllPosition(mapPosition)) return false;
-      Block* pzBlock = this->GetMemoryBlockForWrite();
-      if (!KIV_ASSERT(pzBlock != nullptr)) return false;
-      KivKeyReplacer zKeys(this->GetModelStatus(), mapPosition);
-      return pzBlock->VisitKeys(zKeys);
-    });
-  }
+  bool GetAllPosition(std::vector<uint64_t>& viPosition) override;
+  bool ReplaceAllPosition(const std::map<uint64_t, uint64_t>& mapPosition) override;
 
   // How often the one block of the type has been taken by its elements.
   static uint64_t GetBlockAcquireNum() { return KivOutOfCoreBlock<Block>::GetAcquireNum(); }
@@ -267,5 +221,63 @@ class KivElement : public KivOutOfCoreBlockNode<Block> {
 
   size_t m_nUsed = 0;  // bytes of the record up to the end of the last entry
 };
+
+// Not inline: a class that is compiled once elsewhere costs those who use it nothing.
+template <typename Block>
+bool KivElement<Block>::Load(bool bModifyOnlyForPosition) {
+  return this->WithoutThrow([&] {
+    const bool bVer19Data = this->IsVer19Data();
+    Block* pzBlock = this->TakeBlock();
+    if (pzBlock == nullptr) return false;
+    KivTrimElement(*pzBlock, this->m_iDataSize);
+    KivResetElement(*pzBlock, m_zMemory);
+    m_nUsed = 0;
+    const auto Parse = [&](std::span<const uint8_t> vcRecord) {
+      KivRecordReader zReader(vcRecord.data(), vcRecord.size());
+      if (!KivParseElement(zReader, bVer19Data, bModifyOnlyForPosition, *pzBlock, m_zMemory)) return false;
+      m_nUsed = zReader.Offset();
+      return true;
+    };
+    if (this->m_iDataSize != 0 &&
+        !(KivIsRecordLongEnough(KivRulesOf<Block>(), bVer19Data, this->m_iDataSize) && WithRecordBytes(Parse)))
+      return false;
+    AfterTransfer();
+    return true;
+  });
+}
+
+template <typename Block>
+bool KivElement<Block>::Save(bool bModifyOnlyForPosition) {
+  return this->WithoutThrow([&] {
+    if (!KIV_ASSERT(this->m_pzMemoryBlock != nullptr)) return false;
+    if (!Store(*this->m_pzMemoryBlock, bModifyOnlyForPosition)) return false;
+    AfterTransfer();
+    return true;
+  });
+}
+
+template <typename Block>
+bool KivElement<Block>::GetAllPosition(std::vector<uint64_t>& viPosition) {
+  return this->WithoutThrow([&] {
+    viPosition.clear();
+    if (Block::kIsBulk && this->HasStore() && !(this->Unload() && this->Activate(true))) return false;
+    if (!Base::GetAllPosition(viPosition)) return false;
+    Block* pzBlock = this->GetMemoryBlock();
+    if (!KIV_ASSERT(pzBlock != nullptr)) return false;
+    KivKeyCollector zKeys(this->GetModelStatus(), viPosition);
+    return pzBlock->VisitKeys(zKeys);
+  });
+}
+
+template <typename Block>
+bool KivElement<Block>::ReplaceAllPosition(const std::map<uint64_t, uint64_t>& mapPosition) {
+  return this->WithoutThrow([&] {
+    if (!Base::ReplaceAllPosition(mapPosition)) return false;
+    Block* pzBlock = this->GetMemoryBlockForWrite();
+    if (!KIV_ASSERT(pzBlock != nullptr)) return false;
+    KivKeyReplacer zKeys(this->GetModelStatus(), mapPosition);
+    return pzBlock->VisitKeys(zKeys);
+  });
+}
 
 }  // namespace kiv

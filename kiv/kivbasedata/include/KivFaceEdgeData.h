@@ -29,6 +29,11 @@ class KivMemoryBlockFaceEdge : public KivMeshBlock<KivMemoryBlockFaceEdge, KivMe
   }
 };
 
+// Compiled once, in KivElementClasses.cpp.
+extern template class KivOutOfCoreBlockNode<KivMemoryBlockFaceEdge>;
+extern template class KivElement<KivMemoryBlockFaceEdge>;
+extern template class KivMeshElement<KivMemoryBlockFaceEdge>;
+
 class KivFaceEdgeData : public KivMeshElement<KivMemoryBlockFaceEdge> {
  public:
   using KivMeshElement::KivMeshElement;

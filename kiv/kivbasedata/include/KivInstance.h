@@ -141,6 +141,10 @@ class KivMemoryBlockInstance : public KivElementBlock {
   void CountLiveEntries();
 };
 
+// Compiled once, in KivElementClasses.cpp.
+extern template class KivOutOfCoreBlockNode<KivMemoryBlockInstance>;
+extern template class KivElement<KivMemoryBlockInstance>;
+
 class KivInstance : public KivElement<KivMemoryBlockInstance> {
  public:
   using KivElement::KivElement;

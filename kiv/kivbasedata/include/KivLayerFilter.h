@@ -63,6 +63,10 @@ class KivMemoryBlockLayerFilter : public KivElementBlock {
   }
 };
 
+// Compiled once, in KivElementClasses.cpp.
+extern template class KivOutOfCoreBlockNode<KivMemoryBlockLayerFilter>;
+extern template class KivElement<KivMemoryBlockLayerFilter>;
+
 class KivLayerFilter : public KivElement<KivMemoryBlockLayerFilter> {
  public:
   using KivElement::KivElement;

@@ -38,6 +38,10 @@ class KivMemoryBlockModel : public KivElementBlock {
   std::array<float, 3> m_fModelBoxMax{};
 };
 
+// Compiled once, in KivElementClasses.cpp.
+extern template class KivOutOfCoreBlockNode<KivMemoryBlockModel>;
+extern template class KivElement<KivMemoryBlockModel>;
+
 class KivModel : public KivElement<KivMemoryBlockModel> {
  public:
   using KivElement::KivElement;

@@ -98,6 +98,10 @@ class KivMemoryBlockModelNote : public KivElementBlock, public KivModelNoteParam
   }
 };
 
+// Compiled once, in KivElementClasses.cpp.
+extern template class KivOutOfCoreBlockNode<KivMemoryBlockModelNote>;
+extern template class KivElement<KivMemoryBlockModelNote>;
+
 class KivModelNote : public KivElement<KivMemoryBlockModelNote> {
  public:
   using KivElement::KivElement;

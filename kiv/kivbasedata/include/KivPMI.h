@@ -108,6 +108,10 @@ class KivMemoryBlockPMI : public KivElementBlock {
   }
 };
 
+// Compiled once, in KivElementClasses.cpp.
+extern template class KivOutOfCoreBlockNode<KivMemoryBlockPMI>;
+extern template class KivElement<KivMemoryBlockPMI>;
+
 class KivPMI : public KivElement<KivMemoryBlockPMI> {
  public:
   using KivElement::KivElement;

@@ -23,6 +23,10 @@ class KivMemoryBlockPermanentIdTable : public KivElementBlock {
   std::vector<KivWString> m_vstrPermanentId;  // m_iEntryCount of the header is not their number
 };
 
+// Compiled once, in KivElementClasses.cpp.
+extern template class KivOutOfCoreBlockNode<KivMemoryBlockPermanentIdTable>;
+extern template class KivElement<KivMemoryBlockPermanentIdTable>;
+
 class KivPermanentIdTable : public KivElement<KivMemoryBlockPermanentIdTable> {
  public:
   using KivElement::KivElement;

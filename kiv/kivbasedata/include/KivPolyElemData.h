@@ -80,6 +80,11 @@ class KivMemoryBlockPolyElem : public KivMeshBlock<KivMemoryBlockPolyElem, KivPo
   void AfterSave();
 };
 
+// Compiled once, in KivElementClasses.cpp.
+extern template class KivOutOfCoreBlockNode<KivMemoryBlockPolyElem>;
+extern template class KivElement<KivMemoryBlockPolyElem>;
+extern template class KivMeshElement<KivMemoryBlockPolyElem>;
+
 class KivPolyElemData : public KivMeshElement<KivMemoryBlockPolyElem> {
  public:
   using KivMeshElement::KivMeshElement;

@@ -65,6 +65,10 @@ class KivMemoryBlockVertex : public KivElementBlock {
   static constexpr uint64_t kVertexSizeMin = 28 + kAttributeListMin;
 };
 
+// Compiled once, in KivElementClasses.cpp.
+extern template class KivOutOfCoreBlockNode<KivMemoryBlockVertex>;
+extern template class KivElement<KivMemoryBlockVertex>;
+
 class KivVertexData : public KivElement<KivMemoryBlockVertex> {
  public:
   using KivElement::KivElement;

@@ -10,8 +10,8 @@ class LookedAt {
  public:
   explicit LookedAt(const KivWString& csPath) {
     if (IsUsableName(csPath))
-      m_hFile = CreateFileW(ToSystem(csPath).c_str(), 0, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
-                            OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr);
+      m_hFile = CreateFileW(ToSystem(csPath).c_str(), 0, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                            nullptr, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr);
   }
   ~LookedAt() {
     if (IsThere()) CloseHandle(m_hFile);
@@ -35,8 +35,8 @@ bool IsNoRegularFile(const KivWString& csPath) {
   const LookedAt zFile(csPath);
   if (!zFile.IsThere()) return false;
   BY_HANDLE_FILE_INFORMATION zInformation;
-  return !zFile.IsOnDisk() || (zFile.GetInformation(zInformation) &&
-                               (zInformation.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0);
+  return !zFile.IsOnDisk() ||
+         (zFile.GetInformation(zInformation) && (zInformation.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0);
 }
 
 std::optional<KivSysFileIdentity> FindFileIdentity(const KivWString& csPath) {
