@@ -33,7 +33,8 @@ build() { # preset [target...]
 run_tests() { # preset [option...]
   local preset=$1
   shift
-  ctest --preset "$preset" -j "$jobs" --no-tests=error --output-on-failure --progress "$@"
+  # One more than there are cores: tests of several processes wait for each other most of their time.
+  ctest --preset "$preset" -j "$((jobs + 1))" --no-tests=error --output-on-failure --progress "$@"
 }
 
 stage() { # name command...
