@@ -6,6 +6,7 @@
 #include "DorRequest.h"
 #include "DorRequestWorks.h"
 #include "KivDataSpaceBase.h"
+#include "KivException.h"
 
 namespace kiv {
 namespace {
@@ -13,6 +14,9 @@ namespace {
 struct RequestRow {
   KivWStringView m_csName;
   DorRequestWork m_pfnWork;
+  // A report that ends the work is one about a record that cannot be read: what else can fail is the session's, which
+  // tells it by itself. Not so where histories and files are written.
+  bool m_bReadsOnly = true;
 };
 
 // All requests that are answered, but for those that are prescribed.
@@ -28,10 +32,10 @@ constexpr RequestRow kWorks[] = {
     {u"DorHandler_DelFaceInfo", DorServeDelFaceInfo},
     {u"DorHandler_IsPlanarFace", DorServeIsPlanarFace},
     {u"DorHandler_CalcDistFaceFace", DorServeCalcDistFaceFace},
-    {u"DorHandler_SnapShot", DorServeSnapShot},
-    {u"DorHandler_Undo", DorServeUndo},
-    {u"DorHandler_Redo", DorServeRedo},
-    {u"DorHandler_WriteDor", DorServeWriteDor},
+    {u"DorHandler_SnapShot", DorServeSnapShot, false},
+    {u"DorHandler_Undo", DorServeUndo, false},
+    {u"DorHandler_Redo", DorServeRedo, false},
+    {u"DorHandler_WriteDor", DorServeWriteDor, false},
 };
 
 // Ends before the data space, which is built first.
@@ -89,9 +93,9 @@ void ServeRead(const KivByteBuffer& vcPayload, int32_t& iStatus, KivByteBuffer& 
   }
 }
 
-DorRequestWork WorkOf(const KivWString& csRequest) {
+const RequestRow* WorkOf(const KivWString& csRequest) {
   for (const RequestRow& z : kWorks)
-    if (z.m_csName == csRequest) return z.m_pfnWork;
+    if (z.m_csName == csRequest) return &z;
   return nullptr;
 }
 
@@ -106,17 +110,22 @@ void Serve(const KivWString& csRequest, const KivByteBuffer& vcPayload, KivByteB
     return PutPrescribed(vcResult, iModelId, kDorClearModel);
   }
   const DorRequestRow* pzRow = DorFindRequest(csRequest);
-  const DorRequestWork pfnWork = WorkOf(csRequest);
+  const RequestRow* pzWork = WorkOf(csRequest);
   if (vcPayload.size() < sizeof(int64_t)) throw DorRefusal(DorAnswerCode::BadPayload, "no model id");
   if (!zSession.IsOpen()) throw DorRefusal(DorAnswerCode::NoModel, "no model has been read");
-  if (pzRow == nullptr || pfnWork == nullptr)
+  if (pzRow == nullptr || pzWork == nullptr)
     return Refuse(vcResult, DorAnswerCode::NotOffered, csRequest + u" is not offered by this handler");
   if (!DorFitsForm(*pzRow, vcPayload)) throw DorRefusal(DorAnswerCode::BadPayload, "the fields do not fit the request");
   zSession.Settle();
   const DorRequestFields zFields(*pzRow, vcPayload);
   const auto Work = [&] {
     DorAnswerWriter zAnswer(*pzRow, vcResult);
-    pfnWork(zSession, zFields, zAnswer);
+    try {
+      pzWork->m_pfnWork(zSession, zFields, zAnswer);
+    } catch (const KivException& e) {  // the log tells more
+      if (pzWork->m_bReadsOnly) throw DorRefusal(DorAnswerCode::Damaged, "a record of the model cannot be read");
+      throw DorRefusal(DorAnswerCode::Failed, std::string("the model's store has reported a failure: ") + e.what());
+    }
     zAnswer.Finish();
   };
   try {

@@ -33,6 +33,27 @@ TEST_F(HandlerOdd, RecordsThatCannotBeReadAreDamageWhereTheyAreNeededAndNowhereE
   EXPECT_EQ(Code("SetAsmInfo", {"3", "still there"}), Code_::Done);
 }
 
+// The store reports such a record; who asked is told what it means.
+TEST_F(HandlerOdd, ARecordOfTheFileThatIsDamagedHasItsCodeAndASentence) {
+  const uint64_t iRecord = KivGetAssemblyTree(Key())->GetPosition();
+  std::string strModel = m_zFolder.ReadBytes(u"machine.kiv");
+  ASSERT_GT(iRecord, 264u);
+  ASSERT_LT(iRecord + 100, strModel.size());
+  for (size_t i = 40; i < 100; ++i) strModel[iRecord + i] = '\xEE';
+  m_zFolder.WriteBytes(u"damaged.kiv", strModel);
+  ASSERT_EQ(Read(m_zFolder / u"damaged.kiv"), 0) << "the tree is not needed for it";
+  for (const auto& [szRequest, vstrWords] :
+       std::map<const char*, std::vector<std::string>>{{"GetAsmTreeInfo", {}},
+                                                       {"GetAsmInfo", {"1"}},
+                                                       {"SetAsmInfo", {"1", "x"}},
+                                                       {"DelFaceInfo", {"0", "1"}},
+                                                       {"SetInstPathPartMatrix", MatrixWords("1", Shift(1, 2, 3))}}) {
+    EXPECT_EQ(Code(szRequest, vstrWords), Code_::Damaged) << szRequest;
+    EXPECT_EQ(Reason(szRequest, vstrWords), "a record of the model cannot be read") << szRequest;
+  }
+  EXPECT_EQ(Code("GetFaceInfo", {"0", "1"}), Code_::Done);
+}
+
 TEST_F(HandlerOdd, AFileThatCannotBeReadBackIsNotPutInItsPlace) {
   const uint64_t iMesh = MeshKey(1, 1);
   Edit<KivFaceEdgeData>(iMesh, [&](auto& zMesh) { Break(zMesh, iMesh); });
