@@ -1,6 +1,7 @@
 // Requests that look and change nothing; statuses of the read; codes of refusals.
 #include <cmath>
 #include <limits>
+#include <sstream>
 
 #include "DorHandlerTest.h"
 #include "DorRequest.h"
@@ -172,6 +173,35 @@ TEST_F(HandlerInfo, AFlatFaceFarFromTheOriginIsPlanarAndACurvedOneIsNot) {
     EXPECT_EQ(Int(zCurved.m_vzValue, "exact"), 0);
     // The parabola's middle lies below the plane of its mean slope, its ends above.
     EXPECT_GT(Floats(zCurved.m_vzValue, "deviation").at(0), 2) << vdOffset[i];
+  }
+}
+
+TEST_F(HandlerInfo, AnExactNormalKeepsItsDigitsWhateverThePlacement) {
+  const double d = std::sqrt(0.5);
+  struct Case {
+    double m_dShift, m_dScale;
+  };
+  for (const auto& [dShift, dScale] : {Case{0, 1}, Case{1e10, 1}, Case{1e30, 1}, Case{0, 1e-30}, Case{1e10, 1e-30}}) {
+    SCOPED_TRACE(testing::Message() << dShift << ", " << dScale);
+    // Turned about the y axis by an eighth.
+    const Doubles vdTurned{d, 0, -d, 0, 0, 1, 0, 0, d, 0, d, 0};
+    std::vector<std::string> vstr{"1"};
+    for (const double dElement : vdTurned) {
+      std::ostringstream zText;
+      zText.precision(17);
+      zText << dElement * dScale;
+      vstr.push_back(zText.str());
+    }
+    for (int i = 0; i < 3; ++i) vstr.push_back(dShift == 0 ? "0" : dShift == 1e10 ? "1e10" : "1e30");
+    vstr.push_back("1");
+    ASSERT_EQ(Code("SetInstPathPartMatrix", vstr), DorAnswerCode::Done);
+    const DorDecodedAnswer z = Ask("IsPlanarFace", {"0", "1"});
+    EXPECT_EQ(Int(z.m_vzValue, "exact"), 1);
+    const Doubles vd = Floats(z.m_vzValue, "normal");
+    ASSERT_EQ(vd.size(), 3u);
+    EXPECT_NEAR(vd[0], d, 1e-15);
+    EXPECT_NEAR(vd[1], 0, 1e-15);
+    EXPECT_NEAR(vd[2], d, 1e-15);
   }
 }
 

@@ -1,4 +1,5 @@
 // Planes and distances.
+#include <algorithm>
 #include <cmath>
 
 #include "DorMesh.h"
@@ -13,18 +14,27 @@ struct Plane {
   double m_dDeviation = 0;  // the largest distance of a point from it
 };
 
-KivECoord3 PlacedDirection(const KivEMatrix4& z, const KivECoord3& v) {
-  return z.TransformPoint(v) - z.TransformPoint(KivECoord3{});
+// Of length 1, or 0 for a vector that is 0. Safe for lengths whose squares leave the range of numbers.
+KivECoord3 Unit(KivECoord3 v) {
+  const double d = std::max({std::abs(v.m_dX), std::abs(v.m_dY), std::abs(v.m_dZ)});
+  if (!(d > 0) || !std::isfinite(d)) return KivECoord3{};
+  v = {v.m_dX / d, v.m_dY / d, v.m_dZ / d};
+  return v * (1 / v.Length());
 }
 
-// A plane's normal goes with the directions in the plane, not with the matrix itself.
-KivECoord3 PlacedNormal(const KivEMatrix4& z, const KivECoord3& zNormal) {
-  KivECoord3 zAcross = std::abs(zNormal.m_dX) < 0.6 * zNormal.Length() ? KivECoord3{1, 0, 0} : KivECoord3{0, 1, 0};
-  zAcross = zNormal.Cross(zAcross);
-  KivECoord3 zOut = PlacedDirection(z, zAcross).Cross(PlacedDirection(z, zNormal.Cross(zAcross)));
-  if (zOut.Dot(PlacedDirection(z, zNormal)) < 0) zOut = -zOut;
-  zOut.Normalise();
-  return zOut;
+// Of length 1. Points are row vectors, and the translation has no part in it.
+KivECoord3 PlacedDirection(const KivEMatrix4& z, const KivECoord3& v) {
+  return Unit({v.m_dX * z[0] + v.m_dY * z[4] + v.m_dZ * z[8], v.m_dX * z[1] + v.m_dY * z[5] + v.m_dZ * z[9],
+               v.m_dX * z[2] + v.m_dY * z[6] + v.m_dZ * z[10]});
+}
+
+// A plane's normal goes with the directions in the plane, not with the matrix itself. It stays on its side.
+KivECoord3 PlacedNormal(const KivEMatrix4& z, const KivECoord3& v) {
+  const KivECoord3 zNormal = Unit(v);
+  const KivECoord3 zAxis = std::abs(zNormal.m_dX) < 0.6 ? KivECoord3{1, 0, 0} : KivECoord3{0, 1, 0};
+  const KivECoord3 zAcross = Unit(zNormal.Cross(zAxis));
+  const KivECoord3 zOut = Unit(PlacedDirection(z, zAcross).Cross(PlacedDirection(z, zNormal.Cross(zAcross))));
+  return zOut.Dot(PlacedDirection(z, zNormal)) < 0 ? -zOut : zOut;
 }
 
 // By the sum of the triangles' normals, each as long as its area; nothing if they cancel out or have no area.
