@@ -284,6 +284,7 @@ int RunRequests(const Settings& zSettings) {
   for (const DorRequestRow& zRow : DorRequestTable()) {
     if (zRow.m_iFamily != DorRequestFamily::Forward) continue;
     Json zRequest{{"request", sys::WideToUtf8(zRow.m_csName)}, {"arguments", DorDescribeForm(zRow)}};
+    zRequest["offered"] = zRow.m_szAnswer != nullptr;
     if (zRow.m_szAnswer != nullptr) zRequest["answer"] = zRow.m_szAnswer;
     zJson.push_back(zRequest);
   }
@@ -366,6 +367,9 @@ int32_t kiv::KivMain(const std::vector<KivWString>& vcsArguments) {
   try {
     zApp.parse(vstrArguments);
   } catch (const CLI::ParseError& e) {
+    // The flag itself may stand behind what was wrong.
+    zSettings.m_bJson = std::find(vcsArguments.begin(), vcsArguments.end(), u"--json") != vcsArguments.end();
+    if (zSettings.m_bJson && e.get_exit_code() != 0) return Fail(zSettings, kWrongUse, e.what());
     return zApp.exit(e) == 0 ? kGood : kWrongUse;
   }
   for (std::string& strWord : zSettings.m_vstrWords) strWord = ShowSign(strWord);

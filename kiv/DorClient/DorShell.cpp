@@ -81,7 +81,7 @@ std::string DorRequestsText() {
     if (zRow.m_iFamily != DorRequestFamily::Forward) continue;
     std::string strName = sys::WideToUtf8(zRow.m_csName);
     strName.resize(std::max<size_t>(strName.size(), 44), ' ');
-    strText += strName + " " + DorDescribeForm(zRow) + "\n";
+    strText += strName + " " + DorDescribeForm(zRow) + (zRow.m_szAnswer == nullptr ? "  (not offered yet)" : "") + "\n";
   }
   return strText;
 }

@@ -117,6 +117,23 @@ TEST_F(DorCommand, ErrorsAreJsonToo) {
   EXPECT_TRUE(Holds(strText, "\"error\"")) << strText;
   EXPECT_TRUE(Holds(strText, "\"exit_code\": 3")) << strText;
   EXPECT_TRUE(Holds(Output(u"--json call " + Model() + u" NoSuch"), "\"exit_code\": 2"));
+  for (const char16_t* szArguments : {u"--json call model.kiv", u"open model.kiv --no-such-option --json", u"--json"}) {
+    const std::string strWrong = Output(szArguments);
+    EXPECT_TRUE(Holds(strWrong, "{\n  \"error\": \"")) << strWrong;
+    EXPECT_TRUE(Holds(strWrong, "\"exit_code\": 2")) << strWrong;
+  }
+}
+
+TEST_F(DorCommand, TheListOfRequestsTellsWhichAreOffered) {
+  const std::string strText = Output(u"requests"), strJson = Output(u"requests --json");
+  const auto Line = [&](const std::string& strName) {
+    const size_t i = strText.find(strName + " ");
+    return i == std::string::npos ? "" : strText.substr(i, strText.find('\n', i) - i);
+  };
+  EXPECT_TRUE(Line("DorHandler_GetFilletIntCurve").ends_with("(not offered yet)")) << strText;
+  EXPECT_EQ(Line("DorHandler_IsPlanarFace").find("offered"), std::string::npos) << strText;
+  EXPECT_FALSE(Line("DorHandler_IsPlanarFace").empty()) << strText;
+  EXPECT_TRUE(Holds(strJson, "\"offered\": true") && Holds(strJson, "\"offered\": false")) << strJson;
 }
 
 // --- dor shell ------------------------------------------------------------------------------------------------------
