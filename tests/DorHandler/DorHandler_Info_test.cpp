@@ -205,6 +205,31 @@ TEST_F(HandlerInfo, AnExactNormalKeepsItsDigitsWhateverThePlacement) {
   }
 }
 
+TEST_F(HandlerInfo, ANormalLooksToWhereTheTrianglesLookAlsoInAMirror) {
+  const auto NormalZ = [&](const char* szFace) {
+    const Doubles vd = Floats(Ask("IsPlanarFace", {"0", szFace}).m_vzValue, "normal");
+    return vd.size() == 3 ? vd[2] : 0;
+  };
+  EXPECT_NEAR(NormalZ("1"), 1, 1e-15) << "exact";
+  EXPECT_NEAR(NormalZ("2"), 1, 1e-15) << "by the mesh";
+  const auto Place = [&](double dX, double dZ) {
+    return Code("SetInstPathPartMatrix", MatrixWords("1", {dX, 0, 0, 0, 0, 1, 0, 0, 0, 0, dZ, 0, 0, 0, 0, 1}));
+  };
+  ASSERT_EQ(Place(1, -1), DorAnswerCode::Done);
+  EXPECT_NEAR(NormalZ("1"), -1, 1e-15);
+  EXPECT_NEAR(NormalZ("2"), -1, 1e-15);
+  ASSERT_EQ(Place(-1, 1), DorAnswerCode::Done);
+  EXPECT_NEAR(NormalZ("1"), 1, 1e-15);
+  EXPECT_NEAR(NormalZ("2"), 1, 1e-15);
+  // The same plane with its material on the other side.
+  for (size_t iLevel = 0; iLevel < 2; ++iLevel)
+    Edit<KivFaceEdgeData>(MeshKey(0, iLevel), [](auto& zMesh) {
+      std::vector<uint32_t>& vi = zMesh.m_vzFace[0].m_viIndex;
+      for (size_t i = 0; i < vi.size(); i += 3) std::swap(vi[i], vi[i + 1]);
+    });
+  EXPECT_NEAR(NormalZ("1"), -1, 1e-15);
+}
+
 TEST_F(HandlerInfo, TheDistanceOfTwoFacesHasBothNearestPoints) {
   const DorDecodedAnswer z = Ask("CalcDistFaceFace", {"0", "1", "1", "2", "0", "0,0,0"});
   ASSERT_EQ(z.m_iCode, 0);

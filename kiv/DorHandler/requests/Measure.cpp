@@ -37,13 +37,35 @@ KivECoord3 PlacedNormal(const KivEMatrix4& z, const KivECoord3& v) {
   return zOut.Dot(PlacedDirection(z, zNormal)) < 0 ? -zOut : zOut;
 }
 
+// Twice the triangle's area long.
+KivECoord3 NormalOf(const DorTriangle& z) {
+  return (z[1] - z[0]).Cross(z[2] - z[0]);
+}
+
+// Triangles are wound as seen from outside of the part; what is mirrored shows its other side.
+bool IsMirrored(const KivEMatrix4& z) {
+  return PlacedDirection(z, {1, 0, 0}).Cross(PlacedDirection(z, {0, 1, 0})).Dot(PlacedDirection(z, {0, 0, 1})) < 0;
+}
+
+// The axis of a face's exact plane, turned to the side to which its triangles look; as it is where they do not tell.
+KivECoord3 OutwardAxis(DorSession& zSession, DorEntity zFace, const KivECoord3& zAxis) {
+  zFace.m_zMatrix = KivEMatrix4();
+  KivECoord3 zSum;
+  try {
+    for (const DorTriangle& z : DorPlacedTriangles(zSession, zFace)) zSum += NormalOf(z);
+  } catch (const DorRefusal& e) {
+    if (e.m_iCode != DorAnswerCode::NoMesh) throw;
+  }
+  return zSum.Dot(zAxis) < 0 ? -zAxis : zAxis;
+}
+
 // By the sum of the triangles' normals, each as long as its area; nothing if they cancel out or have no area.
 std::optional<Plane> PlaneOf(const std::vector<DorTriangle>& vzTriangle, double& dSize) {
   Plane zPlane;
   double dArea = 0;
   KivECoord3 zLow = vzTriangle[0][0], zHigh = zLow, zSum, zCentre;
   for (const DorTriangle& z : vzTriangle) {
-    const KivECoord3 zNormal = (z[1] - z[0]).Cross(z[2] - z[0]);
+    const KivECoord3 zNormal = NormalOf(z);
     const double d = zNormal.Length();
     dArea += d;
     zSum += zNormal;
@@ -96,12 +118,13 @@ void DorServeIsPlanarFace(DorSession& zSession, const DorRequestFields& zFields,
     Plane zPlane;
     if (bPlane)
       zPlane = {zFace.m_zMatrix.TransformPoint(zExact.m_zAnalytic->m_zPoint),
-                PlacedNormal(zFace.m_zMatrix, zExact.m_zAnalytic->m_zAxis), 0};
+                PlacedNormal(zFace.m_zMatrix, OutwardAxis(zSession, zFace, zExact.m_zAnalytic->m_zAxis)), 0};
     return PutPlane(bPlane, true, zPlane, zAnswer);
   }
   double dSize = 0;
-  const std::optional<Plane> zPlane = PlaneOf(DorPlacedTriangles(zSession, zFace), dSize);
+  std::optional<Plane> zPlane = PlaneOf(DorPlacedTriangles(zSession, zFace), dSize);
   if (!zPlane) return PutPlane(false, false, Plane(), zAnswer);
+  if (IsMirrored(zFace.m_zMatrix)) zPlane->m_zNormal = -zPlane->m_zNormal;
   // A stored vertex lies up to half a step, or half of a float's last bit, beside the true one along each axis.
   const double dTolerance = std::max(1e-6 * dSize, DorFinestStep(zSession, zFace) * ScaleOf(zFace.m_zMatrix));
   PutPlane(zPlane->m_dDeviation <= dTolerance, false, *zPlane, zAnswer);
