@@ -1,5 +1,7 @@
 // Models that are not as an import makes them: damaged, without areas, with records that several parts share.
 #include <filesystem>
+#include <map>
+#include <random>
 
 #include "DorHandlerTest.h"
 #include "KivSysFolder.h"
@@ -52,6 +54,54 @@ TEST_F(HandlerOdd, ARecordOfTheFileThatIsDamagedHasItsCodeAndASentence) {
     EXPECT_EQ(Reason(szRequest, vstrWords), "a record of the model cannot be read") << szRequest;
   }
   EXPECT_EQ(Code("GetFaceInfo", {"0", "1"}), Code_::Done);
+}
+
+TEST_F(HandlerOdd, AModelWithFlippedBitsHasAStatusAndACodeForEachRequest) {
+  const std::string strModel = m_zFolder.ReadBytes(u"machine.kiv");
+  const std::string strOut = Utf8(m_zFolder / u"out.kiv");
+  const std::vector<std::pair<const char*, std::vector<std::string>>> vRequest{
+      {"GetAsmTreeInfo", {}},
+      {"GetAsmInfo", {"1"}},
+      {"GetFaceInfo", {"0", "2"}},
+      {"GetEdgeInfo", {"0", "1"}},
+      {"IsPlanarFace", {"1", "2"}},
+      {"CalcDistFaceFace", {"0", "1", "2", "1", "0", "0,0,0"}},
+      {"SnapShot", {}},
+      {"SetInstPathPartMatrix", MatrixWords("3", Shift(1, 2, 3))},
+      {"SetAsmInfo", {"2", "x"}},
+      {"SetFaceInfo", {"0", "1", "0", "1", "0", "1"}},
+      {"DelFaceInfo", {"1", "1"}},
+      {"Undo", {"2"}},
+      {"Redo", {"1"}},
+      {"WriteDor", {strOut, "1", "1", "0", "0"}}};
+  std::vector<size_t> viByte;  // most of the file is zeros behind its tables
+  for (size_t i = 0; i < strModel.size(); ++i)
+    if (strModel[i] != 0) viByte.push_back(i);
+  size_t nOpened = 0, nRefused = 0;  // by a model that opened
+  for (uint32_t iSeed = 1; iSeed <= 30; ++iSeed) {
+    SCOPED_TRACE(iSeed);
+    std::mt19937 zRandom(iSeed);
+    std::string strFlipped = strModel;
+    for (uint32_t i = 0; i < 1u << iSeed % 6; ++i) {
+      const size_t iByte = viByte[zRandom() % viByte.size()];
+      strFlipped[iByte] = static_cast<char>(strFlipped[iByte] ^ (1 << zRandom() % 8));
+    }
+    const KivWString csPath = m_zFolder / (u"flipped" + sys::Utf8ToWide(std::to_string(iSeed)));
+    m_zFolder.WriteBytes(u"flipped" + sys::Utf8ToWide(std::to_string(iSeed)), strFlipped);
+    const int32_t iStatus = Read(csPath);
+    EXPECT_TRUE(iStatus == 0 || iStatus == 20 || iStatus == 30) << iStatus;
+    nOpened += iStatus == 0;
+    for (const auto& [szRequest, vstrWords] : vRequest) {
+      const int64_t iCode = Ask(szRequest, vstrWords).m_iCode;
+      EXPECT_STRNE(DorAnswerCodeText(iCode), "unknown code") << szRequest;
+      EXPECT_EQ(iCode == static_cast<int64_t>(Code_::NoModel), iStatus != 0) << szRequest;
+      nRefused += iStatus == 0 && iCode != 0;
+    }
+  }
+  EXPECT_GT(nOpened, 0u);
+  EXPECT_GT(nRefused, 0u);
+  EXPECT_EQ(Read(Model()), 0);
+  EXPECT_EQ(Code("GetAsmTreeInfo"), Code_::Done);
 }
 
 TEST_F(HandlerOdd, AFileThatCannotBeReadBackIsNotPutInItsPlace) {
