@@ -131,6 +131,7 @@ DorSpoken DorCallByName(DorClient& zClient, int64_t iModel, const std::string& s
   std::string strError;
   if (!DorBuildPayload(*z.m_pzRow, iModel, WithAbsolutePaths(*z.m_pzRow, vstrWords), vcPayload, strError))
     throw DorWordError(strName + ": " + strError);
+  if (DorHasZeroInText(*z.m_pzRow, vcPayload)) throw DorWordError(strName + ": a text has a zero in it");
   const KivWString csRequest(z.m_pzRow->m_csName);
   const uint64_t iStart = sys::SteadyNs();
   z.m_zAnswer = zClient.Call(csRequest, vcPayload);

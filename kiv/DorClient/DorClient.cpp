@@ -160,6 +160,7 @@ int64_t DorClient::CheckRequest(const DorRequestRow* pzRow, const KivWString& cs
   if (pzRow == nullptr || pzRow->m_iFamily == DorRequestFamily::Refused)
     throw DorClientError("the relay does not serve " + sys::WideToUtf8(csRequest));
   if (!DorFitsForm(*pzRow, vcPayload)) throw DorClientError("the payload does not fit " + sys::WideToUtf8(csRequest));
+  if (DorHasZeroInText(*pzRow, vcPayload)) throw DorClientError("a text has a zero in it");
   if (pzRow->m_iFamily == DorRequestFamily::Open) return -1;
   uint64_t iCursor = 0;
   int64_t iModel = 0;

@@ -88,6 +88,7 @@ class FormWalk {
   explicit FormWalk(const KivByteBuffer& vcPayload) : m_vcPayload(vcPayload) {}
 
   bool IsAtEnd() const { return m_iCursor == m_vcPayload.size(); }
+  bool HasZero() const { return m_bZero; }
 
   bool Pass(char cKind) {
     int64_t iValue = 0;
@@ -100,7 +101,7 @@ class FormWalk {
         return Skip(24);
       case 's':
         return Integer(iValue) && iValue >= 0 && static_cast<uint64_t>(iValue) <= Left() / 2 &&
-               Skip(static_cast<uint64_t>(iValue) * 2);
+               Text(static_cast<uint64_t>(iValue));
       case 'k':
         return Curve();
       case 'n': {
@@ -128,6 +129,11 @@ class FormWalk {
     iValue = KivLoad<int64_t>(m_vcPayload.data() + m_iCursor);
     return Skip(sizeof iValue);
   }
+  bool Text(uint64_t nUnits) {
+    const uint8_t* p = m_vcPayload.data() + m_iCursor;
+    for (uint64_t i = 0; i < nUnits && !m_bZero; ++i) m_bZero = KivLoad<char16_t>(p + 2 * i) == 0;
+    return Skip(nUnits * 2);
+  }
   bool Curve() {
     int64_t iKind = 0, iSize = 0, iOwnSize = 0;
     if (!Integer(iKind)) return false;
@@ -138,6 +144,7 @@ class FormWalk {
 
   const KivByteBuffer& m_vcPayload;
   uint64_t m_iCursor = 0;
+  bool m_bZero = false;  // in a text that was passed
 };
 
 }  // namespace
@@ -167,6 +174,13 @@ bool DorFitsForm(const DorRequestRow& zRow, const KivByteBuffer& vcPayload) {
   for (const char* p = zRow.m_szForm; *p != '\0'; ++p)
     if (!zWalk.Pass(*p)) return false;
   return zWalk.IsAtEnd();
+}
+
+bool DorHasZeroInText(const DorRequestRow& zRow, const KivByteBuffer& vcPayload) {
+  FormWalk zWalk(vcPayload);
+  for (const char* p = zRow.m_szForm; *p != '\0' && zWalk.Pass(*p); ++p) {
+  }
+  return zWalk.HasZero();
 }
 
 }  // namespace kiv

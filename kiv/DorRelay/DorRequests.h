@@ -93,5 +93,8 @@ std::span<const DorRequestRow> DorRequestTable();
 const DorRequestRow* DorFindRequest(KivWStringView csName);
 // True if the payload fits the row's form to the last byte. Reports nothing, allocates nothing.
 bool DorFitsForm(const DorRequestRow& zRow, const KivByteBuffer& vcPayload);
+// True if a text among the fields has a zero in it. What reads it on the way hands on what stands before the zero:
+// another text, or another file. So who makes the payload has to ask.
+bool DorHasZeroInText(const DorRequestRow& zRow, const KivByteBuffer& vcPayload);
 
 }  // namespace kiv

@@ -241,6 +241,23 @@ TEST(DorForm, APayloadFitsItsFormToTheLastByteAndNoOther) {
   }
 }
 
+TEST(DorForm, AZeroIsFoundInTextsAndNowhereElse) {
+  const DorRequestRow& zRow = *DorFindRequest(u"DorHandler_SetAsmInfo");
+  const auto HasZero = [&](KivWStringView cs) {
+    KivByteBuffer vcPayload;
+    KivPutInt64(vcPayload, 0);
+    KivPutInt64(vcPayload, 0);
+    KivPutString(vcPayload, KivWString(cs));
+    EXPECT_TRUE(DorFitsForm(zRow, vcPayload));
+    return DorHasZeroInText(zRow, vcPayload);
+  };
+  EXPECT_FALSE(HasZero(u""));
+  EXPECT_FALSE(HasZero(u"a\u0100"));
+  EXPECT_TRUE(HasZero(KivWStringView(u"\0", 1)));
+  EXPECT_TRUE(HasZero(KivWStringView(u"a\0b", 3)));
+  EXPECT_TRUE(HasZero(KivWStringView(u"ab\0", 3)));
+}
+
 TEST(DorForm, LyingCountsKindsAndSizesDoNotFit) {
   const auto Fits = [](KivWStringView csName, const std::vector<int64_t>& viFields) {
     KivByteBuffer vcPayload;

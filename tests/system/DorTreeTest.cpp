@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <filesystem>
 
+#include "DorAnswerText.h"
 #include "KivSysDiag.h"
 #include "KivSysFault.h"
 #include "KivTestMachine.h"
@@ -321,6 +322,24 @@ TEST(DorTree, TheClientRefusesWhatWouldEndTheRelay) {
   vcLong.push_back(0);
   EXPECT_THROW(zClient.Call(u"DorHandler_DoNothing", vcLong), DorClientError);
   EXPECT_THROW(zClient.Call(u"DorHandler_ReadDor", Bytes("x")), DorClientError);
+  EXPECT_EQ(zClient.Call(u"DorHandler_DoNothing", IdPayload(iModel)).m_iStatus, 0);
+}
+
+TEST(DorTree, ATextWithAZeroInItIsNotSentSinceTheHandlerWouldSeeAnotherOne) {
+  TestFolder zFolder;
+  WriteModelFile(zFolder / u"model.kiv");
+  WriteFile(zFolder / u"other.kiv", "another's");
+  const auto WithZero = [](const KivWString& cs) { return cs + KivWString(1, u'\0') + u"tail"; };
+  DorClient zClient(RealPrograms(zFolder));
+  const int64_t iModel = zClient.Open(zFolder / u"model.kiv");
+  KivByteBuffer vcWrite = IdPayload(iModel);
+  KivPutString(vcWrite, WithZero(zFolder / u"other.kiv"));
+  for (const int64_t i : {1, 0, 0, 0}) KivPutInt64(vcWrite, i);
+  EXPECT_THROW(zClient.Call(u"DorHandler_WriteDor", vcWrite), DorClientError);
+  EXPECT_EQ(zFolder.ReadBytes(u"other.kiv"), "another's");
+  EXPECT_THROW(zClient.Open(WithZero(zFolder / u"model.kiv")), DorClientError);
+  const std::string strName("a\0b", 3);
+  EXPECT_THROW(DorCallByName(zClient, iModel, "SetAsmInfo", {"1", strName}), DorWordError);
   EXPECT_EQ(zClient.Call(u"DorHandler_DoNothing", IdPayload(iModel)).m_iStatus, 0);
 }
 

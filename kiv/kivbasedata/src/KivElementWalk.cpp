@@ -241,8 +241,11 @@ bool KivWalkElements(uint32_t iManagerKey, const std::set<uint32_t>& siTag, int3
 bool KivAddModelMeshes(uint32_t iManagerKey, int32_t iLevel, KivMeshStatistics& zStatistics) {
   bool bAll = false;
   const bool bDone = Do([&] {
-    bAll = KivWalkElements(iManagerKey, {1, 8}, iLevel,
-                           [&](KivOutOfCoreTreeNode& zElement) { KivAddMeshBlock(BlockOf(&zElement), zStatistics); });
+    bool bMeshes = true;
+    bAll = KivWalkElements(iManagerKey, {1, 8}, iLevel, [&](KivOutOfCoreTreeNode& zElement) {
+      if (!KivAddMeshBlock(BlockOf(&zElement), zStatistics)) bMeshes = false;
+    });
+    bAll = bAll && bMeshes;
   });
   return bAll && bDone;
 }

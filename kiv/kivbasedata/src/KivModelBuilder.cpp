@@ -126,7 +126,12 @@ KivMemoryBlockVertex& KivModelBuilder::Vertices(size_t iPart) {
 
 size_t KivModelBuilder::AddNode(const KivWString& csName, size_t iParent) {
   const size_t iNode = m_zAssembly.m_vzNode.size();
-  m_zAssembly.AddNode().m_strNodeName[0] = csName;
+  if (iParent < iNode) {  // room first: without memory there is no new node
+    auto& viChildren = Node(iParent).m_viChildren;
+    if (viChildren.size() == viChildren.capacity()) viChildren.reserve(2 * viChildren.size() + 1);
+  }
+  KivWString csOwn(csName);
+  m_zAssembly.AddNode().m_strNodeName[0].swap(csOwn);
   if (iParent < iNode) {
     Node(iParent).m_viChildren.push_back(iNode);
   } else if (iParent != kNoNode) {
@@ -431,7 +436,8 @@ bool KivModelBuilder::WriteInto(const KivWString& csPath) {
   return KIV_ASSERT(KivOutOfCoreManager::FlushMainFile(zOwner.GetKey()));
 }
 
-// Reads all elements back: where reports return, a write that failed is seen by nothing else.
+// Reads all elements back: where reports return, a write that failed is seen by nothing else. What had been stored before
+// its keys were known may be there as it was then, so that what the keys lead to is counted.
 bool KivModelBuilder::IsWhole(const KivWString& csPath) const {
   KivStoreSource zSource;
   zSource.m_csPath = csPath;
@@ -440,9 +446,24 @@ bool KivModelBuilder::IsWhole(const KivWString& csPath) const {
   const KivOutOfCoreManager* pzManager = zOwner.GetManager();
   if (pzManager == nullptr || pzManager->GetContainer() == nullptr) return false;
   const uint32_t iKey = zOwner.GetKey();
-  return KivGetModel(iKey) != nullptr && KivGetInstanceRoot(iKey) != nullptr && KivGetModelNote(iKey) != nullptr &&
-         KivGetAssemblyTree(iKey) != nullptr && (m_pzPermanentIds == nullptr || KivGetSecondElement(iKey) != nullptr) &&
-         KivWalkElements(iKey, {0, 1, 2, 5, 7, 8, 11, 12, 13}, kAllLevels, [](KivOutOfCoreTreeNode&) {});
+  if (KivGetModel(iKey) == nullptr || KivGetInstanceRoot(iKey) == nullptr || KivGetModelNote(iKey) == nullptr ||
+      KivGetAssemblyTree(iKey) == nullptr)
+    return false;
+  if (m_pzPermanentIds != nullptr) {
+    KivOutOfCoreTreeNode* pzSecond = KivGetSecondElement(iKey);
+    if (pzSecond == nullptr || pzSecond->GetMemoryBlock() == nullptr) return false;
+  }
+  size_t nOnNodes = 0;
+  bool bParents = true;
+  const bool bAll =
+      KivWalkElements(iKey, {0, 1, 2, 5, 7, 8, 11, 12, 13}, kAllLevels, [&](KivOutOfCoreTreeNode& zElement) {
+        const uint32_t iTag = zElement.GetElementType();
+        if (iTag == KivPMI::kTag || iTag == KivLayerFilter::kTag || iTag == KivCamera::kTag) ++nOnNodes;
+        if (iTag != KivInstance::kTag) return;
+        const KivMemoryBlock* pzBlock = zElement.GetMemoryBlock();
+        if (pzBlock == nullptr || pzBlock->GetHeader().m_aiLink[0] == 0) bParents = false;
+      });
+  return bAll && bParents && nOnNodes == m_mapPMI.size() + m_mapLayerFilter.size() + m_mapCamera.size();
 }
 
 }  // namespace kiv
