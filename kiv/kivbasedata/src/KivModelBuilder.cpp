@@ -436,8 +436,8 @@ bool KivModelBuilder::WriteInto(const KivWString& csPath) {
   return KIV_ASSERT(KivOutOfCoreManager::FlushMainFile(zOwner.GetKey()));
 }
 
-// Reads all elements back: where reports return, a write that failed is seen by nothing else. What had been stored before
-// its keys were known may be there as it was then, so that what the keys lead to is counted.
+// Reads all elements back: where reports return, a write that failed is seen by nothing else. What had been stored
+// before its keys were known may be there as it was then, so that what the keys lead to is counted.
 bool KivModelBuilder::IsWhole(const KivWString& csPath) const {
   KivStoreSource zSource;
   zSource.m_csPath = csPath;
