@@ -11,6 +11,7 @@
 #include "KivPolyElemData.h"
 #include "KivProgress.h"
 #include "KivToolError.h"
+#include "KivToolOutput.h"
 
 namespace kiv {
 namespace {
@@ -40,7 +41,7 @@ class Exporter {
       : m_zModel(zModel), m_zOptions(zOptions), m_zStructure(KivLoadStructure(zModel)), m_zWriter(csPath) {}
 
   KivGltfSummary Run() {
-    if (!m_zStructure.m_bComplete) Note("some elements of the model could not be loaded");
+    if (!m_zStructure.m_bComplete) FailIncomplete();
     const size_t nLevels = m_zStructure.GetLevelNum();
     if (m_zOptions.m_iLevel && *m_zOptions.m_iLevel >= std::max<size_t>(nLevels, 1))
       throw KivToolError("the model has " + std::to_string(nLevels) + " levels, and no level " +
@@ -65,6 +66,12 @@ class Exporter {
 
  private:
   void Note(const std::string& strNote) { m_ssNote.insert(strNote); }
+
+  // A file without whole parts would pass for the model.
+  [[noreturn]] void FailIncomplete() const {
+    throw KivToolError(KivShown(m_zModel.Path()) +
+                       ": is damaged: some of its elements cannot be loaded (see kiv check), nothing was exported");
+  }
 
   // --- Parts --------------------------------------------------------------------------------------------------------
 
@@ -99,8 +106,7 @@ class Exporter {
       } else if (const auto* pzPoly = dynamic_cast<const KivMemoryBlockPolyElem*>(pzBlock)) {
         AddBlock(*pzPoly);
       } else {
-        Note("meshes that could not be loaded were left out");
-        continue;
+        FailIncomplete();
       }
       viToVisit.push_back(pzBlock->GetHeader().m_aiLink[2]);
       viToVisit.push_back(pzBlock->GetHeader().m_aiLink[1]);

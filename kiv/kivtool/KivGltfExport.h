@@ -25,8 +25,8 @@ struct KivGltfSummary {
   std::vector<std::string> m_vstrNote;  // what was left out, one sentence each
 };
 
-// Writes a new file; what is damaged in the model is left out and noted. Throws KivToolError if the file cannot be
-// written, the model has no such level, or the user stops it.
+// Writes a new file; what glTF cannot hold is left out and noted. Throws KivToolError if the file cannot be written, an
+// element that it needs cannot be loaded, the model has no such level, or the user stops it.
 KivGltfSummary KivExportGltf(KivToolModel& zModel, const KivGltfOptions& zOptions, const KivWString& csPath);
 
 }  // namespace kiv

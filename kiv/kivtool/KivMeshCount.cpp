@@ -81,7 +81,7 @@ void WalkTree(KivToolModel& zModel, uint64_t iRootKey, std::set<uint64_t>& siSee
     const uint64_t iPosition = zModel.Resolve(iKey);
     if (iPosition != 0 && !siSeen.insert(iPosition).second) continue;
     std::array<uint64_t, 3> aiLink{};
-    if (iPosition == 0 || !pfnElement(iPosition, aiLink)) zCount.m_bExact = false;
+    if (iPosition == 0 || !pfnElement(iPosition, aiLink)) zCount.m_bExact = zCount.m_bWhole = false;
     viToVisit.push_back(aiLink[2]);
     viToVisit.push_back(aiLink[1]);
   }
@@ -109,6 +109,7 @@ KivMeshCount& KivMeshCount::operator+=(const KivMeshCount& z) {
   m_nTriangles += z.m_nTriangles;
   m_nVertices += z.m_nVertices;
   m_bExact = m_bExact && z.m_bExact;
+  m_bWhole = m_bWhole && z.m_bWhole;
   return *this;
 }
 

@@ -13,7 +13,8 @@ struct KivMeshCount {
   uint64_t m_nEdges = 0;
   uint64_t m_nTriangles = 0;
   uint64_t m_nVertices = 0;  // of faces
-  bool m_bExact = true;      // false: some element could not be read, or has strips, whose triangles are left out
+  bool m_bExact = true;      // false: it is not whole, or some element has strips, whose triangles are left out
+  bool m_bWhole = true;      // false: some element could not be read
 
   KivMeshCount& operator+=(const KivMeshCount& z);
 };

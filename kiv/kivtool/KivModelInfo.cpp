@@ -63,6 +63,7 @@ void CountLevels(KivToolModel& zModel, const KivToolStructure& zStructure, bool 
         zLevel.m_zCount += bDeep ? KivCountMeshTreeDeep(zModel, iKey, siSeen) : KivCountMeshTree(zModel, iKey, siSeen);
       }
     }
+    zInfo.m_bMeshesWhole = zInfo.m_bMeshesWhole && zLevel.m_zCount.m_bWhole;
   }
 }
 

@@ -43,9 +43,12 @@ struct KivModelInfo {
   uint64_t m_nParts = 0;
   std::vector<KivInfoLevel> m_vzLevel;
   bool m_bStructureWhole = true;  // false: something could not be loaded, and the numbers leave it out
+  bool m_bMeshesWhole = true;     // the same of the meshes
   std::array<float, 6> m_fBox{};
   bool m_bBox = false;
   std::optional<double> m_dMetresPerUnit;
+
+  bool IsWhole() const { return m_bRecordsWhole && m_bStructureWhole && m_bMeshesWhole; }
 };
 
 // bDeep: loads every mesh. Throws KivToolError if the user stops it.

@@ -13,7 +13,8 @@ namespace kiv {
 namespace {
 
 constexpr const char* kFooter =
-    "Exit codes: 0 good; 1 a check found errors; 2 cannot open, cannot write, wrong use, or stopped.\n"
+    "Exit codes: 0 good; 1 a check found errors, or a list is incomplete; 2 cannot open, cannot write, wrong use, or "
+    "stopped.\n"
     "Results go to standard output, everything else to standard error. --json prints one JSON document.";
 
 // Runs a command, and says in one line what ended it.

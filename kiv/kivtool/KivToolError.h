@@ -9,7 +9,7 @@ namespace kiv {
 
 enum class KivToolExit : int32_t {
   Good = 0,
-  Findings = 1,  // a check found errors
+  Findings = 1,  // a check found errors, or what was told leaves out what could not be loaded
   Failed = 2     // something cannot be opened or written, wrong use, stopped by the user
 };
 

@@ -11,6 +11,7 @@
 #include "KivCommand.h"
 #include "KivSysFolder.h"
 #include "KivTestFolder.h"
+#include "KivToolModel.h"
 #include "KivToolTestModel.h"
 
 namespace {
@@ -84,6 +85,55 @@ TEST(AllCommands, AModelThatIsCutGivesFindingsOrOneLine) {
     if (vcsArguments[0] == u"check") continue;
     EXPECT_EQ(LineNum(zRun.m_strErr), 1u) << strWhich << zRun.m_strErr;
   }
+  EXPECT_FALSE(sys::PathExists(zFolder / u"out.glb"));
+}
+
+// Changes a byte in the payload of each record with this tag.
+void Damage(const TestFolder& zFolder, const KivWString& csName, uint32_t iTag, size_t iOffset) {
+  std::string strBytes = zFolder.ReadBytes(csName);
+  const std::string strGood = strBytes;
+  {
+    KivToolModel zModel(zFolder / csName);
+    KivRecordWalk zWalk(zModel);
+    for (KivToolRecord zRecord; zWalk.Next(zRecord);)
+      if (zRecord.m_bHasTag && zRecord.m_iTag == iTag) strBytes[zRecord.m_iPosition + 16 + iOffset] = 77;
+  }
+  ASSERT_NE(strBytes, strGood);
+  zFolder.WriteBytes(csName, strBytes);
+}
+
+TEST(AllCommands, AMeshThatCannotBeLoadedIsToldByInfoAndNotExported) {
+  const TestFolder zFolder;
+  const KivWString csModel = zFolder / u"m.kiv";
+  kivtest::MakeToolModel(csModel);
+  Damage(zFolder, u"m.kiv", 1, 104);  // the kind of the first entry
+  zFolder.WriteBytes(u"out.glb", "good");
+  const ToolRun zExport = RunKiv({u"export", csModel, zFolder / u"out.glb", u"--force"});
+  EXPECT_EQ(zExport.m_iExit, 2);
+  EXPECT_EQ(zExport.m_strOut, "");
+  EXPECT_EQ(LineNum(zExport.m_strErr), 1u) << zExport.m_strErr;
+  EXPECT_NE(zExport.m_strErr.find("m.kiv: is damaged"), std::string::npos) << zExport.m_strErr;
+  EXPECT_EQ(zFolder.ReadBytes(u"out.glb"), "good");
+  const ToolRun zInfo = RunKiv({u"info", csModel});
+  EXPECT_EQ(zInfo.m_iExit, 1);
+  EXPECT_NE(zInfo.m_strOut.find("; incomplete, see kiv check"), std::string::npos) << zInfo.m_strOut;
+  const ToolRun zDeep = RunKiv({u"info", u"--deep", u"--json", csModel});
+  EXPECT_EQ(zDeep.m_iExit, 1);
+  EXPECT_EQ(ordered_json::parse(zDeep.m_strOut)["whole"], false);
+  std::vector<KivSysFolderEntry> vzEntry;
+  ASSERT_TRUE(sys::ListFolder(zFolder.Path(), vzEntry));
+  EXPECT_EQ(vzEntry.size(), 2u);
+}
+
+TEST(AllCommands, AnAssemblyThatCannotBeLoadedIsToldByTreeAndNotExported) {
+  const TestFolder zFolder;
+  const KivWString csModel = zFolder / u"m.kiv";
+  kivtest::MakeToolModel(csModel);
+  Damage(zFolder, u"m.kiv", 6, 0);
+  const ToolRun zTree = RunKiv({u"tree", csModel});
+  EXPECT_EQ(zTree.m_iExit, 1);
+  EXPECT_NE(zTree.m_strErr.find("could not be loaded"), std::string::npos) << zTree.m_strErr;
+  EXPECT_EQ(RunKiv({u"export", csModel, zFolder / u"out.glb"}).m_iExit, 2);
   EXPECT_FALSE(sys::PathExists(zFolder / u"out.glb"));
 }
 

@@ -79,7 +79,7 @@ void PrintJson(KivJsonWriter& zJson, const KivWString& csPath, const KivModelInf
     zJson.Value("metres_per_unit", *z.m_dMetresPerUnit);
   else
     zJson.Null("metres_per_unit");
-  zJson.Value("whole", z.m_bStructureWhole);
+  zJson.Value("whole", z.m_bStructureWhole && z.m_bMeshesWhole);
   zJson.Value("deep", bDeep);
   zJson.End();
 }
@@ -107,7 +107,10 @@ void PrintText(KivToolOutput& zOutput, const KivWString& csPath, const KivModelI
     const std::string strTolerance = zLevel.m_fTolerance ? KivNumberText(*zLevel.m_fTolerance) : "none";
     zOutput.Line("level %-5" PRIu64 " tolerance %s: %" PRIu64 " faces, %" PRIu64 " edges, %" PRIu64 " triangles%s",
                  uint64_t{i}, strTolerance.c_str(), zLevel.m_zCount.m_nFaces, zLevel.m_zCount.m_nEdges,
-                 zLevel.m_zCount.m_nTriangles, zLevel.m_zCount.m_bExact ? "" : " (at least)");
+                 zLevel.m_zCount.m_nTriangles,
+                 !zLevel.m_zCount.m_bWhole   ? "; incomplete, see kiv check"
+                 : !zLevel.m_zCount.m_bExact ? " (at least)"
+                                             : "");
   }
   if (z.m_bBox)
     zOutput.Line("box         %s %s %s to %s %s %s", KivNumberText(z.m_fBox[0]).c_str(),
@@ -144,7 +147,7 @@ class InfoCommand : public KivCommand {
       PrintJson(zOutput.Json(), m_csPath, zInfo, m_bDeep);
     else
       PrintText(zOutput, m_csPath, zInfo);
-    return KivToolExit::Good;
+    return zInfo.IsWhole() ? KivToolExit::Good : KivToolExit::Findings;
   }
 
  private:

@@ -65,7 +65,7 @@ class TreeCommand : public KivCommand {
         PrintText(zOutput, zModel, zStructure, zRow);
     });
     if (zOutput.IsJson()) zOutput.Json().EndTo(0);
-    return KivToolExit::Good;
+    return zStructure.m_bComplete ? KivToolExit::Good : KivToolExit::Findings;
   }
 
  private:
