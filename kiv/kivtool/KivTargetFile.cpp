@@ -14,8 +14,8 @@ namespace kiv {
 namespace {
 
 constexpr int kTemporaryNames = 100;
-// What the store makes beside a file while it is built, and what a reader leaves.
-constexpr const char16_t* kSideSuffixes[] = {u".urf", u".scene"};
+// What the store makes beside a file while it is built, what a reader leaves, and what an export gathers.
+constexpr const char16_t* kSideSuffixes[] = {u".urf", u".scene", u".bin"};
 
 bool IsSameFile(const KivWString& csA, const KivWString& csB) {
   const auto zA = sys::FindFileIdentity(csA);

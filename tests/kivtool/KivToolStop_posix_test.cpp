@@ -155,7 +155,7 @@ TEST(ToolStopDeathTest, AGuardEndsACommandThatDoesNotAsk) {
         KivToolOutput zOutput(false);
         KivTargetFile zTarget(zFolder / u"out", false);
         const KivStopGuard zGuard([&] { return zTarget.Abandon(); }, zOutput);
-        for (const char16_t* szSuffix : {u"", u".urf", u".scene"}) {
+        for (const char16_t* szSuffix : {u"", u".urf", u".scene", u".bin"}) {
           const KivWString csPath = zTarget.GetTemporaryPath() + szSuffix;
           zFolder.WriteBytes(csPath.substr(zFolder.Path().size() + 1), "begun");
         }
