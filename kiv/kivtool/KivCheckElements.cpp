@@ -47,7 +47,7 @@ class ElementWalk {
       m_zProgress.Advance();
       Follow(zReference);
     }
-    ReportUnreachable();
+    CheckUnreachable();
   }
 
  private:
@@ -92,21 +92,19 @@ class ElementWalk {
   void Follow(const Reference& z) {
     const uint64_t iPosition = m_zModel.Resolve(z.m_iKey);
     size_t iRecord = 0;
-    if (!FindRecord(iPosition, iRecord)) {
-      m_zSink.Add("key-dangling", iPosition, z.m_iKey,
-                  From(z) + " leads to no record in use (key " + KivHexText(z.m_iKey) + ")");
-      return;
-    }
+    if (!FindRecord(iPosition, iRecord)) return ReportDangling(z);
     if (m_vcSeen[iRecord] != kUnseen) {
       if (m_vcSeen[iRecord] < kElementTagNum) CheckType(z, m_vcSeen[iRecord], iPosition);
       if (z.m_bLink)
         m_zSink.Add("link-twice", iPosition, z.m_iKey,
-                    From(z) + " leads to an element that another key has led to: a circle, or a second parent");
+                    From(z) +
+                        " leads to an element that another key has led "
+                        "to: a circle, or a second parent");
       return;
     }
     m_vcSeen[iRecord] = kOtherTag;
     KivOutOfCoreTreeNode* pzElement = m_zModel.Load(z.m_iKey);
-    if (pzElement == nullptr) return ReportUnloadable(z, iPosition);
+    if (pzElement == nullptr) return ReportUnloadable(z, iPosition, z.m_iKey);
     ++m_zSink.m_zResult.m_nElements;
     const uint32_t iTag = pzElement->GetElementType() & 0xFFFF;
     if (iTag < kElementTagNum) m_vcSeen[iRecord] = static_cast<uint8_t>(iTag);
@@ -115,7 +113,13 @@ class ElementWalk {
     CheckParent(z, zBlock, iPosition);
     KivCheckBlock(zBlock, iPosition, z.m_iKey, m_zSink);
     GatherKeys(zBlock, iPosition, iTag);
-    CheckKeyList(*pzElement, iTag, iPosition, z.m_iKey);  // last: bulky elements would be loaded anew
+    CheckKeyList(*pzElement, iTag, iPosition,
+                 z.m_iKey);  // last: bulky elements would be loaded anew
+  }
+
+  void ReportDangling(const Reference& z) {
+    m_zSink.Add("key-dangling", m_zModel.Resolve(z.m_iKey), z.m_iKey,
+                From(z) + " leads to no record in use (key " + KivHexText(z.m_iKey) + ")");
   }
 
   bool CheckType(const Reference& z, uint32_t iTag, uint64_t iPosition) {
@@ -126,7 +130,7 @@ class ElementWalk {
     return false;
   }
 
-  void ReportUnloadable(const Reference& z, uint64_t iPosition) {
+  void ReportUnloadable(const Reference& z, uint64_t iPosition, uint64_t iKey) {
     KivElementFrame acFrame{};
     try {
       KivContainerRecord zRecord;
@@ -137,11 +141,11 @@ class ElementWalk {
     }
     const uint32_t iWord = KivLoad<uint32_t>(acFrame.data());
     if ((iWord >> 16 & 0xFF) != 0) {
-      m_zSink.Add("element-foreign", iPosition, z.m_iKey,
+      m_zSink.Add("element-foreign", iPosition, iKey,
                   From(z) + " leads to an element of an application's own type " + std::to_string(iWord >> 16 & 0xFF));
       return;
     }
-    m_zSink.Add("element-unloadable", iPosition, z.m_iKey,
+    m_zSink.Add("element-unloadable", iPosition, iKey,
                 From(z) + " leads to a record that cannot be loaded as a " + KivElementName(iWord & 0xFFFF, 0));
   }
 
@@ -198,7 +202,8 @@ class ElementWalk {
     std::vector<uint64_t> viPosition;
     if (!zElement.GetAllPosition(viPosition)) {
       m_zSink.Add("keys-refused", iPosition, iKey,
-                  "the element does not list its keys, since its links are not as they must be");
+                  "the element does not list its keys, since its links are not "
+                  "as they must be");
       return;
     }
     for (const uint64_t iListed : viPosition) {
@@ -209,10 +214,27 @@ class ElementWalk {
     }
   }
 
-  void ReportUnreachable() {
-    for (size_t i = 0; i < m_viUsed.size(); ++i)
-      if (m_vcSeen[i] == kUnseen)
-        m_zSink.Add("element-unreachable", m_viUsed[i], 0, "no key leads from the model to this record");
+  // Records that no key leads to are elements all the same: each is loaded and
+  // checked, and where its keys lead.
+  void CheckUnreachable() {
+    for (size_t i = 0; i < m_viUsed.size(); ++i) {
+      if (m_vcSeen[i] != kUnseen) continue;
+      const uint64_t iPosition = m_viUsed[i];
+      m_zProgress.Advance();
+      m_zSink.Add("element-unreachable", iPosition, 0, "no key leads from the model to this record");
+      KivOutOfCoreTreeNode* pzElement = m_zModel.Load(iPosition);
+      if (pzElement == nullptr) {
+        ReportUnloadable({iPosition, kAnyTag, 0, 0, "the row of records", false}, iPosition, 0);
+        continue;
+      }
+      ++m_zSink.m_zResult.m_nElements;
+      const KivMemoryBlock& zBlock = *pzElement->GetMemoryBlock();
+      KivCheckBlock(zBlock, iPosition, 0, m_zSink);
+      GatherKeys(zBlock, iPosition, pzElement->GetElementType() & 0xFFFF);
+      for (const Reference& z : m_vzToVisit)
+        if (size_t iRecord = 0; !FindRecord(m_zModel.Resolve(z.m_iKey), iRecord)) ReportDangling(z);
+      m_vzToVisit.clear();
+    }
   }
 
   KivToolModel& m_zModel;

@@ -21,7 +21,7 @@ class KivCheckSink {
   const KivCheckVisitor& m_pfnFinding;
 };
 
-// Every element that a key leads to from the model on: its record, its links, its keys, its content.
+// Every element, first those that a key leads to from the model on: its record, its links, its keys, its content.
 void KivCheckElements(KivToolModel& zModel, KivCheckSink& zSink);
 // Indices and placements of nodes and instances.
 void KivCheckStructure(KivToolModel& zModel, KivCheckSink& zSink);

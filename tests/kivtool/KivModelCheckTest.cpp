@@ -163,6 +163,27 @@ TEST_F(ModelCheck, FindsWhatNoKeyLeadsTo) {
   EXPECT_EQ(z.m_zResult.m_nErrors, 0u);
 }
 
+TEST_F(ModelCheck, WhatNoKeyLeadsToIsCheckedAllTheSame) {
+  uint64_t iBrep = 0;
+  const auto Release = [&](uint32_t iManager) {
+    const uint64_t iKey = FirstInstance(iManager).m_iBrepKey;
+    iBrep = KivOutOfCoreManager::GetElement(iManager, iKey)->GetPosition();
+    EditElement<KivInstance>(iManager, KivGetInstanceRoot(iManager)->GetPositionKey(),
+                             [](KivMemoryBlockInstance& zBlock) {
+                               for (KivInstanceEntry& z : zBlock.m_vzInstance) z.m_iBrepKey = 0;
+                             });
+  };
+  m_zBuilder.Brep(m_zParts.m_iBolt).m_vzGeometry[0].m_vcGeometry[1] = 9;
+  const Checked z = Changed(Release);
+  EXPECT_EQ(z.m_ssCode, (std::set<std::string>{"element-unreachable", "geometry-invalid"})) << z.m_strText;
+  EXPECT_EQ(z.m_zResult.m_nElements, 13u);
+  std::string strBytes = m_zFolder.ReadBytes(u"m.kiv");
+  strBytes[iBrep + 16 + 72 + 4] = 77;  // the kind of its entry
+  m_zFolder.WriteBytes(u"m.kiv", strBytes);
+  const Checked zCut = Check(m_csPath);
+  EXPECT_EQ(zCut.m_ssCode, (std::set<std::string>{"element-unreachable", "element-unloadable"})) << zCut.m_strText;
+}
+
 TEST_F(ModelCheck, FindsCirclesOfLinksAndWrongParents) {
   const Checked z = Changed([](uint32_t iManager) {
     const uint64_t iBrep = FirstInstance(iManager).m_iBrepKey;
