@@ -1,5 +1,6 @@
 // The walk over all elements of a model that the check makes.
 #include <algorithm>
+#include <set>
 #include <vector>
 
 #include "KivBrepData.h"
@@ -8,6 +9,7 @@
 #include "KivModel.h"
 #include "KivModelNote.h"
 #include "KivNumberText.h"
+#include "KivPositionTable.h"
 #include "KivPositionTableManager.h"
 #include "KivProgress.h"
 
@@ -48,6 +50,7 @@ class ElementWalk {
       Follow(zReference);
     }
     CheckUnreachable();
+    CheckTableKeys();
   }
 
  private:
@@ -70,7 +73,8 @@ class ElementWalk {
   void MarkTables() {
     if (m_zModel.Probe().m_zHeader.U32(KivContainerHeader::FilePositionTableMode) == 0) return;
     try {
-      for (const Position iTable : m_zModel.Manager().GetPositionTableManager()->GetBlockPositions()) {
+      m_viTable = m_zModel.Manager().GetPositionTableManager()->GetBlockPositions();
+      for (const Position iTable : m_viTable) {
         size_t iRecord = 0;
         if (FindRecord(iTable, iRecord))
           m_vcSeen[iRecord] = kTableTag;
@@ -81,6 +85,24 @@ class ElementWalk {
       throw;
     } catch (const std::exception&) {
       m_zSink.Add("element-unloadable", 0, 0, "the chain of position tables cannot be followed");
+    }
+  }
+
+  // Keys of the tables that lead nowhere, and that no element holds. A key of a deleted element stays, and two may lead
+  // to one record where its place was another's before.
+  void CheckTableKeys() {
+    for (size_t iTable = 0; iTable < m_viTable.size(); ++iTable) {
+      m_zProgress.Advance();
+      const KivMemoryBlockPositionTable* pzTable = m_zModel.LoadBlock<KivPositionTable>(m_viTable[iTable]);
+      if (pzTable == nullptr) continue;  // keys that are used say so
+      for (size_t i = 0; i < pzTable->m_iPositionNum && i < pzTable->m_aiPosition.size(); ++i) {
+        const uint64_t iPosition = pzTable->m_aiPosition[i];
+        const uint64_t iKey = KivPositionTableManager::kTableKey + iTable * KivMemoryBlockPositionTable::kEntryNum + i;
+        size_t iRecord = 0;
+        if (iPosition == 0 || FindRecord(iPosition, iRecord) || m_siDangling.count(iKey) != 0) continue;
+        m_zSink.Add("key-stale", iPosition, iKey,
+                    "the key " + KivHexText(iKey) + " of the position tables leads to no record in use");
+      }
     }
   }
 
@@ -97,9 +119,7 @@ class ElementWalk {
       if (m_vcSeen[iRecord] < kElementTagNum) CheckType(z, m_vcSeen[iRecord], iPosition);
       if (z.m_bLink)
         m_zSink.Add("link-twice", iPosition, z.m_iKey,
-                    From(z) +
-                        " leads to an element that another key has led "
-                        "to: a circle, or a second parent");
+                    From(z) + " leads to an element that another key has led to: a circle, or a second parent");
       return;
     }
     m_vcSeen[iRecord] = kOtherTag;
@@ -113,11 +133,11 @@ class ElementWalk {
     CheckParent(z, zBlock, iPosition);
     KivCheckBlock(zBlock, iPosition, z.m_iKey, m_zSink);
     GatherKeys(zBlock, iPosition, iTag);
-    CheckKeyList(*pzElement, iTag, iPosition,
-                 z.m_iKey);  // last: bulky elements would be loaded anew
+    CheckKeyList(*pzElement, iTag, iPosition, z.m_iKey);  // last: bulky elements would be loaded anew
   }
 
   void ReportDangling(const Reference& z) {
+    m_siDangling.insert(z.m_iKey);
     m_zSink.Add("key-dangling", m_zModel.Resolve(z.m_iKey), z.m_iKey,
                 From(z) + " leads to no record in use (key " + KivHexText(z.m_iKey) + ")");
   }
@@ -202,20 +222,19 @@ class ElementWalk {
     std::vector<uint64_t> viPosition;
     if (!zElement.GetAllPosition(viPosition)) {
       m_zSink.Add("keys-refused", iPosition, iKey,
-                  "the element does not list its keys, since its links are not "
-                  "as they must be");
+                  "the element does not list its keys, since its links are not as they must be");
       return;
     }
     for (const uint64_t iListed : viPosition) {
       size_t iRecord = 0;
-      if (iListed != 0 && !FindRecord(m_zModel.Resolve(iListed), iRecord))
-        m_zSink.Add("key-dangling", iPosition, iListed,
-                    "a key of the element leads to no record in use (key " + KivHexText(iListed) + ")");
+      if (iListed == 0 || FindRecord(m_zModel.Resolve(iListed), iRecord)) continue;
+      m_siDangling.insert(iListed);
+      m_zSink.Add("key-dangling", iPosition, iListed,
+                  "a key of the element leads to no record in use (key " + KivHexText(iListed) + ")");
     }
   }
 
-  // Records that no key leads to are elements all the same: each is loaded and
-  // checked, and where its keys lead.
+  // Records that no key leads to are elements all the same: each is loaded and checked, and where its keys lead.
   void CheckUnreachable() {
     for (size_t i = 0; i < m_viUsed.size(); ++i) {
       if (m_vcSeen[i] != kUnseen) continue;
@@ -243,6 +262,8 @@ class ElementWalk {
   std::vector<uint64_t> m_viUsed;  // positions, ascending
   std::vector<uint8_t> m_vcSeen;   // kUnseen, or the tag of the element that was found there
   std::vector<Reference> m_vzToVisit;
+  std::vector<Position> m_viTable;
+  std::set<uint64_t> m_siDangling;  // keys that were found to lead nowhere
 };
 
 }  // namespace

@@ -46,6 +46,7 @@ std::vector<KivCheckCode> KivListCheckCodes() {
       {"container-unreadable", Severity::Error, "the container could not be checked to its end"},
       {"model-missing", Severity::Error, "the first record is no KivModel that can be loaded"},
       {"key-dangling", Severity::Error, "a key leads to no record in use"},
+      {"key-stale", Severity::Warning, "a key that no element holds leads to no record in use"},
       {"key-type", Severity::Error, "a key leads to an element of another type than its place demands"},
       {"keys-refused", Severity::Warning, "an element does not list its keys"},
       {"element-unloadable", Severity::Error, "the record of an element cannot be read"},

@@ -273,6 +273,31 @@ TEST_F(ChangedRecord, ATreeThatCannotBeLoadedLeavesTheStructureUnchecked) {
   EXPECT_TRUE(z.m_ssCode.count("structure-incomplete")) << z.m_strText;
 }
 
+TEST_F(ModelCheck, AKeyThatNobodyHoldsIsFoundWhereItLeadsNowhere) {
+  EXPECT_TRUE(m_zBuilder.Save(m_csPath));
+  KivToolRecord zTable;
+  {
+    KivToolModel zModel(m_csPath);
+    KivRecordWalk zWalk(zModel);
+    while (zWalk.Next(zTable) && zTable.m_iTag != KivMemoryBlockPositionTable::kElementType) continue;
+  }
+  const std::string strGood = m_zFolder.ReadBytes(u"m.kiv");
+  const uint64_t iTable = zTable.m_iPosition + 16;
+  for (const uint64_t iPosition : {uint64_t{0}, kModelPosition + 1, uint64_t{1} << 60, kModelPosition}) {
+    std::string strBytes = strGood;
+    uint8_t* const pcTable = reinterpret_cast<uint8_t*>(&strBytes[iTable]);
+    uint8_t* const pcNum = pcTable + KivMemoryBlockPositionTable::kRecordSize - 8;
+    const uint64_t nKeys = KivLoad<uint64_t>(pcNum);
+    KivStore<uint64_t>(pcTable + KivMemoryBlockPositionTable::kHeaderSize + 8 * nKeys, iPosition);
+    KivStore<uint64_t>(pcNum, nKeys + 1);
+    m_zFolder.WriteBytes(u"m.kiv", strBytes);
+    const Checked z = Check(m_csPath);
+    const bool bLeadsNowhere = iPosition != 0 && iPosition != kModelPosition;
+    EXPECT_EQ(z.m_ssCode, bLeadsNowhere ? std::set<std::string>{"key-stale"} : std::set<std::string>{}) << z.m_strText;
+    EXPECT_EQ(z.m_zResult.m_nErrors, 0u);
+  }
+}
+
 TEST_F(ModelCheck, AContainerThatOpensWithAReportIsFound) {
   EXPECT_TRUE(m_zBuilder.Save(m_csPath));
   const std::string strGood = m_zFolder.ReadBytes(u"m.kiv");
