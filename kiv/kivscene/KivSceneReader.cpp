@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <charconv>
 #include <cmath>
+#include <cstdlib>
+#include <exception>
 #include <new>
 #include <system_error>
 
@@ -19,12 +21,15 @@ namespace {
 constexpr int32_t kExitGood = 0;
 constexpr int32_t kExitFailed = 2;
 constexpr int32_t kExitUncaught = 3;       // an exception that nobody could catch
+constexpr int32_t kExitNoMemory = 4;       // the same, for want of memory
 constexpr uint32_t kTransfer = 64u << 20;  // bytes
 constexpr uint32_t kTurnMilliSeconds = 100;
+constexpr const char* kNoMemory = "there is not enough memory to read it";
 
 // A reader may take this much, whatever it reads, and so much more for each byte that it reads.
 constexpr uint64_t kMemoryFloor = uint64_t{2} << 30;
 constexpr uint64_t kMemoryForByte = 64;
+constexpr size_t kMemoryReserve = size_t{256} << 20;  // with less than this left, a crash is for want of memory
 
 // --- Files ----------------------------------------------------------------------------------------------------------
 
@@ -66,6 +71,39 @@ void BoundMemory(uint64_t nBytes) {
   sys::LimitMemory(g_nMemory);
 }
 
+// While one lives an exception that nobody can catch ends the process with one of the two codes above. The libraries
+// take memory by other ways than operator new, too, and have exceptions of their own for want of it: whether it is used
+// up is seen by asking for more.
+class UncaughtEnd {
+ public:
+  UncaughtEnd() : m_pfnWas(std::get_terminate()) {
+    sys::SetUncaughtExitCode(kExitUncaught);
+    std::set_terminate([] { sys::EndProcess(IsBadAlloc() || IsUsedUp() ? kExitNoMemory : kExitUncaught); });
+  }
+  ~UncaughtEnd() { std::set_terminate(m_pfnWas); }
+  UncaughtEnd(const UncaughtEnd&) = delete;
+  UncaughtEnd& operator=(const UncaughtEnd&) = delete;
+
+ private:
+  static bool IsBadAlloc() {
+    try {
+      if (const std::exception_ptr pzException = std::current_exception()) std::rethrow_exception(pzException);
+    } catch (const std::bad_alloc&) {
+      return true;
+    } catch (...) {
+    }
+    return false;
+  }
+  static bool IsUsedUp() {
+    void* volatile p = std::malloc(kMemoryReserve);
+    const bool bUsedUp = p == nullptr;
+    std::free(p);
+    return bUsedUp;
+  }
+
+  std::terminate_handler m_pfnWas;
+};
+
 bool ParseTolerance(const KivWString& csText, double& dTolerance) {
   const std::string str = sys::WideToUtf8(csText);
   const auto [pEnd, iError] = std::from_chars(str.data(), str.data() + str.size(), dTolerance);
@@ -90,9 +128,9 @@ std::vector<uint8_t> ReadToBytes(const std::vector<KivWString>& vcsArguments, co
       iExit = kExitGood;
       return vcBytes;
     } catch (const std::bad_alloc&) {
-      return KivWriteSceneFailure("there is not enough memory to read it");
+      return KivWriteSceneFailure(kNoMemory);
     } catch (const std::length_error&) {
-      return KivWriteSceneFailure("there is not enough memory to read it");
+      return KivWriteSceneFailure(kNoMemory);
     } catch (const KivSceneError& e) {
       return KivWriteSceneFailure(e.what());
     } catch (const std::exception& e) {
@@ -176,7 +214,7 @@ std::string NameOf(const KivWString& csPath) {
 
 int32_t KivSceneReaderMain(const std::vector<KivWString>& vcsArguments, const KivSceneReaderBody& pfnRead) {
   if (vcsArguments.size() < 4) return kExitFailed;
-  sys::SetUncaughtExitCode(kExitUncaught);
+  const UncaughtEnd zUncaughtEnd;
   BoundMemory(kMemoryFloor);
   int32_t iExit = kExitFailed;
   const std::vector<uint8_t> vcBytes = ReadToBytes(vcsArguments, pfnRead, iExit);
@@ -233,7 +271,9 @@ bool KivRunSceneReader(const KivWString& csReader, const KivWString& csSource, c
   if (!WaitForEnd(zProcess, pfnTurn)) return strError = "stopped", false;
 
   int32_t iExit = -1;
-  if (!zProcess.GetExitCode(iExit) || (iExit != kExitGood && iExit != kExitFailed))
+  const bool bEnded = zProcess.GetExitCode(iExit);
+  if (bEnded && iExit == kExitNoMemory) return strError = kNoMemory, false;
+  if (!bEnded || (iExit != kExitGood && iExit != kExitFailed))
     return strError = "the reader " + strReader + " crashed (exit code " + std::to_string(iExit) + ")", false;
   std::vector<uint8_t> vcBytes;
   if (!zWorkFile.Read(vcBytes))

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <exception>
 #include <limits>
 #include <new>
@@ -11,6 +12,7 @@
 #include "KivSysClock.h"
 #include "KivSysFile.h"
 #include "KivSysFolder.h"
+#include "KivSysMemoryLimit.h"
 #include "KivSysProcess.h"
 #include "KivTestChild.h"
 #include "KivTestFolder.h"
@@ -127,6 +129,25 @@ TEST(SceneReader, WhateverTheReaderThrowsIsAReason) {
   EXPECT_EQ(RunReader("BreaksDown").m_strError, "the reader broke down: odd");
   EXPECT_EQ(RunReader("ThrowsANumber").m_strError, "the reader broke down");
   EXPECT_EQ(RunReader("ReadsNonsense").m_strError, "a node names a part that does not exist");
+}
+
+KIV_TEST_CHILD(WantsMemoryWhereNothingIsCaught) {
+  return Main([](const KivWString&, const std::vector<double>&, KivScene&) noexcept {
+    std::vector<char> vc(std::numeric_limits<ptrdiff_t>::max() / 2);
+    vc[0] = 1;
+  });
+}
+KIV_TEST_CHILD(UsesUpMemoryWhereNothingIsCaught) {
+  return Main([](const KivWString&, const std::vector<double>&, KivScene&) {
+    for (void* volatile p = nullptr;;)  // each stays
+      if (p = std::malloc(16 << 20); p == nullptr) std::terminate();
+  });
+}
+
+TEST(SceneReader, WantOfMemoryWhereNothingIsCaughtIsTheSameReason) {
+  if (!sys::CanLimitMemory()) GTEST_SKIP() << "no bound in builds with sanitizers and under Wine";
+  for (const char* szBody : {"WantsMemoryWhereNothingIsCaught", "UsesUpMemoryWhereNothingIsCaught"})
+    EXPECT_EQ(RunReader(szBody).m_strError, "there is not enough memory to read it") << szBody;
 }
 
 KIV_TEST_CHILD(Crashes) {
