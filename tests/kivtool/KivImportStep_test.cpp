@@ -80,6 +80,16 @@ void ImportLikeTheLibrary(const char* szName) {
 
 }  // namespace
 
+TEST(ImportStep, AToleranceThatIsTooFineIsRefusedAndSaid) {
+  const TestFolder zFolder;
+  const std::string strPath = KIV_TEST_OCCT_DATA "/step/screw.step";
+  const ToolRun zRun =
+      RunKiv({u"import", sys::Utf8ToWide(strPath), zFolder / u"model.kiv", u"--tolerance", u"0.1,0.0000009"});
+  EXPECT_EQ(zRun.m_iExit, 2);
+  EXPECT_NE(zRun.m_strErr.find("no tolerance below 0.000001 millimetres"), std::string::npos) << zRun.m_strErr;
+  EXPECT_TRUE(std::filesystem::is_empty(zFolder.Path()));
+}
+
 TEST(ImportStep, AScrewIsAsTheLibraryReadsIt) {
   ImportLikeTheLibrary("screw.step");
 }

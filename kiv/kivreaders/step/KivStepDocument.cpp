@@ -40,7 +40,8 @@ namespace {
 
 constexpr uint64_t kSourceMax = uint64_t{1} << 32;
 constexpr double kMetresPerMillimetre = 0.001;
-constexpr uint32_t kNodeMax = 2000000;  // a few references to references give any number of them
+constexpr double kLeastTolerance = 1e-6;  // below, the library makes nothing of most shapes
+constexpr uint32_t kNodeMax = 2000000;    // a few references to references give any number of them
 constexpr uint32_t kDepthMax = 1000;
 constexpr uint32_t kReferenceDepthMax = 100;
 constexpr std::string_view kFirstWord = "ISO-10303-21";
@@ -297,7 +298,9 @@ class DocumentReader {
     }
     for (const TDF_Label& zLabel : zLabels) AddNode(zLabel, iParent);
     if (zScene.m_vzNode[0].m_csName.empty()) zScene.m_vzNode[0].m_csName = csRootName;
-    if (zScene.m_vzPart.empty()) throw KivSceneError("the STEP file has no faces and no edges");
+    if (!zScene.m_vzPart.empty()) return;
+    const std::string strWhy = zScene.m_vstrWarning.empty() ? "" : " that could be taken. " + zScene.m_vstrWarning[0];
+    throw KivSceneError("the STEP file has no faces and no edges" + strWhy);
   }
 
  private:
@@ -429,6 +432,8 @@ class DocumentReader {
 }  // namespace
 
 void KivReadStep(const KivWString& csSource, const std::vector<double>& vdTolerance, KivScene& zScene) {
+  for (const double d : vdTolerance)
+    if (d < kLeastTolerance) throw KivSceneError("a STEP file takes no tolerance below 0.000001 millimetres");
   try {
     const Handle(TDocStd_Document) zDocument = ReadDocument(csSource, zScene);
     DocumentReader(zDocument, FileStem(csSource), vdTolerance, zScene);
