@@ -240,13 +240,18 @@ uint64_t KivGltfWriter::Finish(const std::vector<uint32_t>& viRoot) {
   KivStore<uint32_t>(acHead + 16, kJsonChunk);
   WriteAll(zFile, 0, acHead, sizeof acHead, m_csPath);
   WriteAll(zFile, sizeof acHead, reinterpret_cast<const uint8_t*>(strJson.data()), strJson.size(), m_csPath);
-  if (m_nWritten == 0) return nTotal;
+  if (m_nWritten != 0) CopyBinary(zFile, sizeof acHead + strJson.size());
+  // The file may replace a good one: what the disk did not take must be known before.
+  if (!zFile.Flush()) FailToWrite(m_csPath);
+  return nTotal;
+}
 
-  uint64_t iAt = sizeof acHead + strJson.size();
+void KivGltfWriter::CopyBinary(KivSysFile& zFile, uint64_t iAt) {
+  uint8_t acHead[8];
   KivStore<uint32_t>(acHead, static_cast<uint32_t>(m_nWritten));
   KivStore<uint32_t>(acHead + 4, kBinaryChunk);
-  WriteAll(zFile, iAt, acHead, 8, m_csPath);
-  iAt += 8;
+  WriteAll(zFile, iAt, acHead, sizeof acHead, m_csPath);
+  iAt += sizeof acHead;
   m_vcPart.resize(kPartBytes);
   for (uint64_t iDone = 0; iDone < m_nWritten;) {
     const uint32_t nPart = static_cast<uint32_t>(std::min<uint64_t>(kPartBytes, m_nWritten - iDone));
@@ -255,7 +260,6 @@ uint64_t KivGltfWriter::Finish(const std::vector<uint32_t>& viRoot) {
     WriteAll(zFile, iAt + iDone, m_vcPart.data(), nRead, m_csPath);
     iDone += nRead;
   }
-  return nTotal;
 }
 
 }  // namespace kiv

@@ -53,7 +53,7 @@ class KivGltfWriter {
   size_t GetNodeNum() const { return m_vzNode.size(); }
   size_t GetMeshNum() const { return m_vzMesh.size(); }
 
-  // Writes the file and gives its length.
+  // Writes the file, out to the disk, and gives its length.
   uint64_t Finish(const std::vector<uint32_t>& viRoot);
 
  private:
@@ -69,6 +69,8 @@ class KivGltfWriter {
   void FlushPart();
   uint32_t AddAccessor(const Accessor& zAccessor, const void* pBytes);
   std::string BuildJson(const std::vector<uint32_t>& viRoot);
+  // The chunk of what was gathered beside the file.
+  void CopyBinary(KivSysFile& zFile, uint64_t iAt);
 
   KivWString m_csPath;
   KivSysFile m_zBinary;
