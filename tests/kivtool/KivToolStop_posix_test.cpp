@@ -124,7 +124,7 @@ TEST(ToolStop, ABarTellsTheSecondsAndCtrlCEndsTheReading) {
   // A corner for each of many vertices: hard to make triangles of.
   std::string strObj, strFace = "f";
   for (int i = 1; i <= 100000; ++i) {
-    strObj += "v " + std::to_string(i) + " " + std::to_string(i % 2 * 100 + i * i % 7) + " 0\n";
+    strObj += "v " + std::to_string(i) + " " + std::to_string(i % 2 * 100 + (i % 7) * (i % 7) % 7) + " 0\n";
     strFace += " " + std::to_string(i);
   }
   for (int i = 0; i < 8; ++i) strObj += strFace + "\n";
