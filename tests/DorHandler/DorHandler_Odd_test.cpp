@@ -248,7 +248,9 @@ TEST_F(HandlerOdd, ALinkIsReplacedAndWhatItLedToStays) {
   const std::filesystem::path zLink(m_zFolder / u"link.kiv");
   std::error_code zError;
   std::filesystem::create_symlink(std::filesystem::path(m_zFolder / u"target"), zLink, zError);
-  if (zError || !std::filesystem::is_symlink(zLink)) GTEST_SKIP() << "links cannot be made here";
+  const bool bLink = !zError && std::filesystem::is_symlink(zLink);
+  if (!bLink && sys::kSeparator == u'\\') GTEST_SKIP() << "making a link takes a right that users of Windows lack";
+  ASSERT_TRUE(bLink) << zError.message();
   EXPECT_EQ(Code("WriteDor", {Utf8(m_zFolder / u"link.kiv"), "0", "0", "0", "0"}), Code_::WouldOverwrite);
   EXPECT_EQ(Code("WriteDor", {Utf8(m_zFolder / u"link.kiv"), "1", "1", "0", "0"}), Code_::Done);
   EXPECT_FALSE(std::filesystem::is_symlink(zLink));
