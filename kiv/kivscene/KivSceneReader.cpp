@@ -44,13 +44,7 @@ bool ReadWhole(KivSysFile& zFile, uint64_t nBytes, std::vector<uint8_t>& vcBytes
   return true;
 }
 
-bool WriteWhole(const KivWString& csPath, const std::vector<uint8_t>& vcBytes) {
-  KivSysOpenMode zMode;
-  zMode.m_iAccess = KivSysAccess::Write;
-  zMode.m_iShare = KivSysShare::None;
-  zMode.m_iDisposition = KivSysDisposition::CreateAlways;
-  KivSysFile zFile = KivSysFile::Open(csPath, zMode);
-  if (!zFile.IsOpen()) return false;
+bool WriteAll(KivSysFile& zFile, const std::vector<uint8_t>& vcBytes) {
   for (uint64_t iAt = 0; iAt < vcBytes.size();) {
     uint32_t nDone = 0;
     const uint32_t nAsked = static_cast<uint32_t>(std::min<uint64_t>(vcBytes.size() - iAt, kTransfer));
@@ -58,6 +52,20 @@ bool WriteWhole(const KivWString& csPath, const std::vector<uint8_t>& vcBytes) {
     iAt += nDone;
   }
   return true;
+}
+
+// Leaves nothing where it fails; what stood there stays, and a link is not followed.
+bool WriteNewFile(const KivWString& csPath, const std::vector<uint8_t>& vcBytes) {
+  KivSysOpenMode zMode;
+  zMode.m_iAccess = KivSysAccess::Write;
+  zMode.m_iShare = KivSysShare::None;
+  zMode.m_iDisposition = KivSysDisposition::CreateNew;
+  KivSysFile zFile = KivSysFile::Open(csPath, zMode);
+  if (!zFile.IsOpen()) return false;
+  if (WriteAll(zFile, vcBytes)) return true;
+  zFile.Close();
+  sys::RemoveFileAt(csPath);
+  return false;
 }
 
 // --- In the reader --------------------------------------------------------------------------------------------------
@@ -116,12 +124,12 @@ std::vector<uint8_t> ReadToBytes(const std::vector<KivWString>& vcsArguments, co
   iExit = kExitFailed;
   try {
     try {
-      std::vector<double> vdTolerance;
-      for (size_t i = 3; i < vcsArguments.size(); ++i)
-        if (!ParseTolerance(vcsArguments[i], vdTolerance.emplace_back()))
+      KivSceneRequest zRequest{vcsArguments[1], vcsArguments[2], {}};
+      for (size_t i = 4; i < vcsArguments.size(); ++i)
+        if (!ParseTolerance(vcsArguments[i], zRequest.m_vdTolerance.emplace_back()))
           throw KivSceneError("a tolerance is no number above 0: " + sys::WideToUtf8(vcsArguments[i]));
       KivScene zScene;
-      pfnRead(vcsArguments[1], vdTolerance, zScene);
+      pfnRead(zRequest, zScene);
       std::string strError;
       if (!KivCheckScene(zScene, strError)) throw KivSceneError(strError);
       std::vector<uint8_t> vcBytes = KivWriteScene(zScene);
@@ -167,7 +175,7 @@ KivWString NumberText(double dNumber) {
 // Takes the file away at the end, whatever it is.
 class WorkFile {
  public:
-  explicit WorkFile(const KivWString& csPath) : m_csPath(csPath) { sys::RemoveFileAt(m_csPath); }
+  explicit WorkFile(const KivWString& csPath) : m_csPath(csPath) {}
   ~WorkFile() { sys::RemoveFileAt(m_csPath); }
   WorkFile(const WorkFile&) = delete;
   WorkFile& operator=(const WorkFile&) = delete;
@@ -213,16 +221,12 @@ std::string NameOf(const KivWString& csPath) {
 }  // namespace
 
 int32_t KivSceneReaderMain(const std::vector<KivWString>& vcsArguments, const KivSceneReaderBody& pfnRead) {
-  if (vcsArguments.size() < 4) return kExitFailed;
+  if (vcsArguments.size() < 5) return kExitFailed;
   const UncaughtEnd zUncaughtEnd;
   BoundMemory(kMemoryFloor);
   int32_t iExit = kExitFailed;
   const std::vector<uint8_t> vcBytes = ReadToBytes(vcsArguments, pfnRead, iExit);
-  if (vcBytes.empty() || !WriteWhole(vcsArguments[2], vcBytes)) {
-    sys::RemoveFileAt(vcsArguments[2]);
-    return kExitFailed;
-  }
-  return iExit;
+  return vcBytes.empty() || !WriteNewFile(vcsArguments[3], vcBytes) ? kExitFailed : iExit;
 }
 
 void KivAllowSceneMemory(uint64_t nBytes) {
@@ -248,6 +252,15 @@ std::vector<uint8_t> KivReadSceneSource(const KivWString& csSource, uint64_t nMa
   return vcBytes;
 }
 
+KivWString KivLowerSuffix(const KivWString& csPath) {
+  const size_t iDot = csPath.find_last_of(KivWString(u"./") + sys::kSeparator);
+  if (iDot == KivWString::npos || csPath[iDot] != u'.') return KivWString();
+  KivWString csSuffix = csPath.substr(iDot + 1);
+  for (char16_t& c : csSuffix)
+    if (c >= u'A' && c <= u'Z') c = static_cast<char16_t>(c + (u'a' - u'A'));
+  return csSuffix;
+}
+
 KivWString KivProgramBeside(const KivWString& csName) {
   KivWString csPath;
   sys::ProgramPath(csPath);
@@ -256,16 +269,19 @@ KivWString KivProgramBeside(const KivWString& csName) {
   return csPath + csName + KivWString(sys::kExecutableSuffix);
 }
 
-bool KivRunSceneReader(const KivWString& csReader, const KivWString& csSource, const std::vector<double>& vdTolerance,
-                       const KivWString& csWorkFile, KivScene& zScene, std::string& strError,
-                       const std::function<bool()>& pfnTurn) {
+bool KivRunSceneReader(const KivWString& csReader, const KivSceneRequest& zRequest, const KivWString& csWorkFile,
+                       KivScene& zScene, std::string& strError, const std::function<bool()>& pfnTurn) {
   zScene = KivScene();
   const std::string strReader = NameOf(csReader);
+  if (sys::PathExists(csWorkFile) || sys::IsLink(csWorkFile))
+    return strError = "the file " + NameOf(csWorkFile) + ", which the reader would make, exists", false;
   const WorkFile zWorkFile(csWorkFile);
   KivSysProcessStart zStart;
   zStart.m_bNoStreams = true;
-  zStart.m_csCommandLine = u"\"" + csReader + u"\" " + Quote(csSource) + u" " + Quote(csWorkFile);
-  for (const double d : vdTolerance) zStart.m_csCommandLine += u" " + NumberText(d);
+  zStart.m_csCommandLine = u"\"" + csReader + u"\"";
+  for (const KivWString* pcs : {&zRequest.m_csFormat, &zRequest.m_csSource, &csWorkFile})
+    zStart.m_csCommandLine += u" " + Quote(*pcs);
+  for (const double d : zRequest.m_vdTolerance) zStart.m_csCommandLine += u" " + NumberText(d);
   KivSysProcess zProcess = KivSysProcess::Start(zStart);
   if (!zProcess.IsOpen()) return strError = "the reader " + strReader + " cannot be started", false;
   if (!WaitForEnd(zProcess, pfnTurn)) return strError = "stopped", false;

@@ -1,4 +1,5 @@
-// A command of the program kiv. A new one is a source in commands/ and a line in KivCommandTable.cpp.
+// A command of the program kiv. A new one is a source in commands/, which defines KivMake<name of the source>Command;
+// the build makes the table of all of them (KivToolTables.cmake).
 #pragma once
 
 #include <memory>
@@ -23,7 +24,7 @@ class KivCommand {
   virtual KivToolExit Run(KivToolOutput& zOutput) = 0;
 };
 
-// All commands, in the order of the help.
+// All commands, in the order of their names.
 std::vector<std::unique_ptr<KivCommand>> KivMakeCommands();
 
 }  // namespace kiv

@@ -18,7 +18,7 @@ struct ReaderOutcome {
   std::string m_strError;  // empty: the scene is there
 };
 
-// szReader without the suffix of programs. What does not hold in every case is expected here: no crash, and a sentence
+// szReader without the suffix of programs; the format is the ending of the source's name. What does not hold in every case is expected here: no crash, and a sentence
 // where there is no scene.
 inline ReaderOutcome RunReader(const char16_t* szReader, const kiv::KivWString& csSource,
                                const std::vector<double>& vdTolerance = {1, 0.1}) {
@@ -27,8 +27,8 @@ inline ReaderOutcome RunReader(const char16_t* szReader, const kiv::KivWString& 
                                    u"bin" + kiv::sys::kSeparator + szReader +
                                    kiv::KivWString(kiv::sys::kExecutableSuffix);
   ReaderOutcome z;
-  const bool bRead =
-      kiv::KivRunSceneReader(csReader, csSource, vdTolerance, zWork / u"scene", z.m_zScene, z.m_strError, {});
+  const bool bRead = kiv::KivRunSceneReader(csReader, {kiv::KivLowerSuffix(csSource), csSource, vdTolerance},
+                                            zWork / u"scene", z.m_zScene, z.m_strError, {});
   EXPECT_EQ(bRead, z.m_strError.empty());
   EXPECT_EQ(z.m_strError.find("crashed"), std::string::npos) << z.m_strError;
   EXPECT_EQ(z.m_strError.find("result"), std::string::npos) << z.m_strError;

@@ -53,12 +53,11 @@ Outcome RunReader(const std::string& strBody, const KivWString& csWorkName = u"w
                   const std::function<bool()>& pfnTurn = {}, const std::vector<double>& vdTolerance = {0.5}) {
   const TestFolder zFolder;
   const KivWString csWork = zFolder / csWorkName;
-  zFolder.WriteBytes(csWorkName, "of an older run");
   KivWString csProgram;
   sys::ProgramPath(csProgram);
   Outcome z;
-  z.m_bRead =
-      KivRunSceneReader(csProgram, TestChildArgument(strBody), vdTolerance, csWork, z.m_zScene, z.m_strError, pfnTurn);
+  z.m_bRead = KivRunSceneReader(csProgram, {u"stl", TestChildArgument(strBody), vdTolerance}, csWork, z.m_zScene,
+                                z.m_strError, pfnTurn);
   z.m_bLeftFile = sys::PathExists(csWork);
   EXPECT_EQ(z.m_bRead, z.m_strError.empty());
   EXPECT_EQ(z.m_bRead, !z.m_zScene.m_vzNode.empty());
@@ -73,10 +72,10 @@ int Main(const KivSceneReaderBody& pfnRead) {
 }  // namespace
 
 KIV_TEST_CHILD(ReadsOneTriangle) {
-  return Main([](const KivWString&, const std::vector<double>& vdTolerance, KivScene& zScene) {
+  return Main([](const KivSceneRequest& zRequest, KivScene& zScene) {
     std::puts("printed by the reader");
     zScene = OneTriangle();
-    for (const double d : vdTolerance) zScene.m_vstrWarning.push_back(std::to_string(d));
+    for (const double d : zRequest.m_vdTolerance) zScene.m_vstrWarning.push_back(std::to_string(d));
   });
 }
 
@@ -102,22 +101,22 @@ TEST(SceneReader, ATextThatIsNoToleranceIsARefusal) {
 }
 
 KIV_TEST_CHILD(GivesUp) {
-  return Main([](const KivWString&, const std::vector<double>&, KivScene& zScene) {
+  return Main([](const KivSceneRequest&, KivScene& zScene) {
     zScene = OneTriangle();
     throw KivSceneError("the file is cut");
   });
 }
 KIV_TEST_CHILD(HasNoMemory) {
-  return Main([](const KivWString&, const std::vector<double>&, KivScene&) { throw std::bad_alloc(); });
+  return Main([](const KivSceneRequest&, KivScene&) { throw std::bad_alloc(); });
 }
 KIV_TEST_CHILD(BreaksDown) {
-  return Main([](const KivWString&, const std::vector<double>&, KivScene&) { throw std::runtime_error("odd"); });
+  return Main([](const KivSceneRequest&, KivScene&) { throw std::runtime_error("odd"); });
 }
 KIV_TEST_CHILD(ThrowsANumber) {
-  return Main([](const KivWString&, const std::vector<double>&, KivScene&) { throw 7; });
+  return Main([](const KivSceneRequest&, KivScene&) { throw 7; });
 }
 KIV_TEST_CHILD(ReadsNonsense) {
-  return Main([](const KivWString&, const std::vector<double>&, KivScene& zScene) {
+  return Main([](const KivSceneRequest&, KivScene& zScene) {
     zScene = OneTriangle();
     zScene.m_vzNode[0].m_viPart = {1};
   });
@@ -132,13 +131,13 @@ TEST(SceneReader, WhateverTheReaderThrowsIsAReason) {
 }
 
 KIV_TEST_CHILD(WantsMemoryWhereNothingIsCaught) {
-  return Main([](const KivWString&, const std::vector<double>&, KivScene&) noexcept {
+  return Main([](const KivSceneRequest&, KivScene&) noexcept {
     std::vector<char> vc(std::numeric_limits<ptrdiff_t>::max() / 2);
     vc[0] = 1;
   });
 }
 KIV_TEST_CHILD(UsesUpMemoryWhereNothingIsCaught) {
-  return Main([](const KivWString&, const std::vector<double>&, KivScene&) {
+  return Main([](const KivSceneRequest&, KivScene&) {
     for (void* volatile p = nullptr;;)  // each stays
       if (p = std::malloc(16 << 20); p == nullptr) std::terminate();
   });
@@ -154,7 +153,7 @@ KIV_TEST_CHILD(Crashes) {
   sys::EndProcess(77);
 }
 KIV_TEST_CHILD(CannotCatch) {
-  return Main([](const KivWString&, const std::vector<double>&, KivScene&) { std::terminate(); });
+  return Main([](const KivSceneRequest&, KivScene&) { std::terminate(); });
 }
 KIV_TEST_CHILD(WritesNothing) {
   return 0;
@@ -162,13 +161,13 @@ KIV_TEST_CHILD(WritesNothing) {
 KIV_TEST_CHILD(WritesACutScene) {
   std::vector<uint8_t> vcBytes = KivWriteScene(OneTriangle());
   vcBytes.pop_back();
-  return Write(ProcessArguments()[2], vcBytes, 0);
+  return Write(ProcessArguments()[3], vcBytes, 0);
 }
 KIV_TEST_CHILD(WritesASceneAndFails) {
-  return Write(ProcessArguments()[2], KivWriteScene(OneTriangle()), 2);
+  return Write(ProcessArguments()[3], KivWriteScene(OneTriangle()), 2);
 }
 KIV_TEST_CHILD(WritesAFailureAndIsContent) {
-  return Write(ProcessArguments()[2], KivWriteSceneFailure("it is empty"), 0);
+  return Write(ProcessArguments()[3], KivWriteSceneFailure("it is empty"), 0);
 }
 
 TEST(SceneReader, ACrashAndADamagedResultAreOneSentence) {
@@ -185,12 +184,28 @@ TEST(SceneReader, AReaderThatIsNotThereIsSaid) {
   const TestFolder zFolder;
   KivScene zScene;
   std::string strError;
-  EXPECT_FALSE(KivRunSceneReader(zFolder / u"no-reader", u"source", {1}, zFolder / u"work", zScene, strError, {}));
+  EXPECT_FALSE(KivRunSceneReader(zFolder / u"no-reader", {u"stl", u"source", {1}}, zFolder / u"work", zScene, strError, {}));
   EXPECT_EQ(strError, "the reader no-reader cannot be started");
 }
 
+TEST(SceneReader, AFileThatStandsInTheWayStays) {
+  const TestFolder zFolder;
+  zFolder.WriteBytes(u"work", "mine");
+  KivWString csProgram;
+  sys::ProgramPath(csProgram);
+  KivScene zScene;
+  std::string strError;
+  EXPECT_FALSE(KivRunSceneReader(csProgram, {u"stl", TestChildArgument("ReadsOneTriangle"), {1}}, zFolder / u"work",
+                                 zScene, strError, {}));
+  EXPECT_NE(strError.find("exists"), std::string::npos) << strError;
+  // Nor does a reader write over what has come up meanwhile.
+  const auto Read = [](const KivSceneRequest&, KivScene& z) { z = OneTriangle(); };
+  EXPECT_EQ(KivSceneReaderMain({u"reader", u"stl", u"source", zFolder / u"work", u"1"}, Read), 2);
+  EXPECT_EQ(zFolder.ReadBytes(u"work"), "mine");
+}
+
 KIV_TEST_CHILD(ReadsForEver) {
-  Write(ProcessArguments()[2], KivWriteScene(OneTriangle()), 0);
+  Write(ProcessArguments()[3], KivWriteScene(OneTriangle()), 0);
   for (;;) sys::SleepMs(1000);
 }
 
@@ -206,20 +221,20 @@ TEST(SceneReader, WhatTheTurnThrowsEndsTheReaderAndPasses) {
   sys::ProgramPath(csProgram);
   KivScene zScene;
   std::string strError;
-  EXPECT_THROW(KivRunSceneReader(csProgram, TestChildArgument("ReadsForEver"), {1}, zFolder / u"work", zScene, strError,
-                                 []() -> bool { throw std::runtime_error("enough"); }),
+  EXPECT_THROW(KivRunSceneReader(csProgram, {u"stl", TestChildArgument("ReadsForEver"), {1}}, zFolder / u"work", zScene,
+                                 strError, []() -> bool { throw std::runtime_error("enough"); }),
                std::runtime_error);
   EXPECT_FALSE(sys::PathExists(zFolder / u"work"));
 }
 
 TEST(SceneReader, TooFewArgumentsAndAPlaceThatCannotBeWrittenAreFailures) {
-  const auto Read = [](const KivWString&, const std::vector<double>&, KivScene& zScene) { zScene = OneTriangle(); };
+  const auto Read = [](const KivSceneRequest&, KivScene& zScene) { zScene = OneTriangle(); };
   const TestFolder zFolder;
-  EXPECT_EQ(KivSceneReaderMain({u"reader", u"source", zFolder / u"work"}, Read), 2);
+  EXPECT_EQ(KivSceneReaderMain({u"reader", u"stl", u"source", zFolder / u"work"}, Read), 2);
   EXPECT_FALSE(sys::PathExists(zFolder / u"work"));
-  EXPECT_EQ(KivSceneReaderMain({u"reader", u"source", (zFolder / u"missing") + sys::kSeparator + u"work", u"1"}, Read),
+  EXPECT_EQ(KivSceneReaderMain({u"reader", u"stl", u"source", (zFolder / u"missing") + sys::kSeparator + u"work", u"1"}, Read),
             2);
-  EXPECT_EQ(KivSceneReaderMain({u"reader", u"source", zFolder / u"work", u"1"}, Read), 0);
+  EXPECT_EQ(KivSceneReaderMain({u"reader", u"stl", u"source", zFolder / u"work", u"1"}, Read), 0);
   EXPECT_TRUE(sys::PathExists(zFolder / u"work"));
 }
 

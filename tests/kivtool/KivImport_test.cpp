@@ -245,6 +245,16 @@ TEST_F(Import, PlacesAndNamesThatDoNotServeAreRefused) {
   ExpectRefused({u"import", m_zFolder.Path(), m_csTarget});
 }
 
+TEST_F(Import, AFormatThatIsNamedCountsWhateverTheNameOfTheFileIs) {
+  m_zFolder.WriteBytes(u"a.xyz", kTriangle);
+  m_zFolder.WriteBytes(u"b.stl", kTriangle);
+  for (const char16_t* szName : {u"a.xyz", u"b.stl"})
+    EXPECT_EQ(RunKiv({u"import", m_zFolder / szName, m_csTarget, u"--format", u"obj", u"--force"}).m_iExit, 0);
+  ExpectRefused({u"import", m_zFolder / u"b.stl", m_csTarget, u"--force"});
+  for (const char16_t* szFormat : {u"xyz", u"OBJ", u".obj"})
+    ExpectRefused({u"import", m_zFolder / u"a.xyz", m_csTarget, u"--format", szFormat});
+}
+
 TEST_F(Import, TolerancesAndAnglesThatMakeNoSenseAreRefused) {
   m_zFolder.WriteBytes(u"a.obj", kTriangle);
   for (const char16_t* sz : {u"0", u"-1", u"x", u"0.1,1", u"1,1", u"1e300", u"1e-300"})

@@ -83,11 +83,8 @@ std::string Decoded(const std::string& strName) {
 
 }  // namespace
 
-const KivMeshFormat* KivFindMeshFormat(const KivWString& csSource) {
-  const size_t iDot = csSource.rfind(u'.');
-  if (iDot == KivWString::npos) return nullptr;
-  std::string strSuffix = sys::WideToUtf8(csSource.substr(iDot + 1));
-  for (char& c : strSuffix) c = static_cast<char>(c >= 'A' && c <= 'Z' ? c + 32 : c);
+const KivMeshFormat* KivFindMeshFormat(const KivWString& csSuffix) {
+  const std::string strSuffix = sys::WideToUtf8(csSuffix);
   for (const KivMeshFormat& zFormat : kFormats)
     if (strSuffix == zFormat.m_szSuffix) return &zFormat;
   return nullptr;
@@ -95,10 +92,11 @@ const KivMeshFormat* KivFindMeshFormat(const KivWString& csSource) {
 
 KivMeshSource::KivMeshSource(const KivWString& csSource, const KivMeshFormat& zFormat, std::vector<uint8_t> vcBytes)
     : m_strName(std::string("source.") + zFormat.m_szSuffix),
-      m_csFallback(csSource.substr(0, csSource.rfind(u'.')) + u".mtl"),
       m_pvcBytes(std::make_shared<const std::vector<uint8_t>>(std::move(vcBytes))) {
   const size_t iSeparator = csSource.find_last_of(KivWString(u"/") + sys::kSeparator);
   m_csFolder = iSeparator == KivWString::npos ? KivWString() : csSource.substr(0, iSeparator + 1);
+  const KivWString csFile = csSource.substr(m_csFolder.size());
+  m_csFallback = m_csFolder + csFile.substr(0, csFile.rfind(u'.')) + u".mtl";
 }
 
 bool KivMeshSource::Find(const std::string& strName, KivWString& csPath) const {

@@ -12,15 +12,15 @@ namespace kiv {
 
 // What the reader knows about a format.
 struct KivMeshFormat {
-  const char* m_szSuffix;   // of files, lower case
+  const char* m_szSuffix;   // of files, as in formats.txt
   const char* m_szName;     // for messages
   double m_dMetresPerUnit;  // 0: the format does not tell
   bool m_bNormals;          // its normals are those of the form, not of each triangle
   bool m_bLines;            // may hold lines and points beside faces
 };
 
-// By the name's end; null for a format that is not read.
-const KivMeshFormat* KivFindMeshFormat(const KivWString& csSource);
+// By the suffix; null for a format that is not read.
+const KivMeshFormat* KivFindMeshFormat(const KivWString& csSuffix);
 
 // Throws KivSceneError for bytes that announce more than they hold, where the library of formats would believe them.
 // (KivMeshBytes.cpp)

@@ -42,9 +42,11 @@ std::string Reason(std::string strText, const std::string& strName) {
   return strText;
 }
 
-void Read(const KivWString& csSource, const std::vector<double>&, KivScene& zScene) {
-  const KivMeshFormat* const pzFormat = KivFindMeshFormat(csSource);
-  if (pzFormat == nullptr) throw KivSceneError("its name ends neither with .stl, .obj, .ply, .gltf nor .glb");
+void Read(const KivSceneRequest& zRequest, KivScene& zScene) {
+  const KivWString& csSource = zRequest.m_csSource;
+  const KivMeshFormat* const pzFormat = KivFindMeshFormat(zRequest.m_csFormat);
+  if (pzFormat == nullptr)
+    throw KivSceneError("the reader does not know the format '" + sys::WideToUtf8(zRequest.m_csFormat) + "'");
   std::vector<uint8_t> vcBytes = KivReadSceneSource(csSource, kLargestSource);
   KivCheckMeshBytes(*pzFormat, vcBytes);
 

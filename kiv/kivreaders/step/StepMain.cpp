@@ -4,5 +4,7 @@
 #include "KivSysMain.h"
 
 int32_t kiv::KivMain(const std::vector<KivWString>& vcsArguments) {
-  return KivSceneReaderMain(vcsArguments, KivReadStep);
+  return KivSceneReaderMain(vcsArguments, [](const KivSceneRequest& z, KivScene& zScene) {
+    KivReadStep(z.m_csSource, z.m_vdTolerance, zScene);
+  });
 }

@@ -5,6 +5,7 @@
 #include "KivCommand.h"
 #include "KivNumberText.h"
 #include "KivProgress.h"
+#include "KivReaderTable.h"
 #include "KivReportQuiet.h"
 #include "KivSceneReader.h"
 #include "KivSceneToModel.h"
@@ -17,44 +18,32 @@
 namespace kiv {
 namespace {
 
-// Which program reads which files. A new reader is a row here and a program beside this one.
-struct Format {
-  const char16_t* m_szSuffix;
-  const char16_t* m_szReader;
-};
-constexpr Format kFormats[] = {
-    {u"stl", u"kiv-read-mesh"}, {u"obj", u"kiv-read-mesh"}, {u"ply", u"kiv-read-mesh"},  {u"gltf", u"kiv-read-mesh"},
-    {u"glb", u"kiv-read-mesh"}, {u"stp", u"kiv-read-step"}, {u"step", u"kiv-read-step"},
-};
 constexpr double kDefaultMillimetres[] = {1, 0.1, 0.01};
 constexpr size_t kMostLevels = 32;
 
-KivWString LowerSuffix(const KivWString& csPath) {
-  const size_t iDot = csPath.find_last_of(u"./\\");
-  if (iDot == KivWString::npos || csPath[iDot] != u'.') return KivWString();
-  KivWString csSuffix = csPath.substr(iDot + 1);
-  for (char16_t& c : csSuffix)
-    if (c >= u'A' && c <= u'Z') c = static_cast<char16_t>(c + (u'a' - u'A'));
-  return csSuffix;
+std::string KnownFormats() {
+  std::string strKnown;
+  for (const KivReaderFormat& z : KivListReaderFormats())
+    strKnown += (strKnown.empty() ? "" : ", ") + sys::WideToUtf8(z.m_szName);
+  return strKnown;
 }
 
-const Format& FindFormat(const KivWString& csSource) {
-  const KivWString csSuffix = LowerSuffix(csSource);
-  for (const Format& z : kFormats)
-    if (csSuffix == z.m_szSuffix) return z;
-  std::string strKnown;
-  for (const Format& z : kFormats) strKnown += (strKnown.empty() ? "" : ", ") + sys::WideToUtf8(z.m_szSuffix);
-  throw KivToolError(KivShown(csSource) + ": its format is not known by its name; known are " + strKnown);
+const KivReaderFormat* FindFormat(const KivWString& csName) {
+  for (const KivReaderFormat& z : KivListReaderFormats())
+    if (csName == z.m_szName) return &z;
+  return nullptr;
 }
 
 class ImportCommand : public KivCommand {
  public:
   const char* Name() const override { return "import"; }
-  const char* Help() const override { return "makes a model of a STEP, STL, OBJ, PLY or glTF file"; }
+  const char* Help() const override { return "makes a model of a foreign file: STEP, STL, OBJ, PLY, glTF"; }
   void Declare(KivOptions& zOptions) override {
     zOptions.Argument("IN", m_csSource, "foreign file");
     zOptions.Argument("OUT", m_csTarget, "model to write");
     zOptions.Flag("--force", m_bForce, "replace OUT if it exists");
+    m_strFormatHelp = "what IN is, where its name does not end so: " + KnownFormats();
+    zOptions.Text("--format", m_csFormat, m_strFormatHelp.c_str());
     zOptions.Numbers(
         "--tolerance", m_zImport.m_vdTolerance,
         "tolerance of each level of detail, the coarsest first: in millimetres, or for a file without a unit "
@@ -66,13 +55,14 @@ class ImportCommand : public KivCommand {
   KivToolExit Run(KivToolOutput& zOutput) override {
     const uint64_t iStartNs = sys::SteadyNs();
     CheckOptions();
-    const KivWString csReader = ReaderOf(FindFormat(m_csSource));
+    const KivReaderFormat& zFormat = FormatOfSource();
+    const KivWString csReader = ReaderOf(zFormat);
     KivTargetFile zTarget(m_csTarget, m_bForce, {m_csSource});
     KivImportSummary zSummary;
     {
       const KivStopGuard zGuard([&] { return zTarget.Abandon(); }, zOutput);
       KivScene zScene;
-      Read(csReader, zTarget.GetTemporaryPath(), zScene);
+      Read(csReader, zFormat, zTarget.GetTemporaryPath(), zScene);
       KivPrepareToolProcess();
       Write(zScene, zTarget.GetTemporaryPath(), zSummary);
       zTarget.Commit();
@@ -100,20 +90,31 @@ class ImportCommand : public KivCommand {
     if (!m_vdAngle.empty()) m_zImport.m_dAngle = m_vdAngle[0];
   }
 
-  static KivWString ReaderOf(const Format& zFormat) {
+  const KivReaderFormat& FormatOfSource() const {
+    const KivReaderFormat* const pzFormat = FindFormat(m_csFormat.empty() ? KivLowerSuffix(m_csSource) : m_csFormat);
+    if (pzFormat != nullptr) return *pzFormat;
+    if (!m_csFormat.empty())
+      throw KivToolError("--format: '" + KivShown(m_csFormat) + "' is not known; known are " + KnownFormats());
+    throw KivToolError(KivShown(m_csSource) + ": its format is not known by its name (--format tells it); known are " +
+                       KnownFormats());
+  }
+
+  static KivWString ReaderOf(const KivReaderFormat& zFormat) {
     const KivWString csReader = KivProgramBeside(zFormat.m_szReader);
     if (sys::PathExists(csReader)) return csReader;
     throw KivToolError("files of this kind cannot be read here: the program " + sys::WideToUtf8(zFormat.m_szReader) +
                        " is not installed beside kiv");
   }
 
-  void Read(const KivWString& csReader, const KivWString& csTemporary, KivScene& zScene) {
-    std::vector<double> vdTolerance = m_zImport.m_vdTolerance;
-    if (vdTolerance.empty()) vdTolerance.assign(std::begin(kDefaultMillimetres), std::end(kDefaultMillimetres));
+  void Read(const KivWString& csReader, const KivReaderFormat& zFormat, const KivWString& csTemporary,
+            KivScene& zScene) {
+    KivSceneRequest zRequest{zFormat.m_szName, m_csSource, m_zImport.m_vdTolerance};
+    if (zRequest.m_vdTolerance.empty())
+      zRequest.m_vdTolerance.assign(std::begin(kDefaultMillimetres), std::end(kDefaultMillimetres));
     KivProgress zProgress("reading " + KivShown(m_csSource), 0);
     std::string strError;
     const bool bRead =
-        KivRunSceneReader(csReader, m_csSource, vdTolerance, csTemporary + u".scene", zScene, strError, {});
+        KivRunSceneReader(csReader, zRequest, csTemporary + u".scene", zScene, strError, {});
     if (!bRead) throw KivToolError(KivShown(m_csSource) + ": " + KivShown(sys::Utf8ToWide(strError)));
   }
 
@@ -168,7 +169,8 @@ class ImportCommand : public KivCommand {
     zJson.End();
   }
 
-  KivWString m_csSource, m_csTarget;
+  KivWString m_csSource, m_csTarget, m_csFormat;
+  std::string m_strFormatHelp;
   bool m_bForce = false;
   std::vector<double> m_vdAngle;
   KivImportOptions m_zImport;

@@ -479,7 +479,7 @@ TEST(ReadStep, EveryKindOfSurfaceAndCurveHasItsExactGeometry) {
 std::vector<uint8_t> ReadByProgram(const Sample& zSample, const KivWString& csName) {
   KivScene zScene;
   std::string strError;
-  const bool bGood = KivRunSceneReader(sys::Utf8ToWide(KIV_TEST_STEP_READER), zSample.Path(), kTolerances,
+  const bool bGood = KivRunSceneReader(sys::Utf8ToWide(KIV_TEST_STEP_READER), {u"step", zSample.Path(), kTolerances},
                                        zSample.Folder() / csName, zScene, strError, [] { return true; });
   EXPECT_TRUE(bGood) << strError;
   return KivWriteScene(zScene);
@@ -497,7 +497,7 @@ TEST(ReadStep, TheProgramTellsTheReasonOfARefusal) {
   zFolder.WriteBytes(u"mesh.step", "solid nothing\nendsolid\n");
   KivScene zScene;
   std::string strError;
-  EXPECT_FALSE(KivRunSceneReader(sys::Utf8ToWide(KIV_TEST_STEP_READER), zFolder / u"mesh.step", {1}, zFolder / u"scene",
+  EXPECT_FALSE(KivRunSceneReader(sys::Utf8ToWide(KIV_TEST_STEP_READER), {u"step", zFolder / u"mesh.step", {1}}, zFolder / u"scene",
                                  zScene, strError, [] { return true; }));
   EXPECT_THAT(strError, HasSubstr("no STEP file"));
 }
@@ -547,7 +547,7 @@ TEST(ReadStep, AFileWithAHoleIsReadOrRefusedWithAReason) {
     KivScene zScene;
     std::string strError;
     // In a process of its own, as always: the library may break down.
-    if (KivRunSceneReader(sys::Utf8ToWide(KIV_TEST_STEP_READER), zFolder / u"hole.step", {1}, zFolder / u"scene",
+    if (KivRunSceneReader(sys::Utf8ToWide(KIV_TEST_STEP_READER), {u"step", zFolder / u"hole.step", {1}}, zFolder / u"scene",
                           zScene, strError, [] { return true; })) {
       EXPECT_FALSE(zScene.m_vzPart.empty());
     } else {
@@ -628,7 +628,7 @@ TEST(ReadStep, FilesThatNameEachOtherOrThemselvesAreRefused) {
   for (const char16_t* szName : {u"a.step", u"self.step"}) {
     KivScene zScene;
     std::string strError;
-    const bool bRead = KivRunSceneReader(sys::Utf8ToWide(KIV_TEST_STEP_READER), zFolder / szName, {1},
+    const bool bRead = KivRunSceneReader(sys::Utf8ToWide(KIV_TEST_STEP_READER), {u"step", zFolder / szName, {1}},
                                          zFolder / u"scene", zScene, strError, {});
     EXPECT_FALSE(bRead);
     EXPECT_THAT(strError, HasSubstr("refer back to it"));

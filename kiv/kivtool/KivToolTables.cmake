@@ -1,0 +1,33 @@
+# Tables that are made of what stands in folders. A file that is added or taken away makes them anew at the next build.
+
+# Each source in commands/ defines KivMake<its name>Command. They come in the order of their names.
+function(kiv_command_table target)
+  file(GLOB names CONFIGURE_DEPENDS RELATIVE ${CMAKE_CURRENT_SOURCE_DIR}/commands commands/*.cpp)
+  list(SORT names)
+  set(KIV_COMMAND_DECLARATIONS "")
+  set(KIV_COMMAND_ROWS "")
+  foreach(name ${names})
+    string(REPLACE ".cpp" "" name ${name})
+    string(APPEND KIV_COMMAND_DECLARATIONS "std::unique_ptr<KivCommand> KivMake${name}Command();\n")
+    string(APPEND KIV_COMMAND_ROWS "  vpzCommand.push_back(KivMake${name}Command());\n")
+  endforeach()
+  configure_file(KivCommandTable.cpp.in ${target} @ONLY)
+endfunction()
+
+# Each folder in kivreaders/ has a formats.txt: the endings of names that the program kiv-read-<folder> reads.
+function(kiv_reader_table target)
+  set(readers ${PROJECT_SOURCE_DIR}/kiv/kivreaders)
+  file(GLOB lists CONFIGURE_DEPENDS ${readers}/*/formats.txt)
+  list(SORT lists)
+  set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${lists})
+  set(KIV_FORMAT_ROWS "")
+  foreach(list ${lists})
+    get_filename_component(folder ${list} DIRECTORY)
+    get_filename_component(folder ${folder} NAME)
+    file(STRINGS ${list} formats REGEX "^[a-z0-9]+$")
+    foreach(format ${formats})
+      string(APPEND KIV_FORMAT_ROWS "      {u\"${format}\", u\"kiv-read-${folder}\"},\n")
+    endforeach()
+  endforeach()
+  configure_file(KivReaderTable.cpp.in ${target} @ONLY)
+endfunction()
