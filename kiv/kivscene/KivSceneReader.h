@@ -3,9 +3,9 @@
 //
 //   READER FORMAT SOURCE SCENE_FILE TOLERANCE...
 //
-// reads SOURCE, which is of FORMAT whatever its name is, and writes SCENE_FILE (KivScene.h), which holds the scene or the reason why there is none; the exit code
-// is 0 or 2. Tolerances are numbers above 0, the coarsest first: millimetres if the source has a unit, else plain
-// numbers of the source. What it prints belongs to nobody.
+// reads SOURCE, which is of FORMAT whatever its name is, and writes SCENE_FILE (KivScene.h), which holds the scene or
+// the reason why there is none; the exit code is 0 or 2. Tolerances are numbers above 0, the coarsest first:
+// millimetres if the source has a unit, else plain numbers of the source. What it prints belongs to nobody.
 #pragma once
 
 #include <functional>
@@ -55,8 +55,8 @@ KivWString KivLowerSuffix(const KivWString& csPath);
 KivWString KivProgramBeside(const KivWString& csName);
 
 // Runs a reader to its end and takes its scene. csWorkFile is the scene file: nothing must
-// stand there, and nothing is left there. pfnTurn is called about ten times a second; false from it, or a noted request to stop (KivSysTerminal.h),
-// ends the reader. False with one sentence in strError.
+// stand there, and nothing is left there. pfnTurn is called about ten times a second; false from it, or a noted request
+// to stop (KivSysTerminal.h), ends the reader. False with one sentence in strError.
 bool KivRunSceneReader(const KivWString& csReader, const KivSceneRequest& zRequest, const KivWString& csWorkFile,
                        KivScene& zScene, std::string& strError, const std::function<bool()>& pfnTurn);
 

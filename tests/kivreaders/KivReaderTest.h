@@ -18,8 +18,8 @@ struct ReaderOutcome {
   std::string m_strError;  // empty: the scene is there
 };
 
-// szReader without the suffix of programs; the format is the ending of the source's name. What does not hold in every case is expected here: no crash, and a sentence
-// where there is no scene.
+// szReader without the suffix of programs; the format is the ending of the source's name. What does not hold in every
+// case is expected here: no crash, and a sentence where there is no scene.
 inline ReaderOutcome RunReader(const char16_t* szReader, const kiv::KivWString& csSource,
                                const std::vector<double>& vdTolerance = {1, 0.1}) {
   const TestFolder zWork;

@@ -184,7 +184,8 @@ TEST(SceneReader, AReaderThatIsNotThereIsSaid) {
   const TestFolder zFolder;
   KivScene zScene;
   std::string strError;
-  EXPECT_FALSE(KivRunSceneReader(zFolder / u"no-reader", {u"stl", u"source", {1}}, zFolder / u"work", zScene, strError, {}));
+  EXPECT_FALSE(
+      KivRunSceneReader(zFolder / u"no-reader", {u"stl", u"source", {1}}, zFolder / u"work", zScene, strError, {}));
   EXPECT_EQ(strError, "the reader no-reader cannot be started");
 }
 
@@ -232,7 +233,8 @@ TEST(SceneReader, TooFewArgumentsAndAPlaceThatCannotBeWrittenAreFailures) {
   const TestFolder zFolder;
   EXPECT_EQ(KivSceneReaderMain({u"reader", u"stl", u"source", zFolder / u"work"}, Read), 2);
   EXPECT_FALSE(sys::PathExists(zFolder / u"work"));
-  EXPECT_EQ(KivSceneReaderMain({u"reader", u"stl", u"source", (zFolder / u"missing") + sys::kSeparator + u"work", u"1"}, Read),
+  EXPECT_EQ(KivSceneReaderMain({u"reader", u"stl", u"source", (zFolder / u"missing") + sys::kSeparator + u"work", u"1"},
+                               Read),
             2);
   EXPECT_EQ(KivSceneReaderMain({u"reader", u"stl", u"source", zFolder / u"work", u"1"}, Read), 0);
   EXPECT_TRUE(sys::PathExists(zFolder / u"work"));

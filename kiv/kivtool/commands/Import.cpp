@@ -113,8 +113,7 @@ class ImportCommand : public KivCommand {
       zRequest.m_vdTolerance.assign(std::begin(kDefaultMillimetres), std::end(kDefaultMillimetres));
     KivProgress zProgress("reading " + KivShown(m_csSource), 0);
     std::string strError;
-    const bool bRead =
-        KivRunSceneReader(csReader, zRequest, csTemporary + u".scene", zScene, strError, {});
+    const bool bRead = KivRunSceneReader(csReader, zRequest, csTemporary + u".scene", zScene, strError, {});
     if (!bRead) throw KivToolError(KivShown(m_csSource) + ": " + KivShown(sys::Utf8ToWide(strError)));
   }
 

@@ -497,8 +497,8 @@ TEST(ReadStep, TheProgramTellsTheReasonOfARefusal) {
   zFolder.WriteBytes(u"mesh.step", "solid nothing\nendsolid\n");
   KivScene zScene;
   std::string strError;
-  EXPECT_FALSE(KivRunSceneReader(sys::Utf8ToWide(KIV_TEST_STEP_READER), {u"step", zFolder / u"mesh.step", {1}}, zFolder / u"scene",
-                                 zScene, strError, [] { return true; }));
+  EXPECT_FALSE(KivRunSceneReader(sys::Utf8ToWide(KIV_TEST_STEP_READER), {u"step", zFolder / u"mesh.step", {1}},
+                                 zFolder / u"scene", zScene, strError, [] { return true; }));
   EXPECT_THAT(strError, HasSubstr("no STEP file"));
 }
 
@@ -547,8 +547,8 @@ TEST(ReadStep, AFileWithAHoleIsReadOrRefusedWithAReason) {
     KivScene zScene;
     std::string strError;
     // In a process of its own, as always: the library may break down.
-    if (KivRunSceneReader(sys::Utf8ToWide(KIV_TEST_STEP_READER), {u"step", zFolder / u"hole.step", {1}}, zFolder / u"scene",
-                          zScene, strError, [] { return true; })) {
+    if (KivRunSceneReader(sys::Utf8ToWide(KIV_TEST_STEP_READER), {u"step", zFolder / u"hole.step", {1}},
+                          zFolder / u"scene", zScene, strError, [] { return true; })) {
       EXPECT_FALSE(zScene.m_vzPart.empty());
     } else {
       EXPECT_FALSE(strError.empty());
