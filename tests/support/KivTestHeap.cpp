@@ -14,14 +14,18 @@ thread_local uint64_t t_iFailFrom = 0;
 thread_local uint64_t t_iFailTo = 0;
 thread_local bool t_bFired = false;
 
-void* Allocate(size_t nBytes) {
+void* AllocateOrNull(size_t nBytes) noexcept {
   ++t_nCalls;
   t_nBytes += nBytes;
   if (t_iFailFrom != 0 && t_nCalls >= t_iFailFrom && t_nCalls <= t_iFailTo) {
     t_bFired = true;
-    throw std::bad_alloc();
+    return nullptr;
   }
-  void* const pBytes = std::malloc(nBytes == 0 ? 1 : nBytes);
+  return std::malloc(nBytes == 0 ? 1 : nBytes);
+}
+
+void* Allocate(size_t nBytes) {
+  void* const pBytes = AllocateOrNull(nBytes);
   if (pBytes == nullptr) throw std::bad_alloc();
   return pBytes;
 }
@@ -33,6 +37,12 @@ void* operator new(size_t nBytes) {
 }
 void* operator new[](size_t nBytes) {
   return Allocate(nBytes);
+}
+void* operator new(size_t nBytes, const std::nothrow_t&) noexcept {
+  return AllocateOrNull(nBytes);
+}
+void* operator new[](size_t nBytes, const std::nothrow_t&) noexcept {
+  return AllocateOrNull(nBytes);
 }
 void operator delete(void* pBytes) noexcept {
   std::free(pBytes);
