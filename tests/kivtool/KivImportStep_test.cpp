@@ -66,8 +66,8 @@ void ImportLikeTheLibrary(const char* szName, const char* szFinest) {
   ASSERT_TRUE(std::filesystem::exists(strPath)) << strPath << ": the package occt-misc has it";
   const TestFolder zFolder;
   const KivWString csModel = zFolder / u"model.kiv";
-  const ToolRun zRun = RunKiv({u"import", sys::Utf8ToWide(strPath), csModel, u"--json", u"--tolerance",
-                               u"0.1," + sys::Utf8ToWide(szFinest)});
+  const ToolRun zRun = RunKiv(
+      {u"import", sys::Utf8ToWide(strPath), csModel, u"--json", u"--tolerance", u"0.1," + sys::Utf8ToWide(szFinest)});
   ASSERT_EQ(zRun.m_iExit, 0) << zRun.m_strErr;
   const ToolRun zCheck = RunKiv({u"check", csModel});
   EXPECT_EQ(zCheck.m_iExit, 0) << zCheck.m_strOut;
