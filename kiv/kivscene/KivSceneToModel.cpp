@@ -98,6 +98,8 @@ class SceneToModel {
       if (!PutPart(i)) return false;
       Tell(i, 1);
     }
+    if (!m_zScene.m_vzPart.empty() && m_zSummary.m_nFaces == 0 && m_zSummary.m_nEdges == 0)
+      return m_strError = "it holds no lines, and no triangles with three corners", false;
     PutNodes();
     PutLayers();
     if (m_zScene.m_dMetresPerUnit > 0) KivSetUnit(m_zBuilder.NoteAttributes(), m_zScene.m_dMetresPerUnit);

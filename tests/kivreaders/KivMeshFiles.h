@@ -109,7 +109,8 @@ inline std::string Gltf(const std::string& strBuffer, const std::string& strInde
 {"name":"right","mesh":0,"translation":[10,0,0],"rotation":[0,0,0.7071067811865476,0.7071067811865476],"scale":[2,2,2]}],
 "meshes":[{"name":"bracket","primitives":[{"attributes":{"POSITION":0,"NORMAL":1},"indices":2,"material":0},
 {"attributes":{"POSITION":0},"indices":2}]}],
-"materials":[{"name":"paint","pbrMetallicRoughness":{"baseColorFactor":[0.5,0.25,0.125,0.75]}}],
+"materials":[{"name":"paint","pbrMetallicRoughness":{"baseColorFactor":[0.5,0.25,0.125,0.75]},
+"alphaMode":"BLEND"}],
 "accessors":[{"bufferView":0,"componentType":5126,"count":3,"type":"VEC3","min":[0,0,0],"max":[1,1,0]},
 {"bufferView":1,"componentType":5126,"count":3,"type":"VEC3"},
 {"bufferView":2,"componentType":5123,"count":)" +

@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 
+#include <cctype>
 #include <cmath>
+#include <cstring>
 #include <limits>
 #include <random>
 
@@ -32,6 +34,19 @@ std::vector<double> Corner(const KivSceneFace& z, size_t i, size_t k) {
 }
 
 using Point = std::vector<double>;
+
+void ExpectColour(const std::optional<KivColour>& fIs, const KivColour& fMust) {
+  ASSERT_TRUE(fIs.has_value());
+  for (size_t i = 0; i < 4; ++i) EXPECT_NEAR((*fIs)[i], fMust[i], 1e-6) << i;
+}
+
+constexpr float kLinearOfQuarter = 0.050876088f, kLinearOf128 = 0.215860501f;  // of 0.25 and 128 / 255
+
+std::string Replaced(std::string str, const std::string& strFrom, const std::string& strTo) {
+  for (size_t i = 0; (i = str.find(strFrom, i)) != std::string::npos; i += strTo.size())
+    str.replace(i, strFrom.size(), strTo);
+  return str;
+}
 
 }  // namespace
 
@@ -83,18 +98,13 @@ TEST(ReadMesh, AnObjKeepsObjectsColoursNormalsAndLines) {
   EXPECT_EQ(zPlate.m_vzFace[0].m_viIndex.size(), 6u);
   ASSERT_EQ(zPlate.m_vzFace[0].m_vfNormal.size(), zPlate.m_vzFace[0].m_vdVertex.size());
   EXPECT_EQ(zPlate.m_vzFace[0].m_vfNormal[2], 1);
-  EXPECT_EQ(zPlate.m_vzFace[0].m_fColour, (KivColour{1, 0.25f, 0, 1}));
+  ExpectColour(zPlate.m_vzFace[0].m_fColour, {1, kLinearOfQuarter, 0, 1});
   EXPECT_EQ(z.m_zScene.m_vzPart[1].m_csName, u"wire");
   const KivSceneLevel& zWire = z.m_zScene.m_vzPart[1].m_vzLevel[0];
   EXPECT_TRUE(zWire.m_vzFace.empty());
-  ASSERT_FALSE(zWire.m_vzEdge.empty());
+  ASSERT_EQ(zWire.m_vzEdge.size(), 1u);
   EXPECT_EQ(zWire.m_vzEdge[0].m_fColour, (KivColour{0, 0, 1, 0.5f}));
-  double dLength = 0;
-  for (const KivSceneEdge& zEdge : zWire.m_vzEdge)
-    for (size_t i = 3; i < zEdge.m_vdVertex.size(); i += 3)
-      dLength +=
-          std::hypot(zEdge.m_vdVertex[i] - zEdge.m_vdVertex[i - 3], zEdge.m_vdVertex[i + 1] - zEdge.m_vdVertex[i - 2]);
-  EXPECT_EQ(dLength, 2);
+  EXPECT_EQ(zWire.m_vzEdge[0].m_vdVertex, (std::vector<double>{0, 0, 5, 1, 0, 5, 1, 1, 5}));
   EXPECT_TRUE(z.m_zScene.m_vstrWarning.empty());
 }
 
@@ -106,7 +116,8 @@ TEST(ReadMesh, AListOfMaterialsMayStandInAFolderBelow) {
     zFolder.WriteBytes(u"thing.obj", Obj(szLibrary));
     const ReaderOutcome z = ReadMesh(zFolder / u"thing.obj");
     ASSERT_EQ(z.m_strError, "");
-    EXPECT_EQ(z.m_zScene.m_vzPart[0].m_vzLevel[0].m_vzFace[0].m_fColour, (KivColour{1, 0.25f, 0, 1})) << szLibrary;
+    SCOPED_TRACE(szLibrary);
+    ExpectColour(z.m_zScene.m_vzPart[0].m_vzLevel[0].m_vzFace[0].m_fColour, {1, kLinearOfQuarter, 0, 1});
   }
 }
 
@@ -182,6 +193,93 @@ TEST(ReadMesh, GltfKeepsNodesPlacementsSharedPartsColoursAndMetres) {
     EXPECT_NEAR(zPoint.m_dY, 2, 1e-6);
     EXPECT_NEAR(zPoint.m_dZ, 0, 1e-6);
     EXPECT_TRUE(z.m_zScene.m_vstrWarning.empty());
+  }
+}
+
+TEST(ReadMesh, LinesThatDoNotFollowEachOtherAreTwo) {
+  const ReaderOutcome z = ReadBytes(u"a.obj", "v 0 0 0\nv 1 0 0\nv 2 0 0\nv 3 0 0\nl 1 2\nl 3 4\n");
+  ASSERT_EQ(z.m_strError, "");
+  EXPECT_EQ(z.m_zScene.m_vzPart[0].m_vzLevel[0].m_vzEdge.size(), 2u);
+}
+
+TEST(ReadMesh, AColourThatAllVerticesOfAPlyShareBecomesLinear) {
+  std::string strFile = Replaced(TextPly(), "float z\n", "float z\nproperty uchar red\nproperty uchar green\n"
+                                                         "property uchar blue\nproperty uchar alpha\n");
+  for (const char* szPoint : {"0 0 0\n", "1 0 0\n", "1 1 0\n", "0 1 0.25\n"})
+    strFile = Replaced(strFile, "\n" + std::string(szPoint),
+                       "\n" + std::string(szPoint, std::strlen(szPoint) - 1) + " 128 0 255 128\n");
+  const ReaderOutcome z = ReadBytes(u"a.ply", strFile);
+  ASSERT_EQ(z.m_strError, "");
+  ExpectColour(z.m_zScene.m_vzPart[0].m_vzLevel[0].m_vzFace[0].m_fColour, {kLinearOf128, 0, 1, 128 / 255.0f});
+}
+
+TEST(ReadMesh, OnlyAMaterialThatBlendsIsTransparent) {
+  for (const char* szMode : {",\n\"alphaMode\":\"OPAQUE\"", ",\n\"alphaMode\":\"MASK\"", ""}) {
+    const ReaderOutcome z = ReadBytes(u"a.gltf", Replaced(EmbeddedGltf(), ",\n\"alphaMode\":\"BLEND\"", szMode));
+    ASSERT_EQ(z.m_strError, "");
+    ExpectColour(z.m_zScene.m_vzPart[0].m_vzLevel[0].m_vzFace[0].m_fColour, {0.5f, 0.25f, 0.125f, 1});
+  }
+}
+
+TEST(ReadMesh, NamesThatTheSourceDoesNotHaveStayEmptyButForTheRoots) {
+  const std::string strNone = Replaced(
+      Replaced(Replaced(EmbeddedGltf(), "\"name\":\"right\",", ""), "\"name\":\"assembly\",", ""),
+      "\"name\":\"bracket\",", "");
+  const ReaderOutcome zNone = ReadBytes(u"a.gltf", strNone);
+  ASSERT_EQ(zNone.m_strError, "");
+  EXPECT_EQ(zNone.m_zScene.m_vzNode[0].m_csName, u"a");
+  EXPECT_EQ(zNone.m_zScene.m_vzNode[1].m_csName, u"left");
+  EXPECT_EQ(zNone.m_zScene.m_vzNode[2].m_csName, u"");
+  EXPECT_EQ(zNone.m_zScene.m_vzPart[0].m_csName, u"left");  // that of its first place
+  const ReaderOutcome zOwn = ReadBytes(u"a.gltf", Replaced(Replaced(EmbeddedGltf(), "right", "nodes[2]"), "bracket",
+                                                           "meshes[0]"));
+  ASSERT_EQ(zOwn.m_strError, "");
+  EXPECT_EQ(zOwn.m_zScene.m_vzNode[2].m_csName, u"nodes[2]");
+  EXPECT_EQ(zOwn.m_zScene.m_vzPart[0].m_csName, u"meshes[0]");
+  const std::string strObj = "v 0 0 0\nv 1 0 0\nv 0 1 0\nf 1 2 3\n";
+  const ReaderOutcome zObj = ReadBytes(u"a.obj", strObj);
+  ASSERT_EQ(zObj.m_strError, "");
+  EXPECT_EQ(zObj.m_zScene.m_vzNode[0].m_csName, u"a");
+  EXPECT_EQ(zObj.m_zScene.m_vzNode[1].m_csName, u"");
+  EXPECT_EQ(ReadBytes(u"a.obj", "o defaultobject\n" + strObj).m_zScene.m_vzNode[1].m_csName, u"defaultobject");
+}
+
+TEST(ReadMesh, FurtherScenesCamerasAndLightsAreToldToBeLeftOut) {
+  const std::string strFile = Replaced(
+      Replaced(EmbeddedGltf(), "[{\"nodes\":[0]}]",
+               "[{\"nodes\":[0]},{\"nodes\":[1]}],\"extensionsUsed\":[\"KHR_lights_punctual\"],\"extensions\":"
+               "{\"KHR_lights_punctual\":{\"lights\":[{\"type\":\"point\"}]}},"
+               "\"cameras\":[{\"type\":\"perspective\",\"perspective\":{\"yfov\":1,\"znear\":1}}]"),
+      "\"name\":\"left\",", "\"name\":\"left\",\"camera\":0,\"extensions\":{\"KHR_lights_punctual\":{\"light\":0}},");
+  const ReaderOutcome z = ReadBytes(u"a.gltf", strFile);
+  ASSERT_EQ(z.m_strError, "");
+  for (const char* szWhat : {"further scenes are left out", "cameras are left out", "lights are left out"})
+    EXPECT_TRUE(Warns(z.m_zScene, szWhat)) << szWhat;
+}
+
+TEST(ReadMesh, TextsOfOtherSystemsAreRead) {
+  const std::string strMark = "\xEF\xBB\xBF", strObj = "v 0 0 0\nv 1 0 0\nv 0 1 0\nf 1 2 3\n";
+  std::string strUpper = TextStl();
+  for (char& c : strUpper) c = static_cast<char>(std::toupper(c));
+  const std::pair<KivWString, std::string> aCase[] = {
+      {u"a.stl", Replaced(TextStl(), "endsolid", "EndSolid")},
+      {u"a.stl", strUpper},
+      {u"a.stl", strMark + TextStl()},
+      {u"a.stl", Replaced(TextStl(), "\n", "\r")},
+      {u"a.ply", Replaced(TextPly(), "\n", "\r")},
+      {u"a.ply", Replaced(TextPly(), "\n", "\r\n")},
+      {u"a.ply", strMark + TextPly()},
+      {u"a.ply", Replaced(PlyHead("binary_little_endian"), "\n", "\r") +
+                     BinaryPly().substr(PlyHead("binary_little_endian").size())},
+      {u"a.obj", strMark + strObj},
+      {u"a.obj", Replaced(strObj, "\n", "\r")},
+      {u"a.gltf", strMark + EmbeddedGltf()},
+  };
+  for (const auto& [csName, strFile] : aCase) {
+    SCOPED_TRACE(strFile.substr(0, 40));
+    const ReaderOutcome z = ReadBytes(csName, strFile);
+    ASSERT_EQ(z.m_strError, "");
+    EXPECT_FALSE(z.m_zScene.m_vzPart[0].m_vzLevel[0].m_vzFace.empty());
   }
 }
 

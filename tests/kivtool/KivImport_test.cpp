@@ -208,6 +208,11 @@ TEST_F(Import, AFormatThatIsNamedCountsWhateverTheNameOfTheFileIs) {
     ExpectRefused({u"import", m_zFolder / u"a.xyz", m_csTarget, u"--format", szFormat});
 }
 
+TEST_F(Import, ASourceOfTrianglesWithTwoCornersAtOnePlaceAloneIsRefused) {
+  m_zFolder.WriteBytes(u"a.obj", "v 0 0 0\nv 1 0 0\nv 1 0 0\nf 1 2 3\nf 1 1 2\n");
+  ExpectRefused({u"import", m_zFolder / u"a.obj", m_csTarget});
+}
+
 TEST_F(Import, TolerancesAndAnglesThatMakeNoSenseAreRefused) {
   m_zFolder.WriteBytes(u"a.obj", kTriangle);
   for (const char16_t* sz : {u"0", u"-1", u"x", u"0.1,1", u"1,1", u"1e300", u"1e-300"})

@@ -23,23 +23,13 @@ void CheckTextStl(std::string_view strText) {
   const size_t iLine = strText.find_last_of("\r\n");
   std::string_view strLast = iLine == std::string_view::npos ? strText : strText.substr(iLine + 1);
   while (!strLast.empty() && IsBlank(strLast.front())) strLast.remove_prefix(1);
-  if (!strLast.starts_with("endsolid") && !strLast.starts_with("ENDSOLID") && !strLast.starts_with("end solid"))
+  if (!strLast.starts_with("endsolid") && !strLast.starts_with("end solid"))
     throw KivSceneError("the file is cut: its last line is no 'endsolid'");
 }
 
 void CheckStl(const std::vector<uint8_t>& vcBytes) {
   constexpr uint64_t kHead = 84, kFacet = 50;
-  if (vcBytes.size() >= kHead) {
-    uint32_t nFacets = 0;
-    std::memcpy(&nFacets, vcBytes.data() + 80, sizeof nFacets);
-    if (vcBytes.size() == kHead + kFacet * nFacets) return;  // a binary one, whatever it begins with
-  }
-  const std::string_view strText(reinterpret_cast<const char*>(vcBytes.data()), vcBytes.size());
-  const size_t iFirst = std::min(strText.find_first_not_of(" \t\r\n"), strText.size());
-  std::string strWord(strText.substr(iFirst, 5));
-  for (char& c : strWord) c = static_cast<char>(c >= 'A' && c <= 'Z' ? c + 32 : c);
-  const bool bText = strWord == "solid" && strText.find('\0') == std::string_view::npos;
-  if (bText) return CheckTextStl(strText);
+  if (KivIsTextStl(vcBytes)) return CheckTextStl({reinterpret_cast<const char*>(vcBytes.data()), vcBytes.size()});
   if (vcBytes.size() < kHead) throw KivSceneError("it is no STL file");
   uint32_t nFacets = 0;
   std::memcpy(&nFacets, vcBytes.data() + 80, sizeof nFacets);
@@ -203,11 +193,12 @@ void CheckPly(std::string_view strText) {
 
 }  // namespace
 
-void KivCheckMeshBytes(const KivMeshFormat& zFormat, const std::vector<uint8_t>& vcBytes) {
+void KivCheckMeshBytes(const KivMeshFormat& zFormat, const std::vector<uint8_t>& vcBytes,
+                       std::vector<std::string>& vstrWarning) {
   const std::string_view strSuffix = zFormat.m_szSuffix;
   if (strSuffix == "stl") CheckStl(vcBytes);
   if (strSuffix == "ply") CheckPly(std::string_view(reinterpret_cast<const char*>(vcBytes.data()), vcBytes.size()));
-  if (strSuffix == "gltf" || strSuffix == "glb") KivCheckGltfNodes(vcBytes);
+  if (strSuffix == "gltf" || strSuffix == "glb") KivCheckGltf(vcBytes, vstrWarning);
   if (strSuffix == "obj" && std::find(vcBytes.begin(), vcBytes.end(), 0) != vcBytes.end() &&
       !(vcBytes.size() > 1 && (vcBytes[0] == 0xFE || vcBytes[0] == 0xFF)))  // two bytes for each character
     throw KivSceneError("it is no OBJ file");

@@ -1,7 +1,8 @@
 // What the JSON of a glTF says about its nodes, where the library of formats walks them by calls of calls and makes a
-// node anew for each node that names it.
+// node anew for each node that names it; and about its scenes, of which the library gives one.
 #include <cstring>
 #include <nlohmann/json.hpp>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -71,13 +72,16 @@ void CheckNodes(const nlohmann::json& zNodes) {
 }  // namespace
 
 // What is no JSON is left to the library, which tells where it breaks.
-void KivCheckGltfNodes(const std::vector<uint8_t>& vcBytes) {
+void KivCheckGltf(const std::vector<uint8_t>& vcBytes, std::vector<std::string>& vstrWarning) {
   const std::string_view strJson = JsonOf({reinterpret_cast<const char*>(vcBytes.data()), vcBytes.size()});
   CheckBrackets(strJson);
   const nlohmann::json zJson = nlohmann::json::parse(strJson, nullptr, false);
   if (!zJson.is_object()) return;
   const auto itNodes = zJson.find("nodes");
   if (itNodes != zJson.end() && itNodes->is_array()) CheckNodes(*itNodes);
+  const auto itScenes = zJson.find("scenes");
+  if (itScenes != zJson.end() && itScenes->is_structured() && itScenes->size() > 1)
+    vstrWarning.push_back("further scenes are left out");
 }
 
 }  // namespace kiv

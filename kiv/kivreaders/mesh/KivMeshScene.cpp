@@ -1,5 +1,6 @@
 #include "KivMeshScene.h"
 
+#include <assimp/GltfMaterial.h>
 #include <assimp/material.h>
 #include <algorithm>
 #include <cmath>
@@ -25,16 +26,19 @@ bool IsNumber(const aiVector3D& z) {
 
 class Maker {
  public:
-  Maker(const aiScene& zSource, const KivMeshFormat& zFormat, bool bMaterials, KivScene& zScene)
-      : m_zSource(zSource), m_zFormat(zFormat), m_bMaterials(bMaterials), m_zScene(zScene) {}
+  Maker(const aiScene& zSource, const KivMeshFormat& zFormat, const KivMeshSource& zBytes, bool bMaterials,
+        KivScene& zScene)
+      : m_zSource(zSource), m_zFormat(zFormat), m_zBytes(zBytes), m_bMaterials(bMaterials), m_zScene(zScene) {}
 
   void Run(const KivWString& csName) {
     m_zScene.m_dMetresPerUnit = m_zFormat.m_dMetresPerUnit;
     AddNodes(csName);
     if (m_zScene.m_vzPart.empty()) throw KivSceneError("it holds no triangles and no lines");
     if (m_zSource.mNumAnimations > 0) Warn("movements are left out");
+    if (m_zSource.mNumCameras > 0) Warn("cameras are left out");
+    if (m_zSource.mNumLights > 0) Warn("lights are left out");
     if (m_nPoints > 0) Warn(std::to_string(m_nPoints) + " single points are left out");
-    m_zScene.m_vstrWarning.assign(m_setWarning.begin(), m_setWarning.end());
+    m_zScene.m_vstrWarning.insert(m_zScene.m_vstrWarning.end(), m_setWarning.begin(), m_setWarning.end());
   }
 
  private:
@@ -53,17 +57,31 @@ class Maker {
       if (pzNode == nullptr) continue;
       const uint32_t iNode = static_cast<uint32_t>(m_zScene.m_vzNode.size());
       KivSceneNode zNode;
-      zNode.m_csName = sys::Utf8ToWide(Text(pzNode->mName));
-      // Names that the library of formats makes up.
-      const bool bMadeUp = zNode.m_csName.starts_with(u"<") || zNode.m_csName.starts_with(u"source.");
-      const bool bOfRoot = iParent == kNoSceneIndex && (zNode.m_csName == u"ROOT" || bMadeUp);
-      if (zNode.m_csName.empty() || bOfRoot) zNode.m_csName = csName;
+      zNode.m_csName = sys::Utf8ToWide(OwnName(pzNode->mName));
+      if (zNode.m_csName.empty() && iParent == kNoSceneIndex) zNode.m_csName = csName;
       zNode.m_iParent = iParent;
       zNode.m_zMatrix = Placement(pzNode->mTransformation);
       if (pzNode->mNumMeshes > 0) AddPart(*pzNode, zNode);
       m_zScene.m_vzNode.push_back(std::move(zNode));
       for (unsigned int i = pzNode->mNumChildren; i > 0; --i) vzWaiting.push_back({pzNode->mChildren[i - 1], iNode});
     }
+  }
+
+  // "nodes[3]", "meshes[0]", "meshes[0]-1".
+  static bool IsNumbered(std::string_view strName) {
+    if (!strName.starts_with("nodes[") && !strName.starts_with("meshes[")) return false;
+    return strName.find_first_not_of("0123456789]-", strName.find('[') + 1) == std::string_view::npos;
+  }
+
+  // Empty for a name that the library of formats makes up where the source has none.
+  std::string_view OwnName(const aiString& strSource) const {
+    const std::string_view strName = Text(strSource);
+    if (strName.starts_with("source.")) return {};  // the name that the library knows the file by
+    const bool bLikeMadeUp =
+        strName.starts_with("<") || strName == "ROOT" || strName == "defaultobject" || IsNumbered(strName);
+    // The library counts the pieces of a mesh behind its name.
+    const std::string_view strSought = IsNumbered(strName) ? strName.substr(0, strName.find(']') + 1) : strName;
+    return bLikeMadeUp && !m_zBytes.Holds(strSought) ? std::string_view() : strName;
   }
 
   // For row vectors, where the source multiplies columns.
@@ -101,9 +119,9 @@ class Maker {
 
   // What the names of the meshes have in common: the file counts the pieces of one mesh.
   KivWString PartName(const std::vector<unsigned int>& viMesh, const KivWString& csNode) const {
-    std::string_view strName = Text(m_zSource.mMeshes[viMesh[0]]->mName);
+    std::string_view strName = OwnName(m_zSource.mMeshes[viMesh[0]]->mName);
     for (const unsigned int iMesh : viMesh) {
-      const std::string_view strOther = Text(m_zSource.mMeshes[iMesh]->mName);
+      const std::string_view strOther = OwnName(m_zSource.mMeshes[iMesh]->mName);
       const auto [itEnd, itOther] = std::mismatch(strName.begin(), strName.end(), strOther.begin(), strOther.end());
       strName = strName.substr(0, static_cast<size_t>(itEnd - strName.begin()));
     }
@@ -172,25 +190,25 @@ class Maker {
     for (uint32_t& i : zFace.m_viIndex) i = viNew[i];
   }
 
-  // Lines that follow each other become one polyline.
+  // Lines that follow each other become one polyline: by their places, since a vertex may come once for each line.
   static void AddLines(const aiMesh& zMesh, const std::optional<KivColour>& fColour, KivSceneLevel& zLevel) {
     const auto AddVertex = [&zMesh](KivSceneEdge& zEdge, unsigned int i) {
       for (unsigned int iAxis = 0; iAxis < 3; ++iAxis)
         zEdge.m_vdVertex.push_back(static_cast<double>(zMesh.mVertices[i][iAxis]));
     };
     bool bOpen = false;
-    unsigned int iLast = 0;
+    aiVector3D zLast;
     for (unsigned int i = 0; i < zMesh.mNumFaces; ++i) {
       const aiFace& z = zMesh.mFaces[i];
       if (z.mNumIndices != 2) continue;
-      if (!bOpen || z.mIndices[0] != iLast) {
+      if (!bOpen || zMesh.mVertices[z.mIndices[0]] != zLast) {
         KivSceneEdge& zEdge = zLevel.m_vzEdge.emplace_back();
         zEdge.m_iId = static_cast<uint32_t>(zLevel.m_vzEdge.size());
         zEdge.m_fColour = fColour;
         AddVertex(zEdge, z.mIndices[0]);
       }
       AddVertex(zLevel.m_vzEdge.back(), z.mIndices[1]);
-      iLast = z.mIndices[1];
+      zLast = zMesh.mVertices[z.mIndices[1]];
       bOpen = true;
     }
   }
@@ -224,6 +242,8 @@ class Maker {
     float fOpacity = zColour.a;
     float fOfMaterial = 1;
     if (zMaterial.Get(AI_MATKEY_OPACITY, fOfMaterial) == aiReturn_SUCCESS) fOpacity = std::min(fOpacity, fOfMaterial);
+    aiString strMode;
+    if (zMaterial.Get(AI_MATKEY_GLTF_ALPHAMODE, strMode) == aiReturn_SUCCESS && Text(strMode) != "BLEND") fOpacity = 1;
     return Clamped(zColour, fOpacity);
   }
 
@@ -233,11 +253,17 @@ class Maker {
       if (!std::isfinite(f)) return Warn("a colour that is no number is left out"), std::nullopt;
       f = std::clamp(f, 0.0f, 1.0f);
     }
+    for (size_t i = 0; !m_zFormat.m_bLinear && i < 3; ++i) fColour[i] = LinearOfSrgb(fColour[i]);
     return fColour;
+  }
+  static float LinearOfSrgb(float f) {
+    const double d = static_cast<double>(f);
+    return static_cast<float>(d <= 0.04045 ? d / 12.92 : std::pow((d + 0.055) / 1.055, 2.4));
   }
 
   const aiScene& m_zSource;
   const KivMeshFormat& m_zFormat;
+  const KivMeshSource& m_zBytes;
   const bool m_bMaterials;
   KivScene& m_zScene;
   std::map<std::vector<unsigned int>, uint32_t> m_mapPart;
@@ -265,9 +291,9 @@ void KivCheckMeshes(const aiScene& zSource, const KivMeshFormat& zFormat) {
   }
 }
 
-void KivSceneFromMeshes(const aiScene& zSource, const KivMeshFormat& zFormat, const KivWString& csName, bool bMaterials,
-                        KivScene& zScene) {
-  Maker(zSource, zFormat, bMaterials, zScene).Run(csName);
+void KivSceneFromMeshes(const aiScene& zSource, const KivMeshFormat& zFormat, const KivMeshSource& zBytes,
+                        const KivWString& csName, bool bMaterials, KivScene& zScene) {
+  Maker(zSource, zFormat, zBytes, bMaterials, zScene).Run(csName);
 }
 
 }  // namespace kiv

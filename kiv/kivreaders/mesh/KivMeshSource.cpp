@@ -17,8 +17,8 @@ constexpr uint64_t kLargestFile = uint64_t{4} << 30;  // bytes
 constexpr std::string_view kFallback = "source.mtl";
 
 constexpr KivMeshFormat kFormats[] = {
-    {"stl", "STL", 0, false, false}, {"obj", "OBJ", 0, true, true}, {"ply", "PLY", 0, true, false},
-    {"gltf", "glTF", 1, true, true}, {"glb", "GLB", 1, true, true},
+    {"stl", "STL", 0, false, false, false}, {"obj", "OBJ", 0, true, true, false}, {"ply", "PLY", 0, true, false, false},
+    {"gltf", "glTF", 1, true, true, true},  {"glb", "GLB", 1, true, true, true},
 };
 
 // --- Streams --------------------------------------------------------------------------------------------------------
@@ -106,6 +106,11 @@ bool KivMeshSource::Find(const std::string& strName, KivWString& csPath) const {
   const std::string strDecoded = Decoded(strName);
   if (strDecoded != strName && StaysBelow(strDecoded)) csPath = m_csFolder + sys::Utf8ToWide(strDecoded);
   return true;
+}
+
+bool KivMeshSource::Holds(std::string_view strText) const {
+  return std::string_view(reinterpret_cast<const char*>(m_pvcBytes->data()), m_pvcBytes->size()).find(strText) !=
+         std::string_view::npos;
 }
 
 bool KivMeshSource::Exists(const char* szName) const {

@@ -4,6 +4,7 @@
 #include <assimp/IOSystem.hpp>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "KivSysText.h"
@@ -17,17 +18,24 @@ struct KivMeshFormat {
   double m_dMetresPerUnit;  // 0: the format does not tell
   bool m_bNormals;          // its normals are those of the form, not of each triangle
   bool m_bLines;            // may hold lines and points beside faces
+  bool m_bLinear;           // its colours are linear; else sRGB
 };
 
 // By the suffix; null for a format that is not read.
 const KivMeshFormat* KivFindMeshFormat(const KivWString& csSuffix);
 
+// True for bytes that begin as a text STL does and are no binary one. (KivMeshText.cpp)
+bool KivIsTextStl(const std::vector<uint8_t>& vcBytes);
+// Brings a text into the form that the library of formats knows; the check below expects it. (KivMeshText.cpp)
+void KivNormaliseMeshText(const KivMeshFormat& zFormat, std::vector<uint8_t>& vcBytes);
+
 // Throws KivSceneError for bytes that announce more than they hold, where the library of formats would believe them.
-// (KivMeshBytes.cpp)
-void KivCheckMeshBytes(const KivMeshFormat& zFormat, const std::vector<uint8_t>& vcBytes);
+// Warns of what the library leaves out without a word. (KivMeshBytes.cpp)
+void KivCheckMeshBytes(const KivMeshFormat& zFormat, const std::vector<uint8_t>& vcBytes,
+                       std::vector<std::string>& vstrWarning);
 
 // Throws KivSceneError for JSON or nodes that are nested too deeply, and for nodes that are no trees. (KivMeshGltf.cpp)
-void KivCheckGltfNodes(const std::vector<uint8_t>& vcBytes);
+void KivCheckGltf(const std::vector<uint8_t>& vcBytes, std::vector<std::string>& vstrWarning);
 
 // Gives the source's bytes under the name "source.<suffix>", and files of its folder and below under theirs; nothing
 // else. Files are taken whole.
@@ -38,6 +46,8 @@ class KivMeshSource : public Assimp::IOSystem {
   const std::string& GetName() const { return m_strName; }
   // Names of files that were asked for and could not be given.
   const std::vector<std::string>& GetMissing() const { return m_vstrMissing; }
+  // True if the source's bytes have this text somewhere.
+  bool Holds(std::string_view strText) const;
   // True if a file beside the source was given.
   bool HasGivenOther() const { return m_bGivenOther; }
 

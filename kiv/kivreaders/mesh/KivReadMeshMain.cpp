@@ -48,7 +48,8 @@ void Read(const KivSceneRequest& zRequest, KivScene& zScene) {
   if (pzFormat == nullptr)
     throw KivSceneError("the reader does not know the format '" + sys::WideToUtf8(zRequest.m_csFormat) + "'");
   std::vector<uint8_t> vcBytes = KivReadSceneSource(csSource, kLargestSource);
-  KivCheckMeshBytes(*pzFormat, vcBytes);
+  KivNormaliseMeshText(*pzFormat, vcBytes);
+  KivCheckMeshBytes(*pzFormat, vcBytes, zScene.m_vstrWarning);
 
   const size_t iSeparator = csSource.find_last_of(KivWString(u"/") + sys::kSeparator);
   const KivWString csFile = iSeparator == KivWString::npos ? csSource : csSource.substr(iSeparator + 1);
@@ -74,7 +75,7 @@ void Read(const KivSceneRequest& zRequest, KivScene& zScene) {
   if (pzScene == nullptr) GiveUp();
   // The materials of an OBJ stand in another file; without it they are made up.
   const bool bMaterials = std::string_view(pzFormat->m_szSuffix) != "obj" || pzSource->HasGivenOther();
-  KivSceneFromMeshes(*pzScene, *pzFormat, csFile.substr(0, csFile.rfind(u'.')), bMaterials, zScene);
+  KivSceneFromMeshes(*pzScene, *pzFormat, *pzSource, csFile.substr(0, csFile.rfind(u'.')), bMaterials, zScene);
   for (const std::string& strMissing : pzSource->GetMissing())
     zScene.m_vstrWarning.push_back("a file that it names cannot be read: " + strMissing);
 }
