@@ -203,8 +203,9 @@ TEST(ReadMesh, LinesThatDoNotFollowEachOtherAreTwo) {
 }
 
 TEST(ReadMesh, AColourThatAllVerticesOfAPlyShareBecomesLinear) {
-  std::string strFile = Replaced(TextPly(), "float z\n", "float z\nproperty uchar red\nproperty uchar green\n"
-                                                         "property uchar blue\nproperty uchar alpha\n");
+  std::string strFile = Replaced(TextPly(), "float z\n",
+                                 "float z\nproperty uchar red\nproperty uchar green\n"
+                                 "property uchar blue\nproperty uchar alpha\n");
   for (const char* szPoint : {"0 0 0\n", "1 0 0\n", "1 1 0\n", "0 1 0.25\n"})
     strFile = Replaced(strFile, "\n" + std::string(szPoint),
                        "\n" + std::string(szPoint, std::strlen(szPoint) - 1) + " 128 0 255 128\n");
@@ -222,17 +223,17 @@ TEST(ReadMesh, OnlyAMaterialThatBlendsIsTransparent) {
 }
 
 TEST(ReadMesh, NamesThatTheSourceDoesNotHaveStayEmptyButForTheRoots) {
-  const std::string strNone = Replaced(
-      Replaced(Replaced(EmbeddedGltf(), "\"name\":\"right\",", ""), "\"name\":\"assembly\",", ""),
-      "\"name\":\"bracket\",", "");
+  const std::string strNone =
+      Replaced(Replaced(Replaced(EmbeddedGltf(), "\"name\":\"right\",", ""), "\"name\":\"assembly\",", ""),
+               "\"name\":\"bracket\",", "");
   const ReaderOutcome zNone = ReadBytes(u"a.gltf", strNone);
   ASSERT_EQ(zNone.m_strError, "");
   EXPECT_EQ(zNone.m_zScene.m_vzNode[0].m_csName, u"a");
   EXPECT_EQ(zNone.m_zScene.m_vzNode[1].m_csName, u"left");
   EXPECT_EQ(zNone.m_zScene.m_vzNode[2].m_csName, u"");
   EXPECT_EQ(zNone.m_zScene.m_vzPart[0].m_csName, u"left");  // that of its first place
-  const ReaderOutcome zOwn = ReadBytes(u"a.gltf", Replaced(Replaced(EmbeddedGltf(), "right", "nodes[2]"), "bracket",
-                                                           "meshes[0]"));
+  const ReaderOutcome zOwn =
+      ReadBytes(u"a.gltf", Replaced(Replaced(EmbeddedGltf(), "right", "nodes[2]"), "bracket", "meshes[0]"));
   ASSERT_EQ(zOwn.m_strError, "");
   EXPECT_EQ(zOwn.m_zScene.m_vzNode[2].m_csName, u"nodes[2]");
   EXPECT_EQ(zOwn.m_zScene.m_vzPart[0].m_csName, u"meshes[0]");

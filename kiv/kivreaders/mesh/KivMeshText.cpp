@@ -42,8 +42,8 @@ size_t PassBlanks(const std::vector<uint8_t>& vcBytes, size_t iAt) {
 
 // The words that lines of an STL begin with; names of solids stay as they are.
 void LowerStlWords(std::vector<uint8_t>& vcBytes) {
-  constexpr std::string_view kWords[] = {"endsolid", "end solid", "solid", "facet", "outer", "vertex", "endloop",
-                                         "endfacet"};
+  constexpr std::string_view kWords[] = {"endsolid", "end solid", "solid",   "facet",
+                                         "outer",    "vertex",    "endloop", "endfacet"};
   bool bBegin = true;
   for (size_t i = 0; i < vcBytes.size(); ++i) {
     if (bBegin) {
