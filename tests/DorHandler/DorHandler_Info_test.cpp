@@ -208,6 +208,7 @@ TEST_F(HandlerInfo, AnExactNormalKeepsItsDigitsWhateverThePlacement) {
 TEST_F(HandlerInfo, ANormalLooksToWhereTheTrianglesLookAlsoInAMirror) {
   const auto NormalZ = [&](const char* szFace) {
     const Doubles vd = Floats(Ask("IsPlanarFace", {"0", szFace}).m_vzValue, "normal");
+    for (const double d : vd) EXPECT_FALSE(d == 0 && std::signbit(d)) << "-0";
     return vd.size() == 3 ? vd[2] : 0;
   };
   EXPECT_NEAR(NormalZ("1"), 1, 1e-15) << "exact";

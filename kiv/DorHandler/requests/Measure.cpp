@@ -91,7 +91,7 @@ void PutPlane(bool bPlanar, bool bExact, const Plane& zPlane, DorAnswerWriter& z
   zAnswer.Integer("planar", bPlanar ? 1 : 0);
   zAnswer.Integer("exact", bExact ? 1 : 0);
   zAnswer.Coord("point", zPlane.m_zPoint);
-  zAnswer.Coord("normal", zPlane.m_zNormal);
+  zAnswer.Coord("normal", zPlane.m_zNormal + KivECoord3{});  // no -0
   zAnswer.Float("deviation", zPlane.m_dDeviation);
 }
 
