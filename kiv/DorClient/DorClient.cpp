@@ -217,7 +217,8 @@ void DorClient::AwaitOpen(int64_t iModel, const std::function<bool()>& pfnWaitin
   for (;;) {
     const int32_t iStatus = GetReadStatus(iModel);
     if (iStatus != kDorStatusReading) RememberTree();  // its handler is up
-    if (iStatus == kDorStatusReadFailed) throw DorReadError("the model could not be read");
+    if (iStatus == kDorStatusReadFailed)
+      throw DorReadError("the model could not be read: the file is no model, or a damaged one");
     if (iStatus != kDorStatusReading) return;
     if (pfnWaiting != nullptr && !pfnWaiting()) throw DorReadError("gave up waiting for the model");
     sys::SleepMs(iPauseMs);

@@ -13,6 +13,9 @@
 #include "DorShell.h"
 #include "KivException.h"
 #include "KivSysClock.h"
+#include "KivSysFile.h"
+#include "KivSysFileKind.h"
+#include "KivSysFolder.h"
 #include "KivSysMain.h"
 #include "KivSysTerminal.h"
 
@@ -49,6 +52,18 @@ std::string Hex(const KivByteBuffer& vcBytes) {
   return strHex;
 }
 
+// Looks before a tree is started: all that the relay would say is that the model could not be read.
+void RequireFile(const KivWString& csPath) {
+  if (!sys::PathExists(csPath)) throw DorReadError("there is no such file");
+  if (sys::FolderExists(csPath)) throw DorReadError("is a folder");
+  if (sys::IsNoRegularFile(csPath)) throw DorReadError("is no regular file");  // looking into it might take for ever
+  const KivSysFile hFile = KivSysFile::Open(
+      csPath, {KivSysAccess::Read, KivSysShare::Read, KivSysDisposition::OpenExisting, KivSysFileFlags::None});
+  if (!hFile.IsOpen()) throw DorReadError("cannot be opened for reading");
+  uint64_t nBytes = 0;
+  if (hFile.GetLength(nBytes) && nBytes == 0) throw DorReadError("is empty");
+}
+
 // A spinner on a terminal while a read runs; nothing elsewhere.
 class Spinner {
  public:
@@ -74,7 +89,9 @@ int64_t OpenModel(DorClient& zClient, const Settings& zSettings) {
   return zClient.Open(sys::Utf8ToWide(zSettings.m_strModel), [&] { return zSpinner.Turn(); });
 }
 
-DorClientOptions Options(const Settings& zSettings) {
+// For a tree that will read the model.
+DorClientOptions StartOptions(const Settings& zSettings) {
+  RequireFile(sys::Utf8ToWide(zSettings.m_strModel));
   DorClientOptions zOptions;
   zOptions.m_csRelay = sys::Utf8ToWide(zSettings.m_strRelay);
   return zOptions;
@@ -161,7 +178,7 @@ void ShowAnswer(const Settings& zSettings, const DorSpoken& zSpoken) {
 
 int RunOpen(const Settings& zSettings) {
   const uint64_t iStart = sys::SteadyNs();
-  DorClient zClient(Options(zSettings));
+  DorClient zClient(StartOptions(zSettings));
   const double dStartMs = MsSince(iStart);
   const uint64_t iOpen = sys::SteadyNs();
   const int64_t iModel = OpenModel(zClient, zSettings);
@@ -204,7 +221,7 @@ int RunCall(const Settings& zSettings) {
   std::string strError;
   if (!DorBuildPayload(*pzRow, 0, zSettings.m_vstrWords, vcPayload, strError))
     return Fail(zSettings, kWrongUse, zSettings.m_strRequest + ": " + strError);
-  DorClient zClient(Options(zSettings));
+  DorClient zClient(StartOptions(zSettings));
   const int64_t iModel = OpenModel(zClient, zSettings);
   const DorSpoken zSpoken = DorCallByName(zClient, iModel, zSettings.m_strRequest, zSettings.m_vstrWords);
   zClient.Clear(iModel);
@@ -219,7 +236,7 @@ std::string WithoutReturn(std::string strLine) {
 }
 
 int RunShell(const Settings& zSettings) {
-  DorClient zClient(Options(zSettings));
+  DorClient zClient(StartOptions(zSettings));
   const int64_t iModel = OpenModel(zClient, zSettings);
   DorShellOptions zOptions;
   zOptions.m_bKeepGoing = zSettings.m_bKeepGoing;
@@ -235,7 +252,7 @@ int RunShell(const Settings& zSettings) {
 }
 
 int RunBench(const Settings& zSettings) {
-  DorClient zClient(Options(zSettings));
+  DorClient zClient(StartOptions(zSettings));
   const int64_t iModel = OpenModel(zClient, zSettings);
   for (int i = 0; i < zSettings.m_nIdle; ++i) OpenModel(zClient, zSettings);
 

@@ -58,6 +58,10 @@ bool DorRunShell(DorClient& zClient, int64_t iModel, const DorShellOptions& zOpt
       std::fflush(stderr);
     }
     const KivSysInput iInput = sys::ReadInputLine(strLine);
+    if (iInput == KivSysInput::Stopped && !bPerson) {  // a script must not take it for done
+      zOptions.m_pfnError("stopped");
+      return false;
+    }
     if (iInput == KivSysInput::End || iInput == KivSysInput::Stopped) break;
     if (iInput == KivSysInput::Failed) {
       zOptions.m_pfnError("standard input cannot be read");

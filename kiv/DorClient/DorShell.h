@@ -18,7 +18,7 @@ struct DorShellOptions {
 };
 
 // Reads to the end of the input, to "quit", or until a stop was requested. True if every line could be read and every
-// request was served and done.
+// request was served and done; not after a stop where the input is no terminal, since lines may be left.
 bool DorRunShell(DorClient& zClient, int64_t iModel, const DorShellOptions& zOptions);
 
 // All requests that may be called, with their fields: a line for each.

@@ -2,6 +2,7 @@
 #include "DorHandlerTest.h"
 #include "KivSysFault.h"
 #include "KivSysFolder.h"
+#include "KivSysProcess.h"
 #include "KivTestPipe.h"
 
 using namespace kiv;
@@ -12,6 +13,13 @@ namespace {
 using HandlerChange = HandlerTest;
 using Doubles = std::vector<double>;
 using Code_ = DorAnswerCode;
+
+size_t FileNum(const TestFolder& zFolder) {
+  size_t nFiles = 0;
+  for (const auto& zEntry : std::filesystem::directory_iterator(std::filesystem::path(zFolder.Path())))
+    nFiles += zEntry.is_regular_file();
+  return nFiles;
+}
 
 }  // namespace
 
@@ -214,10 +222,7 @@ TEST_F(HandlerChange, AFileIsWrittenWholeOrNotAtAllAndNeverOverAnotherUnasked) {
   }
   EXPECT_EQ(CodeOf(m_zFolder / u"there.kiv", "1", "1"), Code_::Done);
   EXPECT_EQ(m_zFolder.ReadBytes(u"machine.kiv"), strModel);
-  size_t nFiles = 0;
-  for (const auto& zEntry : std::filesystem::directory_iterator(std::filesystem::path(m_zFolder.Path())))
-    nFiles += zEntry.is_regular_file();
-  EXPECT_EQ(nFiles, 2u) << "no temporary file is left";
+  EXPECT_EQ(FileNum(m_zFolder), 2u) << "no temporary file is left";
   EXPECT_EQ(Read(m_zFolder / u"there.kiv"), 0);
 }
 
@@ -244,6 +249,43 @@ TEST_F(HandlerChange, WhyAFileCannotBeWrittenIsSaidInWords) {
   }
   EXPECT_FALSE(sys::PathExists(m_zFolder / u"x.kiv"));
   EXPECT_EQ(Code("WriteDor", {Utf8(m_zFolder / u"x.kiv"), "0", "1", "0", "0"}), Code_::Done);
+}
+
+TEST_F(HandlerChange, AFileThatDoesNotReachTheDiskDoesNotTakeItsPlace) {
+  m_zFolder.WriteBytes(u"there.kiv", "something else");
+  const std::vector<std::string> vstrWords{Utf8(m_zFolder / u"there.kiv"), "1", "0", "0", "0"};
+  KivSysFaultPlan zPlan;
+  zPlan.m_iCall = KivSysCall::FileFlush;
+  zPlan.m_iNth = 1;
+  zPlan.m_bFromThenOn = true;
+  {
+    const KivSysFaultScope zNoFlush(zPlan);
+    EXPECT_EQ(Code("WriteDor", vstrWords), Code_::CannotWrite);
+    EXPECT_TRUE(zNoFlush.HasFired());
+  }
+  EXPECT_EQ(m_zFolder.ReadBytes(u"there.kiv"), "something else");
+  EXPECT_EQ(FileNum(m_zFolder), 2u) << "no temporary file is left";
+  EXPECT_EQ(Code("WriteDor", vstrWords), Code_::Done);
+}
+
+TEST_F(HandlerChange, TheLongestNameThatAFileCanHaveIsWritten) {
+  const size_t nFolder = m_zFolder.Path().size();
+  const size_t nName = sys::kSeparator == u'\\' ? 258 - nFolder : 255;  // there the whole path counts
+  const KivWString csPath = m_zFolder / (KivWString(nName - 4, u'n') + u".kiv");
+  EXPECT_EQ(Code("WriteDor", {Utf8(csPath), "0", "1", "0", "0"}), Code_::Done);
+  EXPECT_EQ(Code("WriteDor", {Utf8(csPath), "1", "1", "0", "0"}), Code_::Done);
+  EXPECT_EQ(Read(csPath), 0);
+}
+
+TEST_F(HandlerChange, FilesThatHaveTheNameOfATemporaryOneStay) {
+  const KivWString csStem = u".dor" + sys::Utf8ToWide(std::to_string(sys::CurrentProcessNumber()));
+  const std::vector<KivWString> vcsName{csStem + u"-0.tmp", csStem + u"-1.tmp"};
+  m_zFolder.WriteBytes(vcsName[0], "somebody's");
+  m_zFolder.WriteBytes(vcsName[1], "");
+  EXPECT_EQ(Code("WriteDor", {Utf8(m_zFolder / u"new.kiv"), "0", "1", "0", "0"}), Code_::Done);
+  EXPECT_EQ(m_zFolder.ReadBytes(vcsName[0]), "somebody's");
+  EXPECT_TRUE(sys::PathExists(m_zFolder / vcsName[1]));
+  EXPECT_EQ(FileNum(m_zFolder), 4u);
 }
 
 TEST_F(HandlerChange, TextsWithAZeroInThemAreRefused) {

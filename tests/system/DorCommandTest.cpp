@@ -5,6 +5,9 @@
 #include <sstream>
 
 #include "DorTreeTest.h"
+#include "KivSysFile.h"
+#include "KivSysFolder.h"
+#include "KivTestPipe.h"
 
 using namespace kiv;
 using namespace kivtest;
@@ -88,6 +91,31 @@ TEST_F(DorCommand, WrongUseGives2AndStartsNothing) {
 TEST_F(DorCommand, AModelThatCannotBeReadGives3) {
   EXPECT_EQ(Run(u"open missing.kiv"), 3);
   EXPECT_EQ(Run(u"call \"no model\" DoNothing"), 3);
+}
+
+TEST_F(DorCommand, WhyAModelCannotBeReadIsSaidInWords) {
+  const auto Why = [&](const KivWString& csName, const char16_t* szCommand = u"open ") {
+    const std::string strPath = sys::WideToUtf8(m_zFolder / csName);
+    const std::string strText = Output(szCommand + (u"\"" + (m_zFolder / csName) + u"\""));
+    const std::string strHead = "dor: " + strPath + ": ";
+    EXPECT_TRUE(strText.starts_with(strHead) && strText.ends_with("\n")) << strText;
+    return strText.size() > strHead.size() ? strText.substr(strHead.size(), strText.size() - strHead.size() - 1) : "";
+  };
+  WriteFile(m_zFolder / u"empty", "");
+  EXPECT_EQ(Why(u"missing.kiv"), "there is no such file");
+  EXPECT_EQ(Why(u"missing.kiv", u"bench "), "there is no such file");
+  EXPECT_EQ(Why(u"missing.kiv", u"shell "), "there is no such file");
+  EXPECT_EQ(Why(u"empty"), "is empty");
+  EXPECT_EQ(Why(u"no model"), "the model could not be read: the file is no model, or a damaged one");
+  sys::MakeFolder(m_zFolder / u"folder");
+  EXPECT_EQ(Why(u"folder"), "is a folder");
+  if (sys::kSeparator == u'\\') return;  // pipes are no files there
+  ASSERT_TRUE(MakePipe(m_zFolder, u"pipe"));
+  EXPECT_EQ(Why(u"pipe"), "is no regular file");
+  const KivSysFile hKept = KivSysFile::Open(
+      m_zFolder / u"model.kiv",
+      {KivSysAccess::ReadWrite, KivSysShare::None, KivSysDisposition::OpenExisting, KivSysFileFlags::None});
+  EXPECT_EQ(Why(u"model.kiv"), "cannot be opened for reading");
 }
 
 TEST_F(DorCommand, ATreeThatCannotBeStartedGives4) {
@@ -217,16 +245,16 @@ TEST_F(DorCommand, NamesReachTheTerminalWithoutControlCharacters) {
 }
 
 // Ctrl-C is a signal to the whole group of a terminal; what it sends to the command can be sent to it alone.
-TEST_F(DorCommand, AStopWhileTheShellWaitsEndsItAndLeavesNothing) {
+TEST_F(DorCommand, AStopWhileAPipedShellWaitsIsAnErrorAndLeavesNothing) {
   if (sys::kSeparator == u'\\') GTEST_SKIP() << "needs a shell with signals";
   const std::string strFolder = "'" + sys::WideToUtf8(m_zFolder.Path()) + "'";
   WriteFile(m_zFolder / u"script", "cd " + strFolder + " && mkfifo lines && exec 3<>lines || exit 90\n" +
                                        sys::WideToUtf8(Program()) + " shell model.kiv <lines >answers 2>errors &\n" +
                                        "echo DoNothing >&3\n"
                                        "for i in $(seq 6000); do grep -q served answers && break; sleep 0.02; done\n"
-                                       "kill -INT $!; wait $!\n");
-  EXPECT_EQ(std::system(("sh " + strFolder + "/script").c_str()), 0);
-  EXPECT_EQ(m_zFolder.ReadBytes(u"errors"), "");
+                                       "kill -INT $!; wait $!; [ $? -eq 1 ] && ! ls -d ZUR_TMP_FOLDER-*\n");
+  EXPECT_EQ(std::system(("sh " + strFolder + "/script 2>/dev/null").c_str()), 0);
+  EXPECT_EQ(m_zFolder.ReadBytes(u"errors"), "dor: stopped\n");
   EXPECT_TRUE(Holds(m_zFolder.ReadBytes(u"answers"), "served"));
 }
 

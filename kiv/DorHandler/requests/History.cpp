@@ -27,11 +27,13 @@ void DorServeSnapShot(DorSession& zSession, const DorRequestFields&, DorAnswerWr
 }
 
 void DorServeUndo(DorSession& zSession, const DorRequestFields& zFields, DorAnswerWriter& zAnswer) {
+  zSession.RequireEditable();
   zAnswer.Integer("steps_done", zSession.Undo(StepsOf(zFields)));
   PutStepNums(zSession, zAnswer);
 }
 
 void DorServeRedo(DorSession& zSession, const DorRequestFields& zFields, DorAnswerWriter& zAnswer) {
+  zSession.RequireEditable();
   zAnswer.Integer("steps_done", zSession.Redo(StepsOf(zFields)));
   PutStepNums(zSession, zAnswer);
 }

@@ -25,14 +25,33 @@ KivSysFile OpenForLooking(const KivWString& csPath) {
       csPath, {KivSysAccess::Read, KivSysShare::All, KivSysDisposition::OpenExisting, KivSysFileFlags::None});
 }
 
+KivWString FolderOf(const KivWString& csPath) {
+  KivWString csFolder, csName;
+  KivSplitPath(csPath, csFolder, csName);
+  return csFolder.empty() ? KivWString(1, sys::kSeparator) : csFolder;
+}
+
+// An empty file under a name that was free, in the target's folder. A short name: there is room for it wherever there
+// is for the target's. The store writes over an empty file, and over no other.
+KivWString MakeEmptyFileBeside(const KivWString& csTarget) {
+  constexpr int kMostNames = 1000;
+  const KivWString csStem =
+      FolderOf(csTarget) + sys::kSeparator + u".dor" + sys::Utf8ToWide(std::to_string(sys::CurrentProcessNumber()));
+  for (int i = 0; i < kMostNames; ++i) {
+    const KivWString csPath = csStem + u"-" + sys::Utf8ToWide(std::to_string(i)) + u".tmp";
+    if (KivSysFile::Open(
+            csPath, {KivSysAccess::ReadWrite, KivSysShare::None, KivSysDisposition::CreateNew, KivSysFileFlags::None})
+            .IsOpen())
+      return csPath;
+    if (!sys::PathExists(csPath) && !sys::IsLink(csPath)) break;
+  }
+  throw DorRefusal(DorAnswerCode::CannotWrite, "no file can be made in the folder");
+}
+
 // The new file under a name of its own beside the target, removed unless it has taken the target's place.
 class NewFile {
  public:
-  explicit NewFile(const KivWString& csTarget)
-      : m_csTarget(csTarget),
-        m_csPath(csTarget + u"." + sys::Utf8ToWide(std::to_string(sys::CurrentProcessNumber())) + u".tmp") {
-    sys::RemoveFileAt(m_csPath);  // of an earlier process with this number
-  }
+  explicit NewFile(const KivWString& csTarget) : m_csTarget(csTarget), m_csPath(MakeEmptyFileBeside(csTarget)) {}
   ~NewFile() {
     if (!m_bMoved) sys::RemoveFileAt(m_csPath);
   }
@@ -40,6 +59,12 @@ class NewFile {
   NewFile& operator=(const NewFile&) = delete;
 
   const KivWString& Path() const { return m_csPath; }
+  // Brings the bytes to the disk: a power cut behind TakePlace must not leave the name without them.
+  bool Flush() const {
+    KivSysFile hFile = KivSysFile::Open(
+        m_csPath, {KivSysAccess::ReadWrite, KivSysShare::All, KivSysDisposition::OpenExisting, KivSysFileFlags::None});
+    return hFile.IsOpen() && hFile.Flush();
+  }
   void TakePlace(bool bOverwrite) {
     sys::TakePermissionsFor(m_csPath, m_csTarget);  // else it stays the user's own
     m_bMoved = (bOverwrite ? sys::ReplacePath(m_csPath, m_csTarget) : sys::RenamePath(m_csPath, m_csTarget)) == 0;
@@ -61,9 +86,7 @@ uint64_t WrittenBytes(const KivWString& csPath) {
 }
 
 void RequireFolder(const KivWString& csPath) {
-  KivWString csFolder, csName;
-  KivSplitPath(csPath, csFolder, csName);
-  if (csFolder.empty()) csFolder = KivWString(1, sys::kSeparator);
+  const KivWString csFolder = FolderOf(csPath);
   if (!sys::FolderExists(csFolder)) throw DorRefusal(DorAnswerCode::CannotWrite, "the folder is not there");
   if (!sys::CanWriteFolder(csFolder)) throw DorRefusal(DorAnswerCode::CannotWrite, "the folder cannot be written to");
 }
@@ -121,6 +144,7 @@ void DorServeWriteDor(DorSession& zSession, const DorRequestFields& zFields, Dor
   if (!bOverwrite && sys::PathExists(csPath))
     throw DorRefusal(DorAnswerCode::WouldOverwrite, "the file is there already");
 
+  zSession.RequireEditable();  // the store writes its own generation only
   RequireFolder(csPath);
   NewFile zNew(csPath);
   bool bSaved = false;
@@ -132,7 +156,8 @@ void DorServeWriteDor(DorSession& zSession, const DorRequestFields& zFields, Dor
     // The report stands in the log; whoever asked is told what it means.
   }
   const uint64_t nBytes = bSaved ? WrittenBytes(zNew.Path()) : 0;
-  if (nBytes < kLeastModel) throw DorRefusal(DorAnswerCode::CannotWrite, WhyNotWritten(zSession, zNew.Path()));
+  if (nBytes < kLeastModel || !zNew.Flush())
+    throw DorRefusal(DorAnswerCode::CannotWrite, WhyNotWritten(zSession, zNew.Path()));
   if (zFields.Integer("verify") == 1 && !IsReadable(zNew.Path()))
     throw DorRefusal(DorAnswerCode::CannotWrite, "the file that was written could not be read back");
   zAnswer.Integer("bytes", static_cast<int64_t>(nBytes));
