@@ -278,6 +278,21 @@ TEST_F(WinFile, FlushGoesToTheDevice) {
   EXPECT_EQ(zCount.GetCount(KivSysCall::FileFlush), 1u);
 }
 
+TEST_F(WinFile, AFlushThatFailsCountsAsAWriteThatFailedWithoutAReport) {
+  auto pzFile = KivCreateFile(OpenNew(m_zFolder / u"new"));
+  auto& zFile = dynamic_cast<KivWinFile&>(*pzFile.Get());
+  pzFile->Write(0, "abc", 3);
+  pzFile->Flush();
+  EXPECT_FALSE(zFile.TakeWriteFailure());
+  {
+    const KivSysFaultScope zNoFlush(Plan(KivSysCall::FileFlush, 1));
+    pzFile->Flush();
+    EXPECT_TRUE(zNoFlush.HasFired());
+  }
+  EXPECT_TRUE(zFile.TakeWriteFailure());
+  EXPECT_FALSE(zFile.TakeWriteFailure()) << "told once";
+}
+
 // --- Background reads -----------------------------------------------------------------------------------------------
 
 // What a reader finds when it starts: requests are queued while no thread can be started. Its reads fail after the

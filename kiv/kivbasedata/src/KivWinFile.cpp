@@ -399,7 +399,7 @@ void KivWinFile::DoFlush() {
     KIV_CHECK(IsSnapShotFile());
     return;
   }
-  m_hFile.Flush();
+  if (!m_hFile.Flush()) m_bWriteFailed = true;  // no report: a flush makes none
 }
 
 uint64_t KivWinFile::DoGetLength() {
