@@ -53,9 +53,9 @@ bool IsList(const DorValue& z) {
 
 // A list whose items are one plain value each takes one line.
 void AppendPlainItems(const DorValue& zList, std::string& strText) {
-  const size_t nShown = std::min(zList.m_vvzItem.size(), kShownItems);
-  for (size_t i = 0; i < nShown; ++i) strText += (i == 0 ? "" : ", ") + Scalar(zList.m_vvzItem[i][0]);
-  if (nShown < zList.m_vvzItem.size()) strText += ", ...";
+  const size_t nShown = std::min(zList.m_nItems, kShownItems);
+  for (size_t i = 0; i < nShown; ++i) strText += (i == 0 ? "" : ", ") + Scalar(zList.Item(i)[0]);
+  if (nShown < zList.m_nItems) strText += ", ...";
   strText += '\n';
 }
 
@@ -64,30 +64,30 @@ void AppendItems(const DorValue& zList, size_t nBlanks, std::string& strText);
 void AppendList(const DorValue& zList, size_t nBlanks, std::string& strText) {
   const std::vector<DorField>& vzItem = zList.m_pzField->m_vzItem;
   strText += std::string(nBlanks, ' ') + zList.m_pzField->m_strName + ": ";
-  if (zList.m_vvzItem.empty()) {
+  if (zList.m_nItems == 0) {
     strText += "none\n";
   } else if (vzItem.size() == 1 && vzItem[0].m_cKind != 'l') {
     AppendPlainItems(zList, strText);
   } else {
-    strText += std::to_string(zList.m_vvzItem.size()) + "\n";
+    strText += std::to_string(zList.m_nItems) + "\n";
     AppendItems(zList, nBlanks + 2, strText);
   }
 }
 
 // The plain values of an item on one line, its lists below.
 void AppendItems(const DorValue& zList, size_t nBlanks, std::string& strText) {
-  size_t nShown = 0;
-  for (const std::vector<DorValue>& vzItem : zList.m_vvzItem) {
-    if (nShown++ == kShownItems) {
+  for (size_t i = 0; i < zList.m_nItems; ++i) {
+    if (i == kShownItems) {
       strText += std::string(nBlanks, ' ') + "...\n";
       return;
     }
+    const std::vector<DorValue> vzItem = zList.Item(i);
     std::string strLine;
     for (const DorValue& z : vzItem)
       if (!IsList(z)) strLine += (strLine.empty() ? "" : ", ") + z.m_pzField->m_strName + " " + Scalar(z);
     strText += std::string(nBlanks, ' ') + "- " + strLine + "\n";
     for (const DorValue& z : vzItem)
-      if (IsList(z) && !z.m_vvzItem.empty()) AppendList(z, nBlanks + 4, strText);
+      if (IsList(z) && z.m_nItems != 0) AppendList(z, nBlanks + 4, strText);
   }
 }
 

@@ -141,8 +141,10 @@ Json ToJson(const DorValue& z) {
       return z.m_viInteger.size() == 1 ? Json(z.m_viInteger[0]) : Json(z.m_viInteger);
     case 'l': {
       Json zArray = Json::array();
-      for (const std::vector<DorValue>& vzItem : z.m_vvzItem)
+      for (size_t i = 0; i < z.m_nItems; ++i) {
+        const std::vector<DorValue> vzItem = z.Item(i);
         zArray.push_back(vzItem.size() == 1 ? ToJson(vzItem[0]) : ToJson(vzItem));
+      }
       return zArray;
     }
     default:

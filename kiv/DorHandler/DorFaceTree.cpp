@@ -12,7 +12,6 @@ namespace {
 using Box = Eigen::AlignedBox3d;
 
 constexpr size_t kLeafTriangles = 4;
-constexpr size_t kMostWaiting = 1'000'000;  // pairs of boxes that a search puts aside
 
 Eigen::Vector3d Point(const KivECoord3& z) {
   return {z.m_dX, z.m_dY, z.m_dZ};
@@ -77,15 +76,15 @@ class DorFaceTree::Search {
  public:
   using Scalar = double;
 
-  Search(const DorFaceTree& zFirst, const DorFaceTree& zSecond, size_t nMostPairs)
-      : m_zFirst(zFirst), m_zSecond(zSecond), m_nMostPairs(nMostPairs) {
+  Search(const DorFaceTree& zFirst, const DorFaceTree& zSecond, const DorSearchLimits& zLimits)
+      : m_zFirst(zFirst), m_zSecond(zSecond), m_zLimits(zLimits) {
     m_zBest = DorNearestOfTriangles(zFirst.m_vzTriangle[0], zSecond.m_vzTriangle[0]);
   }
 
   // What cannot be better than the best is said to be far off, so that nobody goes on there.
   double minimumOnVolumeVolume(const Box& zFirst, const Box& zSecond) {
     const double d = Bound(zFirst, zSecond);
-    if (d < m_zBest.m_dSquared) Count(m_nWaiting, kMostWaiting);
+    if (d < m_zBest.m_dSquared) Count(m_nWaiting, m_zLimits.m_nMostWaiting);
     return d;
   }
   double minimumOnVolumeObject(const Box& zFirst, uint32_t iSecond) const {
@@ -104,7 +103,7 @@ class DorFaceTree::Search {
       for (uint32_t k = zSecond.m_iBegin; k < zSecond.m_iEnd; ++k) {
         const DorTriangle* const pSecond = &m_zSecond.m_vzTriangle[k];
         if (zBox.squaredExteriorDistance(BoxOf(pSecond, pSecond + 1)) >= m_zBest.m_dSquared) continue;
-        Count(m_nPairs, m_nMostPairs);
+        Count(m_nPairs, m_zLimits.m_nMostPairs);
         const DorNearest z = DorNearestOfTriangles(*pFirst, *pSecond);
         if (z.m_dSquared < m_zBest.m_dSquared) m_zBest = z;
       }
@@ -126,7 +125,7 @@ class DorFaceTree::Search {
 
   const DorFaceTree& m_zFirst;
   const DorFaceTree& m_zSecond;
-  size_t m_nMostPairs;
+  const DorSearchLimits& m_zLimits;
   size_t m_nWaiting = 0, m_nPairs = 0;
 };
 
@@ -143,8 +142,8 @@ size_t DorFaceTree::GetByteNum() const {
   return m_vzTriangle.size() * sizeof(DorTriangle) + m_pzBoxes->m_vzLeaf.size() * 2 * sizeof(Leaf);
 }
 
-DorNearest DorFaceTree::NearestTo(const DorFaceTree& zOther, size_t nMostPairs) const {
-  Search zSearch(*this, zOther, nMostPairs);
+DorNearest DorFaceTree::NearestTo(const DorFaceTree& zOther, const DorSearchLimits& zLimits) const {
+  Search zSearch(*this, zOther, zLimits);
   if (zSearch.m_zBest.m_dSquared > 0) Eigen::BVMinimize(m_pzBoxes->m_zTree, zOther.m_pzBoxes->m_zTree, zSearch);
   return zSearch.m_zBest;
 }

@@ -12,6 +12,12 @@
 
 namespace kiv {
 
+// When a search for a distance gives up: a few seconds, since the relay serves nobody meanwhile.
+struct DorSearchLimits {
+  size_t m_nMostPairs = 4'000'000;    // of triangles that it looks at
+  size_t m_nMostWaiting = 1'000'000;  // pairs of boxes that it puts aside, which takes memory
+};
+
 class DorFaceTree {
  public:
   // At least one triangle, all coordinates numbers.
@@ -23,12 +29,9 @@ class DorFaceTree {
   size_t GetTriangleNum() const { return m_vzTriangle.size(); }
   // About, with what stands in the tree.
   size_t GetByteNum() const;
-  // Pairs of triangles that a search looks at before it gives up: a few seconds, since the relay serves nobody
-  // meanwhile.
-  static constexpr size_t kMostPairs = 4'000'000;
   // Nearest points of two trees, the first on this one. Refuses with Failed where too many triangles are about equally
   // near for a tree to sort them out.
-  DorNearest NearestTo(const DorFaceTree& zOther, size_t nMostPairs = kMostPairs) const;
+  DorNearest NearestTo(const DorFaceTree& zOther, const DorSearchLimits& zLimits = DorSearchLimits()) const;
 
  private:
   struct Boxes;

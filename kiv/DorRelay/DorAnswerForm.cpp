@@ -2,6 +2,7 @@
 
 #include <cctype>
 #include <map>
+#include <optional>
 #include <stdexcept>
 
 #include "KivLittleEndian.h"
@@ -42,7 +43,7 @@ class FormParser {
     }
     const bool bList = strWord == "list";
     if (!bList && (strWord.size() != 1 || std::string("ifsc").find(strWord) == std::string::npos)) Fail();
-    if (z.m_nTimes != 1 && strWord != "i" && strWord != "f") Fail();
+    if (z.m_nTimes == 0 || (z.m_nTimes != 1 && strWord != "i" && strWord != "f")) Fail();
     z.m_cKind = bList ? 'l' : strWord[0];
     Blank();
     z.m_strName = Word();
@@ -73,6 +74,27 @@ const DorForm* Parsed(const char* szForm) {
   if (szForm == nullptr) return nullptr;
   const auto it = mapForms.find(szForm);
   return it != mapForms.end() ? &it->second : &mapForms.emplace(szForm, DorParseForm(szForm)).first->second;
+}
+
+// How many numbers an item of a list takes; nothing where it has a text or a list in it.
+struct ItemWidth {
+  size_t m_nInteger = 0, m_nFloat = 0;
+};
+
+size_t FloatNum(const DorField& zField) {
+  return zField.m_cKind == 'c' ? 3 : zField.m_nTimes;
+}
+
+std::optional<ItemWidth> WidthOf(const DorForm& zItem) {
+  ItemWidth z;
+  for (const DorField& zField : zItem) {
+    if (zField.m_cKind == 's' || zField.m_cKind == 'l') return std::nullopt;
+    if (zField.m_cKind == 'i')
+      z.m_nInteger += zField.m_nTimes;
+    else
+      z.m_nFloat += FloatNum(zField);
+  }
+  return z;
 }
 
 class AnswerReader {
@@ -110,6 +132,12 @@ class AnswerReader {
  private:
   size_t Left() const { return m_vcBytes.size() - m_iCursor; }
 
+  bool Float(double& dValue) {
+    if (Left() < 8) return false;
+    dValue = KivLoad<double>(m_vcBytes.data() + m_iCursor);
+    m_iCursor += 8;
+    return true;
+  }
   bool Value(const DorField& zField, DorValue& z) {
     switch (zField.m_cKind) {
       case 's':
@@ -122,12 +150,9 @@ class AnswerReader {
           if (!Integer(i)) return false;
         return true;
       default:
-        z.m_vdFloat.resize(zField.m_cKind == 'c' ? 3 : zField.m_nTimes);
-        for (double& d : z.m_vdFloat) {
-          if (Left() < 8) return false;
-          d = KivLoad<double>(m_vcBytes.data() + m_iCursor);
-          m_iCursor += 8;
-        }
+        z.m_vdFloat.resize(FloatNum(zField));
+        for (double& d : z.m_vdFloat)
+          if (!Float(d)) return false;
         return true;
     }
   }
@@ -135,8 +160,27 @@ class AnswerReader {
   bool List(const DorField& zField, DorValue& z) {
     int64_t nItems = 0;
     if (!Integer(nItems) || nItems < 0 || static_cast<uint64_t>(nItems) > Left() / 8) return false;
+    z.m_nItems = static_cast<size_t>(nItems);
+    if (const std::optional<ItemWidth> zWidth = WidthOf(zField.m_vzItem)) return Numbers(zField.m_vzItem, *zWidth, z);
     for (int64_t i = 0; i < nItems; ++i)
       if (!Values(zField.m_vzItem, z.m_vvzItem.emplace_back())) return false;
+    return true;
+  }
+
+  bool Numbers(const DorForm& zItem, const ItemWidth& zWidth, DorValue& z) {
+    const size_t nWidth = zWidth.m_nInteger + zWidth.m_nFloat;
+    if (z.m_nItems > Left() / 8 / nWidth) return false;
+    z.m_viInteger.resize(z.m_nItems * zWidth.m_nInteger);
+    z.m_vdFloat.resize(z.m_nItems * zWidth.m_nFloat);
+    int64_t* pi = z.m_viInteger.data();
+    double* pd = z.m_vdFloat.data();
+    for (size_t i = 0; i < z.m_nItems; ++i)
+      for (const DorField& zField : zItem) {
+        if (zField.m_cKind == 'i')
+          for (size_t k = 0; k < zField.m_nTimes; ++k) Integer(*pi++);
+        else
+          for (size_t k = 0; k < FloatNum(zField); ++k) Float(*pd++);
+      }
     return true;
   }
 
@@ -165,6 +209,28 @@ bool DorDecodeAnswer(const DorRequestRow& zRow, const KivByteBuffer& vcResult, D
   if (zAnswer.m_iCode != 0) return zReader.Text(zAnswer.m_csReason) && zReader.IsAtEnd();
   const DorForm* pzForm = DorAnswerFormOf(zRow);
   return pzForm != nullptr && zReader.Values(*pzForm, zAnswer.m_vzValue) && zReader.IsAtEnd();
+}
+
+std::vector<DorValue> DorValue::Item(size_t i) const {
+  const DorForm& zForm = m_pzField->m_vzItem;
+  const std::optional<ItemWidth> zWidth = WidthOf(zForm);
+  if (!zWidth) return m_vvzItem.at(i);
+  auto pi = m_viInteger.begin() + static_cast<ptrdiff_t>(i * zWidth->m_nInteger);
+  auto pd = m_vdFloat.begin() + static_cast<ptrdiff_t>(i * zWidth->m_nFloat);
+  std::vector<DorValue> vzValue(zForm.size());
+  for (size_t k = 0; k < zForm.size(); ++k) {
+    DorValue& z = vzValue[k];
+    z.m_pzField = &zForm[k];
+    if (zForm[k].m_cKind == 'i') {
+      z.m_viInteger.assign(pi, pi + zForm[k].m_nTimes);
+      pi += zForm[k].m_nTimes;
+    } else {
+      const auto nFloats = static_cast<ptrdiff_t>(FloatNum(zForm[k]));
+      z.m_vdFloat.assign(pd, pd + nFloats);
+      pd += nFloats;
+    }
+  }
+  return vzValue;
 }
 
 const DorValue* DorFindValue(const std::vector<DorValue>& vzValue, std::string_view strName) {

@@ -37,7 +37,12 @@ struct DorValue {
   std::vector<int64_t> m_viInteger;
   std::vector<double> m_vdFloat;  // three of a coordinate
   KivWString m_csText;
-  std::vector<std::vector<DorValue>> m_vvzItem;
+  // Of a list. Items of numbers alone, which may be millions, stand one behind the other in the two vectors above.
+  size_t m_nItems = 0;
+  std::vector<std::vector<DorValue>> m_vvzItem;  // items with texts or lists in them
+
+  // The fields of an item of a list, below m_nItems.
+  std::vector<DorValue> Item(size_t i) const;
 };
 
 struct DorDecodedAnswer {

@@ -80,12 +80,12 @@ class HandlerTest : public testing::Test {
     const kiv::DorValue* pz = kiv::DorFindValue(vz, strName);
     return pz != nullptr ? Utf8(pz->m_csText) : "no such field";
   }
-  static const std::vector<std::vector<kiv::DorValue>>& List(const std::vector<kiv::DorValue>& vz,
-                                                             std::string_view strName) {
-    static const std::vector<std::vector<kiv::DorValue>> vvzNone;
+  static std::vector<std::vector<kiv::DorValue>> List(const std::vector<kiv::DorValue>& vz, std::string_view strName) {
     const kiv::DorValue* pz = kiv::DorFindValue(vz, strName);
     EXPECT_NE(pz, nullptr) << strName;
-    return pz != nullptr ? pz->m_vvzItem : vvzNone;
+    std::vector<std::vector<kiv::DorValue>> vvzItem;
+    for (size_t i = 0; pz != nullptr && i < pz->m_nItems; ++i) vvzItem.push_back(pz->Item(i));
+    return vvzItem;
   }
   // Low and high corner in one; empty for no box.
   static std::vector<double> Box(const std::vector<kiv::DorValue>& vz) {

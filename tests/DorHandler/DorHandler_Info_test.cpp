@@ -69,7 +69,7 @@ TEST_F(HandlerInfo, ANodeInFullHasWhatIsBelowItAndTheIdsOfItsParts) {
   EXPECT_EQ(Floats(List(z.m_vzValue, "colour")[0], "rgba"), (Doubles{1, 0, 0, 1}));
   EXPECT_TRUE(List(z.m_vzValue, "layer").empty());
   ASSERT_EQ(List(z.m_vzValue, "places").size(), 1u);
-  const auto& vzPlace = List(z.m_vzValue, "places")[0];
+  const auto vzPlace = List(z.m_vzValue, "places")[0];
   ASSERT_EQ(List(vzPlace, "levels").size(), 2u);
   EXPECT_EQ(Int(List(vzPlace, "levels")[0], "triangles"), 4);
   EXPECT_EQ(Int(List(vzPlace, "levels")[1], "triangles"), 10);
@@ -110,7 +110,7 @@ TEST_F(HandlerInfo, AFaceIsShownWhereItStands) {
 TEST_F(HandlerInfo, ASurfaceOfPolesComesRowByRow) {
   const DorDecodedAnswer z = Ask("GetFaceInfo", {"0", "2"});
   ASSERT_EQ(List(z.m_vzValue, "nurbs").size(), 1u);
-  const auto& vz = List(z.m_vzValue, "nurbs")[0];
+  const auto vz = List(z.m_vzValue, "nurbs")[0];
   EXPECT_EQ(Int(vz, "order_1"), 2);
   EXPECT_EQ(Int(vz, "order_2"), 2);
   EXPECT_EQ(Int(vz, "rows"), 2);

@@ -126,20 +126,41 @@ TEST(DorFaceTree, RandomFacesHaveTheDistanceOfTheirNearestTriangles) {
   }
 }
 
-TEST(DorFaceTree, ASearchThatTakesTooLongIsRefused) {
-  std::vector<DorTriangle> vzRow;
-  for (int i = 0; i < 64; ++i) {
-    const KivECoord3 zAt{4.0 * i, 0, 0};
-    vzRow.push_back({zAt + kFlat[0], zAt + kFlat[1], zAt + kFlat[2]});
+// A sphere keeps an even gap from a larger one: most of their triangles are about equally near.
+TEST(DorFaceTree, ASearchThatTakesTooLongIsRefusedByEachOfItsLimits) {
+  const auto Sphere = [](double dRadius, double dTurn) {
+    constexpr int kSteps = 12;
+    constexpr double kPi = 3.14159265358979;
+    const auto At = [&](int i, int k) {
+      const double t = kPi * i / kSteps, p = kPi * k / kSteps + dTurn;
+      return KivECoord3{std::sin(t) * std::cos(p), std::sin(t) * std::sin(p), std::cos(t)} * dRadius;
+    };
+    std::vector<DorTriangle> vz;
+    for (int i = 0; i < kSteps; ++i)
+      for (int k = 0; k < 2 * kSteps; ++k) {
+        vz.push_back({At(i, k), At(i + 1, k), At(i + 1, k + 1)});
+        vz.push_back({At(i, k), At(i + 1, k + 1), At(i, k + 1)});
+      }
+    return std::make_unique<DorFaceTree>(vz);
+  };
+  const auto pzSmall = Sphere(1, 0), pzLarge = Sphere(1.5, 0.1);
+  EXPECT_NEAR(std::sqrt(pzSmall->NearestTo(*pzLarge).m_dSquared), 0.48, 0.02) << "the limits that are shipped";
+  DorSearchLimits zFewPairs, zFewWaiting, zEnough;
+  zFewPairs.m_nMostPairs = 50;
+  zFewWaiting.m_nMostWaiting = 50;
+  zEnough.m_nMostPairs = zEnough.m_nMostWaiting = 40'000;
+  for (const DorSearchLimits& zLimits : {zFewPairs, zFewWaiting}) {
+    try {
+      pzSmall->NearestTo(*pzLarge, zLimits);
+      ADD_FAILURE() << "not refused";
+    } catch (const DorRefusal& e) {
+      EXPECT_EQ(e.m_iCode, DorAnswerCode::Failed);
+      EXPECT_EQ(e.m_strReason, "too many triangles of the faces are about equally near");
+    }
   }
-  const DorFaceTree zRow(vzRow), zAbove({{KivECoord3{120, 1, 1}, {121, 1, 1}, {120, 2, 1}}});
-  EXPECT_DOUBLE_EQ(zRow.NearestTo(zAbove).m_dSquared, 1);
-  try {
-    zRow.NearestTo(zAbove, 0);
-    FAIL() << "not refused";
-  } catch (const DorRefusal& e) {
-    EXPECT_EQ(e.m_iCode, DorAnswerCode::Failed);
-  }
+  EXPECT_NO_THROW(pzSmall->NearestTo(*pzLarge, zEnough));
+  EXPECT_EQ(DorSearchLimits().m_nMostPairs, 4'000'000u) << "docs/requests.md says so";
+  EXPECT_EQ(DorSearchLimits().m_nMostWaiting, 1'000'000u);
 }
 
 TEST(DorFaceTrees, TheOneThatWasUsedLongestAgoGoesFirst) {

@@ -153,7 +153,7 @@ TEST(DorRequests, NamedFieldsAreThoseOfTheForm) {
 
 TEST(DorAnswerForm, WhatIsNoFormIsRefused) {
   for (const char* szBad : {"i", "i ", "x name", "i a,", "i a, ", "i a,i b", "list l", "list l ()", "list l (i a",
-                            "2 s a", "i a)", "ii a", "list (i a)"})
+                            "2 s a", "0 i a", "i a)", "ii a", "list (i a)"})
     EXPECT_THROW(DorParseForm(szBad), std::logic_error) << szBad;
   EXPECT_TRUE(DorParseForm("").empty());
   const DorForm zForm = DorParseForm("i a, list b (c p, list q (2 f r)), s t");
@@ -170,7 +170,7 @@ TEST(DorAnswerForm, AnAnswerThatDoesNotFitToTheLastByteIsNotDecoded) {
   for (int64_t i : {0, 0, 0, 0, 2, 7, 8, 0}) KivPutInt64(vc, i);
   DorDecodedAnswer z;
   ASSERT_TRUE(DorDecodeAnswer(zRow, vc, z));
-  EXPECT_EQ(DorFindValue(z.m_vzValue, "children")->m_vvzItem[1][0].m_viInteger[0], 8);
+  EXPECT_EQ(DorFindValue(z.m_vzValue, "children")->Item(1)[0].m_viInteger[0], 8);
   for (size_t n = 0; n < vc.size(); ++n)
     EXPECT_FALSE(DorDecodeAnswer(zRow, KivByteBuffer(vc.begin(), vc.begin() + static_cast<ptrdiff_t>(n)), z)) << n;
   vc.push_back(0);
@@ -181,6 +181,35 @@ TEST(DorAnswerForm, AnAnswerThatDoesNotFitToTheLastByteIsNotDecoded) {
     KivPutInt64(vcLying, nItems);
     EXPECT_FALSE(DorDecodeAnswer(zRow, vcLying, z)) << nItems;
   }
+}
+
+// Each value of its own would take twenty times the answer.
+TEST(DorAnswerForm, ItemsOfNumbersAloneTakeTheRoomOfTheirNumbers) {
+  const DorRequestRow& zRow = *DorFindRequest(u"DorHandler_GetEdgeInfo");
+  constexpr int64_t kPoles = 1000;
+  KivByteBuffer vc;
+  for (int64_t i : {0, 3, 0}) KivPutInt64(vc, i);
+  KivPutDouble(vc, 2.5);
+  for (int64_t i : {2}) KivPutInt64(vc, i);  // levels
+  for (int i = 0; i < 2; ++i) {
+    KivPutDouble(vc, 0.5 + i);
+    KivPutInt64(vc, 70 + i);
+  }
+  for (int64_t i : {0, 0, 0, 1, 4, 0}) KivPutInt64(vc, i);  // no colour, layer, analytic; a curve without knots
+  KivPutInt64(vc, kPoles);
+  for (int i = 0; i < 4 * kPoles; ++i) KivPutDouble(vc, i);
+  DorDecodedAnswer z;
+  ASSERT_TRUE(DorDecodeAnswer(zRow, vc, z));
+  const DorValue zLevels = *DorFindValue(z.m_vzValue, "levels");
+  ASSERT_EQ(zLevels.m_nItems, 2u);
+  EXPECT_EQ(DorFindValue(zLevels.Item(1), "tolerance")->m_vdFloat, std::vector<double>{1.5});
+  EXPECT_EQ(DorFindValue(zLevels.Item(1), "points")->m_viInteger, std::vector<int64_t>{71});
+  const DorValue zPoles = *DorFindValue(DorFindValue(z.m_vzValue, "nurbs")->Item(0), "poles");
+  EXPECT_EQ(zPoles.m_nItems, static_cast<size_t>(kPoles));
+  EXPECT_TRUE(zPoles.m_vvzItem.empty());
+  EXPECT_EQ(zPoles.m_vdFloat.size(), static_cast<size_t>(4 * kPoles));
+  EXPECT_EQ(DorFindValue(zPoles.Item(999), "pole")->m_vdFloat, (std::vector<double>{3996, 3997, 3998}));
+  EXPECT_EQ(DorFindValue(zPoles.Item(999), "weight")->m_vdFloat, std::vector<double>{3999});
 }
 
 TEST(DorWords, ALineIsSplitAsAShellDoes) {
