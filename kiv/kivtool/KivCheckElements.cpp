@@ -57,8 +57,10 @@ class ElementWalk {
   void GatherRecords() {
     KivRecordWalk zWalk(m_zModel);
     KivToolRecord zRecord;
-    while (zWalk.Next(zRecord))
+    for (uint32_t i = 0; zWalk.Next(zRecord); ++i) {
+      if (i % 256 == 0) m_zProgress.Advance(0);
       if (!zRecord.m_bFree) m_viUsed.push_back(zRecord.m_iPosition);
+    }
     m_vcSeen.assign(m_viUsed.size(), kUnseen);
   }
 

@@ -5,6 +5,7 @@
 
 #include "KivJsonWriter.h"
 #include "KivLittleEndian.h"
+#include "KivProgress.h"
 #include "KivToolError.h"
 #include "KivToolOutput.h"
 
@@ -53,7 +54,14 @@ KivGltfWriter::KivGltfWriter(const KivWString& csPath)
       m_zBinary(
           Create(csPath + KivWString(kBinarySuffix), KivSysFileFlags::Temporary | KivSysFileFlags::DeleteOnClose)) {}
 
+void KivGltfWriter::CheckLength(uint64_t nBytes) const {
+  if (nBytes > std::numeric_limits<uint32_t>::max())
+    throw KivToolError(KivShown(m_csPath) +
+                       ": would have more than 4 GiB, which glTF cannot hold (try another --level)");
+}
+
 void KivGltfWriter::FlushPart() {
+  CheckLength(m_nWritten + m_vcPart.size());
   WriteAll(m_zBinary, m_nWritten, m_vcPart.data(), m_vcPart.size(), m_csPath);
   m_nWritten += m_vcPart.size();
   m_vcPart.clear();
@@ -227,9 +235,7 @@ uint64_t KivGltfWriter::Finish(const std::vector<uint32_t>& viRoot) {
   std::string strJson = BuildJson(viRoot);
   while (strJson.size() % 4 != 0) strJson += ' ';
   const uint64_t nTotal = 12 + 8 + strJson.size() + (m_nWritten != 0 ? 8 + m_nWritten : 0);
-  if (nTotal > std::numeric_limits<uint32_t>::max())
-    throw KivToolError(KivShown(m_csPath) +
-                       ": would have more than 4 GiB, which glTF cannot hold (try another --level)");
+  CheckLength(nTotal);
 
   KivSysFile zFile = Create(m_csPath, KivSysFileFlags::SequentialScan);
   uint8_t acHead[20];
@@ -253,12 +259,14 @@ void KivGltfWriter::CopyBinary(KivSysFile& zFile, uint64_t iAt) {
   WriteAll(zFile, iAt, acHead, sizeof acHead, m_csPath);
   iAt += sizeof acHead;
   m_vcPart.resize(kPartBytes);
+  KivProgress zProgress("writing", m_nWritten);
   for (uint64_t iDone = 0; iDone < m_nWritten;) {
     const uint32_t nPart = static_cast<uint32_t>(std::min<uint64_t>(kPartBytes, m_nWritten - iDone));
     uint32_t nRead = 0;
     if (!m_zBinary.ReadAt(iDone, m_vcPart.data(), nPart, nRead) || nRead == 0) FailToWrite(m_csPath);
     WriteAll(zFile, iAt + iDone, m_vcPart.data(), nRead, m_csPath);
     iDone += nRead;
+    zProgress.Set(iDone);
   }
 }
 

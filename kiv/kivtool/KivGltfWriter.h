@@ -67,6 +67,8 @@ class KivGltfWriter {
   };
   void Append(const void* pBytes, size_t nBytes);
   void FlushPart();
+  // Throws for a file that would have so many bytes and cannot.
+  void CheckLength(uint64_t nBytes) const;
   uint32_t AddAccessor(const Accessor& zAccessor, const void* pBytes);
   std::string BuildJson(const std::vector<uint32_t>& viRoot);
   // The chunk of what was gathered beside the file.

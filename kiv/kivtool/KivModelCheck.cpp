@@ -1,6 +1,10 @@
 #include "KivModelCheck.h"
 
+#include <optional>
+
 #include "KivCheckWalk.h"
+#include "KivProgress.h"
+#include "KivStopGuard.h"
 
 namespace kiv {
 namespace {
@@ -13,10 +17,18 @@ bool IsHarmless(KivContainerFindingKind eKind) {
   return eKind == KivContainerFindingKind::FreeNotZeroed || eKind == KivContainerFindingKind::FreeNeighbours;
 }
 
+// The container's check does not look whether the user wants to stop.
+KivContainerCheck RunFullCheck(KivToolModel& zModel, KivToolOutput* pzOutput) {
+  const KivProgress zProgress("checking the container", 0);
+  std::optional<KivStopGuard> zGuard;
+  if (pzOutput != nullptr) zGuard.emplace([] { return true; }, *pzOutput);
+  return zModel.Container().FullCheck();
+}
+
 // A record or a node that breaks the rules of docs/container_format.md.
-void CheckContainer(KivToolModel& zModel, KivCheckSink& zSink) {
+void CheckContainer(KivToolModel& zModel, KivCheckSink& zSink, KivToolOutput* pzOutput) {
   try {
-    const KivContainerCheck zCheck = zModel.Container().FullCheck();
+    const KivContainerCheck zCheck = RunFullCheck(zModel, pzOutput);
     for (const KivContainerFinding& z : zCheck.m_vzFinding) {
       const std::string strName = KivGetFindingName(z.m_iKind);
       zSink.AddContainer("container-" + strName, IsHarmless(z.m_iKind) ? Severity::Warning : Severity::Error,
@@ -100,12 +112,12 @@ void KivCheckSink::Add(const char* szCode, uint64_t iPosition, uint64_t iKey, co
   m_pfnFinding({szCode, eSeverity, iPosition, iKey, strSentence});
 }
 
-KivCheckResult KivCheckModel(KivToolModel& zModel, const KivCheckVisitor& pfnFinding) {
+KivCheckResult KivCheckModel(KivToolModel& zModel, const KivCheckVisitor& pfnFinding, KivToolOutput* pzOutput) {
   KivCheckResult zResult;
   KivCheckSink zSink(pfnFinding, zResult);
   if (!zModel.WasSound())
     zSink.Add("container-reported", 0, 0, "a failure was reported while the container was opened");
-  CheckContainer(zModel, zSink);
+  CheckContainer(zModel, zSink, pzOutput);
   KivCheckElements(zModel, zSink);
   KivCheckStructure(zModel, zSink);
   return zResult;

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "KivToolModel.h"
+#include "KivToolOutput.h"
 
 namespace kiv {
 
@@ -47,7 +48,9 @@ const KivCheckCode* KivFindCheckCode(const std::string& strCode);
 std::vector<KivCheckCode> KivListCheckCodes();
 
 // Hands each finding to pfnFinding as it is found. Takes memory for 9 bytes a record and for the structure of the
-// assembly. Throws KivToolError if the user stops it.
-KivCheckResult KivCheckModel(KivToolModel& zModel, const KivCheckVisitor& pfnFinding);
+// assembly. Throws KivToolError if the user stops it; where it cannot look for that a guard ends the process instead, if
+// there is an output to tell it.
+KivCheckResult KivCheckModel(KivToolModel& zModel, const KivCheckVisitor& pfnFinding,
+                             KivToolOutput* pzOutput = nullptr);
 
 }  // namespace kiv

@@ -8,6 +8,7 @@
 #include "KivModel.h"
 #include "KivModelMeaning.h"
 #include "KivModelNote.h"
+#include "KivProgress.h"
 
 namespace kiv {
 namespace {
@@ -23,6 +24,7 @@ KivToolPart PartOf(const KivInstanceEntry& zEntry) {
 }
 
 void LoadInstances(KivToolModel& zModel, KivToolStructure& zStructure) {
+  KivProgress zProgress("reading instances", 0);
   std::map<KivToolPart, size_t> mapPart;
   std::set<uint64_t> siSeen;
   std::vector<uint64_t> viToVisit = {zStructure.m_iInstanceRootKey};
@@ -37,6 +39,7 @@ void LoadInstances(KivToolModel& zModel, KivToolStructure& zStructure) {
     }
     if (siSeen.size() == 1) zStructure.m_vfLevelTolerance = pzBlock->m_vfLevelTolerance;
     for (size_t i = 0; i < pzBlock->m_vzInstance.size(); ++i) {
+      if (i % 256 == 0) zProgress.Advance(0);
       const KivInstanceEntry& zEntry = pzBlock->m_vzInstance[i];
       if (zEntry.m_zFrame.IsGap()) continue;
       KivToolPart zPart = PartOf(zEntry);

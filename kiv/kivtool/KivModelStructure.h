@@ -54,7 +54,8 @@ struct KivToolStructure {
   size_t GetLevelNum() const;  // the most that a part has
 };
 
-// Loads the model, its note, the assembly tree and all instances; no meshes. Circles are followed once.
+// Loads the model, its note, the assembly tree and all instances; no meshes. Circles are followed once. Throws
+// KivToolError if the user stops it.
 KivToolStructure KivLoadStructure(KivToolModel& zModel);
 
 bool KivIsBox(const std::array<float, 6>& fBox);  // a low corner that is not above the high one

@@ -22,7 +22,17 @@ std::mutex g_zLine;      // of the terminal
 bool g_bStands = false;  // a bar stands in it
 bool g_bNoMore = false;
 
+void TakeAway() {
+  if (!std::exchange(g_bStands, false)) return;
+  std::fputs("\r\033[K", stderr);
+  std::fflush(stderr);
+}
+
 }  // namespace
+
+KivProgress::Pause::Pause() : m_zGuard(g_zLine) {
+  TakeAway();
+}
 
 KivProgress::KivProgress(std::string strWhat, uint64_t nTotal) : m_strWhat(std::move(strWhat)), m_nTotal(nTotal) {
   if (sys::IsErrorTerminal()) m_zThread = std::thread([this] { DrawAll(); });
@@ -50,22 +60,12 @@ void KivProgress::DrawAll() {
   if (m_zEnd.wait_for(zLock, kQuiet, IsOver)) return;
   do Draw((sys::SteadyNs() - iStartNs) / kSecondNs);
   while (!m_zEnd.wait_for(zLock, kFrame, IsOver));
-  Clear();
-}
-
-void KivProgress::Clear() {
-  const std::lock_guard zGuard(g_zLine);
-  if (!std::exchange(g_bStands, false)) return;
-  std::fputs("\r\033[K", stderr);
-  std::fflush(stderr);
+  const Pause zPause;
 }
 
 void KivProgress::EndAll() {
-  {
-    const std::lock_guard zGuard(g_zLine);
-    g_bNoMore = true;
-  }
-  Clear();
+  const Pause zPause;
+  g_bNoMore = true;
 }
 
 void KivProgress::Draw(uint64_t iSeconds) const {

@@ -26,10 +26,18 @@ class KivProgress {
   // Takes a bar away that stands, and lets none come up again: before the process ends somewhere else.
   static void EndAll();
 
+  // Takes a bar away that stands, and lets none come up while it lives: for lines that are printed meanwhile.
+  class Pause {
+   public:
+    Pause();
+
+   private:
+    std::lock_guard<std::mutex> m_zGuard;
+  };
+
  private:
   void DrawAll();
   void Draw(uint64_t iSeconds) const;
-  static void Clear();
 
   const std::string m_strWhat;
   const uint64_t m_nTotal;

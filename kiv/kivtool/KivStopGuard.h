@@ -6,7 +6,7 @@
 //   ... long work ...
 //   zTarget.Commit();
 //
-// For the time before a command prints anything.
+// For a time when nothing else is printed.
 #pragma once
 
 #include <condition_variable>

@@ -2,16 +2,30 @@
 
 #include <cstdarg>
 
+#include "KivProgress.h"
+
 namespace kiv {
 
 KivToolOutput::KivToolOutput(bool bJson, std::FILE* pResult, std::FILE* pOther)
     : m_bJson(bJson),
       m_pResult(pResult),
       m_pOther(pOther),
-      m_zJson([pResult](std::string_view str) { std::fwrite(str.data(), 1, str.size(), pResult); }) {}
+      m_zJson([this](std::string_view str) { Put(str); }) {}
+
+void KivToolOutput::Put(std::string_view str) {
+  m_strPending += str;
+  if (str.find('\n') != std::string_view::npos) PutPending();
+}
+
+void KivToolOutput::PutPending() {
+  const KivProgress::Pause zPause;
+  std::fwrite(m_strPending.data(), 1, m_strPending.size(), m_pResult);
+  m_strPending.clear();
+}
 
 void KivToolOutput::Line(const char* szFormat, ...) {
   if (m_bJson) return;
+  const KivProgress::Pause zPause;
   va_list zArguments;
   va_start(zArguments, szFormat);
   std::vfprintf(m_pResult, szFormat, zArguments);
@@ -20,6 +34,7 @@ void KivToolOutput::Line(const char* szFormat, ...) {
 }
 
 void KivToolOutput::Note(const char* szFormat, ...) {
+  const KivProgress::Pause zPause;
   va_list zArguments;
   va_start(zArguments, szFormat);
   std::fputs("kiv: ", m_pOther);
@@ -45,6 +60,7 @@ KivToolExit KivToolOutput::Fail(const std::string& strWhy) {
 
 bool KivToolOutput::Finish() {
   if (m_bJson) m_zJson.EndTo(0);
+  PutPending();
   return std::fflush(m_pResult) == 0 && std::ferror(m_pResult) == 0;
 }
 

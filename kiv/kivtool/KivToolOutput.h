@@ -38,9 +38,14 @@ class KivToolOutput {
   bool Finish();
 
  private:
+  // To the result, whole lines at a time; a bar on the terminal makes room.
+  void Put(std::string_view str);
+  void PutPending();
+
   bool m_bJson;
   std::FILE* m_pResult;
   std::FILE* m_pOther;
+  std::string m_strPending;  // a line of the document that has no end yet
   KivJsonWriter m_zJson;
 };
 

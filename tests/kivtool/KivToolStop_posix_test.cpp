@@ -14,6 +14,7 @@
 #include <filesystem>
 #include <functional>
 
+#include "KivProgress.h"
 #include "KivStopGuard.h"
 #include "KivSysClock.h"
 #include "KivSysTerminal.h"
@@ -136,6 +137,38 @@ TEST(ToolStop, ABarTellsTheSecondsAndCtrlCEndsTheReading) {
   EXPECT_EQ(z.m_iExit, 2);
   EXPECT_NE(z.m_strShown.find("stopped\r\n"), std::string::npos) << z.m_strShown;
   EXPECT_EQ(NumOf(zFolder, u""), 1u);
+}
+
+TEST(ToolStop, ABarMakesRoomForRows) {
+  int iTerminal = -1;
+  const pid_t iChild = forkpty(&iTerminal, nullptr, nullptr, nullptr);
+  if (iChild == 0) {
+    KivProgress zProgress("working", 0);
+    sys::SleepMs(1300);  // it comes up after a second
+    KivToolOutput zText(false);
+    zText.Line("a row");
+    sys::SleepMs(250);
+    KivToolOutput zJson(true);
+    zJson.Json().BeginObject();
+    zJson.Json().Value("a", 1);
+    zJson.Json().Value("b", 2);
+    zJson.Finish();
+    sys::SleepMs(250);
+    KivProgress::EndAll();
+    zText.Note("a note");
+    _exit(0);
+  }
+  ASSERT_GT(iChild, 0);
+  std::string strShown;
+  char acBytes[4096];
+  for (ssize_t n = 0; (n = read(iTerminal, acBytes, sizeof acBytes)) > 0;) strShown.append(acBytes, static_cast<size_t>(n));
+  int iStatus = 0;
+  EXPECT_EQ(waitpid(iChild, &iStatus, 0), iChild);
+  close(iTerminal);
+  EXPECT_EQ(iStatus, 0);
+  EXPECT_NE(strShown.find("working  1 s"), std::string::npos) << strShown;
+  for (const char* szRow : {"\r\033[Ka row\r\n", "\r\033[K{\r\n", "  \"b\": 2\r\n}\r\n", "\r\033[Kkiv: a note\r\n"})
+    EXPECT_NE(strShown.find(szRow), std::string::npos) << szRow << " in " << strShown;
 }
 
 TEST(ToolStop, CtrlCWhileTheModelIsMadeLeavesNothing) {

@@ -26,9 +26,10 @@ class CheckCommand : public KivCommand {
       zOutput.Json().BeginArray("findings");
     }
     std::map<std::string, uint64_t> mapListed;
-    const KivCheckResult zResult = KivCheckModel(zModel, [&](const KivCheckFinding& zFinding) {
+    const auto List = [&](const KivCheckFinding& zFinding) {
       if (++mapListed[zFinding.m_szCode] <= kListedOfCode || m_bAll) Print(zOutput, zFinding);
-    });
+    };
+    const KivCheckResult zResult = KivCheckModel(zModel, List, &zOutput);
     if (zOutput.IsJson()) {
       zOutput.Json().End();
       PrintSummary(zOutput.Json(), zResult);

@@ -1,9 +1,11 @@
 // kiv show FILE KEY: all fields of one element.
+#include <algorithm>
 #include <charconv>
 
 #include "KivCommand.h"
 #include "KivFieldPrinter.h"
 #include "KivModelStructure.h"
+#include "KivProgress.h"
 #include "KivToolModel.h"
 
 namespace kiv {
@@ -73,8 +75,9 @@ class ShowCommand : public KivCommand {
   // What stands between records must not be taken for one.
   void FindRecord(KivToolModel& zModel, uint64_t iPosition, KivToolRecord& zRecord) const {
     KivRecordWalk zWalk(zModel);
-    while (zWalk.Next(zRecord) && zRecord.m_iPosition < iPosition) {
-    }
+    KivProgress zProgress("looking for the record", std::min(iPosition, zWalk.GetEnd()));
+    for (uint32_t i = 0; zWalk.Next(zRecord) && zRecord.m_iPosition < iPosition; ++i)
+      if (i % 256 == 0) zProgress.Set(zRecord.m_iPosition);
     if (zRecord.m_iPosition != iPosition || zRecord.m_iRecordSize == 0)
       throw KivToolError(Where() + ": no record begins at position " + std::to_string(iPosition));
     if (zRecord.m_bFree) throw KivToolError(Where() + ": the record at " + std::to_string(iPosition) + " is free");
