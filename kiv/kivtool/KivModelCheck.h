@@ -48,8 +48,8 @@ const KivCheckCode* KivFindCheckCode(const std::string& strCode);
 std::vector<KivCheckCode> KivListCheckCodes();
 
 // Hands each finding to pfnFinding as it is found. Takes memory for 9 bytes a record and for the structure of the
-// assembly. Throws KivToolError if the user stops it; where it cannot look for that a guard ends the process instead, if
-// there is an output to tell it.
+// assembly. Throws KivToolError if the user stops it; where it cannot look for that a guard ends the process instead,
+// if there is an output to tell it.
 KivCheckResult KivCheckModel(KivToolModel& zModel, const KivCheckVisitor& pfnFinding,
                              KivToolOutput* pzOutput = nullptr);
 

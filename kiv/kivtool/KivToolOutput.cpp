@@ -7,10 +7,7 @@
 namespace kiv {
 
 KivToolOutput::KivToolOutput(bool bJson, std::FILE* pResult, std::FILE* pOther)
-    : m_bJson(bJson),
-      m_pResult(pResult),
-      m_pOther(pOther),
-      m_zJson([this](std::string_view str) { Put(str); }) {}
+    : m_bJson(bJson), m_pResult(pResult), m_pOther(pOther), m_zJson([this](std::string_view str) { Put(str); }) {}
 
 void KivToolOutput::Put(std::string_view str) {
   m_strPending += str;

@@ -161,7 +161,8 @@ TEST(ToolStop, ABarMakesRoomForRows) {
   ASSERT_GT(iChild, 0);
   std::string strShown;
   char acBytes[4096];
-  for (ssize_t n = 0; (n = read(iTerminal, acBytes, sizeof acBytes)) > 0;) strShown.append(acBytes, static_cast<size_t>(n));
+  for (ssize_t n = 0; (n = read(iTerminal, acBytes, sizeof acBytes)) > 0;)
+    strShown.append(acBytes, static_cast<size_t>(n));
   int iStatus = 0;
   EXPECT_EQ(waitpid(iChild, &iStatus, 0), iChild);
   close(iTerminal);
