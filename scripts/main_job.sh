@@ -33,6 +33,7 @@ timed "$bin/dor" shell bracket.kiv <"$here/examples/main_job.requests"
 
 run dor call moved.kiv GetAsmInfo 2
 run kiv check moved.kiv
+run kiv check painted.kiv
 run kiv export moved.kiv moved.glb --force
 
 step "watch_tree bracket.kiv moved.kiv bracket.kiv"

@@ -4,39 +4,11 @@
 
 #include "DorRefusal.h"
 #include "DorRequest.h"
-#include "DorRequestWorks.h"
 #include "KivDataSpaceBase.h"
 #include "KivException.h"
 
 namespace kiv {
 namespace {
-
-struct RequestRow {
-  KivWStringView m_csName;
-  DorRequestWork m_pfnWork;
-  // A report that ends the work is one about a record that cannot be read: what else can fail is the session's, which
-  // tells it by itself. Not so where histories and files are written.
-  bool m_bReadsOnly = true;
-};
-
-// All requests that are answered, but for those that are prescribed.
-constexpr RequestRow kWorks[] = {
-    {u"DorHandler_DoNothing", DorServeDoNothing},
-    {u"DorHandler_GetAsmTreeInfo", DorServeGetAsmTreeInfo},
-    {u"DorHandler_GetAsmInfo", DorServeGetAsmInfo},
-    {u"DorHandler_SetAsmInfo", DorServeSetAsmInfo},
-    {u"DorHandler_SetInstPathPartMatrix", DorServeSetInstPathPartMatrix},
-    {u"DorHandler_GetFaceInfo", DorServeGetFaceInfo},
-    {u"DorHandler_GetEdgeInfo", DorServeGetEdgeInfo},
-    {u"DorHandler_SetFaceInfo", DorServeSetFaceInfo},
-    {u"DorHandler_DelFaceInfo", DorServeDelFaceInfo},
-    {u"DorHandler_IsPlanarFace", DorServeIsPlanarFace},
-    {u"DorHandler_CalcDistFaceFace", DorServeCalcDistFaceFace},
-    {u"DorHandler_SnapShot", DorServeSnapShot, false},
-    {u"DorHandler_Undo", DorServeUndo, false},
-    {u"DorHandler_Redo", DorServeRedo, false},
-    {u"DorHandler_WriteDor", DorServeWriteDor, false},
-};
 
 // Ends before the data space, which is built first.
 DorSession& Session() {
@@ -93,12 +65,6 @@ void ServeRead(const KivByteBuffer& vcPayload, int32_t& iStatus, KivByteBuffer& 
   }
 }
 
-const RequestRow* WorkOf(const KivWString& csRequest) {
-  for (const RequestRow& z : kWorks)
-    if (z.m_csName == csRequest) return &z;
-  return nullptr;
-}
-
 void Serve(const KivWString& csRequest, const KivByteBuffer& vcPayload, KivByteBuffer& vcResult) {
   DorSession& zSession = Session();
   if (csRequest == kDorClearModel) {
@@ -110,7 +76,7 @@ void Serve(const KivWString& csRequest, const KivByteBuffer& vcPayload, KivByteB
     return PutPrescribed(vcResult, iModelId, kDorClearModel);
   }
   const DorRequestRow* pzRow = DorFindRequest(csRequest);
-  const RequestRow* pzWork = WorkOf(csRequest);
+  const DorRequestWorkRow* pzWork = DorFindWork(csRequest);
   if (vcPayload.size() < sizeof(int64_t)) throw DorRefusal(DorAnswerCode::BadPayload, "no model id");
   if (!zSession.IsOpen()) throw DorRefusal(DorAnswerCode::NoModel, "no model has been read");
   if (pzRow == nullptr || pzWork == nullptr)

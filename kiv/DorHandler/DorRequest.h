@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <initializer_list>
+#include <span>
 #include <string_view>
 #include <vector>
 
@@ -73,8 +74,19 @@ class DorAnswerWriter {
   std::vector<Level> m_vzLevel;
 };
 
-// A request's work: refuses by a DorRefusal, answers through the writer. One file in requests/ for each family; all of
-// them stand in the table of DorHandler.cpp.
+// A request's work: refuses by a DorRefusal, answers through the writer.
 using DorRequestWork = void (*)(DorSession& zSession, const DorRequestFields& zFields, DorAnswerWriter& zAnswer);
+
+struct DorRequestWorkRow {
+  KivWStringView m_csName;
+  DorRequestWork m_pfnWork;
+  // A report that ends the work is one about a record that cannot be read: what else can fail is the session's, which
+  // tells it by itself. Not so where histories and files are written.
+  bool m_bReadsOnly = true;
+};
+
+// The row of a request that is answered, or null. Each source in requests/ defines DorWorksOf<its name>, which gives
+// its rows; the build finds them. Those requests whose answers are prescribed have none.
+const DorRequestWorkRow* DorFindWork(KivWStringView csRequest);
 
 }  // namespace kiv

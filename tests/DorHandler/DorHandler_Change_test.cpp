@@ -1,5 +1,6 @@
 // Requests that change the model, its history, and files of it.
 #include "DorHandlerTest.h"
+#include "KivModelCheck.h"
 #include "KivSysFault.h"
 #include "KivSysFolder.h"
 #include "KivSysProcess.h"
@@ -19,6 +20,18 @@ size_t FileNum(const TestFolder& zFolder) {
   for (const auto& zEntry : std::filesystem::directory_iterator(std::filesystem::path(zFolder.Path())))
     nFiles += zEntry.is_regular_file();
   return nFiles;
+}
+
+// What the full check finds.
+std::string Findings(const KivWString& csPath) {
+  std::string strAll;
+  KivToolModel zModel(csPath);
+  const KivCheckResult zResult = KivCheckModel(zModel, [&](const KivCheckFinding& z) {
+    strAll += std::string(z.m_szCode) + ": " + z.m_strSentence + "\n";
+  });
+  EXPECT_GT(zResult.m_nElements, 5u);
+  EXPECT_GT(zResult.m_nTriangles, 0u);
+  return strAll;
 }
 
 }  // namespace
@@ -180,6 +193,8 @@ TEST_F(HandlerChange, AFileThatIsWrittenOpensAndShowsTheChanges) {
   const DorDecodedAnswer z = Ask("WriteDor", {Utf8(csNew), "0", "1", "0", "0"});
   ASSERT_EQ(z.m_iCode, 0) << Utf8(z.m_csReason);
   EXPECT_EQ(Int(z.m_vzValue, "bytes"), static_cast<int64_t>(m_zFolder.ReadBytes(u"new.kiv").size()));
+  Send(u"DorHandler_ClearModel", Payload({}));
+  EXPECT_EQ(Findings(csNew), "");
   ASSERT_EQ(Read(csNew), 0);
   KivByteBuffer vcRead = State();
   // The path, which comes first, differs.

@@ -267,6 +267,19 @@ TEST_F(HandlerInfo, NumbersThatAreNoneHaveTheirCode) {
   }
 }
 
+// Others would be refused as not offered, or have no form to answer by.
+TEST(DorRequestWork, ARequestHasAWorkExactlyIfTheTableHasItsFieldsAndItsAnswer) {
+  size_t nWorks = 0;
+  for (const DorRequestRow& zRow : DorRequestTable()) {
+    const bool bWork = DorFindWork(zRow.m_csName) != nullptr;
+    EXPECT_EQ(bWork, zRow.m_szAnswer != nullptr) << sys::WideToUtf8(zRow.m_csName);
+    EXPECT_TRUE(!bWork || zRow.m_szFields != nullptr) << sys::WideToUtf8(zRow.m_csName);
+    nWorks += bWork;
+  }
+  EXPECT_GE(nWorks, 15u);
+  EXPECT_EQ(DorFindWork(u"no such request"), nullptr);
+}
+
 TEST_F(HandlerInfo, ARequestThatIsNotOfferedOrDoesNotFitHasItsCode) {
   EXPECT_EQ(Code("GetFilletIntCurve", {"0", "1"}), DorAnswerCode::NotOffered);
   const auto CodeOf = [&](const KivWString& csName, const KivByteBuffer& vcPayload) {

@@ -2,7 +2,7 @@
 #include <cmath>
 
 #include "DorAssembly.h"
-#include "DorRequestWorks.h"
+#include "DorRequest.h"
 #include "KivElementWalk.h"
 #include "KivModelMeaning.h"
 
@@ -68,9 +68,7 @@ KivEMatrix4 MatrixOf(const DorRequestFields& zFields) {
   return z;
 }
 
-}  // namespace
-
-void DorServeGetAsmTreeInfo(DorSession& zSession, const DorRequestFields&, DorAnswerWriter& zAnswer) {
+void ServeGetAsmTreeInfo(DorSession& zSession, const DorRequestFields&, DorAnswerWriter& zAnswer) {
   DorBox zBox;
   for (const DorPlace& zPlace : zSession.Index().Places())
     zBox.Add(DorBox{zSession.Index().EntryOf(zPlace).m_fInstanceBox});
@@ -103,7 +101,7 @@ void DorServeGetAsmTreeInfo(DorSession& zSession, const DorRequestFields&, DorAn
   }
 }
 
-void DorServeGetAsmInfo(DorSession& zSession, const DorRequestFields& zFields, DorAnswerWriter& zAnswer) {
+void ServeGetAsmInfo(DorSession& zSession, const DorRequestFields& zFields, DorAnswerWriter& zAnswer) {
   const int64_t iNode = zFields.Integer("node");
   const KivMemoryBlockAssemblyTree* pzTree = DorAssemblyBlock(zSession);
   const KivAssemblyNode zNode = DorNodeOf(pzTree, iNode);  // a copy: the parts are read behind it
@@ -143,7 +141,7 @@ void DorServeGetAsmInfo(DorSession& zSession, const DorRequestFields& zFields, D
   }
 }
 
-void DorServeSetAsmInfo(DorSession& zSession, const DorRequestFields& zFields, DorAnswerWriter&) {
+void ServeSetAsmInfo(DorSession& zSession, const DorRequestFields& zFields, DorAnswerWriter&) {
   constexpr size_t kMostUnits = 4096;
   const int64_t iNode = zFields.Integer("node");
   const KivWString& csName = zFields.Text("name");
@@ -157,7 +155,7 @@ void DorServeSetAsmInfo(DorSession& zSession, const DorRequestFields& zFields, D
   zSession.Commit(std::move(pzChange), false);
 }
 
-void DorServeSetInstPathPartMatrix(DorSession& zSession, const DorRequestFields& zFields, DorAnswerWriter& zAnswer) {
+void ServeSetInstPathPartMatrix(DorSession& zSession, const DorRequestFields& zFields, DorAnswerWriter& zAnswer) {
   const int64_t iNode = zFields.Integer("node");
   DorNodeOf(DorAssemblyBlock(zSession), iNode);
   const KivEMatrix4 zMatrix = MatrixOf(zFields);
@@ -182,6 +180,18 @@ void DorServeSetInstPathPartMatrix(DorSession& zSession, const DorRequestFields&
   zAnswer.Integer("instances", static_cast<int64_t>(nInstances));
   zAnswer.Finish();
   zSession.Commit(std::move(pzChange), false);
+}
+
+}  // namespace
+
+std::span<const DorRequestWorkRow> DorWorksOfAssembly() {
+  static constexpr DorRequestWorkRow kRows[] = {
+      {u"DorHandler_GetAsmTreeInfo", ServeGetAsmTreeInfo},
+      {u"DorHandler_GetAsmInfo", ServeGetAsmInfo},
+      {u"DorHandler_SetAsmInfo", ServeSetAsmInfo},
+      {u"DorHandler_SetInstPathPartMatrix", ServeSetInstPathPartMatrix},
+  };
+  return kRows;
 }
 
 }  // namespace kiv

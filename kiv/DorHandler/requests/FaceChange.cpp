@@ -4,7 +4,7 @@
 
 #include "DorAssembly.h"
 #include "DorMesh.h"
-#include "DorRequestWorks.h"
+#include "DorRequest.h"
 #include "KivBrepData.h"
 
 namespace kiv {
@@ -88,9 +88,7 @@ void RemoveGeometry(DorSession& zSession, uint32_t iPart, const DorEntity& zFace
   }
 }
 
-}  // namespace
-
-void DorServeSetFaceInfo(DorSession& zSession, const DorRequestFields& zFields, DorAnswerWriter& zAnswer) {
+void ServeSetFaceInfo(DorSession& zSession, const DorRequestFields& zFields, DorAnswerWriter& zAnswer) {
   const DorEntity zFace = DorFindFace(zSession, zFields.Integer("instance"), zFields.Integer("face"));
   KivColour zColour{};
   for (size_t i = 0; i < zColour.size(); ++i) {
@@ -109,7 +107,7 @@ void DorServeSetFaceInfo(DorSession& zSession, const DorRequestFields& zFields, 
   zSession.Commit(std::move(pzChange), true);
 }
 
-void DorServeDelFaceInfo(DorSession& zSession, const DorRequestFields& zFields, DorAnswerWriter& zAnswer) {
+void ServeDelFaceInfo(DorSession& zSession, const DorRequestFields& zFields, DorAnswerWriter& zAnswer) {
   const DorEntity zFace = DorFindFace(zSession, zFields.Integer("instance"), zFields.Integer("face"));
   zSession.RequireEditable();
   auto pzChange = std::make_unique<DorChange>(zSession.Key());
@@ -132,6 +130,16 @@ void DorServeDelFaceInfo(DorSession& zSession, const DorRequestFields& zFields, 
   zAnswer.Integer("instances", nInstances);
   zAnswer.Finish();
   zSession.Commit(std::move(pzChange), true);
+}
+
+}  // namespace
+
+std::span<const DorRequestWorkRow> DorWorksOfFaceChange() {
+  static constexpr DorRequestWorkRow kRows[] = {
+      {u"DorHandler_SetFaceInfo", ServeSetFaceInfo},
+      {u"DorHandler_DelFaceInfo", ServeDelFaceInfo},
+  };
+  return kRows;
 }
 
 }  // namespace kiv

@@ -2,7 +2,7 @@
 #include <cmath>
 
 #include "DorMesh.h"
-#include "DorRequestWorks.h"
+#include "DorRequest.h"
 
 namespace kiv {
 namespace {
@@ -75,9 +75,7 @@ KivECoord3 PlacedPoint(const std::vector<float>& vfVertex, size_t i, const KivEM
   return zMatrix.TransformPoint(KivECoord3{vfVertex[3 * i], vfVertex[3 * i + 1], vfVertex[3 * i + 2]});
 }
 
-}  // namespace
-
-void DorServeGetFaceInfo(DorSession& zSession, const DorRequestFields& zFields, DorAnswerWriter& zAnswer) {
+void ServeGetFaceInfo(DorSession& zSession, const DorRequestFields& zFields, DorAnswerWriter& zAnswer) {
   const DorEntity zFace = DorFindFace(zSession, zFields.Integer("instance"), zFields.Integer("face"));
   Seen zSeen;
   DorBox zBox;
@@ -120,7 +118,7 @@ void DorServeGetFaceInfo(DorSession& zSession, const DorRequestFields& zFields, 
   PutPoles(zExact.m_vzRow, zAnswer);
 }
 
-void DorServeGetEdgeInfo(DorSession& zSession, const DorRequestFields& zFields, DorAnswerWriter& zAnswer) {
+void ServeGetEdgeInfo(DorSession& zSession, const DorRequestFields& zFields, DorAnswerWriter& zAnswer) {
   const DorEntity zEdge = DorFindEdge(zSession, zFields.Integer("instance"), zFields.Integer("edge"));
   Seen zSeen;
   DorBox zBox;
@@ -153,6 +151,16 @@ void DorServeGetEdgeInfo(DorSession& zSession, const DorRequestFields& zFields, 
   zAnswer.Integer("order", zExact.m_vzRow[0].m_iOrder);
   PutKnots("knots", zExact.m_vzRow[0], zAnswer);
   PutPoles({zExact.m_vzRow[0]}, zAnswer);
+}
+
+}  // namespace
+
+std::span<const DorRequestWorkRow> DorWorksOfFaceInfo() {
+  static constexpr DorRequestWorkRow kRows[] = {
+      {u"DorHandler_GetFaceInfo", ServeGetFaceInfo},
+      {u"DorHandler_GetEdgeInfo", ServeGetEdgeInfo},
+  };
+  return kRows;
 }
 
 }  // namespace kiv

@@ -1,5 +1,5 @@
 // Snapshots, undo and redo; and the request that asks for nothing.
-#include "DorRequestWorks.h"
+#include "DorRequest.h"
 #include "DorSession.h"
 
 namespace kiv {
@@ -16,26 +16,36 @@ void PutStepNums(const DorSession& zSession, DorAnswerWriter& zAnswer) {
   zAnswer.Integer("redo_steps", zSession.RedoStepNum());
 }
 
-}  // namespace
+void ServeDoNothing(DorSession&, const DorRequestFields&, DorAnswerWriter&) {}
 
-void DorServeDoNothing(DorSession&, const DorRequestFields&, DorAnswerWriter&) {}
-
-void DorServeSnapShot(DorSession& zSession, const DorRequestFields&, DorAnswerWriter& zAnswer) {
+void ServeSnapShot(DorSession& zSession, const DorRequestFields&, DorAnswerWriter& zAnswer) {
   zSession.RequireEditable();
   zSession.SnapShot();
   PutStepNums(zSession, zAnswer);
 }
 
-void DorServeUndo(DorSession& zSession, const DorRequestFields& zFields, DorAnswerWriter& zAnswer) {
+void ServeUndo(DorSession& zSession, const DorRequestFields& zFields, DorAnswerWriter& zAnswer) {
   zSession.RequireEditable();
   zAnswer.Integer("steps_done", zSession.Undo(StepsOf(zFields)));
   PutStepNums(zSession, zAnswer);
 }
 
-void DorServeRedo(DorSession& zSession, const DorRequestFields& zFields, DorAnswerWriter& zAnswer) {
+void ServeRedo(DorSession& zSession, const DorRequestFields& zFields, DorAnswerWriter& zAnswer) {
   zSession.RequireEditable();
   zAnswer.Integer("steps_done", zSession.Redo(StepsOf(zFields)));
   PutStepNums(zSession, zAnswer);
+}
+
+}  // namespace
+
+std::span<const DorRequestWorkRow> DorWorksOfHistory() {
+  static constexpr DorRequestWorkRow kRows[] = {
+      {u"DorHandler_DoNothing", ServeDoNothing},
+      {u"DorHandler_SnapShot", ServeSnapShot, false},
+      {u"DorHandler_Undo", ServeUndo, false},
+      {u"DorHandler_Redo", ServeRedo, false},
+  };
+  return kRows;
 }
 
 }  // namespace kiv

@@ -3,7 +3,7 @@
 #include <cmath>
 
 #include "DorMesh.h"
-#include "DorRequestWorks.h"
+#include "DorRequest.h"
 
 namespace kiv {
 namespace {
@@ -108,9 +108,7 @@ std::shared_ptr<const DorFaceTree> TreeOf(DorSession& zSession, int64_t iInstanc
                               [&] { return DorPlacedTriangles(zSession, DorFindFace(zSession, iInstance, iFace)); });
 }
 
-}  // namespace
-
-void DorServeIsPlanarFace(DorSession& zSession, const DorRequestFields& zFields, DorAnswerWriter& zAnswer) {
+void ServeIsPlanarFace(DorSession& zSession, const DorRequestFields& zFields, DorAnswerWriter& zAnswer) {
   const DorEntity zFace = DorFindFace(zSession, zFields.Integer("instance"), zFields.Integer("face"));
   const DorExact zExact = DorReadExact(zSession, zFace, true);
   if (zExact.m_zAnalytic) {
@@ -130,7 +128,7 @@ void DorServeIsPlanarFace(DorSession& zSession, const DorRequestFields& zFields,
   PutPlane(zPlane->m_dDeviation <= dTolerance, false, *zPlane, zAnswer);
 }
 
-void DorServeCalcDistFaceFace(DorSession& zSession, const DorRequestFields& zFields, DorAnswerWriter& zAnswer) {
+void ServeCalcDistFaceFace(DorSession& zSession, const DorRequestFields& zFields, DorAnswerWriter& zAnswer) {
   const auto pzFirst = TreeOf(zSession, zFields.Integer("instance_1"), zFields.Integer("face_1"));
   const auto pzSecond = TreeOf(zSession, zFields.Integer("instance_2"), zFields.Integer("face_2"));
   if (zFields.Integer("option") != 0) throw DorRefusal(DorAnswerCode::BadArgument, "the option is 0");
@@ -140,6 +138,16 @@ void DorServeCalcDistFaceFace(DorSession& zSession, const DorRequestFields& zFie
   zAnswer.Coord("point_2", zNearest.m_zSecond);
   zAnswer.Integer("triangles_1", static_cast<int64_t>(pzFirst->GetTriangleNum()));
   zAnswer.Integer("triangles_2", static_cast<int64_t>(pzSecond->GetTriangleNum()));
+}
+
+}  // namespace
+
+std::span<const DorRequestWorkRow> DorWorksOfMeasure() {
+  static constexpr DorRequestWorkRow kRows[] = {
+      {u"DorHandler_IsPlanarFace", ServeIsPlanarFace},
+      {u"DorHandler_CalcDistFaceFace", ServeCalcDistFaceFace},
+  };
+  return kRows;
 }
 
 }  // namespace kiv

@@ -1,5 +1,5 @@
 // The present state as a file of its own.
-#include "DorRequestWorks.h"
+#include "DorRequest.h"
 #include "DorSession.h"
 #include "KivDataSpaceBase.h"
 #include "KivDataUtil.h"
@@ -127,9 +127,7 @@ bool Save(DorSession& zSession, const KivWString& csPath) {
   return bSaved;
 }
 
-}  // namespace
-
-void DorServeWriteDor(DorSession& zSession, const DorRequestFields& zFields, DorAnswerWriter& zAnswer) {
+void ServeWriteDor(DorSession& zSession, const DorRequestFields& zFields, DorAnswerWriter& zAnswer) {
   const KivWString& csPath = zFields.Text("path");
   RequireFlag(zFields, "overwrite");
   RequireFlag(zFields, "verify");
@@ -163,6 +161,15 @@ void DorServeWriteDor(DorSession& zSession, const DorRequestFields& zFields, Dor
   zAnswer.Integer("bytes", static_cast<int64_t>(nBytes));
   zAnswer.Finish();
   zNew.TakePlace(bOverwrite);
+}
+
+}  // namespace
+
+std::span<const DorRequestWorkRow> DorWorksOfWrite() {
+  static constexpr DorRequestWorkRow kRows[] = {
+      {u"DorHandler_WriteDor", ServeWriteDor, false},
+  };
+  return kRows;
 }
 
 }  // namespace kiv
