@@ -26,9 +26,8 @@ size_t FileNum(const TestFolder& zFolder) {
 std::string Findings(const KivWString& csPath) {
   std::string strAll;
   KivToolModel zModel(csPath);
-  const KivCheckResult zResult = KivCheckModel(zModel, [&](const KivCheckFinding& z) {
-    strAll += std::string(z.m_szCode) + ": " + z.m_strSentence + "\n";
-  });
+  const KivCheckResult zResult = KivCheckModel(
+      zModel, [&](const KivCheckFinding& z) { strAll += std::string(z.m_szCode) + ": " + z.m_strSentence + "\n"; });
   EXPECT_GT(zResult.m_nElements, 5u);
   EXPECT_GT(zResult.m_nTriangles, 0u);
   return strAll;
