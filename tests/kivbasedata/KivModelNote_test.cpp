@@ -248,4 +248,6 @@ TEST_F(ModelNoteStore, WithoutALinkKeysAreNeitherListedNorReplaced) {
   std::vector<uint64_t> viKey;
   EXPECT_NO_REPORT(EXPECT_FALSE(pz->GetAllPosition(viKey)));
   EXPECT_NO_REPORT(EXPECT_FALSE(pz->ReplaceAllPosition({{0x11, 1}, {0x22, 2}})));
+  EXPECT_EQ(pz->GetMemoryBlock()->m_iAssemblyKey, 0x11u);
+  EXPECT_FALSE(pz->IsModified());
 }

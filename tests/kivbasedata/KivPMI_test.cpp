@@ -209,34 +209,21 @@ TEST_F(PMIStore, TheKeysOfAnElementWithoutALinkOrWithTwoAreNeitherListedNorRepla
     Bytes vc = Golden();
     vc[16] = vc[24] = iSecond;
     auto* pz = Put<KivPMI>(vc);
-    std::vector<uint64_t> viKey;
+    std::vector<uint64_t> viKey = {1};
     EXPECT_TRUE(Refuses([&] { return pz->GetAllPosition(viKey); })) << int{iSecond};
+    EXPECT_TRUE(viKey.empty());
     EXPECT_TRUE(Refuses([&] { return pz->ReplaceAllPosition({{9, 19}}); })) << int{iSecond};
+    EXPECT_EQ(pz->GetMemoryBlock()->m_zHeader.m_aiLink, (std::array<uint64_t, 3>{iSecond, iSecond, 0}));
+    EXPECT_FALSE(pz->IsModified());
   }
 }
 
-// A write always makes the newest layout, so that one that leaves an old revision as it is makes no record of it: such
-// elements are saved whole.
 TEST_F(PMIStore, AnOldRevisionSavedForItsKeysAloneIsHarmlessAndAWholeSaveMendsIt) {
   OpenEmpty();
   for (const uint32_t iFormat : {1u, 2u, 3u}) {
-    auto* pz = Put<KivPMI>(Golden(iFormat));
+    const std::unique_ptr<Block> pz = SavedForKeysAloneThenWhole<KivPMI, Block>(Golden(iFormat), 4);
     ASSERT_NE(pz, nullptr);
-    Block* pzBlock = pz->GetMemoryBlockForWrite();
-    ASSERT_NE(pzBlock, nullptr);
-    ASSERT_TRUE(pz->Save(true));
-    EXPECT_EQ(pzBlock->m_zHeader.m_iFormat, iFormat);
-    const Bytes vcKeysOnly = Stored(*pz);
-    EXPECT_EQ(vcKeysOnly[8], iFormat);
-    auto pzRead = NewBlock<Block>();
-    ReadRecord(vcKeysOnly, *pzRead);  // whatever it gives, within the record's bytes and what they are worth
-    ExpectReadsSafely<Block>(vcKeysOnly, false);
-    ASSERT_TRUE(pz->Save(false));
-    Bytes vcWhole = vcKeysOnly;
-    vcWhole[8] = 4;
-    EXPECT_EQ(Stored(*pz), vcWhole);
-    ASSERT_TRUE(ReadRecord(vcWhole, *pzRead));
-    EXPECT_EQ(pzRead->m_vzPMI[1].m_viPMIInts3, (std::vector<uint32_t>{15}));
-    EXPECT_EQ(pzRead->m_vzPMI[1].m_vTextBlock.at(0).m_iTextValue, 16u);
+    EXPECT_EQ(pz->m_vzPMI[1].m_viPMIInts3, (std::vector<uint32_t>{15}));
+    EXPECT_EQ(pz->m_vzPMI[1].m_vTextBlock.at(0).m_iTextValue, 16u);
   }
 }

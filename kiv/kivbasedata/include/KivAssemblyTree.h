@@ -67,11 +67,9 @@ class KivMemoryBlockAssemblyTree : public KivElementBlock {
     return true;
   }
 
+  bool MayVisitKeys(bool bReplacing) const { return bReplacing || KIV_ASSERT(GetLinkNum() == 1); }
   template <typename Keys>
   bool VisitKeys(Keys& zKeys) {
-    if constexpr (!Keys::kReplacing) {
-      if (!KIV_ASSERT(GetLinkNum() == 1)) return false;
-    }
     for (KivAssemblyNode& z : m_vzNode)
       if (!zKeys.Keys(z.m_iPMIKey, z.m_iLayerFilterKey, z.m_iCameraKey)) return false;
     for (KivAssemblyNode& z : m_vzNode)

@@ -33,23 +33,19 @@ void KivResetElement(Block& zBlock, typename Block::Memory& zMemory) {
   zMemory.Clear();
 }
 
-// Before a record of so many bytes is read into a block that held others: gives the memory of its lists back if they
-// keep more than a few times what the largest record takes, as they do when the large items of records stand in
+// Before a block is filled that held other records: gives the memory of its lists back if they keep more than a few
+// times what the largest record since the last look takes, as they do when the large items of records stand in
 // different places. It looks at the lists only after some records, so that it costs the reading nothing to speak of.
 template <typename Block>
-void KivTrimElement(Block& zBlock, uint64_t nRecordBytes) {
+void KivTrimElement(Block& zBlock) {
   constexpr uint64_t kTimes = 4, kAlways = 1 << 20;
-  auto& zReads = zBlock.m_zReads;
-  const bool bDue = zReads.m_nSince > kTimes * zReads.m_nLargest + kAlways;
-  if (bDue) {
-    KivListBytes zBytes;
-    zBlock.VisitLists([&](const auto& vz) { vz.AddBytes(zBytes); });
-    if (zBytes.m_nKept > kTimes * std::max(zBytes.m_nUsed, zReads.m_nLargest) + kAlways)
-      zBlock.VisitLists([](auto& vz) { vz.Free(); });
-    zReads.m_nSince = 0;
-  }
-  zReads.m_nLargest = std::max(zReads.m_nLargest, nRecordBytes);
-  zReads.m_nSince += nRecordBytes;
+  KivBlockTraffic& zTraffic = zBlock.m_zTraffic;
+  if (zTraffic.m_nSince <= kTimes * zTraffic.m_nLargest + kAlways) return;
+  KivListBytes zBytes;
+  zBlock.VisitLists([&](const auto& vz) { vz.AddBytes(zBytes); });
+  if (zBytes.m_nKept > kTimes * std::max(zBytes.m_nUsed, zTraffic.m_nLargest) + kAlways)
+    zBlock.VisitLists([](auto& vz) { vz.Free(); });
+  zTraffic.m_nLargest = zTraffic.m_nSince = 0;
 }
 
 // Fills a block that has its defaults. What was read before a failure stays in the block. zReader stands at the
@@ -125,7 +121,8 @@ class KivElement : public KivOutOfCoreBlockNode<Block> {
 
   uint32_t GetElementType() override { return Block::kTag; }
 
-  // The links, then the keys of the body.
+  // The links, then the keys of the body. Nothing is replaced in a block whose MayVisitKeys refuses; where a key is
+  // missing, those before it are replaced.
   bool GetAllPosition(std::vector<uint64_t>& viPosition) override;
   bool ReplaceAllPosition(const std::map<uint64_t, uint64_t>& mapPosition) override;
 
@@ -193,7 +190,9 @@ class KivElement : public KivOutOfCoreBlockNode<Block> {
     std::vector<uint8_t> vcRecord;
     const bool bOver = Block::kKeepsLayout && bModifyOnlyForPosition;
     const bool bBuilt = bOver ? BuildOverOldRecord(zBlock, vcRecord) : BuildRecord(zBlock, vcRecord);
+    zBlock.m_zTraffic.Count(vcRecord.size());
     if (!bBuilt || !KIV_ASSERT(this->WriteData(vcRecord.data(), vcRecord.size()))) return false;
+    zBlock.m_zTraffic.WasGood(vcRecord.size());
     this->m_vcRawData.clear();
     if (!bOver) m_nUsed = vcRecord.size();
     return true;
@@ -229,7 +228,7 @@ bool KivElement<Block>::Load(bool bModifyOnlyForPosition) {
     const bool bVer19Data = this->IsVer19Data();
     Block* pzBlock = this->TakeBlock();
     if (pzBlock == nullptr) return false;
-    KivTrimElement(*pzBlock, this->m_iDataSize);
+    KivTrimElement(*pzBlock);
     KivResetElement(*pzBlock, m_zMemory);
     m_nUsed = 0;
     const auto Parse = [&](std::span<const uint8_t> vcRecord) {
@@ -238,9 +237,11 @@ bool KivElement<Block>::Load(bool bModifyOnlyForPosition) {
       m_nUsed = zReader.Offset();
       return true;
     };
+    pzBlock->m_zTraffic.Count(this->m_iDataSize);
     if (this->m_iDataSize != 0 &&
         !(KivIsRecordLongEnough(KivRulesOf<Block>(), bVer19Data, this->m_iDataSize) && WithRecordBytes(Parse)))
       return false;
+    pzBlock->m_zTraffic.WasGood(this->m_iDataSize);
     AfterTransfer();
     return true;
   });
@@ -261,9 +262,9 @@ bool KivElement<Block>::GetAllPosition(std::vector<uint64_t>& viPosition) {
   return this->WithoutThrow([&] {
     viPosition.clear();
     if (Block::kIsBulk && this->HasStore() && !(this->Unload() && this->Activate(true))) return false;
-    if (!Base::GetAllPosition(viPosition)) return false;
     Block* pzBlock = this->GetMemoryBlock();
-    if (!KIV_ASSERT(pzBlock != nullptr)) return false;
+    if (!KIV_ASSERT(pzBlock != nullptr) || !pzBlock->MayVisitKeys(false)) return false;
+    if (!Base::GetAllPosition(viPosition)) return false;
     KivKeyCollector zKeys(this->GetModelStatus(), viPosition);
     return pzBlock->VisitKeys(zKeys);
   });
@@ -272,9 +273,9 @@ bool KivElement<Block>::GetAllPosition(std::vector<uint64_t>& viPosition) {
 template <typename Block>
 bool KivElement<Block>::ReplaceAllPosition(const std::map<uint64_t, uint64_t>& mapPosition) {
   return this->WithoutThrow([&] {
+    Block* pzBlock = this->GetMemoryBlock();
+    if (!KIV_ASSERT(pzBlock != nullptr) || !pzBlock->MayVisitKeys(true)) return false;
     if (!Base::ReplaceAllPosition(mapPosition)) return false;
-    Block* pzBlock = this->GetMemoryBlockForWrite();
-    if (!KIV_ASSERT(pzBlock != nullptr)) return false;
     KivKeyReplacer zKeys(this->GetModelStatus(), mapPosition);
     return pzBlock->VisitKeys(zKeys);
   });

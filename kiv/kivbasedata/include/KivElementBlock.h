@@ -91,6 +91,21 @@ class KivReusedList {
   size_t m_nCount = 0;
 };
 
+// The records that a block was read from or written to: what KivTrimElement goes by. It belongs to the place where the
+// block stands, so that another block's content can be assigned without it.
+struct KivBlockTraffic {
+  KivBlockTraffic() = default;
+  KivBlockTraffic(const KivBlockTraffic&) {}
+  KivBlockTraffic& operator=(const KivBlockTraffic&) { return *this; }
+
+  // A record goes through the block; one that is refused may leave memory behind, but sets no measure.
+  void Count(uint64_t nRecordBytes) { m_nSince += nRecordBytes; }
+  void WasGood(uint64_t nRecordBytes) { m_nLargest = std::max(m_nLargest, nRecordBytes); }
+
+  uint64_t m_nLargest = 0;  // bytes of the largest record that was good, since the last look at the lists
+  uint64_t m_nSince = 0;    // bytes of all records since then
+};
+
 // Base of the blocks of model elements. A block derived from it has, beside its fields,
 //
 //   static constexpr uint32_t kTag;                         // finds the type's rules
@@ -111,6 +126,12 @@ class KivElementBlock : public KivMemoryBlock {
   // Records are read on the stack or in one process-wide buffer, and the element is loaded anew for its keys.
   static constexpr bool kIsBulk = false;
 
+  // Whether the keys, links included, may be listed or, with bReplacing, replaced; asked before anything is. False
+  // after a quiet report.
+  bool MayVisitKeys(bool bReplacing) const {
+    (void)bReplacing;
+    return true;
+  }
   // The keys behind the links, for a KivKeyCollector or a KivKeyReplacer.
   template <typename Keys>
   bool VisitKeys(Keys&) {
@@ -139,11 +160,7 @@ class KivElementBlock : public KivMemoryBlock {
 
   KivMemoryBlockHeader m_zHeader;
 
-  // Of the records that were read into the block: what KivTrimElement goes by.
-  struct {
-    uint64_t m_nLargest = 0;  // bytes
-    uint64_t m_nSince = 0;    // of all since it looked at the lists
-  } m_zReads;
+  KivBlockTraffic m_zTraffic;
 };
 
 }  // namespace kiv

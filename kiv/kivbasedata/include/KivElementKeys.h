@@ -21,8 +21,6 @@ namespace kiv {
 
 class KivKeyCollector {
  public:
-  static constexpr bool kReplacing = false;
-
   // Without a model no attribute holds a key.
   KivKeyCollector(const KivModelStatusBase* pzModel, std::vector<uint64_t>& viPosition)
       : m_pzModel(pzModel), m_viPosition(viPosition) {}
@@ -50,8 +48,6 @@ class KivKeyCollector {
 
 class KivKeyReplacer {
  public:
-  static constexpr bool kReplacing = true;
-
   KivKeyReplacer(const KivModelStatusBase* pzModel, const std::map<uint64_t, uint64_t>& mapPosition)
       : m_pzModel(pzModel), m_mapPosition(mapPosition) {}
 

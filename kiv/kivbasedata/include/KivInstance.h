@@ -80,11 +80,9 @@ class KivMemoryBlockInstance : public KivElementBlock {
     return true;
   }
 
+  bool MayVisitKeys(bool bReplacing) const { return bReplacing || KIV_ASSERT(GetLinkNum() > 0); }
   template <typename Keys>
   bool VisitKeys(Keys& zKeys) {
-    if constexpr (!Keys::kReplacing) {
-      if (!KIV_ASSERT(GetLinkNum() > 0)) return false;
-    }
     for (KivInstanceEntry& z : m_vzInstance) {
       if (!zKeys.Keys(z.m_iBrepKey, z.m_iVertexKey, z.m_iVertexKey2, z.m_iExtraKey)) return false;
       for (KivInstanceLevel& zLevel : z.m_vzLevel)

@@ -56,9 +56,10 @@ class KivMemoryBlockModelNote : public KivElementBlock, public KivModelNoteParam
     return VisitParameters(zFields);
   }
 
+  bool MayVisitKeys(bool) const { return KIV_ASSERT(GetLinkNum() > 0); }
   template <typename Keys>
   bool VisitKeys(Keys& zKeys) {
-    return KIV_ASSERT(GetLinkNum() > 0) && zKeys.Keys(m_iAssemblyKey, m_iSecondKey) &&
+    return zKeys.Keys(m_iAssemblyKey, m_iSecondKey) &&
            zKeys.Attributes(KivAttributeRow::ModelNote, m_vzAttribute);
   }
 

@@ -62,9 +62,9 @@ class KivMemoryBlockPMI : public KivElementBlock {
                            [](auto& z, KivPMIEntry& zEntry) { return VisitEntry(z, zEntry); });
   }
 
+  bool MayVisitKeys(bool) const { return KIV_ASSERT(GetLinkNum() == 1); }
   template <typename Keys>
   bool VisitKeys(Keys& zKeys) {
-    if (!KIV_ASSERT(GetLinkNum() == 1)) return false;
     for (KivPMIEntry& z : m_vzPMI) {
       for (KivPMITextBlock& zText : z.m_vTextBlock)
         if (!zKeys.Attributes(KivAttributeRow::Pmi, zText.m_vzAttribute)) return false;
