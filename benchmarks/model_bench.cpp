@@ -20,6 +20,7 @@
 #include "KivDataUtil.h"
 #include "KivElementClasses.h"
 #include "KivElementWalk.h"
+#include "KivMeshTree.h"
 #include "KivModelBuilder.h"
 #include "KivTestModel.h"
 

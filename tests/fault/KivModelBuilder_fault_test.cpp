@@ -3,25 +3,32 @@
 
 #include <gtest/gtest.h>
 
+#include <map>
 #include <optional>
 #include <set>
 #include <stdexcept>
 #include <vector>
 
+#include "KivDataSpaceFields.h"
 #include "KivElementWalk.h"
 #include "KivException.h"
+#include "KivLittleEndian.h"
+#include "KivMeshTree.h"
 #include "KivSysFault.h"
+#include "KivTestElement.h"
 #include "KivTestHeap.h"
 #include "KivTestModel.h"
-#include "KivTestStore.h"
 
 using namespace kiv;
 using namespace kivtest;
 
 namespace {
 
-class ModelBuilderFault : public StoreTest {
+using Records = std::map<uint64_t, Bytes>;  // by key
+
+class ModelBuilderFault : public ElementStoreTest {
  protected:
+  // Enough instances for two elements, and one of everything.
   static void Build(KivModelBuilder& z) {
     const size_t iPart = z.AddPart();
     for (const size_t iLevel : {0, 1}) {
@@ -29,21 +36,94 @@ class ModelBuilderFault : public StoreTest {
       zMesh.m_fStep = 0.001f;
       for (int i = 0; i < 50; ++i) AddRibbon(zMesh, 1, static_cast<float>(i + 1));
     }
-    const size_t iNode = z.AddNode(u"part");
+    AddRibbons(z.PolyElem(iPart, 0), 1, 1, 1);
+    KivBrepEntry& zGeometry = z.Brep(iPart).AddGeometry(kBrepAnalyticKind);
+    zGeometry.m_vcGeometry.resize(50);
+    zGeometry.m_vcGeometry[0] = 64;
+    z.Vertices(iPart).AddVertex().m_iVertexData[0] = 5;
+    const size_t iRoot = z.AddNode(u"root");
+    const size_t iNode = z.AddNode(u"part", iRoot);
     for (int i = 0; i < 300; ++i) z.PlaceInstance(iPart, KivEMatrix4(), iNode);
+    z.PMI(iNode).AddPMI().m_viPMIInts = {1, 2, 3};
+    z.LayerFilter(iRoot).AddFilter().m_strFilterName = u"visible";
+    z.Camera(iRoot).AddView().m_strViewName = u"front";
     z.PermanentIds().m_vstrPermanentId = {u"NB1"};
   }
-  // Elements of the model that the walk loads; -1 if something is missing.
-  int64_t Count(const KivWString& csPath) {
-    KivModelStatusBase* pzModel = Open(csPath, false);
-    if (pzModel == nullptr) return -1;
-    const uint32_t iKey = pzModel->GetKey();
-    int64_t nElements = 0;
-    const bool bWhole = KivGetSecondElement(iKey) != nullptr &&
-                        KivWalkElements(iKey, {0, 1, 2, 8}, kAllLevels, [&](KivOutOfCoreTreeNode&) { ++nElements; });
-    Close(pzModel);
-    return bWhole ? nElements : -1;
+  // The records of all elements that keys lead to from the root; empty if one cannot be had, or its parent is not among
+  // them.
+  Records RecordsOf(const KivWString& csPath) {
+    m_pzModel = Open(csPath, false);
+    if (m_pzModel == nullptr) return {};
+    Records mapRecord;
+    bool bWhole = true;
+    std::set<uint64_t> siParent;
+    std::vector<uint64_t> viToVisit = {kModelPosition};
+    while (bWhole && !viToVisit.empty()) {
+      const uint64_t iAt = viToVisit.back();
+      viToVisit.pop_back();
+      if (mapRecord.count(iAt) != 0) continue;
+      auto* pz = KivOutOfCoreHandle(m_pzModel->GetKey(), iAt).Fetch<KivOutOfCoreTreeNode>();
+      std::vector<uint64_t> viKey;
+      bWhole = pz != nullptr && pz->GetAllPosition(viKey);
+      if (!bWhole) break;
+      viToVisit.insert(viToVisit.end(), viKey.begin(), viKey.end());
+      siParent.insert(pz->GetMemoryBlock()->GetHeader().m_aiLink[0]);
+      mapRecord[iAt] = Stored(*pz);
+    }
+    siParent.erase(0);
+    for (const uint64_t iParent : siParent) bWhole = bWhole && mapRecord.count(iParent) != 0;
+    Close(m_pzModel);
+    return bWhole ? mapRecord : Records();
   }
+  static std::map<uint32_t, int> TagsOf(const Records& mapRecord) {
+    std::map<uint32_t, int> mapNum;
+    for (const auto& [iKey, vc] : mapRecord) ++mapNum[KivLoad<uint32_t>(vc.data())];
+    return mapNum;
+  }
+
+  struct Calls {
+    uint64_t m_nFailed = 0;
+    uint64_t m_nRefused = 0;
+  };
+  // Saves again and again, each time with the next call of this kind failing, until no call is left.
+  Calls SaveWithEachCallFailing(KivModelBuilder& zBuilder, const Records& mapWhole, KivSysCall iCall,
+                                bool bFromThenOn) {
+    const KivWString csPath = m_zFolder / u"failing.kiv";
+    Calls zCalls;
+    for (uint64_t iNth = 1; iNth < 5000; ++iNth) {
+      SCOPED_TRACE(testing::Message() << "call " << static_cast<int>(iCall) << ", number " << iNth
+                                      << (bFromThenOn ? " and all behind it" : ""));
+      const uint64_t nBefore = KivGetReportCount();
+      bool bSaved = false, bFired = false;
+      {
+        KivSysFaultPlan zPlan;
+        zPlan.m_iCall = iCall;
+        zPlan.m_iNth = iNth;
+        zPlan.m_bFromThenOn = bFromThenOn;
+        const KivSysFaultScope zFault(zPlan);
+        bSaved = zBuilder.Save(csPath);
+        bFired = zFault.HasFired();
+      }
+      if (bSaved) {
+        EXPECT_TRUE(RecordsOf(csPath) == mapWhole);
+      } else {
+        EXPECT_GT(KivGetReportCount(), nBefore);
+        ++zCalls.m_nRefused;
+      }
+      if (!bFired) {
+        EXPECT_TRUE(bSaved);
+        return zCalls;
+      }
+      ++zCalls.m_nFailed;
+    }
+    ADD_FAILURE() << "calls without end";
+    return zCalls;
+  }
+};
+
+struct WithoutMapping {
+  WithoutMapping() { KivSetNoDirectBuffer(true); }
+  ~WithoutMapping() { KivSetNoDirectBuffer(false); }
 };
 
 }  // namespace
@@ -53,46 +133,33 @@ TEST_F(ModelBuilderFault, WhatCountsAsSavedIsWholeWhicheverCallFailed) {
   Build(zBuilder);
   const KivWString csPath = m_zFolder / u"model.kiv";
   ASSERT_TRUE(zBuilder.Save(csPath));
-  const int64_t nElements = Count(csPath);
-  ASSERT_GT(nElements, 3);
+  const Records mapWhole = RecordsOf(csPath);
+  ASSERT_EQ(TagsOf(mapWhole),
+            (std::map<uint32_t, int>{
+                {1, 2}, {2, 2}, {3, 1}, {4, 1}, {5, 1}, {6, 1}, {7, 1}, {8, 1}, {9, 1}, {11, 1}, {12, 1}, {13, 1}}));
+  struct Kind {
+    KivSysCall m_iCall;
+    bool m_bFromThenOn;  // a disk that is full stays full
+    bool m_bMapped;
+    bool m_bRefuses;
+  };
   for (const bool bThrow : {true, false})
-    for (const KivSysCall iCall : {KivSysCall::FileOpen, KivSysCall::FileRead, KivSysCall::FileWrite,
-                                   KivSysCall::MappingCreate, KivSysCall::MappingView}) {
-      uint64_t nRefused = 0, nCalls = 0;
-      for (uint64_t iNth = 1;; ++iNth) {
-        SCOPED_TRACE(testing::Message() << "call " << static_cast<int>(iCall) << ", number " << iNth);
-        const uint64_t nBefore = KivGetReportCount();
-        bool bSaved = false, bFired = false;
-        {
-          KivSysFaultPlan zPlan;
-          zPlan.m_iCall = iCall;
-          zPlan.m_iNth = iNth;
-          zPlan.m_bFromThenOn = iCall == KivSysCall::FileWrite;  // a disk that is full stays full
-          const KivSysFaultScope zFault(zPlan);
-          if (bThrow) {
-            bSaved = zBuilder.Save(csPath);
-          } else {
-            const NoThrowScope zNoThrow;
-            bSaved = zBuilder.Save(csPath);
-          }
-          bFired = zFault.HasFired();
-        }
-        if (bSaved) {
-          EXPECT_EQ(Count(csPath), nElements);
-        } else {
-          EXPECT_GT(KivGetReportCount(), nBefore);
-          ++nRefused;
-        }
-        nCalls += bFired;
-        if (!bFired) {
-          EXPECT_TRUE(bSaved);
-          break;
-        }
-        ASSERT_LT(iNth, 5000u);
-      }
-      EXPECT_GT(nCalls, 0u) << "a call that is not made tests nothing: " << static_cast<int>(iCall);
-      if (iCall == KivSysCall::FileOpen || iCall == KivSysCall::FileWrite) {
-        EXPECT_GT(nRefused, 0u) << static_cast<int>(iCall);
+    for (const Kind& z : {Kind{KivSysCall::FileOpen, false, true, true},
+                          {KivSysCall::FileRead, false, true, false},
+                          {KivSysCall::FileWrite, true, true, true},
+                          {KivSysCall::FileWrite, false, true, false},
+                          {KivSysCall::MappingCreate, false, true, false},
+                          {KivSysCall::MappingView, false, true, false},
+                          {KivSysCall::FileWrite, false, false, true}}) {
+      SCOPED_TRACE(testing::Message() << "throws " << bThrow << ", mapped " << z.m_bMapped);
+      std::optional<NoThrowScope> zNoThrow;
+      if (!bThrow) zNoThrow.emplace();
+      std::optional<WithoutMapping> zWithoutMapping;
+      if (!z.m_bMapped) zWithoutMapping.emplace();
+      const Calls zCalls = SaveWithEachCallFailing(zBuilder, mapWhole, z.m_iCall, z.m_bFromThenOn);
+      EXPECT_GT(zCalls.m_nFailed, 0u) << "a call that is not made tests nothing: " << static_cast<int>(z.m_iCall);
+      if (z.m_bRefuses) {
+        EXPECT_GT(zCalls.m_nRefused, 0u) << static_cast<int>(z.m_iCall);
       }
     }
 }
@@ -102,7 +169,7 @@ TEST_F(ModelBuilderFault, ALackOfMemoryIsReportedAndWhatCountsAsSavedIsWhole) {
   Build(zBuilder);
   const KivWString csPath = m_zFolder / u"model.kiv";
   ASSERT_TRUE(zBuilder.Save(csPath));
-  const int64_t nElements = Count(csPath);
+  const Records mapWhole = RecordsOf(csPath);
   uint64_t nRefused = 0;
   for (uint64_t iNth = 1;; iNth += iNth < 200 ? 1 : iNth / 16) {
     SCOPED_TRACE(testing::Message() << "allocation " << iNth);
@@ -114,7 +181,7 @@ TEST_F(ModelBuilderFault, ALackOfMemoryIsReportedAndWhatCountsAsSavedIsWhole) {
       bFired = zNoMemory.HasFired();
     }
     if (bSaved) {
-      EXPECT_EQ(Count(csPath), nElements);
+      EXPECT_TRUE(RecordsOf(csPath) == mapWhole);
     } else {
       EXPECT_GT(KivGetReportCount(), nBefore);
       ++nRefused;
@@ -125,6 +192,36 @@ TEST_F(ModelBuilderFault, ALackOfMemoryIsReportedAndWhatCountsAsSavedIsWhole) {
     }
   }
   EXPECT_GT(nRefused, 10u);
+}
+
+TEST_F(ModelBuilderFault, WithoutMemoryForANodeThereIsNoneAndTheNextOneTakesItsPlace) {
+  KivModelBuilder zBuilder;
+  const size_t iRoot = zBuilder.AddNode(u"root");
+  uint64_t nFailed = 0;
+  std::vector<uint64_t> viChildren;
+  while (viChildren.size() < 9) {
+    const size_t iNext = viChildren.size() + 1;
+    bool bAdded = false;
+    for (uint64_t iNth = 1; !bAdded; ++iNth) {
+      try {
+        const KivWString csName(50, u'n');
+        {
+          const NoMemory zNoMemory(iNth, false);
+          zBuilder.AddNode(csName, iRoot);
+        }
+        bAdded = true;
+      } catch (const std::bad_alloc&) {
+        ++nFailed;
+        EXPECT_THROW(zBuilder.Node(iNext), std::out_of_range);
+        EXPECT_EQ(zBuilder.Node(iRoot).m_viChildren, viChildren);
+      }
+    }
+    viChildren.push_back(iNext);
+    EXPECT_EQ(zBuilder.Node(iNext).m_strNodeName[0], KivWString(50, u'n'));
+    EXPECT_EQ(zBuilder.Node(iRoot).m_viChildren, viChildren);
+  }
+  EXPECT_GT(nFailed, 12u);  // names, and lists that grow
+  EXPECT_TRUE(zBuilder.Save(m_zFolder / u"model.kiv"));
 }
 
 TEST_F(ModelBuilderFault, AnElementThatIsNotFoundForLackOfMemoryIsReported) {
@@ -160,8 +257,6 @@ TEST_F(ModelBuilderFault, AnElementThatIsNotFoundForLackOfMemoryIsReported) {
 TEST_F(ModelBuilderFault, AWalkWithoutMemoryForWhatItNotesIsFalseAfterAReport) {
   KivModelBuilder zBuilder;
   Build(zBuilder);
-  zBuilder.PMI(0).AddPMI();
-  zBuilder.Vertices(0).AddVertex();
   const KivWString csPath = m_zFolder / u"model.kiv";
   ASSERT_TRUE(zBuilder.Save(csPath));
   const std::set<uint32_t> siTag = {0, 1, 2, 5, 7, 8, 11, 12, 13};
@@ -172,7 +267,7 @@ TEST_F(ModelBuilderFault, AWalkWithoutMemoryForWhatItNotesIsFalseAfterAReport) {
   const KivElementVisitor pfnCount = [&](KivOutOfCoreTreeNode&) { ++nElements; };
   ASSERT_TRUE(KivWalkElements(iKey, siTag, kAllLevels, pfnCount));
   const int64_t nWhole = nElements;
-  ASSERT_EQ(nWhole, 6);
+  ASSERT_EQ(nWhole, 10);
   for (const bool bThrow : {true, false})
     for (const bool bMeshes : {false, true}) {
       uint64_t nFalse = 0;

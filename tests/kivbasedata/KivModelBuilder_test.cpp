@@ -11,6 +11,7 @@
 
 #include "KivElementClasses.h"
 #include "KivElementWalk.h"
+#include "KivMeshTree.h"
 #include "KivPositionTableManager.h"
 #include "KivTestElement.h"
 #include "KivTestModel.h"

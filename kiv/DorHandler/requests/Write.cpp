@@ -101,18 +101,6 @@ const char* WhyNotWritten(const DorSession& zSession, const KivWString& csPath) 
   return bNoRoom ? "the disk has no room for the file" : "the file could not be written";
 }
 
-// Whether the file opens as a store of its own and all elements can be read.
-bool IsReadable(const KivWString& csPath) {
-  KivStoreSource zSource;
-  zSource.m_csPath = csPath;
-  zSource.m_eMode = KivStoreMode::Read;
-  const KivOutOfCoreManagerKeyOwner zOwner(zSource);
-  const KivOutOfCoreManager* pzManager = zOwner.GetManager();
-  if (pzManager == nullptr || pzManager->GetContainer() == nullptr) return false;
-  return KivGetModel(zOwner.GetKey()) != nullptr &&
-         KivWalkElements(zOwner.GetKey(), {0, 1, 2, 5, 7, 8, 11, 12, 13}, kAllLevels, [](KivOutOfCoreTreeNode&) {});
-}
-
 bool Save(DorSession& zSession, const KivWString& csPath) {
   KivDataSpaceBase* const pzSpace = KivDataSpaceBase::GetInstance();
   bool bSaved = false;
@@ -156,7 +144,7 @@ void ServeWriteDor(DorSession& zSession, const DorRequestFields& zFields, DorAns
   const uint64_t nBytes = bSaved ? WrittenBytes(zNew.Path()) : 0;
   if (nBytes < kLeastModel || !zNew.Flush())
     throw DorRefusal(DorAnswerCode::CannotWrite, WhyNotWritten(zSession, zNew.Path()));
-  if (zFields.Integer("verify") == 1 && !IsReadable(zNew.Path()))
+  if (zFields.Integer("verify") == 1 && !KivReadWholeModel(zNew.Path(), [](KivOutOfCoreTreeNode&) {}))
     throw DorRefusal(DorAnswerCode::CannotWrite, "the file that was written could not be read back");
   zAnswer.Integer("bytes", static_cast<int64_t>(nBytes));
   zAnswer.Finish();

@@ -11,7 +11,6 @@
 
 #include "KivAssemblyTree.h"
 #include "KivInstance.h"
-#include "KivMeshCodec.h"
 #include "KivModel.h"
 #include "KivModelNote.h"
 
@@ -51,7 +50,9 @@ constexpr int32_t kAllLevels = -1;
 bool KivWalkElements(uint32_t iManagerKey, const std::set<uint32_t>& siTag, int32_t iLevel,
                      const KivElementVisitor& pfnVisit);
 
-// Adds the faces of all meshes of a model, or of those of one level.
-bool KivAddModelMeshes(uint32_t iManagerKey, int32_t iLevel, KivMeshStatistics& zStatistics);
+// Opens a file as a store of its own, and loads and visits the model, its note, the assembly tree, the second element
+// and all that the walk finds. A model may lack the three in between. False if the file is no store, and if a part
+// could not be loaded or noted, which is reported and left out.
+bool KivReadWholeModel(const KivWString& csPath, const KivElementVisitor& pfnVisit);
 
 }  // namespace kiv

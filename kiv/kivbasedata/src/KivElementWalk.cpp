@@ -2,9 +2,9 @@
 
 #include <algorithm>
 #include <initializer_list>
+#include <optional>
 #include <span>
 
-#include "KivMeshTree.h"
 #include "KivOutOfCoreManager.h"
 #include "KivReportQuiet.h"
 
@@ -238,16 +238,28 @@ bool KivWalkElements(uint32_t iManagerKey, const std::set<uint32_t>& siTag, int3
   return ElementWalk(iManagerKey, siTag, iLevel, pfnVisit).Run();
 }
 
-bool KivAddModelMeshes(uint32_t iManagerKey, int32_t iLevel, KivMeshStatistics& zStatistics) {
-  bool bAll = false;
-  const bool bDone = Do([&] {
-    bool bMeshes = true;
-    bAll = KivWalkElements(iManagerKey, {1, 8}, iLevel, [&](KivOutOfCoreTreeNode& zElement) {
-      if (!KivAddMeshBlock(BlockOf(&zElement), zStatistics)) bMeshes = false;
-    });
-    bAll = bAll && bMeshes;
-  });
-  return bAll && bDone;
+bool KivReadWholeModel(const KivWString& csPath, const KivElementVisitor& pfnVisit) {
+  KivStoreSource zSource;
+  zSource.m_csPath = csPath;
+  zSource.m_eMode = KivStoreMode::Read;
+  std::optional<KivOutOfCoreManagerKeyOwner> zOwner;
+  if (!Do([&] { zOwner.emplace(zSource); })) return false;
+  const KivOutOfCoreManager* pzManager = zOwner->GetManager();
+  if (pzManager == nullptr || pzManager->GetContainer() == nullptr) return false;
+  const uint32_t iKey = zOwner->GetKey();
+  const auto VisitOne = [&](KivOutOfCoreTreeNode* pzElement) {
+    if (BlockOf(pzElement) == nullptr) return false;
+    pfnVisit(*pzElement);
+    return true;
+  };
+  if (!VisitOne(KivGetModel(iKey))) return false;
+  bool bAll = true;
+  // A note and an assembly tree that are there but cannot be had make the walk false.
+  if (KivModelNote* pzNote = KivGetModelNote(iKey)) bAll &= VisitOne(pzNote);
+  if (KivAssemblyTree* pzTree = KivGetAssemblyTree(iKey)) bAll &= VisitOne(pzTree);
+  const KivMemoryBlockModelNote* pzNote = BlockOf(KivGetModelNote(iKey));
+  if (pzNote != nullptr && pzNote->m_iSecondKey != 0) bAll &= VisitOne(KivGetSecondElement(iKey));
+  return KivWalkElements(iKey, {0, 1, 2, 5, 7, 8, 11, 12, 13}, kAllLevels, pfnVisit) && bAll;
 }
 
 }  // namespace kiv

@@ -5,6 +5,7 @@
 #include "KivElementWalk.h"
 #include "KivFaceEdgeData.h"
 #include "KivPolyElemData.h"
+#include "KivReportQuiet.h"
 
 namespace kiv {
 namespace {
@@ -17,9 +18,7 @@ void AddFaces(const Block& zBlock, KivMeshStatistics& zStatistics) {
     if (!zFace.m_zFrame.IsGap()) zStatistics.AddFace(zBlock, zFace.View());
 }
 
-}  // namespace
-
-bool KivAddMeshBlock(const KivMemoryBlock* pzBlock, KivMeshStatistics& zStatistics) {
+bool AddBlock(const KivMemoryBlock* pzBlock, KivMeshStatistics& zStatistics) {
   if (const auto* pzFaceEdge = dynamic_cast<const KivMemoryBlockFaceEdge*>(pzBlock)) {
     AddFaces(*pzFaceEdge, zStatistics);
   } else if (const auto* pzPolyElem = dynamic_cast<const KivMemoryBlockPolyElem*>(pzBlock)) {
@@ -30,15 +29,46 @@ bool KivAddMeshBlock(const KivMemoryBlock* pzBlock, KivMeshStatistics& zStatisti
   return true;
 }
 
+// The store may throw when it is asked for the block.
+bool AddElement(KivOutOfCoreTreeNode& zElement, KivMeshStatistics& zStatistics) noexcept {
+  try {
+    return KIV_ASSERT(AddBlock(zElement.GetMemoryBlock(), zStatistics));
+  } catch (...) {
+    KivReportThrownHere(kSource, __LINE__);
+    return false;
+  }
+}
+
+// pfnWalk(visitor) answers whether it came to all elements.
+template <typename Walk>
+bool AddWalked(Walk&& pfnWalk, KivMeshStatistics& zStatistics) noexcept {
+  try {
+    bool bMeshes = true;
+    const bool bAll = pfnWalk([&](KivOutOfCoreTreeNode& zElement) { bMeshes &= AddElement(zElement, zStatistics); });
+    return bAll && bMeshes;
+  } catch (...) {
+    KivReportThrownHere(kSource, __LINE__);
+    return false;
+  }
+}
+
+}  // namespace
+
 bool KivAddMeshTree(uint32_t iManagerKey, uint64_t iRootKey, KivMeshStatistics& zStatistics) {
-  bool bMeshes = true;
-  std::set<uint64_t> siSeen;
-  const bool bAll = KivWalkTree(iManagerKey, iRootKey, siSeen, [&](KivOutOfCoreTreeNode& zElement) {
-    // The walk has loaded it.
-    if (KIV_ASSERT(KivAddMeshBlock(zElement.GetMemoryBlock(), zStatistics))) return;
-    bMeshes = false;
-  });
-  return bAll && bMeshes;
+  return AddWalked(
+      [&](const KivElementVisitor& pfnVisit) {
+        std::set<uint64_t> siSeen;
+        return KivWalkTree(iManagerKey, iRootKey, siSeen, pfnVisit);
+      },
+      zStatistics);
+}
+
+bool KivAddModelMeshes(uint32_t iManagerKey, int32_t iLevel, KivMeshStatistics& zStatistics) {
+  return AddWalked(
+      [&](const KivElementVisitor& pfnVisit) {
+        return KivWalkElements(iManagerKey, {1, 8}, iLevel, pfnVisit);
+      },
+      zStatistics);
 }
 
 }  // namespace kiv

@@ -287,7 +287,7 @@ class KivModelBuilder::Writer {
       for (size_t k = iFirst; k < iEnd; ++k) {
         if (!FillInstance(m_z.m_vzPlaced[k], *pzBlock, vzBox[i])) return false;
       }
-      pzBlock->m_zHeader.m_aiLink[0] = kModelPosition;  // the parent of the root, the others get theirs below
+      pzBlock->m_zHeader.m_aiLink[0] = i == 0 ? kModelPosition : 0;  // the others get theirs below
       for (size_t iChild = 0; iChild < 2; ++iChild) {
         const size_t c = 2 * i + 1 + iChild;
         if (c >= nElements) continue;
@@ -439,31 +439,19 @@ bool KivModelBuilder::WriteInto(const KivWString& csPath) {
 // Reads all elements back: where reports return, a write that failed is seen by nothing else. What had been stored
 // before its keys were known may be there as it was then, so that what the keys lead to is counted.
 bool KivModelBuilder::IsWhole(const KivWString& csPath) const {
-  KivStoreSource zSource;
-  zSource.m_csPath = csPath;
-  zSource.m_eMode = KivStoreMode::Read;
-  const KivOutOfCoreManagerKeyOwner zOwner(zSource);
-  const KivOutOfCoreManager* pzManager = zOwner.GetManager();
-  if (pzManager == nullptr || pzManager->GetContainer() == nullptr) return false;
-  const uint32_t iKey = zOwner.GetKey();
-  if (KivGetModel(iKey) == nullptr || KivGetInstanceRoot(iKey) == nullptr || KivGetModelNote(iKey) == nullptr ||
-      KivGetAssemblyTree(iKey) == nullptr)
-    return false;
-  if (m_pzPermanentIds != nullptr) {
-    KivOutOfCoreTreeNode* pzSecond = KivGetSecondElement(iKey);
-    if (pzSecond == nullptr || pzSecond->GetMemoryBlock() == nullptr) return false;
-  }
-  size_t nOnNodes = 0;
+  std::array<size_t, 14> anFound{};  // by tag
   bool bParents = true;
-  const bool bAll =
-      KivWalkElements(iKey, {0, 1, 2, 5, 7, 8, 11, 12, 13}, kAllLevels, [&](KivOutOfCoreTreeNode& zElement) {
-        const uint32_t iTag = zElement.GetElementType();
-        if (iTag == KivPMI::kTag || iTag == KivLayerFilter::kTag || iTag == KivCamera::kTag) ++nOnNodes;
-        if (iTag != KivInstance::kTag) return;
-        const KivMemoryBlock* pzBlock = zElement.GetMemoryBlock();
-        if (pzBlock == nullptr || pzBlock->GetHeader().m_aiLink[0] == 0) bParents = false;
-      });
-  return bAll && bParents && nOnNodes == m_mapPMI.size() + m_mapLayerFilter.size() + m_mapCamera.size();
+  const bool bAll = KivReadWholeModel(csPath, [&](KivOutOfCoreTreeNode& zElement) {
+    const uint32_t iTag = zElement.GetElementType();
+    if (iTag < anFound.size()) ++anFound[iTag];
+    if (iTag != KivInstance::kTag) return;
+    const KivMemoryBlock* pzBlock = zElement.GetMemoryBlock();
+    if (pzBlock == nullptr || pzBlock->GetHeader().m_aiLink[0] == 0) bParents = false;
+  });
+  return bAll && bParents && anFound[KivModelNote::kTag] == 1 && anFound[KivAssemblyTree::kTag] == 1 &&
+         anFound[KivPermanentIdTable::kTag] == (m_pzPermanentIds != nullptr ? 1 : 0) &&
+         anFound[KivPMI::kTag] == m_mapPMI.size() && anFound[KivLayerFilter::kTag] == m_mapLayerFilter.size() &&
+         anFound[KivCamera::kTag] == m_mapCamera.size();
 }
 
 }  // namespace kiv
