@@ -1,6 +1,6 @@
-// Any bytes as a model: in memory, where it is opened, walked by position and by key, its tables walked, snapshotted,
-// changed, taken back, saved and closed; or in a file that is changed in place, closed and read once more. What may
-// come is a report; what is made stays within a bound that the input sets.
+// Any bytes as a model: in memory, where it is opened, walked by position, by key and from its root, its tables walked,
+// snapshotted, changed, taken back, saved and closed; or in a file that is changed in place, closed and read once more.
+// What may come is a report; what is made stays within a bound that the input sets.
 //
 // Input: the first byte picks whether the header is repaired (1), the report mode (2), a limit of active elements (4;
 // the upper four bits say which) and whether there are position tables (8). Without a limit of its own, 16 changes a
@@ -17,8 +17,11 @@
 #include "KivContainerHeader.h"
 #include "KivDataSpaceBase.h"
 #include "KivDataUtil.h"
+#include "KivElementClasses.h"
+#include "KivElementWalk.h"
 #include "KivException.h"
 #include "KivLittleEndian.h"
+#include "KivMeshTree.h"
 #include "KivOutOfCoreBlock.h"
 #include "KivOutOfCoreHandle.h"
 #include "KivPositionTable.h"
@@ -89,6 +92,7 @@ void Prepare() {
   if (bDone) return;
   bDone = true;
   kiv::KivRegisterOwnFormat();
+  kiv::KivRegisterElementClasses();
   kiv::KivSetWorkFolder((std::filesystem::temp_directory_path() / "kivstorefuzz").u16string());
   kiv::KivDataSpaceBase& zSpace = *kiv::KivDataSpaceBase::GetInstance();
   zSpace.SetGetOutOfCoreData(kNoteIndex, MakeNote);
@@ -109,6 +113,16 @@ void Walk(uint32_t iKey, std::vector<uint64_t> viToDo) {
       if (pzNode == nullptr || !pzNode->GetAllPosition(viLink)) return;
       viToDo.insert(viToDo.end(), viLink.begin(), viLink.end());
     });
+}
+
+// The elements of a model as they hang together. The reports of a walk never leave it.
+void WalkFromRoot(uint32_t iKey) {
+  kiv::KivWalkElements(iKey, {0, 1, 2, 5, 7, 8, 11, 12, 13}, kiv::kAllLevels, [&](kiv::KivOutOfCoreTreeNode& zElement) {
+    if (zElement.GetElementType() > 13) std::abort();
+  });
+  kiv::KivGetSecondElement(iKey);
+  kiv::KivMeshStatistics zStatistics;
+  kiv::KivAddModelMeshes(iKey, 0, zStatistics);
 }
 
 void Change(uint32_t iKey, const std::vector<uint64_t>& viPosition, uint8_t iFill, size_t nSize) {
@@ -202,6 +216,7 @@ void ReadAndTakeBack(const std::vector<uint8_t>& vcFile, uint8_t iChoice) {
   std::filesystem::remove(zSaved, zError);
   Try([&] { zSpace.SaveSnapShot(pzModel, zSaved.u16string(), 0); });
   ExpectBounded(zSaved, vcFile.size());
+  WalkFromRoot(iKey);
   Try([&] { kiv::KivOutOfCoreManager::DeactivateAll(iKey); });
   Remove(pzModel);
   std::filesystem::remove(zSaved, zError);
@@ -246,6 +261,7 @@ void ChangeInPlace(const std::vector<uint8_t>& vcFile, uint8_t iChoice) {
     zInfo.m_bOpenForWrite = false;
     if (zSpace.AddModel(zFile.u16string(), zInfo, &pzModel) != kiv::KivAddModelResult::Done) std::abort();
     Walk(pzModel->GetKey(), PlacesIn(pzModel, static_cast<size_t>(std::filesystem::file_size(zFile))));
+    WalkFromRoot(pzModel->GetKey());
     Remove(pzModel);
   }
   std::error_code zError;
