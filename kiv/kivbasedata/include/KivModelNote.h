@@ -59,8 +59,7 @@ class KivMemoryBlockModelNote : public KivElementBlock, public KivModelNoteParam
   bool MayVisitKeys(bool) const { return KIV_ASSERT(GetLinkNum() > 0); }
   template <typename Keys>
   bool VisitKeys(Keys& zKeys) {
-    return zKeys.Keys(m_iAssemblyKey, m_iSecondKey) &&
-           zKeys.Attributes(KivAttributeRow::ModelNote, m_vzAttribute);
+    return zKeys.Keys(m_iAssemblyKey, m_iSecondKey) && zKeys.Attributes(KivAttributeRow::ModelNote, m_vzAttribute);
   }
 
   std::vector<KivAttribute> m_vzAttribute;
