@@ -362,6 +362,7 @@ int32_t kiv::KivMain(const std::vector<KivWString>& vcsArguments) {
   pzCall->add_option("MODEL", zSettings.m_strModel, "model file")->required()->check(zNotEmpty);
   pzCall->add_option("REQUEST", zSettings.m_strRequest, "name, DorHandler_ may be left out")->required();
   pzCall->add_option("ARGS", zSettings.m_vstrWords, "the request's fields behind the model id");
+  pzCall->footer("'dor requests' lists the requests and their fields.");
   pzCall->callback([&] { pfnRun = RunCall; });
 
   CLI::App* pzShell = zApp.add_subcommand("shell", "open a model, send the requests on standard input, one a line");
