@@ -300,7 +300,7 @@ TEST_F(KeptMemory, ARecordThatIsRefusedSetsNoMeasure) {
   StartAnew();
   Bytes vc = RecordWithALargeEntryAt(0, 16 * kLarge);
   vc[64] = 3;  // the node state
-  EXPECT_NO_REPORT(EXPECT_EQ(Put<KivBrepData>(vc)->GetMemoryBlock(), nullptr));
+  EXPECT_NO_REPORT(EXPECT_FALSE(Put<KivBrepData>(vc)->Load(false)));
   const uint64_t nMost = MostKeptByReading();
   EXPECT_GE(nMost, kLarge);
   EXPECT_LT(nMost, kMostKept);
