@@ -291,6 +291,12 @@ TEST_F(HandlerChange, TheLongestNameThatAFileCanHaveIsWritten) {
   EXPECT_EQ(Read(csPath), 0);
 }
 
+TEST_F(HandlerChange, ABackslashIsASignLikeOthersWhereItSeparatesNothing) {
+  if (sys::kSeparator == u'\\') GTEST_SKIP() << "it separates";
+  EXPECT_EQ(Code("WriteDor", {Utf8(m_zFolder / u"back\\slash.kiv"), "0", "1", "0", "0"}), Code_::Done);
+  EXPECT_EQ(Read(m_zFolder / u"back\\slash.kiv"), 0);
+}
+
 TEST_F(HandlerChange, FilesThatHaveTheNameOfATemporaryOneStay) {
   const KivWString csStem = u".dor" + sys::Utf8ToWide(std::to_string(sys::CurrentProcessNumber()));
   const std::vector<KivWString> vcsName{csStem + u"-0.tmp", csStem + u"-1.tmp"};

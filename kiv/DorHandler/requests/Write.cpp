@@ -2,7 +2,6 @@
 #include "DorRequest.h"
 #include "DorSession.h"
 #include "KivDataSpaceBase.h"
-#include "KivDataUtil.h"
 #include "KivElementWalk.h"
 #include "KivOutOfCoreManager.h"
 #include "KivSysFile.h"
@@ -25,18 +24,16 @@ KivSysFile OpenForLooking(const KivWString& csPath) {
       csPath, {KivSysAccess::Read, KivSysShare::All, KivSysDisposition::OpenExisting, KivSysFileFlags::None});
 }
 
+// With the separator behind it. A backslash is one on Windows alone.
 KivWString FolderOf(const KivWString& csPath) {
-  KivWString csFolder, csName;
-  KivSplitPath(csPath, csFolder, csName);
-  return csFolder.empty() ? KivWString(1, sys::kSeparator) : csFolder;
+  return csPath.substr(0, csPath.find_last_of(sys::kSeparator == u'/' ? u"/" : u"\\/") + 1);
 }
 
 // An empty file under a name that was free, in the target's folder. A short name: there is room for it wherever there
 // is for the target's. The store writes over an empty file, and over no other.
 KivWString MakeEmptyFileBeside(const KivWString& csTarget) {
   constexpr int kMostNames = 1000;
-  const KivWString csStem =
-      FolderOf(csTarget) + sys::kSeparator + u".dor" + sys::Utf8ToWide(std::to_string(sys::CurrentProcessNumber()));
+  const KivWString csStem = FolderOf(csTarget) + u".dor" + sys::Utf8ToWide(std::to_string(sys::CurrentProcessNumber()));
   for (int i = 0; i < kMostNames; ++i) {
     const KivWString csPath = csStem + u"-" + sys::Utf8ToWide(std::to_string(i)) + u".tmp";
     if (KivSysFile::Open(
