@@ -1,5 +1,6 @@
 #include "KivModelMeaning.h"
 
+#include <algorithm>
 #include <cmath>
 
 #include "KivLittleEndian.h"
@@ -48,6 +49,11 @@ std::optional<double> KivGetUnit(const std::vector<KivAttribute>& vzAttribute) {
   if (pz == nullptr) return std::nullopt;
   const double dMetres = KivLoad<double>(pz->m_vcBytes.data());
   return std::isfinite(dMetres) && dMetres > 0 ? std::optional<double>(dMetres) : std::nullopt;
+}
+
+bool KivHasMeaning(const std::vector<KivAttribute>& vzAttribute, KivMeaning eMeaning) {
+  return std::any_of(vzAttribute.begin(), vzAttribute.end(),
+                     [&](const KivAttribute& z) { return z.m_iAttrib == static_cast<uint8_t>(eMeaning); });
 }
 
 void KivSetColour(std::vector<KivAttribute>& vzAttribute, const KivColour& fColour) {

@@ -36,6 +36,8 @@ using KivColour = std::array<float, 4>;
 std::optional<KivColour> KivGetColour(const std::vector<KivAttribute>& vzAttribute);
 std::optional<uint32_t> KivGetLayer(const std::vector<KivAttribute>& vzAttribute);
 std::optional<double> KivGetUnit(const std::vector<KivAttribute>& vzAttribute);
+// True if such an attribute is there, whatever it holds.
+bool KivHasMeaning(const std::vector<KivAttribute>& vzAttribute, KivMeaning eMeaning);
 // Replaces the attribute, or adds it.
 void KivSetColour(std::vector<KivAttribute>& vzAttribute, const KivColour& fColour);
 void KivSetLayer(std::vector<KivAttribute>& vzAttribute, uint32_t iLayer);

@@ -3,10 +3,12 @@
 #include <cmath>
 #include <vector>
 
+#include "KivAssemblyTree.h"
 #include "KivBrepData.h"
 #include "KivCheckWalk.h"
 #include "KivFaceEdgeData.h"
 #include "KivModelMeaning.h"
+#include "KivModelNote.h"
 #include "KivPolyElemData.h"
 
 namespace kiv {
@@ -44,6 +46,16 @@ class BlockCheck {
     Ids("edge", viId);
   }
 
+  void Nodes(const KivMemoryBlockAssemblyTree& zBlock) {
+    for (size_t i = 0; i < zBlock.m_vzNode.size(); ++i)
+      if (!zBlock.m_vzNode[i].m_zFrame.IsGap()) Styles(zBlock.m_vzNode[i].m_vzAttribute, "node " + std::to_string(i));
+  }
+
+  void Note(const KivMemoryBlockModelNote& zBlock) {
+    if (KivHasMeaning(zBlock.m_vzAttribute, KivMeaning::Unit) && !KivGetUnit(zBlock.m_vzAttribute))
+      Add("attribute-invalid", "the model's unit is none");
+  }
+
   void Brep(const KivMemoryBlockBrep& zBlock) {
     for (size_t i = 0; i < zBlock.m_vzGeometry.size(); ++i) {
       const KivBrepEntry& zEntry = zBlock.m_vzGeometry[i];
@@ -60,6 +72,13 @@ class BlockCheck {
  private:
   void Add(const char* szCode, const std::string& strSentence) {
     m_zSink.Add(szCode, m_iPosition, m_iKey, strSentence);
+  }
+
+  void Styles(const std::vector<KivAttribute>& vzAttribute, const std::string& strWhich) {
+    if (KivHasMeaning(vzAttribute, KivMeaning::Colour) && !KivGetColour(vzAttribute))
+      Add("attribute-invalid", strWhich + " has a colour that is none");
+    if (KivHasMeaning(vzAttribute, KivMeaning::Layer) && !KivGetLayer(vzAttribute))
+      Add("attribute-invalid", strWhich + " has a layer that is none");
   }
 
   // In memory a flat mesh has a vertex for each corner.
@@ -101,6 +120,7 @@ class BlockCheck {
       Add("mesh-index", strWhich + " has an index beyond its " + std::to_string(nVertices) + " vertices");
     if (!AllFinite(zFace.m_vfNormal)) Add("mesh-number", strWhich + " has normals that are no finite numbers");
     Vertices(zFace.m_vfVertex, strWhich);
+    Styles(zFace.m_vzAttribute, strWhich);
   }
 
   void Edge(const KivMeshEdge& zEdge, size_t iEdge) {
@@ -108,6 +128,7 @@ class BlockCheck {
     if (zEdge.m_vfVertex.size() != 3 * static_cast<size_t>(zEdge.m_iVertexCount) || zEdge.m_iVertexCount == 0)
       Add("mesh-length", strWhich + " has lists that do not fit its counts");
     Vertices(zEdge.m_vfVertex, strWhich);
+    Styles(zEdge.m_vzAttribute, strWhich);
   }
 
   void Ids(const char* szWhat, std::vector<uint32_t>& viId) {
@@ -133,6 +154,10 @@ void KivCheckBlock(const KivMemoryBlock& zBlock, uint64_t iPosition, uint64_t iK
     zCheck.Mesh(*pzPoly);
   else if (const auto* pzBrep = dynamic_cast<const KivMemoryBlockBrep*>(&zBlock))
     zCheck.Brep(*pzBrep);
+  else if (const auto* pzTree = dynamic_cast<const KivMemoryBlockAssemblyTree*>(&zBlock))
+    zCheck.Nodes(*pzTree);
+  else if (const auto* pzNote = dynamic_cast<const KivMemoryBlockModelNote*>(&zBlock))
+    zCheck.Note(*pzNote);
 }
 
 }  // namespace kiv

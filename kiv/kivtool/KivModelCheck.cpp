@@ -72,6 +72,8 @@ std::vector<KivCheckCode> KivListCheckCodes() {
       {"mesh-number", Severity::Error, "a coordinate or a component of a normal that is no finite number"},
       {"mesh-box", Severity::Warning, "vertices outside the box of their element"},
       {"mesh-id-twice", Severity::Warning, "two faces or two edges of one element with the same id"},
+      {"attribute-invalid", Severity::Warning,
+       "a colour, a layer or a unit of another length, or with values that make none: it is passed over"},
       {"geometry-invalid", Severity::Error, "a geometry string that is not well-formed"},
       {"geometry-id", Severity::Warning, "a geometry string that does not say what it describes"},
       {"structure-incomplete", Severity::Error, "nodes or instances could not be loaded, and are not checked"},

@@ -22,8 +22,9 @@ KivToolExit RunGuarded(KivCommand& zCommand, KivOptions& zOptions, KivToolOutput
   try {
     zOptions.Store();
     const KivToolExit eExit = zCommand.Run(zOutput);
-    if (!zOutput.Finish()) throw KivToolError("standard output cannot be written");
-    return eExit;
+    if (zOutput.Finish()) return eExit;
+    zOutput.Note("standard output cannot be written");  // nor can it take a document that tells it
+    return KivToolExit::Failed;
   } catch (const KivToolError& e) {
     return zOutput.Fail(e.what());
   } catch (const std::bad_alloc&) {

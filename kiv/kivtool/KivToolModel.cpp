@@ -142,6 +142,16 @@ bool KivRecordWalk::Break() {
 }
 
 bool KivRecordWalk::Next(KivToolRecord& zRecord) {
+  try {
+    return Read(zRecord);
+  } catch (const std::bad_alloc&) {
+    throw;
+  } catch (const std::exception&) {  // the file cannot be read there
+    return Break();
+  }
+}
+
+bool KivRecordWalk::Read(KivToolRecord& zRecord) {
   zRecord = KivToolRecord();
   zRecord.m_iPosition = m_iNext;
   if (m_bBroken || m_iNext == m_iEnd) return false;

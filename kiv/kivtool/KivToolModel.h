@@ -74,13 +74,14 @@ struct KivToolRecord {
 class KivRecordWalk {
  public:
   explicit KivRecordWalk(KivToolModel& zModel);
-  // False at the end and where the chain breaks.
+  // False at the end and where the chain breaks or cannot be read.
   bool Next(KivToolRecord& zRecord);
   bool IsBroken() const { return m_bBroken; }
   uint64_t GetPosition() const { return m_iNext; }  // where the next record stands, or the chain broke
   uint64_t GetEnd() const { return m_iEnd; }
 
  private:
+  bool Read(KivToolRecord& zRecord);
   bool Break();
 
   KivSharedPtr<ISnapShotFile> m_pzFile;

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <fstream>
 #include <nlohmann/json.hpp>
 #include <random>
@@ -13,6 +14,7 @@
 #include "KivMemoryBlockPositionTable.h"
 #include "KivModelMeaning.h"
 #include "KivOutOfCoreHandle.h"
+#include "KivSysFault.h"
 #include "KivTestFolder.h"
 #include "KivToolError.h"
 #include "KivToolTestModel.h"
@@ -241,6 +243,65 @@ TEST_F(ModelCheck, FindsAnElementThatDoesNotListItsKeys) {
   EXPECT_TRUE(z.m_ssCode.count("keys-refused")) << z.m_strText;
 }
 
+TEST_F(ModelCheck, FindsAttributesThatMakeNoColourLayerOrUnit) {
+  const float fNan = std::nanf("");
+  KivSetColour(m_zBuilder.FaceEdge(m_zParts.m_iBolt, 0).m_vzFace[0].m_vzAttribute, {fNan, 0, 0, 1});
+  KivSetLayer(m_zBuilder.FaceEdge(m_zParts.m_iBolt, 0).m_vzEdge[0].m_vzAttribute, 1);
+  m_zBuilder.FaceEdge(m_zParts.m_iBolt, 0).m_vzEdge[0].m_vzAttribute[0].m_vcBytes.pop_back();
+  KivSetColour(m_zBuilder.Node(m_zParts.m_iGroup).m_vzAttribute, {1, 1, 1, 1});
+  m_zBuilder.Node(m_zParts.m_iGroup).m_vzAttribute[0].m_vcBytes.push_back(0);
+  KivSetUnit(m_zBuilder.NoteAttributes(), -1);
+  const Checked z = Saved();
+  EXPECT_EQ(z.m_ssCode, std::set<std::string>{"attribute-invalid"}) << z.m_strText;
+  EXPECT_EQ(z.m_zResult.m_nWarnings, 4u) << z.m_strText;
+}
+
+TEST_F(ModelCheck, FindsListsThatDoNotFitTheirCounts) {
+  KivMemoryBlockFaceEdge& zMesh = m_zBuilder.FaceEdge(m_zParts.m_iBolt, 0);
+  zMesh.m_iMeshFlags |= kMeshIndexCount;
+  zMesh.m_vzFace[0].m_viIndex = {0, 1, 2};  // of two triangles
+  EXPECT_EQ(Saved().m_ssCode, std::set<std::string>{"mesh-length"}) << Check(m_csPath).m_strText;
+}
+
+TEST_F(ModelCheck, FindsMoreInTheContainerThanIsListed) {
+  ASSERT_TRUE(m_zBuilder.Save(m_csPath));
+  std::string strBytes = m_zFolder.ReadBytes(u"m.kiv");
+  {
+    KivToolModel zModel(m_csPath);
+    KivRecordWalk zWalk(zModel);
+    KivToolRecord zTable;
+    while (zWalk.Next(zTable) && zTable.m_iTag != KivMemoryBlockPositionTable::kElementType) continue;
+    // Small ones in its place, which do not end as records do.
+    uint64_t iAt = zTable.m_iPosition, nSize = 24 + zTable.m_iRecordSize % 24;
+    for (const uint64_t iEnd = iAt + zTable.m_iRecordSize; iAt < iEnd; iAt += nSize, nSize = 24) {
+      uint8_t* const pc = reinterpret_cast<uint8_t*>(&strBytes[iAt]);
+      KivStore<uint64_t>(pc, nSize);
+      KivStore<uint64_t>(pc + 8, 0);
+      KivStore<uint64_t>(pc + nSize - 8, 0);
+    }
+  }
+  m_zFolder.WriteBytes(u"m.kiv", strBytes);
+  const Checked z = Check(m_csPath);
+  EXPECT_EQ(z.m_zResult.m_mapCode.at("container-BackPointer"), KivContainerCheck::kMaxListed);
+  EXPECT_EQ(z.m_zResult.m_mapCode.count("container-more"), 1u);
+}
+
+TEST_F(ModelCheck, AContainerThatCannotBeReadIsAFinding) {
+  ASSERT_TRUE(m_zBuilder.Save(m_csPath));
+  KivToolModel zModel(m_csPath, true);
+  std::set<std::string> ssCode;
+  KivSysFaultPlan zPlan;
+  zPlan.m_bAnyCall = true;
+  zPlan.m_iNth = 1;
+  zPlan.m_bFromThenOn = true;
+  {
+    const KivSysFaultScope zScope(zPlan);
+    KivCheckModel(zModel, [&](const KivCheckFinding& z) { ssCode.insert(z.m_szCode); });
+    EXPECT_TRUE(zScope.HasFired());
+  }
+  EXPECT_TRUE(ssCode.count("container-unreadable")) << testing::PrintToString(ssCode);
+}
+
 // The bytes of the stored model with one changed in the record of an element.
 class ChangedRecord : public ModelCheck {
  protected:
@@ -266,6 +327,13 @@ TEST_F(ChangedRecord, AFirstRecordThatIsNoModelIsFound) {
 TEST_F(ChangedRecord, AnElementOfAnApplicationsOwnTypeIsAWarning) {
   const Checked z = With([](uint32_t iManager) { return FirstInstance(iManager).m_vzLevel[0].m_iFaceEdgeKey; }, 2, 5);
   EXPECT_EQ(z.m_ssCode, std::set<std::string>{"element-foreign"}) << z.m_strText;
+}
+
+TEST_F(ChangedRecord, CoordinatesThatBecomeNoNumbersAreFound) {
+  constexpr size_t kStepExponent = 72 + 12 + 3;  // behind the header with the width, and the origin
+  const Checked z = With([](uint32_t iManager) { return FirstInstance(iManager).m_vzLevel[0].m_iFaceEdgeKey; },
+                         kStepExponent, 0x7F);
+  EXPECT_EQ(z.m_ssCode, std::set<std::string>{"mesh-number"}) << z.m_strText;
 }
 
 TEST_F(ChangedRecord, ATreeThatCannotBeLoadedLeavesTheStructureUnchecked) {

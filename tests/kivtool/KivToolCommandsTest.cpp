@@ -2,8 +2,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstdlib>
-#include <filesystem>
 #include <nlohmann/json.hpp>
 #include <random>
 #include <set>
@@ -183,22 +181,6 @@ TEST(AllCommands, AWordThatIsNoValidTextPassesTheParser) {
     const std::string strPacked = KivOptions::Pack(csWord);
     EXPECT_EQ(KivOptions::Unpack(strPacked), csWord);
     EXPECT_FALSE(strPacked.starts_with("-5"));
-  }
-}
-
-TEST(AllCommands, NamesOfOddBytesAreFoundAndWritten) {
-  if (sys::kSeparator == u'\\') GTEST_SKIP() << "names are no bytes here";
-  const TestFolder zFolder;
-  kivtest::MakeToolModel(zFolder / u"m.kiv");
-  const std::string strFolder = sys::WideToUtf8(zFolder.Path()) + "/";
-  for (const std::string& strName : {std::string("bad\xff.kiv"), std::string("\x01-5.kiv"), std::string("[a,b]")}) {
-    const std::filesystem::path zModel(strFolder + strName), zTarget(strFolder + strName + "\xc3.glb");
-    std::filesystem::copy_file(zFolder / u"m.kiv", zModel);
-    const std::string strLine = "cd '" + strFolder + "' && '" + sys::WideToUtf8(kivtest::KivProgramPath()) +
-                                "' export '" + strName + "' '" + zTarget.string() + "' >/dev/null";
-    EXPECT_EQ(std::system(strLine.c_str()), 0) << strLine;
-    EXPECT_TRUE(std::filesystem::remove(zTarget)) << strLine;
-    std::filesystem::remove(zModel);
   }
 }
 

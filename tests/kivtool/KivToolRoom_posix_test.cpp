@@ -1,0 +1,104 @@
+// kiv where something is missing: a reader, room on a disk; and names that are bytes.
+#ifndef _WIN32
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+
+#include "KivSysFolder.h"
+#include "KivTestFolder.h"
+#include "KivToolModel.h"
+#include "KivToolTestModel.h"
+
+namespace {
+
+using namespace kiv;
+using namespace kivtest;
+
+constexpr char kTriangle[] = "v 0 0 0\nv 1 0 0\nv 0 1 0\nf 1 2 3\n";
+
+// A line of the shell behind "cd FOLDER &&", with KIV for the program; what it says to standard error is in "errors".
+int RunLine(const TestFolder& zFolder, std::string strLine) {
+  for (size_t i = 0; (i = strLine.find("KIV")) != std::string::npos;)
+    strLine.replace(i, 3, "'" + sys::WideToUtf8(KivProgramPath()) + "'");
+  const int iStatus =
+      std::system(("cd '" + sys::WideToUtf8(zFolder.Path()) + "' && { " + strLine + "; } 2>errors").c_str());
+  return (iStatus & 0x7F) != 0 ? -iStatus : iStatus >> 8 & 0xFF;
+}
+
+void ExpectOneLine(const TestFolder& zFolder, const std::string& strPart) {
+  const std::string strErrors = zFolder.ReadBytes(u"errors");
+  EXPECT_EQ(std::count(strErrors.begin(), strErrors.end(), '\n'), 1) << strErrors;
+  EXPECT_NE(strErrors.find(strPart), std::string::npos) << strErrors;
+}
+
+size_t NumIn(const TestFolder& zFolder) {
+  return static_cast<size_t>(std::distance(std::filesystem::directory_iterator(std::filesystem::path(zFolder.Path())),
+                                           std::filesystem::directory_iterator()));
+}
+
+}  // namespace
+
+TEST(ToolRoom, AReaderThatIsNotInstalledIsSaid) {
+  const TestFolder zFolder;
+  zFolder.WriteBytes(u"a.obj", kTriangle);
+  std::filesystem::copy_file(std::filesystem::path(KivProgramPath()), std::filesystem::path(zFolder / u"kiv"));
+  EXPECT_EQ(RunLine(zFolder, "./kiv import a.obj a.kiv"), 2);
+  ExpectOneLine(zFolder, "the program kiv-read-mesh is not installed beside kiv");
+  EXPECT_EQ(NumIn(zFolder), 3u);
+}
+
+TEST(ToolRoom, AFullDeviceBehindStandardOutputIsSaidAndTheTargetStands) {
+  if (!sys::PathExists(u"/dev/full")) GTEST_SKIP() << "there is no full device";
+  const TestFolder zFolder;
+  MakeToolModel(zFolder / u"m.kiv");
+  for (const char* szCommand : {"info m.kiv", "tree m.kiv --json", "export m.kiv m.glb"}) {
+    EXPECT_EQ(RunLine(zFolder, "KIV " + std::string(szCommand) + " >/dev/full"), 2) << szCommand;
+    ExpectOneLine(zFolder, "standard output cannot be written");
+  }
+  EXPECT_EQ(NumIn(zFolder), 3u);
+}
+
+// A file may have 100 blocks here: enough for the scene, and not for the model.
+TEST(ToolRoom, WhereATargetHasNoRoomNothingHalfStays) {
+  const TestFolder zFolder;
+  zFolder.WriteBytes(u"a.obj", kTriangle);
+  zFolder.WriteBytes(u"a.kiv", "old");
+  EXPECT_EQ(RunLine(zFolder, "trap '' XFSZ; ulimit -f 100; KIV import a.obj a.kiv --force >out"), 2);
+  ExpectOneLine(zFolder, "a.kiv: cannot be written whole");
+  EXPECT_EQ(zFolder.ReadBytes(u"a.kiv"), "old");
+  EXPECT_EQ(zFolder.ReadBytes(u"out"), "");
+  EXPECT_EQ(NumIn(zFolder), 4u);
+}
+
+TEST(ToolRoom, WhereAnExportHasNoRoomNothingHalfStays) {
+  const TestFolder zFolder;
+  KivPrepareToolProcess();
+  KivModelBuilder zBuilder;
+  const size_t iPart = zBuilder.AddPart();
+  for (uint32_t i = 1; i <= 3000; ++i) AddSquare(zBuilder.FaceEdge(iPart, 0), i, 10, static_cast<float>(i));
+  zBuilder.PlaceInstance(iPart, KivEMatrix4(), zBuilder.AddNode(u"root"));
+  ASSERT_TRUE(zBuilder.Save(zFolder / u"m.kiv"));
+  EXPECT_EQ(RunLine(zFolder, "trap '' XFSZ; ulimit -f 1500; KIV export m.kiv m.glb --faces >out"), 2);
+  ExpectOneLine(zFolder, "cannot be written");
+  EXPECT_EQ(NumIn(zFolder), 3u);
+}
+
+TEST(AllCommands, NamesOfOddBytesAreFoundAndWritten) {
+  const TestFolder zFolder;
+  MakeToolModel(zFolder / u"m.kiv");
+  const std::string strFolder = sys::WideToUtf8(zFolder.Path()) + "/";
+  for (const std::string& strName : {std::string("bad\xff.kiv"), std::string("\x01-5.kiv"), std::string("[a,b]")}) {
+    const std::filesystem::path zModel(strFolder + strName), zTarget(strFolder + strName + "\xc3.glb");
+    std::filesystem::copy_file(zFolder / u"m.kiv", zModel);
+    const std::string strLine = "cd '" + strFolder + "' && '" + sys::WideToUtf8(KivProgramPath()) +
+                                "' export '" + strName + "' '" + zTarget.string() + "' >/dev/null";
+    EXPECT_EQ(std::system(strLine.c_str()), 0) << strLine;
+    EXPECT_TRUE(std::filesystem::remove(zTarget)) << strLine;
+    std::filesystem::remove(zModel);
+  }
+}
+
+#endif
