@@ -331,8 +331,8 @@ TEST_F(ChangedRecord, AnElementOfAnApplicationsOwnTypeIsAWarning) {
 
 TEST_F(ChangedRecord, CoordinatesThatBecomeNoNumbersAreFound) {
   constexpr size_t kStepExponent = 72 + 12 + 3;  // behind the header with the width, and the origin
-  const Checked z = With([](uint32_t iManager) { return FirstInstance(iManager).m_vzLevel[0].m_iFaceEdgeKey; },
-                         kStepExponent, 0x7F);
+  const Checked z =
+      With([](uint32_t iManager) { return FirstInstance(iManager).m_vzLevel[0].m_iFaceEdgeKey; }, kStepExponent, 0x7F);
   EXPECT_EQ(z.m_ssCode, std::set<std::string>{"mesh-number"}) << z.m_strText;
 }
 

@@ -93,8 +93,8 @@ TEST(AllCommands, NamesOfOddBytesAreFoundAndWritten) {
   for (const std::string& strName : {std::string("bad\xff.kiv"), std::string("\x01-5.kiv"), std::string("[a,b]")}) {
     const std::filesystem::path zModel(strFolder + strName), zTarget(strFolder + strName + "\xc3.glb");
     std::filesystem::copy_file(zFolder / u"m.kiv", zModel);
-    const std::string strLine = "cd '" + strFolder + "' && '" + sys::WideToUtf8(KivProgramPath()) +
-                                "' export '" + strName + "' '" + zTarget.string() + "' >/dev/null";
+    const std::string strLine = "cd '" + strFolder + "' && '" + sys::WideToUtf8(KivProgramPath()) + "' export '" +
+                                strName + "' '" + zTarget.string() + "' >/dev/null";
     EXPECT_EQ(std::system(strLine.c_str()), 0) << strLine;
     EXPECT_TRUE(std::filesystem::remove(zTarget)) << strLine;
     std::filesystem::remove(zModel);
