@@ -9,7 +9,6 @@
 
 #include "KivSysFolder.h"
 #include "KivTestFolder.h"
-#include "KivToolModel.h"
 #include "KivToolTestModel.h"
 
 namespace {
@@ -71,19 +70,6 @@ TEST(ToolRoom, WhereATargetHasNoRoomNothingHalfStays) {
   EXPECT_EQ(zFolder.ReadBytes(u"a.kiv"), "old");
   EXPECT_EQ(zFolder.ReadBytes(u"out"), "");
   EXPECT_EQ(NumIn(zFolder), 4u);
-}
-
-TEST(ToolRoom, WhereAnExportHasNoRoomNothingHalfStays) {
-  const TestFolder zFolder;
-  KivPrepareToolProcess();
-  KivModelBuilder zBuilder;
-  const size_t iPart = zBuilder.AddPart();
-  for (uint32_t i = 1; i <= 3000; ++i) AddSquare(zBuilder.FaceEdge(iPart, 0), i, 10, static_cast<float>(i));
-  zBuilder.PlaceInstance(iPart, KivEMatrix4(), zBuilder.AddNode(u"root"));
-  ASSERT_TRUE(zBuilder.Save(zFolder / u"m.kiv"));
-  EXPECT_EQ(RunLine(zFolder, "trap '' XFSZ; ulimit -f 1500; KIV export m.kiv m.glb --faces >out"), 2);
-  ExpectOneLine(zFolder, "cannot be written");
-  EXPECT_EQ(NumIn(zFolder), 3u);
 }
 
 TEST(AllCommands, NamesOfOddBytesAreFoundAndWritten) {
