@@ -35,6 +35,14 @@ TEST(PermanentIdTable, ARecordReadsAsItIs) {
   EXPECT_EQ(BuildRecord(*pz), Golden());
 }
 
+TEST(PermanentIdTable, AClearedTableKeepsNoMemory) {
+  auto pz = NewBlock<Block>();
+  ASSERT_TRUE(ReadRecord(Golden(), *pz));
+  EXPECT_GE(pz->m_vstrPermanentId.capacity(), 3u);
+  pz->Clear();
+  EXPECT_EQ(pz->m_vstrPermanentId.capacity(), 0u);
+}
+
 TEST(PermanentIdTable, TheEntryCountIsKeptAndIsNotTheNumberOfStrings) {
   auto pz = NewBlock<Block>();
   ASSERT_TRUE(ReadRecord(Golden(), *pz));

@@ -13,7 +13,8 @@ class KivMemoryBlockPermanentIdTable : public KivElementBlock {
   static constexpr uint32_t kTag = 9;
   static constexpr char kSource[] = "src\\KivPermanentIdTable";
 
-  void Clear() { m_vstrPermanentId.clear(); }
+  // Keeps no memory: tables are few, and their strings would go all the same.
+  void Clear() { m_vstrPermanentId = std::vector<KivWString>(); }
 
   template <typename Fields>
   bool VisitBody(Fields& zFields, Memory&) {
