@@ -10,6 +10,7 @@
 
 #include "KivSysEvent.h"
 #include "KivSysFile.h"
+#include "KivSysFileKind.h"
 #include "KivSysFolder.h"
 #include "KivSysMemoryLimit.h"
 #include "KivSysProcess.h"
@@ -238,6 +239,7 @@ void KivAllowSceneMemory(uint64_t nBytes) {
 std::vector<uint8_t> KivReadSceneSource(const KivWString& csSource, uint64_t nMax) {
   if (sys::FolderExists(csSource)) throw KivSceneError("it is a folder");
   if (!sys::PathExists(csSource)) throw KivSceneError("it does not exist");
+  if (sys::IsNoRegularFile(csSource)) throw KivSceneError("it is no regular file");
   KivSysOpenMode zMode;
   zMode.m_iShare = KivSysShare::All;
   zMode.m_iFlags = KivSysFileFlags::SequentialScan;

@@ -1,5 +1,7 @@
 #include "KivTargetFile.h"
 
+#include <algorithm>
+#include <iterator>
 #include <string>
 
 #include "KivSysFile.h"
@@ -14,12 +16,32 @@ namespace kiv {
 namespace {
 
 constexpr int kTemporaryNames = 100;
+constexpr size_t kLongName = 200;  // bytes; a name may have 255
 // What the store makes beside a file while it is built, what a reader leaves, and what an export gathers.
 constexpr const char16_t* kSideSuffixes[] = {u".urf", u".scene", u".bin"};
 
 bool IsSameFile(const KivWString& csA, const KivWString& csB) {
   const auto zA = sys::FindFileIdentity(csA);
   return csA == csB || (zA && zA == sys::FindFileIdentity(csB));
+}
+
+bool IsTaken(const KivWString& csPath) {
+  return sys::PathExists(csPath) || sys::IsLink(csPath);
+}
+
+// Neither the name nor those of what comes up beside it are another's.
+bool IsFree(const KivWString& csStem) {
+  return !IsTaken(csStem) && std::none_of(std::begin(kSideSuffixes), std::end(kSideSuffixes),
+                                          [&](const char16_t* sz) { return IsTaken(csStem + sz); });
+}
+
+// The target's own name, or a short one where that leaves no room for what comes behind it.
+KivWString StemOf(const KivWString& csTarget) {
+  const size_t iSeparator = csTarget.find_last_of(KivWString(u"/") + sys::kSeparator);
+  const size_t iName = iSeparator == KivWString::npos ? 0 : iSeparator + 1;
+  const bool bLong = sys::WideToUtf8(csTarget.substr(iName)).size() > kLongName;
+  return (bLong ? csTarget.substr(0, iName) + u"kiv" : csTarget) + u".part" +
+         sys::Utf8ToWide(std::to_string(sys::CurrentProcessNumber()));
 }
 
 bool CanMake(const KivWString& csPath) {
@@ -33,10 +55,10 @@ bool CanMake(const KivWString& csPath) {
 KivTargetFile::KivTargetFile(const KivWString& csTarget, bool bForce, const std::vector<KivWString>& vcsSource)
     : m_csTarget(csTarget), m_bForce(bForce), m_vcsSource(vcsSource) {
   CheckTarget();
-  const KivWString csStem = m_csTarget + u".part" + sys::Utf8ToWide(std::to_string(sys::CurrentProcessNumber()));
+  const KivWString csStem = StemOf(m_csTarget);
   for (int i = 0; i < kTemporaryNames; ++i) {
     const KivWString csName = csStem + (i == 0 ? KivWString() : u"-" + sys::Utf8ToWide(std::to_string(i)));
-    if (sys::PathExists(csName) || sys::IsLink(csName)) continue;
+    if (!IsFree(csName)) continue;
     if (!CanMake(csName)) break;
     sys::RemoveFileAt(csName);
     m_csTemporary = csName;
@@ -73,7 +95,7 @@ void KivTargetFile::CheckTarget() const {
   if (sys::IsNoRegularFile(m_csTarget)) throw KivToolError(strTarget + ": is no regular file");
   for (const KivWString& csSource : m_vcsSource)
     if (IsSameFile(csSource, m_csTarget)) throw KivToolError(strTarget + ": is the source itself");
-  if (!m_bForce && (sys::PathExists(m_csTarget) || sys::IsLink(m_csTarget)))
+  if (!m_bForce && IsTaken(m_csTarget))
     throw KivToolError(strTarget + ": exists (--force replaces it)");
 }
 

@@ -8,6 +8,7 @@
 #include "KivException.h"
 #include "KivLittleEndian.h"
 #include "KivPositionTableManager.h"
+#include "KivSysFileKind.h"
 #include "KivSysFolder.h"
 #include "KivToolError.h"
 #include "KivToolOutput.h"
@@ -54,6 +55,7 @@ KivModelProbe KivProbeForTool(const KivWString& csPath) {
   const std::string strPath = KivShown(csPath);
   if (csPath.empty()) throw KivToolError("the file has no name");
   if (sys::FolderExists(csPath)) throw KivToolError(strPath + ": is a folder");
+  if (sys::IsNoRegularFile(csPath)) throw KivToolError(strPath + ": is no regular file");
   KivModelProbe zProbe = KivProbeModelFile(csPath);
   if (!zProbe.m_bOpened)
     throw KivToolError(strPath + (sys::PathExists(csPath) ? ": cannot be read" : ": does not exist"));

@@ -94,6 +94,21 @@ TEST(TargetFile, AFolderIsNoRegularFileAFileAndNothingAreNoOther) {
   EXPECT_FALSE(sys::IsNoRegularFile(u""));
 }
 
+TEST(TargetFile, AFileOfAnotherWithANameBesideTheTargetStays) {
+  const TestFolder zFolder;
+  kiv::KivWString csFirst;
+  {
+    const KivTargetFile zTarget(zFolder / u"out", false);
+    csFirst = NameIn(zFolder, zTarget);
+  }
+  zFolder.WriteBytes(csFirst + u".scene", "mine");
+  {
+    KivTargetFile zTarget(zFolder / u"out", false);
+    EXPECT_NE(NameIn(zFolder, zTarget), csFirst);
+  }
+  EXPECT_EQ(zFolder.ReadBytes(csFirst + u".scene"), "mine");
+}
+
 TEST(TargetFile, TwoOfOneTargetHaveTwoNames) {
   const TestFolder zFolder;
   const KivTargetFile zFirst(zFolder / u"out", false);

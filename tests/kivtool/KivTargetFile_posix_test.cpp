@@ -96,6 +96,20 @@ TEST(TargetFileDeathTest, AStopBeforeTheCommitLeavesNothing) {
   EXPECT_EQ(EntryNum(zFolder), 1u);
 }
 
+TEST(TargetFile, ANameThatLeavesNoRoomForASuffixServes) {
+  const TestFolder zFolder;
+  const kiv::KivWString csName(250, u'n');
+  {
+    KivTargetFile zTarget(zFolder / csName, false);
+    EXPECT_LT(NameIn(zFolder, zTarget).size(), 100u);
+    zFolder.WriteBytes(NameIn(zFolder, zTarget), "new");
+    zFolder.WriteBytes(NameIn(zFolder, zTarget) + u".scene", "half");
+    zTarget.Commit();
+  }
+  EXPECT_EQ(zFolder.ReadBytes(csName), "new");
+  EXPECT_EQ(EntryNum(zFolder), 1u);
+}
+
 }  // namespace
 
 #endif

@@ -146,7 +146,9 @@ TEST(AllCommands, WrongUseGives2AndHelpGives0) {
                                             {u"export", u"a"},
                                             {u"tree", u"a", u"--depth", u"x"},
                                             {u"tree", u"a", u"--depth", u"-1"},
-                                            {u"records", u"a", u"--type"}}) {
+                                            {u"records", u"a", u"--type"},
+                                            {u"records", u"a", u"--type", u"77"},
+                                            {u"records", u"a", u"--type", u"0"}}) {
     const ToolRun zRun = RunKiv(vcsArguments);
     EXPECT_EQ(zRun.m_iExit, 2) << zRun.m_strErr;
     EXPECT_EQ(zRun.m_strOut, "");
@@ -241,6 +243,8 @@ TEST(ShowCommand, KeysThatLeadToNoElementGive2) {
     EXPECT_EQ(zRun.m_iExit, 2) << sys::WideToUtf8(szKey);
     EXPECT_EQ(zRun.m_strOut, "");
     EXPECT_NE(zRun.m_strErr, "");
+    const bool bKey = KivWStringView(szKey).size() == 18;
+    EXPECT_EQ(zRun.m_strErr.find("the key is in no position table") != std::string::npos, bKey) << zRun.m_strErr;
   }
 }
 

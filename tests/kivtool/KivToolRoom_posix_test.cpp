@@ -9,6 +9,7 @@
 
 #include "KivSysFolder.h"
 #include "KivTestFolder.h"
+#include "KivTestPipe.h"
 #include "KivToolTestModel.h"
 
 namespace {
@@ -47,6 +48,16 @@ TEST(ToolRoom, AReaderThatIsNotInstalledIsSaid) {
   EXPECT_EQ(RunLine(zFolder, "./kiv import a.obj a.kiv"), 2);
   ExpectOneLine(zFolder, "the program kiv-read-mesh is not installed beside kiv");
   EXPECT_EQ(NumIn(zFolder), 3u);
+}
+
+TEST(ToolRoom, APipeIsNoSourceAndNoModel) {
+  const TestFolder zFolder;
+  for (const char16_t* szName : {u"pipe.stl", u"pipe.step", u"pipe.kiv"}) ASSERT_TRUE(MakePipe(zFolder, szName));
+  for (const char* szCommand : {"import pipe.stl a.kiv", "info pipe.kiv", "export pipe.kiv a.glb"}) {
+    EXPECT_EQ(RunLine(zFolder, "KIV " + std::string(szCommand)), 2) << szCommand;
+    ExpectOneLine(zFolder, "is no regular file");
+  }
+  EXPECT_EQ(NumIn(zFolder), 4u);
 }
 
 TEST(ToolRoom, AFullDeviceBehindStandardOutputIsSaidAndTheTargetStands) {

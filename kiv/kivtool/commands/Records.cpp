@@ -14,7 +14,7 @@ namespace {
 bool FindTag(const std::string& strType, uint32_t& iTag) {
   const char* pEnd = strType.data() + strType.size();
   const auto zResult = std::from_chars(strType.data(), pEnd, iTag);
-  if (zResult.ec == std::errc() && zResult.ptr == pEnd) return true;
+  if (zResult.ec == std::errc() && zResult.ptr == pEnd) return iTag > 0 && iTag < kElementTagNum;
   const auto Plain = [](std::string str) {
     for (char& c : str) c = static_cast<char>(c >= 'A' && c <= 'Z' ? c - 'A' + 'a' : c);
     if (str.starts_with("kiv")) str.erase(0, 3);

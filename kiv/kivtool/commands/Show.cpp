@@ -34,6 +34,7 @@ class ShowCommand : public KivCommand {
     KivToolModel zModel(m_csPath);
     const uint64_t iKey = FindKey(zModel);
     const uint64_t iPosition = zModel.Resolve(iKey);
+    if (iPosition == 0 && iKey != 0) throw KivToolError(Where() + ": the key is in no position table of the model");
     KivToolRecord zRecord;
     FindRecord(zModel, iPosition, zRecord);
     KivOutOfCoreTreeNode* pzElement = zModel.Load(iKey);
