@@ -95,8 +95,7 @@ void KivTargetFile::CheckTarget() const {
   if (sys::IsNoRegularFile(m_csTarget)) throw KivToolError(strTarget + ": is no regular file");
   for (const KivWString& csSource : m_vcsSource)
     if (IsSameFile(csSource, m_csTarget)) throw KivToolError(strTarget + ": is the source itself");
-  if (!m_bForce && IsTaken(m_csTarget))
-    throw KivToolError(strTarget + ": exists (--force replaces it)");
+  if (!m_bForce && IsTaken(m_csTarget)) throw KivToolError(strTarget + ": exists (--force replaces it)");
 }
 
 void KivTargetFile::Commit() {
