@@ -1,5 +1,6 @@
 #include "KivStepDocument.h"
 
+#include <Interface_InterfaceModel.hxx>
 #include <Interface_Static.hxx>
 #include <Message.hxx>
 #include <Message_Messenger.hxx>
@@ -133,6 +134,18 @@ class References {
   std::set<KivWString> m_setSeen;
 };
 
+// Entities that the library could not take as the file has them: with references to what is not there, or to others than
+// they must have.
+void WarnOfBadEntities(const Handle(XSControl_WorkSession) & zSession, KivScene& zScene) {
+  const Handle(Interface_InterfaceModel) zModel = zSession->Model();
+  uint64_t nBad = 0;
+  for (Standard_Integer i = 1; !zModel.IsNull() && i <= zModel->NbEntities(); ++i)
+    nBad += zModel->IsErrorEntity(i) ? 1 : 0;
+  if (nBad > 0)
+    zScene.m_vstrWarning.push_back("Entities with wrong references or values: " + std::to_string(nBad) +
+                                   ". What needs them may be missing.");
+}
+
 Handle(TDocStd_Document) ReadDocument(const KivWString& csSource, KivScene& zScene) {
   std::vector<uint8_t> vcBytes = KivReadSceneSource(csSource, kSourceMax);
   CheckFrame(vcBytes);
@@ -153,6 +166,7 @@ Handle(TDocStd_Document) ReadDocument(const KivWString& csSource, KivScene& zSce
   // The name tells where files stand that this one refers to.
   if (zReader.ChangeReader().ReadStream(sys::WideToUtf8(csSource).c_str(), zStream) != IFSelect_RetDone)
     throw KivSceneError("the STEP file cannot be read: its text is not well-formed");
+  WarnOfBadEntities(zReader.Reader().WS(), zScene);
   References(zScene).Check(csSource, zReader.Reader().WS());
   vcBytes = {};  // what was read is much larger
   Handle(TDocStd_Document) zDocument;

@@ -556,6 +556,24 @@ TEST(ReadStep, AFileWithAHoleIsReadOrRefusedWithAReason) {
   }
 }
 
+TEST(ReadStep, EntitiesWithWrongReferencesAreToldOf) {
+  std::string strBad = Bracket().Folder().ReadBytes(u"sample.step");
+  const std::string strStyle = "FILL_AREA_STYLE_COLOUR('',#";
+  const size_t iAt = strBad.find(strStyle);
+  ASSERT_NE(iAt, std::string::npos);
+  const size_t iNumber = iAt + strStyle.size();
+  strBad.replace(iNumber, strBad.find(')', iNumber) - iNumber, "1");  // no colour
+  const TestFolder zFolder;
+  zFolder.WriteBytes(u"bad.step", strBad);
+  KivScene zScene;
+  std::string strError;
+  EXPECT_TRUE(KivRunSceneReader(sys::Utf8ToWide(KIV_TEST_STEP_READER), {u"step", zFolder / u"bad.step", {1}},
+                                zFolder / u"scene", zScene, strError, {}))
+      << strError;
+  EXPECT_THAT(zScene.m_vstrWarning, testing::Contains(HasSubstr("Entities with wrong references or values: 1.")));
+  EXPECT_THAT(Bracket().Scene().m_vstrWarning, Each(testing::Not(HasSubstr("Entities"))));
+}
+
 TEST(ReadStep, FilesThatAreNamedAreReadFromTheFolderAndFromNowhereElse) {
   const Sample zSample(kivtest::WriteStepReference, {1});
   ASSERT_EQ(zSample.Scene().m_vzPart.size(), 1u);
