@@ -134,8 +134,8 @@ class References {
   std::set<KivWString> m_setSeen;
 };
 
-// Entities that the library could not take as the file has them: with references to what is not there, or to others than
-// they must have.
+// Entities that the library could not take as the file has them: with references to what is not there, or to others
+// than they must have.
 void WarnOfBadEntities(const Handle(XSControl_WorkSession) & zSession, KivScene& zScene) {
   const Handle(Interface_InterfaceModel) zModel = zSession->Model();
   uint64_t nBad = 0;
