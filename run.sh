@@ -11,7 +11,7 @@ say "packages"
 need_packages "${KIV_BUILD_PACKAGES[@]}" "${KIV_STEP_PACKAGES[@]}"
 
 say "build"
-cmake --preset linux -DKIV_BUILD_TESTS=OFF -DKIV_BUILD_FUZZERS=OFF -B build/run >"$KIV_LOG_DIR/configure-run.log" 2>&1 ||
+cmake --preset linux -DKIV_BUILD_TESTS=OFF -B build/run >"$KIV_LOG_DIR/configure-run.log" 2>&1 ||
   { tail -n 30 "$KIV_LOG_DIR/configure-run.log"; exit 1; }
 cmake --build build/run -j "$(nproc)"
 

@@ -2,7 +2,7 @@
 # Installs what is missing, builds, and runs the tests. Safe to repeat.
 #
 #   ./test.sh                       everything
-#   ./test.sh native windows        only these stages: checks native gltf asan tsan windows
+#   ./test.sh native windows        only these stages: checks native asan tsan windows
 set -euo pipefail
 cd "$(dirname "$0")"
 export KIV_LOG_DIR="$PWD/build/logs"
@@ -11,7 +11,7 @@ mkdir -p "$KIV_LOG_DIR"
 source scripts/packages.sh
 
 stages=("$@")
-[ ${#stages[@]} -gt 0 ] || stages=(checks native gltf asan tsan windows)
+[ ${#stages[@]} -gt 0 ] || stages=(checks native asan tsan windows)
 jobs=$(nproc)
 failed=()
 started=$SECONDS
@@ -19,14 +19,14 @@ started=$SECONDS
 wants() { local stage; for stage in "${stages[@]}"; do [ "$stage" = "$1" ] && return 0; done; return 1; }
 
 for stage in "${stages[@]}"; do
-  case "$stage" in checks | native | gltf | asan | tsan | windows) ;; *) echo "test.sh: no stage '$stage'" >&2; exit 2 ;; esac
+  case "$stage" in checks | native | asan | tsan | windows) ;; *) echo "test.sh: no stage '$stage'" >&2; exit 2 ;; esac
 done
 
 # Builds a preset, or only some targets of it, with its progress line, and keeps the log.
 build() { # preset [target...]
   local preset=$1
   shift
-  cmake --preset "$preset" -DKIV_TEST_PCH=ON >"$KIV_LOG_DIR/configure-$preset.log" 2>&1 || { tail -n 30 "$KIV_LOG_DIR/configure-$preset.log"; return 1; }
+  cmake --preset "$preset" -DKIV_PCH=ON >"$KIV_LOG_DIR/configure-$preset.log" 2>&1 || { tail -n 30 "$KIV_LOG_DIR/configure-$preset.log"; return 1; }
   cmake --build --preset "$preset" -j "$jobs" ${1:+--target "$@"}
 }
 
@@ -55,12 +55,16 @@ checks() {
   echo "format: $(git ls-files '*.h' '*.cpp' | wc -l) files as .clang-format says"
 }
 
-native() { build linux && run_tests linux; }
-# The tests of exported files once more, now that the glTF validator is there.
-gltf() {
+# The tests hold exported files against it. Without it they would pass over that, so its absence fails the stage.
+gltf_validator() {
   mkdir -p build/npm && cp tests/support/gltf/package.json tests/support/gltf/package-lock.json build/npm/ || return 1
   npm ci --prefix build/npm --no-audit --no-fund >"$KIV_LOG_DIR/npm.log" 2>&1 || { tail -n 20 "$KIV_LOG_DIR/npm.log"; return 1; }
-  build linux kiv kivtool_tests && run_tests linux -R '^(GltfExport|Import|ImportStep)([.]|$)'
+}
+
+native() {
+  local code=0
+  gltf_validator || { echo "the glTF validator could not be installed: exported files are not held against it"; code=1; }
+  build linux && run_tests linux && return $code
 }
 asan() { build linux-asan && run_tests linux-asan; }
 # Only what has a thread of its own inside: a build of everything would take as long as the tests of the other stages.
@@ -102,7 +106,7 @@ packages=("${KIV_BUILD_PACKAGES[@]}" "${KIV_TEST_PACKAGES[@]}")
 if wants checks || wants native || wants asan; then packages+=("${KIV_STEP_PACKAGES[@]}"); fi
 wants checks && packages+=("${KIV_CHECK_PACKAGES[@]}")
 wants windows && packages+=("${KIV_WINDOWS_PACKAGES[@]}")
-wants gltf && ! command -v npm >/dev/null 2>&1 && packages+=("${KIV_GLTF_PACKAGES[@]}")
+wants native && ! command -v npm >/dev/null 2>&1 && packages+=("${KIV_GLTF_PACKAGES[@]}")
 need_packages "${packages[@]}"
 
 for name in "${stages[@]}"; do stage "$name" "$name"; done

@@ -59,7 +59,7 @@ std::vector<KivByteBuffer> BrokenPayloads(const DorRequestRow& zRow, int64_t iMo
       default:
         break;
     }
-  if (kSanitized && vvc.size() > 2) vvc.resize(2);  // a process is dear there
+  vvc.resize(std::min<size_t>(vvc.size(), Scaled(vvc.size(), 2)));  // a process is dear there
   return vvc;
 }
 
