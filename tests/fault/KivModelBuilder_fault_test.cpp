@@ -307,6 +307,41 @@ TEST_F(ModelBuilderFault, AWalkWithoutMemoryForWhatItNotesIsFalseAfterAReport) {
   Close(pzModel);
 }
 
+TEST_F(ModelBuilderFault, AFileThatIsReadWholeWithoutMemoryIsFalseAndNothingLeavesIt) {
+  KivModelBuilder zBuilder;
+  Build(zBuilder);
+  const KivWString csPath = m_zFolder / u"model.kiv";
+  ASSERT_TRUE(zBuilder.Save(csPath));
+  int64_t nElements = 0;
+  const KivElementVisitor pfnCount = [&](KivOutOfCoreTreeNode&) { ++nElements; };
+  ASSERT_TRUE(KivReadWholeModel(csPath, pfnCount));
+  const int64_t nWhole = nElements;
+  for (const bool bThrow : {true, false}) {
+    uint64_t nFalse = 0;
+    for (uint64_t iNth = 1;; iNth += 1 + iNth / 16) {
+      SCOPED_TRACE(testing::Message() << "allocation " << iNth);
+      bool bAll = false, bFired = false;
+      nElements = 0;
+      {
+        std::optional<NoThrowScope> zNoThrow;
+        if (!bThrow) zNoThrow.emplace();
+        const NoMemory zNoMemory(iNth, false);
+        EXPECT_NO_THROW(bAll = KivReadWholeModel(csPath, pfnCount));
+        bFired = zNoMemory.HasFired();
+      }
+      if (bAll)
+        EXPECT_EQ(nElements, nWhole);
+      else
+        ++nFalse;
+      if (!bFired) {
+        EXPECT_TRUE(bAll);
+        break;
+      }
+    }
+    EXPECT_GT(nFalse, 10u);
+  }
+}
+
 TEST_F(ModelBuilderFault, WhatAVisitorThrowsEndsTheWalkAndPassesThroughIt) {
   KivModelBuilder zBuilder;
   Build(zBuilder);

@@ -10,18 +10,18 @@
 //   zBuilder.PMI(iNode).AddPMI() ...
 //   bool bDone = zBuilder.Save(u"machine.kiv");
 //
-// The blocks that it hands out are the elements' own: fill any of their fields. Links, keys and numbers of entries are
-// set by Save, and so are boxes: those of meshes by their vertices, and by the meshes in them those of exact geometry
-// and vertices, instances, nodes, the assembly tree, the note and the model. What has no meshes to go by keeps the box
-// that it has: exact geometry and vertices of a part without any, and all PMI, layer filters, cameras and permanent
-// ids.
+// The blocks that it hands out are the elements' own: fill any of their fields. Links, keys, numbers of entries, kinds
+// of nodes and the size of the note's parameters are set by Save, and so are boxes: those of meshes by their vertices,
+// and by the meshes in them those of exact geometry and vertices, instances, nodes, the assembly tree, the note and the
+// model. What has no meshes to go by keeps the box that it has: exact geometry and vertices of a part without any, and
+// all PMI, layer filters, cameras and permanent ids.
 //
 // References stay good while the builder lives, but for that to a node, which the next AddNode may move. A part, a node
 // or an instance that does not exist throws std::out_of_range where it is asked for, but for the node of a PMI, a layer
 // filter or a camera: Save refuses that one.
 //
 // Where the records leave a meaning open, the builder gives one: m_viChildren of a node are indices of nodes,
-// m_iInstanceData[0] of an instance is the index of its node.
+// m_iInstanceData[0] of an instance is the index of its node. A part that no instance places is not stored.
 #pragma once
 
 #include <cstddef>

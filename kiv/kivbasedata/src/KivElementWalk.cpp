@@ -171,7 +171,7 @@ class ElementWalk {
   bool Run() {
     if (Wants({7, 11, 12})) {
       m_bAll &= GatherFromTree(m_iManagerKey, m_siTag, m_zGathered);
-      WalkTrees(m_zGathered.m_siNode, {7, 11, 12});
+      VisitNodes();
     }
     if (Wants({0, 1, 2, 5, 8, 13})) {
       const KivMemoryBlockModel* pzModel = BlockOf(KivGetModel(m_iManagerKey));
@@ -190,6 +190,29 @@ class ElementWalk {
 
   bool Wants(Tags viTag) const {
     return std::any_of(viTag.begin(), viTag.end(), [this](uint32_t iTag) { return m_siTag.count(iTag) != 0; });
+  }
+
+  static constexpr std::array<uint32_t, 3> kNodeTags = {7, 11, 12};
+
+  // What nodes refer to has no tree of its own: its links lead elsewhere, and are not followed.
+  void VisitNodes() {
+    for (const uint64_t iKey : m_zGathered.m_siNode) {
+      auto* pzElement = ElementAt<KivOutOfCoreTreeNode>(m_iManagerKey, iKey);
+      if (KIV_ASSERT(BlockOf(pzElement) != nullptr))
+        Visit(*pzElement, kNodeTags);
+      else
+        m_bAll = false;
+    }
+  }
+
+  // An element that must have one of some tags.
+  void Visit(KivOutOfCoreTreeNode& zElement, std::span<const uint32_t> viOwnTag) {
+    const uint32_t iTag = zElement.GetElementType();
+    if (!KIV_ASSERT(std::find(viOwnTag.begin(), viOwnTag.end(), iTag) != viOwnTag.end())) {
+      m_bAll = false;
+      return;
+    }
+    if (m_siTag.count(iTag) != 0) m_pfnVisit(zElement);
   }
 
   void WalkInstances(uint64_t iRootKey) {
@@ -212,14 +235,8 @@ class ElementWalk {
     m_viOwnTag = viOwnTag;
     std::set<uint64_t> siSeen;
     for (const uint64_t iKey : siRoot)
-      m_bAll &= KivWalkTree(m_iManagerKey, iKey, siSeen, [this](KivOutOfCoreTreeNode& zElement) {
-        const uint32_t iTag = zElement.GetElementType();
-        if (!KIV_ASSERT(std::find(m_viOwnTag.begin(), m_viOwnTag.end(), iTag) != m_viOwnTag.end())) {
-          m_bAll = false;
-          return;
-        }
-        if (m_siTag.count(iTag) != 0) m_pfnVisit(zElement);
-      });
+      m_bAll &= KivWalkTree(m_iManagerKey, iKey, siSeen,
+                            [this](KivOutOfCoreTreeNode& zElement) { Visit(zElement, m_viOwnTag); });
   }
 
   const uint32_t m_iManagerKey;
@@ -239,11 +256,16 @@ bool KivWalkElements(uint32_t iManagerKey, const std::set<uint32_t>& siTag, int3
 }
 
 bool KivReadWholeModel(const KivWString& csPath, const KivElementVisitor& pfnVisit) {
-  KivStoreSource zSource;
-  zSource.m_csPath = csPath;
-  zSource.m_eMode = KivStoreMode::Read;
   std::optional<KivOutOfCoreManagerKeyOwner> zOwner;
-  if (!Do([&] { zOwner.emplace(zSource); })) return false;
+  std::set<uint32_t> siTag;
+  const bool bOpen = Do([&] {
+    KivStoreSource zSource;
+    zSource.m_csPath = csPath;
+    zSource.m_eMode = KivStoreMode::Read;
+    zOwner.emplace(zSource);
+    siTag = {0, 1, 2, 5, 7, 8, 11, 12, 13};
+  });
+  if (!bOpen) return false;
   const KivOutOfCoreManager* pzManager = zOwner->GetManager();
   if (pzManager == nullptr || pzManager->GetContainer() == nullptr) return false;
   const uint32_t iKey = zOwner->GetKey();
@@ -252,14 +274,21 @@ bool KivReadWholeModel(const KivWString& csPath, const KivElementVisitor& pfnVis
     pfnVisit(*pzElement);
     return true;
   };
-  if (!VisitOne(KivGetModel(iKey))) return false;
+  KivModel* pzModel = KivGetModel(iKey);
+  if (!VisitOne(pzModel)) return false;
+  // By their keys: what is there but cannot be had is not the same as what is not there.
+  const KivMemoryBlockModel* pzRoot = BlockOf(pzModel);
+  if (pzRoot == nullptr) return false;
   bool bAll = true;
-  // A note and an assembly tree that are there but cannot be had make the walk false.
-  if (KivModelNote* pzNote = KivGetModelNote(iKey)) bAll &= VisitOne(pzNote);
-  if (KivAssemblyTree* pzTree = KivGetAssemblyTree(iKey)) bAll &= VisitOne(pzTree);
-  const KivMemoryBlockModelNote* pzNote = BlockOf(KivGetModelNote(iKey));
-  if (pzNote != nullptr && pzNote->m_iSecondKey != 0) bAll &= VisitOne(KivGetSecondElement(iKey));
-  return KivWalkElements(iKey, {0, 1, 2, 5, 7, 8, 11, 12, 13}, kAllLevels, pfnVisit) && bAll;
+  if (pzRoot->m_zHeader.m_aiLink[2] != 0) {
+    bAll &= VisitOne(KivGetModelNote(iKey));
+    const KivMemoryBlockModelNote* pzNote = BlockOf(KivGetModelNote(iKey));
+    if (pzNote == nullptr) return false;
+    const uint64_t iTreeKey = pzNote->m_iAssemblyKey, iSecondKey = pzNote->m_iSecondKey;
+    if (iTreeKey != 0) bAll &= VisitOne(KivGetAssemblyTree(iKey));
+    if (iSecondKey != 0) bAll &= VisitOne(KivGetSecondElement(iKey));
+  }
+  return KivWalkElements(iKey, siTag, kAllLevels, pfnVisit) && bAll;
 }
 
 }  // namespace kiv

@@ -241,8 +241,13 @@ class KivModelBuilder::Writer {
 
   // Several instances may share a part's trees, so that their roots have no parent.
   bool WriteParts() {
-    for (Part& zPart : m_z.m_vzPart) {
+    std::vector<uint8_t> vbPlaced(m_z.m_vzPart.size(), 0);
+    for (const Placed& zPlaced : m_z.m_vzPlaced)
+      if (zPlaced.m_iPart < vbPlaced.size()) vbPlaced[zPlaced.m_iPart] = 1;
+    for (size_t i = 0; i < m_z.m_vzPart.size(); ++i) {
+      Part& zPart = m_z.m_vzPart[i];
       Stored& zStored = m_vzStored.emplace_back();
+      if (vbPlaced[i] == 0) continue;  // nothing would lead to it
       for (auto& [iLevel, pzMesh] : zPart.m_mapFaceEdge) {
         if (!KIV_ASSERT(iLevel < kMostLevels)) return false;
         Finish(*pzMesh, zStored.m_zBox);
@@ -314,7 +319,7 @@ class KivModelBuilder::Writer {
     zEntry.m_iBrepKey = zPart.m_iBrepKey;
     zEntry.m_iVertexKey = zPart.m_iVertexKey;
     zEntry.m_zMatrix = zPlaced.m_zMatrix;
-    zEntry.m_iMatrixClass = 0;  // found by the write
+    zEntry.m_iMatrixClass &= ~0xFFu;  // the first two pairs are found by the write
     const Box zBox = zPart.m_zBox.Transformed(zPlaced.m_zMatrix);
     zEntry.m_fInstanceBox = zBox.m_af;
     zEntry.m_vzAttribute = zPlaced.m_vzAttribute;
