@@ -145,6 +145,14 @@ TEST(Instance, ANewBlockHasOneToleranceAndItsDataBehindIt) {
   EXPECT_EQ(pz->m_vfLevelTolerance.size(), 5u);
 }
 
+TEST(Instance, AClearedBlockDoesNotKeepALongListOfTolerances) {
+  auto pz = NewBlock<Block>();
+  pz->m_vfLevelTolerance.assign(100000, 1.0f);
+  pz->Clear();
+  EXPECT_EQ(pz->m_vfLevelTolerance, std::vector<float>{0.01f});
+  EXPECT_LE(pz->m_vfLevelTolerance.capacity(), 64u);
+}
+
 TEST(Instance, ANewEntryHasTheIdentityNoFlagsAndClass546) {
   auto pz = NewBlock<Block>();
   const KivInstanceEntry& z = pz->AddInstance();

@@ -17,8 +17,14 @@ void KivInstanceEntry::Clear() {
   m_vzAttribute.clear();
 }
 
+namespace {
+constexpr size_t kLevelsKept = 64;
+}
+
 void KivMemoryBlockInstance::Clear() {
   m_iInstanceValue = 0;
+  // A longer list than models have keeps no memory.
+  if (m_vfLevelTolerance.capacity() > kLevelsKept) m_vfLevelTolerance = std::vector<float>();
   m_vfLevelTolerance.assign(1, 0.01f);
   m_vzInstance.Clear();
 }
