@@ -5,6 +5,7 @@
 
 #include "KivSysClock.h"
 #include "KivSysFolder.h"
+#include "KivSysTextExact.h"
 
 namespace kiv {
 namespace {
@@ -101,16 +102,22 @@ std::string Hex(const KivByteBuffer& vcBytes) {
   return strHex + (vcBytes.size() > kShownBytes ? "..." : "");
 }
 
-// A text field "path" of the words, made absolute.
-std::vector<std::string> WithAbsolutePaths(const DorRequestRow& zRow, std::vector<std::string> vstrWords) {
+// Visits the words that are texts, and whether they are paths.
+template <typename Words, typename Visit>
+void ForTexts(const DorRequestRow& zRow, Words& vstrWords, Visit&& pfnVisit) {
   const DorForm* pzFields = DorFieldsOf(zRow);
-  if (pzFields == nullptr) return vstrWords;
+  if (pzFields == nullptr) return;
   size_t iWord = 0;
   for (const DorField& zField : *pzFields) {
-    if (iWord < vstrWords.size() && zField.m_cKind == 's' && zField.m_strName == "path" && !vstrWords[iWord].empty())
-      vstrWords[iWord] = sys::WideToUtf8(DorAbsolutePath(sys::Utf8ToWide(vstrWords[iWord])));
+    if (iWord < vstrWords.size() && zField.m_cKind == 's') pfnVisit(vstrWords[iWord], zField.m_strName == "path");
     iWord += zField.m_nTimes;
   }
+}
+
+std::vector<std::string> WithAbsolutePaths(const DorRequestRow& zRow, std::vector<std::string> vstrWords) {
+  ForTexts(zRow, vstrWords, [](std::string& strWord, bool bPath) {
+    if (bPath && !strWord.empty()) strWord = sys::WideToExact(DorAbsolutePath(sys::ExactToWide(strWord)));
+  });
   return vstrWords;
 }
 
@@ -122,6 +129,14 @@ const DorRequestRow* DorFindCallable(const std::string& strName) {
   return pzRow != nullptr && pzRow->m_iFamily == DorRequestFamily::Forward ? pzRow : nullptr;
 }
 
+bool DorTextsAreWellFormed(const DorRequestRow& zRow, const std::vector<std::string>& vstrWords) {
+  bool bGood = true;
+  ForTexts(zRow, vstrWords, [&](const std::string& strWord, bool bPath) {
+    if (!bPath && !sys::IsWellFormed(sys::ExactToWide(strWord))) bGood = false;
+  });
+  return bGood;
+}
+
 DorSpoken DorCallByName(DorClient& zClient, int64_t iModel, const std::string& strName,
                         const std::vector<std::string>& vstrWords) {
   DorSpoken z;
@@ -131,6 +146,7 @@ DorSpoken DorCallByName(DorClient& zClient, int64_t iModel, const std::string& s
   std::string strError;
   if (!DorBuildPayload(*z.m_pzRow, iModel, WithAbsolutePaths(*z.m_pzRow, vstrWords), vcPayload, strError))
     throw DorWordError(strName + ": " + strError);
+  if (!DorTextsAreWellFormed(*z.m_pzRow, vstrWords)) throw DorWordError(strName + ": " + kDorIllFormed);
   if (DorHasZeroInText(*z.m_pzRow, vcPayload)) throw DorWordError(strName + ": a text has a zero in it");
   const KivWString csRequest(z.m_pzRow->m_csName);
   const uint64_t iStart = sys::SteadyNs();

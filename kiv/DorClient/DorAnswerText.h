@@ -28,6 +28,10 @@ class DorWordError : public std::runtime_error {
   explicit DorWordError(const std::string& strWhat) : std::runtime_error(strWhat) {}
 };
 
+// Words may be such as KivSysTextExact.h gives: paths are what they are, other texts must be well formed.
+bool DorTextsAreWellFormed(const DorRequestRow& zRow, const std::vector<std::string>& vstrWords);
+inline constexpr const char* kDorIllFormed = "a text is no UTF-8";
+
 // Sends a request with the words of DorBuildPayload. A field "path" means this process's current folder. Throws
 // DorWordError, and sends nothing, for a name that cannot be called or words that do not fit.
 DorSpoken DorCallByName(DorClient& zClient, int64_t iModel, const std::string& strName,

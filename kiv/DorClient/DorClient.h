@@ -108,7 +108,7 @@ class DorClient {
 };
 
 // Builds a payload from text, one word or a few for each field of a row's form. The model id is given.
-//   i  123            f  1.5           s  text            c  x,y,z
+//   i  123            f  1.5           s  text (KivSysTextExact.h)                 c  x,y,z
 //   k  line:a,b,c,d,e,f (kind 0)  or  block:HEX (kind 1)      n  one or two curves, to the end of the words
 //   t  HEX, or nothing
 // False with the reason in strError.

@@ -4,6 +4,7 @@
 
 #include "DorAnswerForm.h"
 #include "DorClient.h"
+#include "KivSysTextExact.h"
 
 namespace kiv {
 namespace {
@@ -142,7 +143,7 @@ bool DorBuildPayload(const DorRequestRow& zRow, int64_t iModel, const std::vecto
         bGood = PutCurve(strWord, vcPayload);
         break;
       case 's':
-        KivPutString(vcPayload, sys::Utf8ToWide(strWord));
+        KivPutString(vcPayload, sys::ExactToWide(strWord));
         bGood = true;
         break;
       case 'n': {

@@ -18,6 +18,7 @@
 #include "KivSysFolder.h"
 #include "KivSysMain.h"
 #include "KivSysTerminal.h"
+#include "KivSysTextExact.h"
 
 namespace kiv {
 namespace {
@@ -86,14 +87,14 @@ class Spinner {
 
 int64_t OpenModel(DorClient& zClient, const Settings& zSettings) {
   Spinner zSpinner;
-  return zClient.Open(sys::Utf8ToWide(zSettings.m_strModel), [&] { return zSpinner.Turn(); });
+  return zClient.Open(sys::ExactToWide(zSettings.m_strModel), [&] { return zSpinner.Turn(); });
 }
 
 // For a tree that will read the model.
 DorClientOptions StartOptions(const Settings& zSettings) {
-  RequireFile(sys::Utf8ToWide(zSettings.m_strModel));
+  RequireFile(sys::ExactToWide(zSettings.m_strModel));
   DorClientOptions zOptions;
-  zOptions.m_csRelay = sys::Utf8ToWide(zSettings.m_strRelay);
+  zOptions.m_csRelay = sys::ExactToWide(zSettings.m_strRelay);
   return zOptions;
 }
 
@@ -104,7 +105,7 @@ void Print(const Json& zJson) {
 // A line on standard error, behind what stands on standard output already.
 void Note(const std::string& strText) {
   std::fflush(stdout);
-  std::fprintf(stderr, "dor: %s\n", KivShown(sys::Utf8ToWide(strText)).c_str());
+  std::fprintf(stderr, "dor: %s\n", KivShown(sys::ExactToWide(strText)).c_str());
 }
 
 // Says why nothing came of it: as JSON on standard output if asked for, else as a line on standard error.
@@ -198,7 +199,10 @@ int RunOpen(const Settings& zSettings) {
     zJson["model"] = iModel;
     zJson["root_folder"] = sys::WideToUtf8(zClient.GetRootFolder());
     zJson["processes"] = viPids;
-    zJson["answer"] = zSpoken.m_bDecoded ? ToJson(zSpoken.m_zDecoded.m_vzValue) : Json::object();
+    if (bGood)
+      zJson["answer"] = ToJson(zSpoken.m_zDecoded.m_vzValue);
+    else
+      zJson["refused"] = ToJson(zSpoken);
     zJson["milliseconds"] = {
         {"start", dStartMs}, {"open", dOpenMs}, {"ask", zSpoken.m_dMilliseconds}, {"close", dCloseMs}};
     zJson["left_behind"] = !bClean;
@@ -223,6 +227,8 @@ int RunCall(const Settings& zSettings) {
   std::string strError;
   if (!DorBuildPayload(*pzRow, 0, zSettings.m_vstrWords, vcPayload, strError))
     return Fail(zSettings, kWrongUse, zSettings.m_strRequest + ": " + strError);
+  if (!DorTextsAreWellFormed(*pzRow, zSettings.m_vstrWords))
+    return Fail(zSettings, kWrongUse, zSettings.m_strRequest + ": " + kDorIllFormed);
   DorClient zClient(StartOptions(zSettings));
   const int64_t iModel = OpenModel(zClient, zSettings);
   const DorSpoken zSpoken = DorCallByName(zClient, iModel, zSettings.m_strRequest, zSettings.m_vstrWords);
@@ -311,19 +317,20 @@ int RunRequests(const Settings& zSettings) {
   return kGood;
 }
 
-// A negative number is no option: its sign is hidden from the parser.
-constexpr char kHiddenSign = '\x01';
+// Stands before a word that is no option though it looks like one, such as a negative number, and before one that
+// begins with it by itself.
+constexpr char kCover = '\x01';
 
-std::string HideSign(std::string strWord) {
-  if (strWord.size() > 1 && strWord[0] == '-' &&
-      (std::isdigit(static_cast<unsigned char>(strWord[1])) || strWord[1] == '.'))
-    strWord[0] = kHiddenSign;
-  return strWord;
+// A word as bytes from which it comes back, for the parser.
+std::string Covered(KivWStringView csWord) {
+  const auto IsNumeral = [](char16_t c) { return (c >= u'0' && c <= u'9') || c == u'.'; };
+  const bool bNumber = csWord.size() > 1 && csWord[0] == u'-' && IsNumeral(csWord[1]);
+  const bool bCovered = bNumber || (!csWord.empty() && csWord[0] == static_cast<char16_t>(kCover));
+  return (bCovered ? std::string(1, kCover) : std::string()) + sys::WideToExact(csWord);
 }
 
-std::string ShowSign(std::string strWord) {
-  if (!strWord.empty() && strWord[0] == kHiddenSign) strWord[0] = '-';
-  return strWord;
+void Uncover(std::string& strWord) {
+  if (!strWord.empty() && strWord[0] == kCover) strWord.erase(0, 1);
 }
 
 int Guarded(int (*pfnRun)(const Settings&), const Settings& zSettings) {
@@ -382,19 +389,20 @@ int32_t kiv::KivMain(const std::vector<KivWString>& vcsArguments) {
   pzRequests->callback([&] { pfnRun = RunRequests; });
 
   std::vector<std::string> vstrArguments;
-  for (size_t i = vcsArguments.size(); i > 1; --i)
-    vstrArguments.push_back(HideSign(sys::WideToUtf8(vcsArguments[i - 1])));
+  for (size_t i = vcsArguments.size(); i > 1; --i) vstrArguments.push_back(Covered(vcsArguments[i - 1]));
   try {
     zApp.parse(vstrArguments);
   } catch (const CLI::ParseError& e) {
     // The flag itself may stand behind what was wrong.
     zSettings.m_bJson = std::find(vcsArguments.begin(), vcsArguments.end(), u"--json") != vcsArguments.end();
-    if (zSettings.m_bJson && e.get_exit_code() != 0) return Fail(zSettings, kWrongUse, e.what());
-    return zApp.exit(e) == 0 ? kGood : kWrongUse;
+    if (e.get_exit_code() == 0) return zApp.exit(e);  // a help that was asked for
+    std::string strWhy = e.what();
+    std::erase(strWhy, kCover);
+    return Fail(zSettings, kWrongUse, strWhy + " (--help tells how it is used)");
   }
-  for (std::string& strWord : zSettings.m_vstrWords) strWord = ShowSign(strWord);
+  for (std::string& strWord : zSettings.m_vstrWords) Uncover(strWord);
   for (std::string* pstrWord : {&zSettings.m_strModel, &zSettings.m_strRequest, &zSettings.m_strRelay})
-    *pstrWord = ShowSign(*pstrWord);
+    Uncover(*pstrWord);
   sys::CatchStopRequests();
   return Guarded(pfnRun, zSettings);
 }

@@ -18,6 +18,10 @@ constexpr const char* kHelp =
     "Words are separated by blanks; quotes hold a text together: SetAsmInfo 3 'front plate'\n\n";
 
 Line Run(DorClient& zClient, int64_t iModel, const std::string& strLine, const DorShellOptions& zOptions) {
+  if (sys::WideToUtf8(sys::Utf8ToWide(strLine)) != strLine) {
+    zOptions.m_pfnError("a line is no UTF-8");
+    return Line::Bad;
+  }
   std::vector<std::string> vstrWords;
   std::string strError;
   if (!DorSplitWords(strLine, vstrWords, strError)) {

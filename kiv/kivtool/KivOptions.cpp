@@ -4,6 +4,7 @@
 #include <charconv>
 #include <cmath>
 
+#include "KivSysTextExact.h"
 #include "KivToolError.h"
 
 namespace kiv {
@@ -11,25 +12,6 @@ namespace {
 
 // Stands before a word whose first character the parser must not see, and before one that begins with it by itself.
 constexpr char kCover = '\x01';
-
-bool IsSurrogate(char16_t c) {
-  return c >= 0xD800 && c <= 0xDFFF;
-}
-
-// A surrogate that stands alone is three bytes that no UTF-8 has, by the same rule as other units.
-void AppendAlone(char16_t c, std::string& str) {
-  str += static_cast<char>(0xE0 | c >> 12);
-  str += static_cast<char>(0x80 | (c >> 6 & 0x3F));
-  str += static_cast<char>(0x80 | (c & 0x3F));
-}
-
-// True for three bytes that AppendAlone has written.
-bool IsAlone(std::string_view str) {
-  return str.size() >= 3 && str[0] == '\xED' && static_cast<unsigned char>(str[1]) >= 0xA0;
-}
-char16_t TakeAlone(std::string_view str) {
-  return static_cast<char16_t>(0xD000 | (str[1] & 0x3F) << 6 | (str[2] & 0x3F));
-}
 
 template <typename T>
 bool ParseNumber(const std::string& str, T& value) {
@@ -46,33 +28,13 @@ KivOptions::~KivOptions() = default;
 std::string KivOptions::Pack(KivWStringView csWord) {
   const auto IsDigit = [](char16_t c) { return c >= u'0' && c <= u'9'; };
   const bool bNumber = csWord.size() > 1 && csWord[0] == u'-' && (IsDigit(csWord[1]) || csWord[1] == u'.');
-  std::string strWord;
-  if (bNumber || (!csWord.empty() && csWord[0] == static_cast<char16_t>(kCover))) strWord += kCover;
-  for (size_t i = 0; i < csWord.size();) {
-    const bool bPair = i + 1 < csWord.size() && csWord[i] < 0xDC00 && csWord[i + 1] >= 0xDC00 &&
-                       IsSurrogate(csWord[i]) && IsSurrogate(csWord[i + 1]);
-    if (IsSurrogate(csWord[i]) && !bPair)
-      AppendAlone(csWord[i], strWord);
-    else
-      strWord += sys::WideToUtf8(csWord.substr(i, bPair ? 2 : 1));
-    i += bPair ? 2 : 1;
-  }
-  return strWord;
+  const bool bCovered = bNumber || (!csWord.empty() && csWord[0] == static_cast<char16_t>(kCover));
+  return (bCovered ? std::string(1, kCover) : std::string()) + sys::WideToExact(csWord);
 }
 
 KivWString KivOptions::Unpack(std::string_view strWord) {
   if (!strWord.empty() && strWord[0] == kCover) strWord.remove_prefix(1);
-  KivWString csWord;
-  while (!strWord.empty()) {
-    size_t nPlain = 0;
-    while (nPlain < strWord.size() && !IsAlone(strWord.substr(nPlain))) ++nPlain;
-    csWord += sys::Utf8ToWide(strWord.substr(0, nPlain));
-    strWord.remove_prefix(nPlain);
-    if (strWord.empty()) break;
-    csWord += TakeAlone(strWord);
-    strWord.remove_prefix(3);
-  }
-  return csWord;
+  return sys::ExactToWide(strWord);
 }
 
 std::vector<std::string>& KivOptions::Words() {

@@ -118,6 +118,32 @@ TEST_F(DorCommand, WhyAModelCannotBeReadIsSaidInWords) {
   EXPECT_EQ(Why(u"model.kiv"), "cannot be opened for reading");
 }
 
+TEST_F(DorCommand, PathsOfAnyBytesAreThoseFilesAndOtherTextsMustBeUtf8) {
+  if (sys::kSeparator == u'\\') return;  // arguments are units there
+  const KivWString csOdd = KivWString(1, 0xDCFE) + u".kiv", csOther = KivWString(1, 0xDCFF) + u".kiv";
+  const KivWString csCopy = u"\"" + (m_zFolder / csOdd) + u"\"", csSecond = u"\"" + (m_zFolder / csOther) + u"\"";
+  EXPECT_EQ(Run(u"call " + Model() + u" WriteDor " + csCopy + u" 0 0 0 0"), 0);
+  EXPECT_EQ(Run(u"call " + Model() + u" WriteDor " + csSecond + u" 0 0 0 0"), 0);
+  EXPECT_TRUE(sys::PathExists(m_zFolder / csOdd));
+  EXPECT_TRUE(sys::PathExists(m_zFolder / csOther));
+  EXPECT_EQ(Run(u"open " + csCopy), 0);
+  EXPECT_EQ(Run(u"call " + csCopy + u" SetAsmInfo 1 " + KivWString(1, 0xDCFF)), 2);
+  EXPECT_EQ(Output(u"open " + (m_zFolder / u"\x01nofile")),
+            "dor: " + sys::WideToUtf8(m_zFolder / u"\\x01nofile") + ": there is no such file\n");
+  for (const KivWString& csName : {csOdd, csOther}) EXPECT_TRUE(sys::RemoveFileAt(m_zFolder / csName));
+}
+
+TEST_F(DorCommand, ALineOfTheShellThatIsNoUtf8IsRefused) {
+  WriteFile(m_zFolder / u"lines", "SetAsmInfo 1 \xff\n");
+  EXPECT_NE(Output(u"shell " + Model() + u" <\"" + (m_zFolder / u"lines") + u"\"").find("dor: a line is no UTF-8\n"),
+            std::string::npos);
+}
+
+TEST_F(DorCommand, WrongUseIsOneLine) {
+  EXPECT_EQ(Output(u"open model.kiv --no-such"),
+            "dor: The following argument was not expected: --no-such (--help tells how it is used)\n");
+}
+
 TEST_F(DorCommand, ATreeThatCannotBeStartedGives4) {
   EXPECT_EQ(Run(u"open model.kiv --relay \"" + (m_zFolder / u"no relay") + u"\""), 4);
 }
