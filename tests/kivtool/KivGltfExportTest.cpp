@@ -127,13 +127,12 @@ class GltfExport : public testing::Test {
   Glb m_zGlb;
 };
 
-TEST_F(GltfExport, TheValidatorIsThere) {
-  if (!kivtest::kHasGltfValidator)
-    GTEST_SKIP() << "exported files are not validated: no glTF validator was found when the build was configured "
-                    "(./test.sh gltf installs it, for Linux)";
+#ifdef KIV_TEST_NODE
+TEST_F(GltfExport, TheValidatorRefusesABadFile) {
   m_zFolder.WriteBytes(u"bad.gltf", R"({"asset":{"version":"2.0"},"scene":7})");
   EXPECT_FALSE(kivtest::AreValidGltf({m_zFolder / u"bad.gltf"}));
 }
+#endif
 
 TEST_F(GltfExport, SharedPartsAreOneMeshAndColoursAreMaterials) {
   kivtest::FillToolModel(m_zBuilder);

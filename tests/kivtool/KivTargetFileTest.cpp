@@ -1,9 +1,10 @@
-#include "KivTargetFile.h"
+#include "KivTargetFileTest.h"
 
 #include <gtest/gtest.h>
 
 #include "KivSysFileKind.h"
 #include "KivSysFolder.h"
+#include "KivTargetFile.h"
 #include "KivTestFolder.h"
 #include "KivToolError.h"
 
@@ -11,18 +12,10 @@ namespace {
 
 using kiv::KivTargetFile;
 using kiv::KivToolError;
+using kivtest::EntryNum;
+using kivtest::NameIn;
 using kivtest::TestFolder;
 namespace sys = kiv::sys;
-
-size_t EntryNum(const TestFolder& zFolder) {
-  std::vector<kiv::KivSysFolderEntry> vzEntry;
-  EXPECT_TRUE(sys::ListFolder(zFolder.Path(), vzEntry));
-  return vzEntry.size();
-}
-
-kiv::KivWString NameIn(const TestFolder& zFolder, const KivTargetFile& zTarget) {
-  return zTarget.GetTemporaryPath().substr((zFolder / u"").size());
-}
 
 TEST(TargetFile, ComesIntoPlaceOnlyWhenItIsWhole) {
   const TestFolder zFolder;

@@ -11,6 +11,7 @@
 #include "KivSysFolder.h"
 #include "KivSysTerminal.h"
 #include "KivTargetFile.h"
+#include "KivTargetFileTest.h"
 #include "KivTestFolder.h"
 #include "KivTestPipe.h"
 #include "KivToolError.h"
@@ -19,18 +20,10 @@ namespace {
 
 using kiv::KivTargetFile;
 using kiv::KivToolError;
+using kivtest::EntryNum;
+using kivtest::NameIn;
 using kivtest::TestFolder;
 namespace sys = kiv::sys;
-
-size_t EntryNum(const TestFolder& zFolder) {
-  std::vector<kiv::KivSysFolderEntry> vzEntry;
-  EXPECT_TRUE(sys::ListFolder(zFolder.Path(), vzEntry));
-  return vzEntry.size();
-}
-
-kiv::KivWString NameIn(const TestFolder& zFolder, const KivTargetFile& zTarget) {
-  return zTarget.GetTemporaryPath().substr((zFolder / u"").size());
-}
 
 TEST(TargetFile, WhatIsReplacedHandsItsPermissionsOn) {
   const TestFolder zFolder;
