@@ -4,7 +4,6 @@
 #include "KivSysFault.h"
 #include "KivSysFolder.h"
 #include "KivSysProcess.h"
-#include "KivTestPipe.h"
 
 using namespace kiv;
 using namespace kivtest;
@@ -203,17 +202,6 @@ TEST_F(HandlerChange, AFileThatIsWrittenOpensAndShowsTheChanges) {
   EXPECT_EQ(Code("SetAsmInfo", {"0", "edited again"}), Code_::Done);
 }
 
-TEST_F(HandlerChange, APipeIsNeverReplacedByAFile) {
-  if (sys::kSeparator == u'\\') GTEST_SKIP() << "pipes are no files here";
-  ASSERT_TRUE(MakePipe(m_zFolder, u"pipe.kiv"));
-  for (const char* szOverwrite : {"0", "1"}) {
-    const DorDecodedAnswer z = Ask("WriteDor", {Utf8(m_zFolder / u"pipe.kiv"), szOverwrite, "0", "0", "0"});
-    EXPECT_EQ(static_cast<Code_>(z.m_iCode), Code_::BadPath);
-    EXPECT_TRUE(Utf8(z.m_csReason).ends_with("is no regular file")) << Utf8(z.m_csReason);
-  }
-  EXPECT_TRUE(IsPipe(m_zFolder, u"pipe.kiv"));
-}
-
 TEST_F(HandlerChange, AFileIsWrittenWholeOrNotAtAllAndNeverOverAnotherUnasked) {
   const std::string strModel = m_zFolder.ReadBytes(u"machine.kiv");
   m_zFolder.WriteBytes(u"there.kiv", "something else");
@@ -289,12 +277,6 @@ TEST_F(HandlerChange, TheLongestNameThatAFileCanHaveIsWritten) {
   EXPECT_EQ(Code("WriteDor", {Utf8(csPath), "0", "1", "0", "0"}), Code_::Done);
   EXPECT_EQ(Code("WriteDor", {Utf8(csPath), "1", "1", "0", "0"}), Code_::Done);
   EXPECT_EQ(Read(csPath), 0);
-}
-
-TEST_F(HandlerChange, ABackslashIsASignLikeOthersWhereItSeparatesNothing) {
-  if (sys::kSeparator == u'\\') GTEST_SKIP() << "it separates";
-  EXPECT_EQ(Code("WriteDor", {Utf8(m_zFolder / u"back\\slash.kiv"), "0", "1", "0", "0"}), Code_::Done);
-  EXPECT_EQ(Read(m_zFolder / u"back\\slash.kiv"), 0);
 }
 
 TEST_F(HandlerChange, FilesThatHaveTheNameOfATemporaryOneStay) {

@@ -256,14 +256,3 @@ TEST_F(HandlerOdd, ALinkIsReplacedAndWhatItLedToStays) {
   EXPECT_FALSE(std::filesystem::is_symlink(zLink));
   EXPECT_EQ(m_zFolder.ReadBytes(u"target"), "something else");
 }
-
-TEST_F(HandlerOdd, AFileThatIsReplacedKeepsItsPermissions) {
-  if (sys::kSeparator == u'\\') GTEST_SKIP() << "a new file takes its folder's";
-  m_zFolder.WriteBytes(u"there.kiv", "something else");
-  const std::filesystem::path zThere(m_zFolder / u"there.kiv");
-  using std::filesystem::perms;
-  const perms iMode = perms::owner_read | perms::owner_write | perms::group_read;
-  std::filesystem::permissions(zThere, iMode);
-  EXPECT_EQ(Code("WriteDor", {Utf8(m_zFolder / u"there.kiv"), "1", "0", "0", "0"}), Code_::Done);
-  EXPECT_EQ(std::filesystem::status(zThere).permissions(), iMode);
-}
