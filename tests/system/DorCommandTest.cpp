@@ -1,64 +1,14 @@
 // The dor command: exit codes, arguments, JSON.
 #include <cstdio>
 #include <cstdlib>
-#include <fstream>
-#include <sstream>
 
-#include "DorTreeTest.h"
+#include "DorCommandTest.h"
 #include "KivSysFile.h"
 #include "KivSysFolder.h"
 #include "KivTestPipe.h"
 
 using namespace kiv;
 using namespace kivtest;
-
-namespace {
-
-class DorCommand : public testing::Test {
- protected:
-  void SetUp() override {
-    WriteModelFile(m_zFolder / u"model.kiv");
-    WriteModelFile(m_zFolder / u"-1.kiv");
-    WriteFile(m_zFolder / u"no model", "text");
-  }
-
-  // The exit code of the command with these arguments, run in the test's folder.
-  int32_t Run(const KivWString& csArguments) {
-    KivSysProcessStart zStart;
-    zStart.m_csCommandLine = Program() + u" " + csArguments;
-    zStart.m_csFolder = m_zFolder.Path();
-    KivSysProcess zProcess = KivSysProcess::Start(zStart);
-    return EndOf(zProcess);
-  }
-
-  // Its standard output.
-  std::string Output(const KivWString& csArguments, int* piResult = nullptr) {
-    const KivWString csFile = m_zFolder / u"output.txt";
-    std::string strLine = sys::WideToUtf8(Program() + u" " + csArguments + u" >\"" + csFile + u"\" 2>&1");
-    if (sys::kSeparator == u'\\') strLine = "\"" + strLine + "\"";  // the shell there takes off one pair of quotes
-    const int iResult = std::system(strLine.c_str());
-    if (piResult != nullptr) *piResult = iResult;
-    std::ifstream zFile(sys::WideToUtf8(csFile));
-    std::stringstream zText;
-    zText << zFile.rdbuf();
-    return zText.str();
-  }
-
-  static KivWString Program() {
-    KivWString csFolder, csName;
-    KivSplitPath(RealPrograms(TestFolder()).m_csRelay, csFolder, csName);
-    return u"\"" + Join(csFolder, u"dor" + KivWString(sys::kExecutableSuffix)) + u"\"";
-  }
-  KivWString Model() { return u"\"" + (m_zFolder / u"model.kiv") + u"\""; }
-
-  TestFolder m_zFolder;
-};
-
-bool Holds(const std::string& strText, const std::string& strPart) {
-  return strText.find(strPart) != std::string::npos;
-}
-
-}  // namespace
 
 TEST_F(DorCommand, GoodWorkGives0) {
   EXPECT_EQ(Run(u"open " + Model()), 0);
@@ -116,21 +66,6 @@ TEST_F(DorCommand, WhyAModelCannotBeReadIsSaidInWords) {
       m_zFolder / u"model.kiv",
       {KivSysAccess::ReadWrite, KivSysShare::None, KivSysDisposition::OpenExisting, KivSysFileFlags::None});
   EXPECT_EQ(Why(u"model.kiv"), "cannot be opened for reading");
-}
-
-TEST_F(DorCommand, PathsOfAnyBytesAreThoseFilesAndOtherTextsMustBeUtf8) {
-  if (sys::kSeparator == u'\\') return;  // arguments are units there
-  const KivWString csOdd = KivWString(1, 0xDCFE) + u".kiv", csOther = KivWString(1, 0xDCFF) + u".kiv";
-  const KivWString csCopy = u"\"" + (m_zFolder / csOdd) + u"\"", csSecond = u"\"" + (m_zFolder / csOther) + u"\"";
-  EXPECT_EQ(Run(u"call " + Model() + u" WriteDor " + csCopy + u" 0 0 0 0"), 0);
-  EXPECT_EQ(Run(u"call " + Model() + u" WriteDor " + csSecond + u" 0 0 0 0"), 0);
-  EXPECT_TRUE(sys::PathExists(m_zFolder / csOdd));
-  EXPECT_TRUE(sys::PathExists(m_zFolder / csOther));
-  EXPECT_EQ(Run(u"open " + csCopy), 0);
-  EXPECT_EQ(Run(u"call " + csCopy + u" SetAsmInfo 1 " + KivWString(1, 0xDCFF)), 2);
-  EXPECT_EQ(Output(u"open " + (m_zFolder / u"\x01nofile")),
-            "dor: " + sys::WideToUtf8(m_zFolder / u"\\x01nofile") + ": there is no such file\n");
-  for (const KivWString& csName : {csOdd, csOther}) EXPECT_TRUE(sys::RemoveFileAt(m_zFolder / csName));
 }
 
 TEST_F(DorCommand, ALineOfTheShellThatIsNoUtf8IsRefused) {
@@ -246,42 +181,12 @@ TEST_F(DorCommand, ALineThatIsTooLongIsOneErrorAndNotTheEnd) {
   EXPECT_FALSE(Holds(strStopped, "GetAsmInfo")) << strStopped.substr(0, 2000);
 }
 
-TEST_F(DorCommand, AnInputThatCannotBeReadIsAnError) {
-  if (sys::kSeparator == u'\\') GTEST_SKIP() << "the shell there opens no folders";
-  int iResult = 0;
-  EXPECT_TRUE(Holds(Output(u"shell " + Model() + u" < /", &iResult), "standard input cannot be read"));
-  EXPECT_NE(iResult, 0);
-}
-
-TEST_F(DorCommand, AnOutputThatCannotBeWrittenIsAnError) {
-  if (sys::kSeparator == u'\\' || !sys::PathExists(u"/dev/full")) GTEST_SKIP() << "there is no full device";
-  for (const KivWString& csArguments : {KivWString(u"requests"), u"call " + Model() + u" DoNothing"}) {
-    const KivWString csLine = Program() + u" " + csArguments + u" >/dev/full 2>\"" + (m_zFolder / u"errors") + u"\"";
-    EXPECT_NE(std::system(sys::WideToUtf8(csLine).c_str()), 0);
-    EXPECT_EQ(m_zFolder.ReadBytes(u"errors"), "dor: standard output cannot be written\n");
-  }
-}
-
 TEST_F(DorCommand, NamesReachTheTerminalWithoutControlCharacters) {
   WriteFile(m_zFolder / u"lines", "SetAsmInfo 1 '\x1b]0;x\x07 \"a\"'\nGetAsmInfo 1\n\x1b[2J\n");
   const std::string strText = Output(u"shell --keep-going " + Model() + u" < \"" + (m_zFolder / u"lines") + u"\"");
   EXPECT_TRUE(Holds(strText, "name: \"\\x1b]0;x\\x07 \\\"a\\\"\"")) << strText;
   EXPECT_TRUE(Holds(strText, "no request '\\x1b[2J'"));
   EXPECT_FALSE(Holds(strText, "\x1b"));
-}
-
-// Ctrl-C is a signal to the whole group of a terminal; what it sends to the command can be sent to it alone.
-TEST_F(DorCommand, AStopWhileAPipedShellWaitsIsAnErrorAndLeavesNothing) {
-  if (sys::kSeparator == u'\\') GTEST_SKIP() << "needs a shell with signals";
-  const std::string strFolder = "'" + sys::WideToUtf8(m_zFolder.Path()) + "'";
-  WriteFile(m_zFolder / u"script", "cd " + strFolder + " && mkfifo lines && exec 3<>lines || exit 90\n" +
-                                       sys::WideToUtf8(Program()) + " shell model.kiv <lines >answers 2>errors &\n" +
-                                       "echo DoNothing >&3\n"
-                                       "for i in $(seq 6000); do grep -q served answers && break; sleep 0.02; done\n"
-                                       "kill -INT $!; wait $!; [ $? -eq 1 ] && ! ls -d ZUR_TMP_FOLDER-*\n");
-  EXPECT_EQ(std::system(("sh " + strFolder + "/script 2>/dev/null").c_str()), 0);
-  EXPECT_EQ(m_zFolder.ReadBytes(u"errors"), "dor: stopped\n");
-  EXPECT_TRUE(Holds(m_zFolder.ReadBytes(u"answers"), "served"));
 }
 
 TEST_F(DorCommand, ACallShowsItsAnswerByNamesInBothForms) {

@@ -1,0 +1,53 @@
+// The dor command where names are bytes, and its shell opens folders and sends signals.
+#ifndef _WIN32
+
+#include "DorCommandTest.h"
+#include "KivSysFile.h"
+#include "KivTestPipe.h"
+
+using namespace kiv;
+using namespace kivtest;
+
+TEST_F(DorCommand, AnInputThatCannotBeReadIsAnError) {
+  int iResult = 0;
+  EXPECT_TRUE(Holds(Output(u"shell " + Model() + u" < /", &iResult), "standard input cannot be read"));
+  EXPECT_NE(iResult, 0);
+}
+
+TEST_F(DorCommand, AnOutputThatCannotBeWrittenIsAnError) {
+  if (!sys::PathExists(u"/dev/full")) GTEST_SKIP() << "there is no full device";
+  for (const KivWString& csArguments : {KivWString(u"requests"), u"call " + Model() + u" DoNothing"}) {
+    const KivWString csLine = Program() + u" " + csArguments + u" >/dev/full 2>\"" + (m_zFolder / u"errors") + u"\"";
+    EXPECT_NE(std::system(sys::WideToUtf8(csLine).c_str()), 0);
+    EXPECT_EQ(m_zFolder.ReadBytes(u"errors"), "dor: standard output cannot be written\n");
+  }
+}
+
+// Ctrl-C is a signal to the whole group of a terminal; what it sends to the command can be sent to it alone.
+TEST_F(DorCommand, AStopWhileAPipedShellWaitsIsAnErrorAndLeavesNothing) {
+  const std::string strFolder = "'" + sys::WideToUtf8(m_zFolder.Path()) + "'";
+  WriteFile(m_zFolder / u"script", "cd " + strFolder + " && mkfifo lines && exec 3<>lines || exit 90\n" +
+                                       sys::WideToUtf8(Program()) + " shell model.kiv <lines >answers 2>errors &\n" +
+                                       "echo DoNothing >&3\n"
+                                       "for i in $(seq 6000); do grep -q served answers && break; sleep 0.02; done\n"
+                                       "kill -INT $!; wait $!; [ $? -eq 1 ] && ! ls -d ZUR_TMP_FOLDER-*\n");
+  EXPECT_EQ(std::system(("sh " + strFolder + "/script 2>/dev/null").c_str()), 0);
+  EXPECT_EQ(m_zFolder.ReadBytes(u"errors"), "dor: stopped\n");
+  EXPECT_TRUE(Holds(m_zFolder.ReadBytes(u"answers"), "served"));
+}
+
+TEST_F(DorCommand, PathsOfAnyBytesAreThoseFilesAndOtherTextsMustBeUtf8) {
+  const KivWString csOdd = KivWString(1, 0xDCFE) + u".kiv", csOther = KivWString(1, 0xDCFF) + u".kiv";
+  const KivWString csCopy = u"\"" + (m_zFolder / csOdd) + u"\"", csSecond = u"\"" + (m_zFolder / csOther) + u"\"";
+  EXPECT_EQ(Run(u"call " + Model() + u" WriteDor " + csCopy + u" 0 0 0 0"), 0);
+  EXPECT_EQ(Run(u"call " + Model() + u" WriteDor " + csSecond + u" 0 0 0 0"), 0);
+  EXPECT_TRUE(sys::PathExists(m_zFolder / csOdd));
+  EXPECT_TRUE(sys::PathExists(m_zFolder / csOther));
+  EXPECT_EQ(Run(u"open " + csCopy), 0);
+  EXPECT_EQ(Run(u"call " + csCopy + u" SetAsmInfo 1 " + KivWString(1, 0xDCFF)), 2);
+  EXPECT_EQ(Output(u"open " + (m_zFolder / u"\x01nofile")),
+            "dor: " + sys::WideToUtf8(m_zFolder / u"\\x01nofile") + ": there is no such file\n");
+  for (const KivWString& csName : {csOdd, csOther}) EXPECT_TRUE(sys::RemoveFileAt(m_zFolder / csName));
+}
+
+#endif  // _WIN32
