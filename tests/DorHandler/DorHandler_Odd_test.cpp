@@ -4,6 +4,7 @@
 #include <random>
 
 #include "DorHandlerTest.h"
+#include "KivBrepData.h"
 #include "KivSysFolder.h"
 
 using namespace kiv;
@@ -171,6 +172,27 @@ TEST_F(HandlerOdd, AnIdThatStandsInTwoElementsOfALevelGoesFromBoth) {
   ASSERT_EQ(z.m_iCode, 0) << "the plate has it in the level that is its own";
   EXPECT_EQ(List(z.m_vzValue, "levels").size(), 1u);
   EXPECT_EQ(List(z.m_vzValue, "analytic").size(), 1u);
+}
+
+// The plate gets the bolts' exact geometry, a single string for face 1.
+TEST_F(HandlerOdd, GeometryStaysUntilTheLastMeshThatNamesItLosesItsFace) {
+  const auto BrepKey = [](size_t iInstance) {
+    auto* pz = KivOutOfCoreHandle(Key(), InstanceKey()).Fetch<KivInstance>();
+    return pz->GetMemoryBlock()->m_vzInstance[iInstance].m_iBrepKey;
+  };
+  const auto CountStrings = [&] {
+    return KivOutOfCoreHandle(Key(), BrepKey(1)).Fetch<KivBrepData>()->GetMemoryBlock()->m_vzGeometry.size();
+  };
+  const uint64_t iBolt = BrepKey(1);
+  Edit<KivInstance>(InstanceKey(), [&](auto& zInstances) { zInstances.m_vzInstance[0].m_iBrepKey = iBolt; });
+  ReadAgain();
+  ASSERT_EQ(CountStrings(), 1u);
+  EXPECT_EQ(Int(Ask("DelFaceInfo", {"1", "1"}).m_vzValue, "instances"), 2);
+  EXPECT_EQ(Code("GetFaceInfo", {"1", "1"}), Code_::UnknownFace);
+  EXPECT_EQ(CountStrings(), 1u);
+  EXPECT_EQ(List(Ask("GetFaceInfo", {"0", "1"}).m_vzValue, "analytic").size(), 1u);
+  EXPECT_EQ(Int(Ask("DelFaceInfo", {"0", "1"}).m_vzValue, "instances"), 1);
+  EXPECT_EQ(CountStrings(), 0u);
 }
 
 TEST_F(HandlerOdd, TwoEntriesOfOneIdInAnElementGoTogether) {

@@ -1,5 +1,6 @@
 // Changes of a face of a part, which stands wherever the part does.
 #include <algorithm>
+#include <map>
 #include <set>
 
 #include "DorAssembly.h"
@@ -14,7 +15,7 @@ namespace {
 struct Reach {
   std::set<uint64_t> m_siElement;
   std::vector<uint32_t> m_viPart;
-  std::vector<uint32_t> m_viBare;  // those of the parts that have no other entry of the face
+  std::vector<uint32_t> m_viBare;  // those of the parts that have no other entry of the face; ascending
 };
 
 // The elements in which a part has entries of a face, in all levels.
@@ -88,6 +89,21 @@ void RemoveGeometry(DorSession& zSession, uint32_t iPart, const DorEntity& zFace
   }
 }
 
+// The trees of exact geometry in which the face is needed no more, each with a part that has it: no part that is left
+// with entries of the face has the same tree.
+std::map<uint64_t, uint32_t> TreesWithoutFace(DorSession& zSession, const DorEntity& zFace, const Reach& zReach) {
+  DorModelIndex& zIndex = zSession.Index();
+  const std::vector<DorPartKeys>& vzKeys = zIndex.Parts();
+  std::map<uint64_t, uint32_t> mapTree;
+  for (const uint32_t iPart : zReach.m_viBare) mapTree.emplace(vzKeys[iPart].m_iBrepKey, iPart);
+  for (uint32_t iPart = 0; iPart < vzKeys.size(); ++iPart) {
+    const auto it = mapTree.find(vzKeys[iPart].m_iBrepKey);
+    if (it == mapTree.end() || std::binary_search(zReach.m_viBare.begin(), zReach.m_viBare.end(), iPart)) continue;
+    if (!ElementsOfFace(zSession, iPart, zFace.m_iId).empty()) mapTree.erase(it);
+  }
+  return mapTree;
+}
+
 void ServeSetFaceInfo(DorSession& zSession, const DorRequestFields& zFields, DorAnswerWriter& zAnswer) {
   const DorEntity zFace = DorFindFace(zSession, zFields.Integer("instance"), zFields.Integer("face"));
   KivColour zColour{};
@@ -125,7 +141,8 @@ void ServeDelFaceInfo(DorSession& zSession, const DorRequestFields& zFields, Dor
     zBox.PutInto(zBlock.m_zHeader);
     zMoved.m_mapMeshBox[iKey] = zBox;
   }
-  for (const uint32_t iPart : zReach.m_viBare) RemoveGeometry(zSession, iPart, zFace, *pzChange);
+  for (const auto& [iTree, iPart] : TreesWithoutFace(zSession, zFace, zReach))
+    RemoveGeometry(zSession, iPart, zFace, *pzChange);
   const int64_t nInstances = static_cast<int64_t>(DorFollow(zSession, zMoved, *pzChange));
   zAnswer.Integer("instances", nInstances);
   zAnswer.Finish();
