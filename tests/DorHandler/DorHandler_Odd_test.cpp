@@ -204,6 +204,23 @@ TEST_F(HandlerOdd, TwoEntriesOfOneIdInAnElementGoTogether) {
   EXPECT_TRUE(Box(Ask("GetAsmInfo", {"3"}).m_vzValue).empty());
 }
 
+TEST_F(HandlerOdd, WhatStaysOfAnElementKeepsItsOrder) {
+  constexpr uint32_t kEntries = 1000;
+  for (size_t iLevel = 0; iLevel < 2; ++iLevel)
+    Edit<KivFaceEdgeData>(MeshKey(1, iLevel), [](auto& zMesh) {
+      const KivMeshFace zFace = zMesh.m_vzFace[0];
+      while (zMesh.m_vzFace.size() < kEntries) zMesh.AddFace() = zFace;
+      zMesh.m_zHeader.m_iEntryCount = kEntries;
+      for (uint32_t i = 0; i < kEntries; ++i) zMesh.m_vzFace[i].m_iId = i % 3 == 1 ? 10 + i : 1;
+    });
+  ReadAgain();
+  EXPECT_EQ(Code("DelFaceInfo", {"1", "1"}), Code_::Done);
+  const auto& zBlock = *KivOutOfCoreHandle(Key(), MeshKey(1, 1)).Fetch<KivFaceEdgeData>()->GetMemoryBlock();
+  ASSERT_EQ(zBlock.m_vzFace.size(), kEntries / 3);
+  EXPECT_EQ(zBlock.m_zHeader.m_iEntryCount, kEntries / 3);
+  for (uint32_t i = 0; i < kEntries / 3; ++i) ASSERT_EQ(zBlock.m_vzFace[i].m_iId, 11 + 3 * i);
+}
+
 // --- Structures -----------------------------------------------------------------------------------------------------
 
 // The root keeps the plate; below it an element without instances leads to the one of the bolts.

@@ -55,11 +55,17 @@ bool IsEntry(const KivMeshFace& zMesh, const DorEntity& zFace) {
   return !zMesh.m_zFrame.IsGap() && zMesh.m_iId == static_cast<uint32_t>(zFace.m_iId);
 }
 
-// Closes the gap that an entry leaves in a list.
-template <typename List>
-void Remove(List& vz, size_t iEntry) {
-  for (size_t i = iEntry + 1; i < vz.size(); ++i) std::swap(vz[i - 1], vz[i]);
-  vz.Cut(vz.size() - 1);
+// Takes the entries out of one of the block's lists; the others keep their order.
+template <typename Block, typename List, typename Goes>
+void Remove(Block& zBlock, List& vz, Goes&& pfnGoes) {
+  size_t nKept = 0;
+  for (size_t i = 0; i < vz.size(); ++i) {
+    if (pfnGoes(vz[i])) continue;
+    if (nKept != i) std::swap(vz[nKept], vz[i]);
+    ++nKept;
+  }
+  zBlock.m_zHeader.m_iEntryCount -= static_cast<uint32_t>(vz.size() - nKept);
+  vz.Cut(nKept);
 }
 
 DorBox BoxOf(const KivMemoryBlockFaceEdge& zBlock) {
@@ -72,20 +78,19 @@ DorBox BoxOf(const KivMemoryBlockFaceEdge& zBlock) {
 }
 
 void RemoveGeometry(DorSession& zSession, uint32_t iPart, const DorEntity& zFace, DorChange& zChange) {
-  const std::vector<DorEntryPlace>& vz = zSession.Index().Part(iPart).m_vzGeometry;
-  for (const DorEntryPlace& z : vz) {
-    if (z.m_iId != static_cast<uint32_t>(zFace.m_iId)) continue;
-    auto* pzBrep = DorNeed(KivOutOfCoreHandle(zSession.Key(), z.m_iElementKey).Fetch<KivBrepData>(), "exact geometry");
-    const KivMemoryBlockBrep& zStored = *DorNeed(pzBrep->GetMemoryBlock(), "exact geometry");
-    DorNeed(z.m_iEntry < zStored.m_vzGeometry.size(), "exact geometry");
-    const uint64_t iGeometryId = zStored.m_vzGeometry[z.m_iEntry].m_iGeometryId;
-    if (KivGeometryId::Unpack(iGeometryId).m_eUse == KivGeometryUse::Edge) continue;
-    auto& zBlock = zChange.Edit<KivBrepData>(z.m_iElementKey);
-    for (size_t i = zBlock.m_vzGeometry.size(); i-- > 0;) {
-      if (zBlock.m_vzGeometry[i].m_zFrame.IsGap() || zBlock.m_vzGeometry[i].m_iGeometryId != iGeometryId) continue;
-      Remove(zBlock.m_vzGeometry, i);
-      --zBlock.m_zHeader.m_iEntryCount;
-    }
+  const auto IsOfFace = [&](const KivBrepEntry& z) {
+    const KivGeometryId zId = KivGeometryId::Unpack(z.m_iGeometryId);
+    return !z.m_zFrame.IsGap() && zId.m_iId == static_cast<uint32_t>(zFace.m_iId) && zId.m_eUse != KivGeometryUse::Edge;
+  };
+  std::set<uint64_t> siElement;
+  for (const DorEntryPlace& z : zSession.Index().Part(iPart).m_vzGeometry)
+    if (z.m_iId == static_cast<uint32_t>(zFace.m_iId)) siElement.insert(z.m_iElementKey);
+  for (const uint64_t iKey : siElement) {
+    auto* pzBrep = DorNeed(KivOutOfCoreHandle(zSession.Key(), iKey).Fetch<KivBrepData>(), "exact geometry");
+    const auto& vzStored = DorNeed(pzBrep->GetMemoryBlock(), "exact geometry")->m_vzGeometry;
+    if (std::none_of(vzStored.begin(), vzStored.end(), IsOfFace)) continue;
+    auto& zBlock = zChange.Edit<KivBrepData>(iKey);
+    Remove(zBlock, zBlock.m_vzGeometry, IsOfFace);
   }
 }
 
@@ -132,11 +137,7 @@ void ServeDelFaceInfo(DorSession& zSession, const DorRequestFields& zFields, Dor
   zMoved.m_viPart = zReach.m_viPart;
   for (const uint64_t iKey : zReach.m_siElement) {
     auto& zBlock = pzChange->Edit<KivFaceEdgeData>(iKey);
-    for (size_t i = zBlock.m_vzFace.size(); i-- > 0;) {
-      if (!IsEntry(zBlock.m_vzFace[i], zFace)) continue;
-      Remove(zBlock.m_vzFace, i);
-      --zBlock.m_zHeader.m_iEntryCount;
-    }
+    Remove(zBlock, zBlock.m_vzFace, [&](const KivMeshFace& z) { return IsEntry(z, zFace); });
     const DorBox zBox = BoxOf(zBlock);
     zBox.PutInto(zBlock.m_zHeader);
     zMoved.m_mapMeshBox[iKey] = zBox;
