@@ -1,6 +1,7 @@
 #include "DorHandler.h"
 
 #include <exception>
+#include <new>
 
 #include "DorRefusal.h"
 #include "DorRequest.h"
@@ -40,28 +41,48 @@ void RefuseAnyway(KivByteBuffer& vcResult, DorAnswerCode iCode, const char* szRe
   vcResult.swap(vcSpare);
 }
 
+constexpr size_t kPrescribedRoom = 128;  // bytes for an answer that the relay prescribes
+// Taken when the program starts, for such an answer that finds no memory: the relay cannot go on without it.
+KivByteBuffer g_vcPrescribedRoom(kPrescribedRoom);
+
 void PutPrescribed(KivByteBuffer& vcResult, int64_t iModelId, KivWStringView csRequest) {
+  try {
+    vcResult.reserve(kPrescribedRoom);
+    g_vcPrescribedRoom.reserve(kPrescribedRoom);  // for the next one
+  } catch (const std::bad_alloc&) {
+    if (vcResult.capacity() < kPrescribedRoom) vcResult.swap(g_vcPrescribedRoom);
+  }
   vcResult.clear();
   KivPutInt64(vcResult, iModelId);
-  KivPutString(vcResult, KivWString(csRequest));
+  KivPutInt64(vcResult, static_cast<int64_t>(csRequest.size()));
+  KivPutBytes(vcResult, csRequest.data(), csRequest.size() * sizeof(char16_t));
+}
+
+// Nothing is open behind a read that finds no memory; the status tells it, the first report of the process is logged.
+DorReadResult ReadOrClose(const KivByteBuffer& vcPayload, uint64_t& iCursor) {
+  DorSession& zSession = Session();
+  try {
+    KivWString csPath;
+    int64_t iReserved = 0;
+    if (KivGetString(iCursor, vcPayload, &csPath) && KivGetInt64(iCursor, vcPayload, &iReserved) &&
+        iCursor == vcPayload.size())
+      return zSession.Read(csPath);
+  } catch (const std::exception&) {
+    zSession.Close();
+  }
+  return DorReadResult::Failed;
 }
 
 void ServeRead(const KivByteBuffer& vcPayload, int32_t& iStatus, KivByteBuffer& vcResult) {
   uint64_t iCursor = 0;
   int64_t iModelId = 0;
+  const bool bId = KivGetInt64(iCursor, vcPayload, &iModelId);
+  PutPrescribed(vcResult, iModelId, kDorReadDor);  // first, since the read may leave no memory
   iStatus = static_cast<int32_t>(DorReadResult::Failed);
   try {
-    KivWString csPath;
-    int64_t iReserved = 0;
-    if (KivGetInt64(iCursor, vcPayload, &iModelId) && KivGetString(iCursor, vcPayload, &csPath) &&
-        KivGetInt64(iCursor, vcPayload, &iReserved) && iCursor == vcPayload.size())
-      iStatus = static_cast<int32_t>(Session().Read(csPath));
-    PutPrescribed(vcResult, iModelId, kDorReadDor);
+    if (bId) iStatus = static_cast<int32_t>(ReadOrClose(vcPayload, iCursor));
   } catch (const std::exception&) {
-    // Told by the status; the first report of the process stands in the log.
-    Session().Close();
-    iStatus = static_cast<int32_t>(DorReadResult::Failed);
-    PutPrescribed(vcResult, iModelId, kDorReadDor);
+    // Told by the status: not even the session could be made.
   }
 }
 

@@ -1,4 +1,4 @@
-// The handler where memory is short: each allocation of a request fails once.
+// The handler where memory is short: allocations of a request fail one by one.
 #include "DorHandler.h"
 
 #include <gtest/gtest.h>
@@ -22,14 +22,16 @@ struct Answered {
   KivByteBuffer m_vcResult;
 };
 
-// Serves a request again and again, each time with the next allocation failing, until none fails; gives the answers.
-std::vector<Answered> FailEachAllocation(const KivWString& csRequest, const KivByteBuffer& vcPayload) {
+// Serves a request again and again, each time with the next allocation failing, or all from the next one on, until none
+// fails; gives the answers.
+std::vector<Answered> FailEachAllocation(const KivWString& csRequest, const KivByteBuffer& vcPayload,
+                                         bool bFromThenOn = false) {
   std::vector<Answered> vz;
   for (uint64_t iNth = 1;; ++iNth) {
     Answered z;
     bool bFired = false;
     {
-      const NoMemory zNone(iNth, false);
+      const NoMemory zNone(iNth, bFromThenOn);
       EXPECT_NO_THROW(z.m_iReturn = DorHandlerDispatch(csRequest, vcPayload, z.m_iStatus, z.m_vcResult));
       bFired = zNone.HasFired();
     }
@@ -59,16 +61,20 @@ int64_t FirstInteger(const KivByteBuffer& vcResult) {
 TEST(DorHandlerWithoutMemory, AReadFailsWithItsStatusAndItsAnswerAndTheHandlerGoesOn) {
   const TestFolder zFolder;
   ASSERT_TRUE(WriteMachine(zFolder / u"model.kiv"));
-  const std::vector<Answered> vz = FailEachAllocation(KivWString(kDorReadDor), ReadPayload(zFolder / u"model.kiv"));
-  ASSERT_GT(vz.size(), 2u);
-  size_t nFailed = 0;
-  for (const Answered& z : vz) {
-    if (z.m_iStatus != 0) ++nFailed;
-    EXPECT_EQ(FirstInteger(z.m_vcResult), 5);
-    EXPECT_EQ(z.m_vcResult, vz.back().m_vcResult);
+  for (const bool bFromThenOn : {false, true}) {
+    SCOPED_TRACE(bFromThenOn);
+    const std::vector<Answered> vz =
+        FailEachAllocation(KivWString(kDorReadDor), ReadPayload(zFolder / u"model.kiv"), bFromThenOn);
+    ASSERT_GT(vz.size(), 2u);
+    size_t nFailed = 0;
+    for (const Answered& z : vz) {
+      if (z.m_iStatus != 0) ++nFailed;
+      EXPECT_EQ(FirstInteger(z.m_vcResult), 5);
+      EXPECT_EQ(z.m_vcResult, vz.back().m_vcResult);
+    }
+    EXPECT_GT(nFailed, 0u);
+    EXPECT_EQ(vz.back().m_iStatus, 0);
   }
-  EXPECT_GT(nFailed, 0u);
-  EXPECT_EQ(vz.back().m_iStatus, 0);
 }
 
 TEST(DorHandlerWithoutMemory, ARequestIsAnsweredWithACodeAndTheHandlerGoesOn) {
@@ -111,16 +117,20 @@ KivByteBuffer WholeState() {
   return vcAll;
 }
 
-// A request on a model of its own, with allocations failing one by one: it is done or nothing has changed.
+constexpr uint64_t kEach = UINT64_MAX;
+constexpr uint64_t kSome = 12;
+
+// A request on a model of its own, with allocations failing one by one, or some of them: it is done or nothing has
+// changed.
 void ChangeIsWholeOrNotThere(const char* szName, const std::vector<std::string>& vstrWords,
-                             const std::function<void()>& pfnBefore) {
+                             const std::function<void()>& pfnBefore, uint64_t iSkip = kEach) {
   SCOPED_TRACE(szName);
   const TestFolder zFolder;
   ASSERT_TRUE(WriteMachine(zFolder / u"model.kiv"));
   const KivWString csName = sys::Utf8ToWide(std::string("DorHandler_") + szName);
   const KivByteBuffer vcPayload = Words(szName, vstrWords), vcRead = ReadPayload(zFolder / u"model.kiv");
   size_t nRefused = 0;
-  for (uint64_t iNth = 1;; iNth += 1 + iNth / 12) {
+  for (uint64_t iNth = 1;; iNth += 1 + iNth / iSkip) {
     Answered z;
     DorHandlerDispatch(KivWString(kDorReadDor), vcRead, z.m_iStatus, z.m_vcResult);
     ASSERT_EQ(z.m_iStatus, 0);
@@ -168,8 +178,9 @@ TEST(DorHandlerWithoutMemory, HistoryGoesOnWhereItWas) {
     Serve("SnapShot");
     Serve("SetAsmInfo", {"3", "changed"});
   };
-  ChangeIsWholeOrNotThere("SnapShot", {}, Changed);
-  ChangeIsWholeOrNotThere("Undo", {"1"}, Changed);
+  ChangeIsWholeOrNotThere("SnapShot", {}, Changed, kSome);
+  ChangeIsWholeOrNotThere("Undo", {"1"}, Changed, kSome);
+  // Restores as an undo does, without the snapshot before it.
   ChangeIsWholeOrNotThere("Redo", {"1"}, [&] {
     Changed();
     Serve("Undo", {"1"});

@@ -170,8 +170,8 @@ void KivOutOfCoreManager::ForgetElement(KivOutOfCoreData* pzElement) noexcept {
 
 // Active objects that are not the manager's become inactive, whatever they hold: their store has gone or gone back.
 void KivOutOfCoreManager::AbandonForeignElements() noexcept {
-  for (KivOutOfCoreData* pzElement : GetActiveElements()) {
-    if (pzElement->m_iMapPosition != 0) continue;
+  const auto Abandon = [this](KivOutOfCoreData* pzElement) {
+    if (pzElement->m_iMapPosition != 0) return;
     UnlinkElement(pzElement);
     pzElement->m_bActive = false;
     pzElement->m_bModified = false;
@@ -183,7 +183,14 @@ void KivOutOfCoreManager::AbandonForeignElements() noexcept {
     } catch (...) {
       // The report has been made; the element has no block to come back to.
     }
+  };
+  // Without a copy of the list, for which there may be no memory.
+  for (auto it = m_setActiveElement.begin(); it != m_setActiveElement.end();) {
+    KivOutOfCoreData* const pzElement = *it;
+    Abandon(pzElement);
+    it = m_setActiveElement.upper_bound(pzElement);
   }
+  if (m_iMaxActiveOutOfCoreElement == 1 && m_pzNewestActive != nullptr) Abandon(m_pzNewestActive);
 }
 
 void KivOutOfCoreManager::ClearList() noexcept {
