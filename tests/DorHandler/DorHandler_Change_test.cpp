@@ -301,6 +301,18 @@ TEST_F(HandlerChange, TextsWithAZeroInThemAreRefused) {
   EXPECT_EQ(State(), vcBefore);
 }
 
+TEST_F(HandlerChange, ANameHasAtMost4096Units) {
+  std::string strPairs;  // two units each
+  for (int i = 0; i < 2048; ++i) strPairs += "\xF0\x9F\x94\xA9";
+  for (const std::string& strLongest : {std::string(4096, 'n'), strPairs}) {
+    EXPECT_EQ(Code("SetAsmInfo", {"1", strLongest}), Code_::Done);
+    EXPECT_TRUE(Text(Ask("GetAsmInfo", {"1"}).m_vzValue, "name") == strLongest);
+    EXPECT_EQ(Code("SetAsmInfo", {"1", strLongest + "n"}), Code_::BadArgument);
+    EXPECT_TRUE(Text(Ask("GetAsmInfo", {"1"}).m_vzValue, "name") == strLongest);
+  }
+  EXPECT_EQ(Code("SetAsmInfo", {"1", ""}), Code_::Done);
+}
+
 TEST_F(HandlerChange, MoreSnapshotsThanAreKeptForgetTheOldest) {
   Ask("SnapShot");
   for (int i = 0; i < 300; ++i) {

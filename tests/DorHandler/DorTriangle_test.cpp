@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <random>
 
@@ -13,8 +14,28 @@ using namespace kiv;
 
 namespace {
 
+// How far a point lies beside a triangle: from its edges, and from its inside by the coordinates of the point there.
+double DistanceTo(const DorTriangle& z, const KivECoord3& zPoint) {
+  double dBest = 1e30;
+  for (size_t i = 0; i < 3; ++i) {
+    const KivECoord3 zEdge = z[(i + 1) % 3] - z[i];
+    const double dSquared = zEdge.Dot(zEdge);
+    const double t = dSquared == 0 ? 0 : std::clamp(zEdge.Dot(zPoint - z[i]) / dSquared, 0.0, 1.0);
+    dBest = std::min(dBest, (z[i] + zEdge * t - zPoint).Length());
+  }
+  const KivECoord3 zU = z[1] - z[0], zV = z[2] - z[0], zW = zPoint - z[0];
+  const double dUU = zU.Dot(zU), dUV = zU.Dot(zV), dVV = zV.Dot(zV), dUW = zU.Dot(zW), dVW = zV.Dot(zW);
+  const double dArea = dUU * dVV - dUV * dUV;
+  if (dArea <= 1e-12 * dUU * dVV) return dBest;  // a line
+  const double u = (dVV * dUW - dUV * dVW) / dArea, v = (dUU * dVW - dUV * dUW) / dArea;
+  return u < 0 || v < 0 || u + v > 1 ? dBest : std::min(dBest, (zU * u + zV * v - zW).Length());
+}
+
+// Points of the triangles so far apart: it cannot be too small.
 double Distance(const DorTriangle& zA, const DorTriangle& zB) {
   const DorNearest z = DorNearestOfTriangles(zA, zB);
+  EXPECT_LE(DistanceTo(zA, z.m_zFirst), 1e-9);
+  EXPECT_LE(DistanceTo(zB, z.m_zSecond), 1e-9);
   EXPECT_NEAR((z.m_zFirst - z.m_zSecond).Length(), std::sqrt(z.m_dSquared), 1e-9);
   EXPECT_NEAR(std::sqrt(DorNearestOfTriangles(zB, zA).m_dSquared), std::sqrt(z.m_dSquared), 1e-9) << "other way round";
   return std::sqrt(z.m_dSquared);
@@ -122,6 +143,10 @@ TEST(DorFaceTree, RandomFacesHaveTheDistanceOfTheirNearestTriangles) {
       ASSERT_EQ(z.m_dSquared, dBest) << nTriangles << " " << i;
       ASSERT_NEAR(zB.NearestTo(zA).m_dSquared, dBest, 1e-12) << "the other way round it is rounded differently";
       ASSERT_NEAR((z.m_zFirst - z.m_zSecond).Length(), std::sqrt(dBest), 1e-9);
+      const auto IsOn = [](const std::vector<DorTriangle>& vz, const KivECoord3& zPoint) {
+        return std::any_of(vz.begin(), vz.end(), [&](const auto& zOne) { return DistanceTo(zOne, zPoint) <= 1e-9; });
+      };
+      ASSERT_TRUE(IsOn(vzA, z.m_zFirst) && IsOn(vzB, z.m_zSecond)) << nTriangles << " " << i;
     }
   }
 }
