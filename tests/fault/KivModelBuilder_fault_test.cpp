@@ -86,36 +86,42 @@ class ModelBuilderFault : public ElementStoreTest {
     uint64_t m_nFailed = 0;
     uint64_t m_nRefused = 0;
   };
+  // Saves once while the fault lasts that pfnFault gives. What counts as saved is whole, what does not is reported.
+  // False if the fault did not fire.
+  template <typename Fault>
+  bool SaveUnder(KivModelBuilder& zBuilder, const Records& mapWhole, Fault&& pfnFault, Calls& zCalls) {
+    const KivWString csPath = m_zFolder / u"failing.kiv";
+    const uint64_t nBefore = KivGetReportCount();
+    bool bSaved = false, bFired = false;
+    {
+      const auto zFault = pfnFault();
+      bSaved = zBuilder.Save(csPath);
+      bFired = zFault.HasFired();
+    }
+    if (bSaved) {
+      EXPECT_TRUE(RecordsOf(csPath) == mapWhole);
+    } else {
+      EXPECT_GT(KivGetReportCount(), nBefore);
+      ++zCalls.m_nRefused;
+    }
+    EXPECT_TRUE(bFired || bSaved);
+    zCalls.m_nFailed += bFired;
+    return bFired;
+  }
   // Saves again and again, each time with the next call of this kind failing, until no call is left.
   Calls SaveWithEachCallFailing(KivModelBuilder& zBuilder, const Records& mapWhole, KivSysCall iCall,
                                 bool bFromThenOn) {
-    const KivWString csPath = m_zFolder / u"failing.kiv";
     Calls zCalls;
     for (uint64_t iNth = 1; iNth < 5000; ++iNth) {
       SCOPED_TRACE(testing::Message() << "call " << static_cast<int>(iCall) << ", number " << iNth
                                       << (bFromThenOn ? " and all behind it" : ""));
-      const uint64_t nBefore = KivGetReportCount();
-      bool bSaved = false, bFired = false;
-      {
-        KivSysFaultPlan zPlan;
-        zPlan.m_iCall = iCall;
-        zPlan.m_iNth = iNth;
-        zPlan.m_bFromThenOn = bFromThenOn;
-        const KivSysFaultScope zFault(zPlan);
-        bSaved = zBuilder.Save(csPath);
-        bFired = zFault.HasFired();
-      }
-      if (bSaved) {
-        EXPECT_TRUE(RecordsOf(csPath) == mapWhole);
-      } else {
-        EXPECT_GT(KivGetReportCount(), nBefore);
-        ++zCalls.m_nRefused;
-      }
-      if (!bFired) {
-        EXPECT_TRUE(bSaved);
+      KivSysFaultPlan zPlan;
+      zPlan.m_iCall = iCall;
+      zPlan.m_iNth = iNth;
+      zPlan.m_bFromThenOn = bFromThenOn;
+      if (!SaveUnder(
+              zBuilder, mapWhole, [&] { return KivSysFaultScope(zPlan); }, zCalls))
         return zCalls;
-      }
-      ++zCalls.m_nFailed;
     }
     ADD_FAILURE() << "calls without end";
     return zCalls;
@@ -171,28 +177,14 @@ TEST_F(ModelBuilderFault, ALackOfMemoryIsReportedAndWhatCountsAsSavedIsWhole) {
   const KivWString csPath = m_zFolder / u"model.kiv";
   ASSERT_TRUE(zBuilder.Save(csPath));
   const Records mapWhole = RecordsOf(csPath);
-  uint64_t nRefused = 0;
-  for (uint64_t iNth = 1;; iNth += iNth < 200 ? 1 : iNth / 16) {
+  Calls zCalls;
+  bool bFired = true;
+  for (uint64_t iNth = 1; bFired; iNth += iNth < 200 ? 1 : iNth / 16) {
     SCOPED_TRACE(testing::Message() << "allocation " << iNth);
-    const uint64_t nBefore = KivGetReportCount();
-    bool bSaved = false, bFired = false;
-    {
-      const NoMemory zNoMemory(iNth, false);
-      bSaved = zBuilder.Save(csPath);
-      bFired = zNoMemory.HasFired();
-    }
-    if (bSaved) {
-      EXPECT_TRUE(RecordsOf(csPath) == mapWhole);
-    } else {
-      EXPECT_GT(KivGetReportCount(), nBefore);
-      ++nRefused;
-    }
-    if (!bFired) {
-      EXPECT_TRUE(bSaved);
-      break;
-    }
+    bFired = SaveUnder(
+        zBuilder, mapWhole, [&] { return NoMemory(iNth, false); }, zCalls);
   }
-  EXPECT_GT(nRefused, 10u);
+  EXPECT_GT(zCalls.m_nRefused, 10u);
 }
 
 TEST_F(ModelBuilderFault, WithoutMemoryForANodeThereIsNoneAndTheNextOneTakesItsPlace) {
