@@ -63,12 +63,16 @@ int Run(const std::vector<kiv::KivWString>& vcsModels) {
     std::printf("nobody has ended the tree\n");
     return kFailed;
   } catch (const kiv::DorClientError& e) {
-    std::printf("ended   after %zu answers: %s; %.1f ms behind the last one\n", nAnswers, e.what(), MsSince(iLast));
+    const double dMs = MsSince(iLast);
+    const size_t nLeft = CountLiving(viTree);
+    std::printf("ended   after %zu answers: %s; %.1f ms behind the last one\nrunning %zu of the tree's %zu processes\n",
+                nAnswers, e.what(), dMs, nLeft, viTree.size());
   }
   const uint64_t iClose = kiv::sys::SteadyNs();
   const bool bClean = zClient.Close();
+  const double dMs = MsSince(iClose);
   const size_t nLiving = CountLiving(viTree);
-  std::printf("closed  in %.1f ms, %s\nrunning %zu of the tree's %zu processes\n", MsSince(iClose),
+  std::printf("closed  in %.1f ms, %s\nrunning %zu of the tree's %zu processes\n", dMs,
               bClean ? "no folder left behind" : "folders are left behind", nLiving, viTree.size());
   return bClean && nLiving == 0 ? kTreeEnded : kFailed;
 }
