@@ -212,6 +212,46 @@ TEST(DorAnswerForm, ItemsOfNumbersAloneTakeTheRoomOfTheirNumbers) {
   EXPECT_EQ(DorFindValue(zPoles.Item(999), "weight")->m_vdFloat, std::vector<double>{3999});
 }
 
+TEST(DorAnswerText, AThousandItemsAnd256BytesAreShown) {
+  DorSpoken z;
+  z.m_pzRow = DorFindRequest(u"DorHandler_GetEdgeInfo");
+  const auto TextOf = [&](int64_t nLevels, int64_t nKnots) {
+    KivByteBuffer& vc = z.m_zAnswer.m_vcResult;
+    vc.clear();
+    for (int64_t i : {0, 3, 0}) KivPutInt64(vc, i);
+    KivPutDouble(vc, 2.5);
+    KivPutInt64(vc, nLevels);
+    for (int64_t i = 0; i < nLevels; ++i) {
+      KivPutDouble(vc, 0.5);
+      KivPutInt64(vc, i);
+    }
+    for (int64_t i : {0, 0, 0, 1, 4}) KivPutInt64(vc, i);
+    KivPutInt64(vc, nKnots);
+    for (int64_t i = 0; i < nKnots; ++i) KivPutDouble(vc, static_cast<double>(i));
+    KivPutInt64(vc, 0);
+    z.m_bDecoded = DorDecodeAnswer(*z.m_pzRow, vc, z.m_zDecoded);
+    EXPECT_TRUE(z.m_bDecoded);
+    return DorAnswerText(z);
+  };
+  const auto Holds = [](const std::string& str, const char* szPart) { return str.find(szPart) != std::string::npos; };
+  const std::string strWhole = TextOf(1000, 1000), strCut = TextOf(1001, 1001);
+  for (const std::string& str : {strWhole, strCut}) {
+    EXPECT_TRUE(Holds(str, "    - tolerance 0.5, points 999\n"));
+    EXPECT_TRUE(Holds(str, ", 998, 999"));
+    EXPECT_FALSE(Holds(str, "points 1000") || Holds(str, ", 1000"));
+  }
+  EXPECT_TRUE(strWhole.find("...") == std::string::npos);
+  EXPECT_TRUE(Holds(strCut, "  levels: 1001\n"));
+  EXPECT_TRUE(Holds(strCut, "points 999\n    ...\n"));
+  EXPECT_TRUE(Holds(strCut, ", 999, ...\n"));
+
+  z.m_bDecoded = false;
+  z.m_zAnswer.m_vcResult.assign(256, 0xab);
+  EXPECT_TRUE(DorAnswerText(z).ends_with("abab\n"));
+  z.m_zAnswer.m_vcResult.push_back(0xcd);
+  EXPECT_TRUE(DorAnswerText(z).ends_with("abab...\n"));
+}
+
 TEST(DorWords, ALineIsSplitAsAShellDoes) {
   std::vector<std::string> vstr;
   std::string strError;

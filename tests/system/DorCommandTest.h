@@ -41,6 +41,14 @@ class DorCommand : public testing::Test {
     return zText.str();
   }
 
+  // Why a file of the folder is not opened, in the command's words.
+  std::string Why(const kiv::KivWString& csName, const kiv::KivWString& csCommand = u"open") {
+    const std::string strHead = "dor: " + kiv::sys::WideToUtf8(m_zFolder / csName) + ": ";
+    const std::string strText = Output(csCommand + u" \"" + (m_zFolder / csName) + u"\"");
+    EXPECT_TRUE(strText.starts_with(strHead) && strText.ends_with("\n")) << strText;
+    return strText.size() > strHead.size() ? strText.substr(strHead.size(), strText.size() - strHead.size() - 1) : "";
+  }
+
   static kiv::KivWString Program() {
     kiv::KivWString csFolder, csName;
     kiv::KivSplitPath(RealPrograms(TestFolder()).m_csRelay, csFolder, csName);

@@ -23,6 +23,11 @@ TEST_F(DorCommand, AnOutputThatCannotBeWrittenIsAnError) {
   }
 }
 
+TEST_F(DorCommand, APipeIsNoModelAndIsNotWaitedFor) {
+  ASSERT_TRUE(MakePipe(m_zFolder, u"pipe"));
+  EXPECT_EQ(Why(u"pipe"), "is no regular file");
+}
+
 // Ctrl-C is a signal to the whole group of a terminal; what it sends to the command can be sent to it alone.
 TEST_F(DorCommand, AStopWhileAPipedShellWaitsIsAnErrorAndLeavesNothing) {
   const std::string strFolder = "'" + sys::WideToUtf8(m_zFolder.Path()) + "'";
@@ -34,6 +39,22 @@ TEST_F(DorCommand, AStopWhileAPipedShellWaitsIsAnErrorAndLeavesNothing) {
   EXPECT_EQ(std::system(("sh " + strFolder + "/script 2>/dev/null").c_str()), 0);
   EXPECT_EQ(m_zFolder.ReadBytes(u"errors"), "dor: stopped\n");
   EXPECT_TRUE(Holds(m_zFolder.ReadBytes(u"answers"), "served"));
+}
+
+// Processes are found by their names and their parents. The relay that has ended stays a zombie while the shell waits.
+TEST_F(DorCommand, AShellWhoseHandlerWasKilledBetweenLinesGives4) {
+  const std::string strFolder = "'" + sys::WideToUtf8(m_zFolder.Path()) + "'";
+  WriteFile(m_zFolder / u"script",
+            "cd " + strFolder + " && mkfifo lines && exec 3<>lines || exit 90\n" + sys::WideToUtf8(Program()) +
+                " shell model.kiv <lines >answers 2>errors &\n" +
+                "dor=$!; echo DoNothing >&3\n"
+                "child() { sed -n \"s/^\\([0-9]*\\) ($1) . $2 .*/\\1/p\" /proc/[0-9]*/stat 2>/dev/null; }\n"
+                "for i in $(seq 6000); do grep -q served answers && break; sleep 0.02; done\n"
+                "relay=$(child DorRelay $dor); kill -KILL $(child DorHandler $relay) || exit 91\n"
+                "for i in $(seq 6000); do grep -qa . /proc/$relay/cmdline || break; sleep 0.02; done\n"
+                "echo DoNothing >&3; wait $dor; [ $? -eq 4 ] && ! ls -d ZUR_TMP_FOLDER-*\n");
+  EXPECT_EQ(std::system(("sh " + strFolder + "/script 2>/dev/null").c_str()), 0);
+  EXPECT_EQ(m_zFolder.ReadBytes(u"errors"), "dor: the relay has ended\n");
 }
 
 TEST_F(DorCommand, PathsOfAnyBytesAreThoseFilesAndOtherTextsMustBeUtf8) {
