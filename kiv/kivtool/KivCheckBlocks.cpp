@@ -7,8 +7,11 @@
 #include "KivBrepData.h"
 #include "KivCheckWalk.h"
 #include "KivFaceEdgeData.h"
+#include "KivInstance.h"
+#include "KivModel.h"
 #include "KivModelMeaning.h"
 #include "KivModelNote.h"
+#include "KivNumberText.h"
 #include "KivPolyElemData.h"
 
 namespace kiv {
@@ -18,6 +21,21 @@ class BlockCheck {
  public:
   BlockCheck(uint64_t iPosition, uint64_t iKey, KivCheckSink& zSink)
       : m_iPosition(iPosition), m_iKey(iKey), m_zSink(zSink) {}
+
+  void Header(const KivMemoryBlockHeader& zHeader) {
+    m_bBox = Box(zHeader.m_afBoxMin.data(), zHeader.m_afBoxMax.data(), "the element");
+  }
+
+  void Model(const KivMemoryBlockModel& zBlock) {
+    Box(zBlock.m_fModelBoxMin.data(), zBlock.m_fModelBoxMax.data(), "the model");
+  }
+
+  void Instances(const KivMemoryBlockInstance& zBlock) {
+    for (size_t i = 0; i < zBlock.m_vzInstance.size(); ++i) {
+      const KivInstanceEntry& z = zBlock.m_vzInstance[i];
+      if (!z.m_zFrame.IsGap()) Box(&z.m_fInstanceBox[0], &z.m_fInstanceBox[3], "instance " + std::to_string(i));
+    }
+  }
 
   template <typename Block>
   void Mesh(const Block& zBlock) {
@@ -47,8 +65,13 @@ class BlockCheck {
   }
 
   void Nodes(const KivMemoryBlockAssemblyTree& zBlock) {
-    for (size_t i = 0; i < zBlock.m_vzNode.size(); ++i)
-      if (!zBlock.m_vzNode[i].m_zFrame.IsGap()) Styles(zBlock.m_vzNode[i].m_vzAttribute, "node " + std::to_string(i));
+    for (size_t i = 0; i < zBlock.m_vzNode.size(); ++i) {
+      const KivAssemblyNode& z = zBlock.m_vzNode[i];
+      if (z.m_zFrame.IsGap()) continue;
+      const std::string strWhich = "node " + std::to_string(i);
+      Box(&z.m_fNodeBox[0], &z.m_fNodeBox[3], strWhich);
+      Styles(z.m_vzAttribute, strWhich);
+    }
   }
 
   void Note(const KivMemoryBlockModelNote& zBlock) {
@@ -74,6 +97,18 @@ class BlockCheck {
     m_zSink.Add(szCode, m_iPosition, m_iKey, strSentence);
   }
 
+  // A box that is absent has values of its own.
+  bool Box(const float* pfLow, const float* pfHigh, const std::string& strWhich) {
+    if (std::equal(pfLow, pfLow + 3, &kNoBox[0]) && std::equal(pfHigh, pfHigh + 3, &kNoBox[3])) return true;
+    for (int i = 0; i < 3; ++i) {
+      if (std::isfinite(pfLow[i]) && std::isfinite(pfHigh[i]) && pfLow[i] <= pfHigh[i]) continue;
+      Add("box-invalid", strWhich + " has a box that is none: from " + KivNumberText(static_cast<double>(pfLow[i])) +
+                             " to " + KivNumberText(static_cast<double>(pfHigh[i])) + " along " + "xyz"[i]);
+      return false;
+    }
+    return true;
+  }
+
   void Styles(const std::vector<KivAttribute>& vzAttribute, const std::string& strWhich) {
     if (KivHasMeaning(vzAttribute, KivMeaning::Colour) && !KivGetColour(vzAttribute))
       Add("attribute-invalid", strWhich + " has a colour that is none");
@@ -96,6 +131,7 @@ class BlockCheck {
       Add("mesh-number", strWhich + " has coordinates that are no finite numbers");
       return;
     }
+    if (!m_bBox) return;
     for (size_t i = 0; i < vfVertex.size(); ++i) {
       const double d = static_cast<double>(vfVertex[i]);
       const double dSlack = m_dSlack + 1e-5 * std::abs(d);
@@ -141,6 +177,7 @@ class BlockCheck {
   uint64_t m_iPosition;
   uint64_t m_iKey;
   KivCheckSink& m_zSink;
+  bool m_bBox = true;  // the element's box is one
   double m_adLow[3] = {}, m_adHigh[3] = {}, m_dSlack = 0;
 };
 
@@ -148,6 +185,7 @@ class BlockCheck {
 
 void KivCheckBlock(const KivMemoryBlock& zBlock, uint64_t iPosition, uint64_t iKey, KivCheckSink& zSink) {
   BlockCheck zCheck(iPosition, iKey, zSink);
+  zCheck.Header(zBlock.GetHeader());
   if (const auto* pzFaceEdge = dynamic_cast<const KivMemoryBlockFaceEdge*>(&zBlock))
     zCheck.Mesh(*pzFaceEdge);
   else if (const auto* pzPoly = dynamic_cast<const KivMemoryBlockPolyElem*>(&zBlock))
@@ -158,6 +196,10 @@ void KivCheckBlock(const KivMemoryBlock& zBlock, uint64_t iPosition, uint64_t iK
     zCheck.Nodes(*pzTree);
   else if (const auto* pzNote = dynamic_cast<const KivMemoryBlockModelNote*>(&zBlock))
     zCheck.Note(*pzNote);
+  else if (const auto* pzInstances = dynamic_cast<const KivMemoryBlockInstance*>(&zBlock))
+    zCheck.Instances(*pzInstances);
+  else if (const auto* pzModel = dynamic_cast<const KivMemoryBlockModel*>(&zBlock))
+    zCheck.Model(*pzModel);
 }
 
 }  // namespace kiv

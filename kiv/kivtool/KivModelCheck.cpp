@@ -67,6 +67,8 @@ std::vector<KivCheckCode> KivListCheckCodes() {
       {"link-twice", Severity::Error,
        "a link leads to an element that another key has led to: a circle, or two parents"},
       {"link-parent", Severity::Warning, "link 0 of an element does not lead to its parent"},
+      {"box-invalid", Severity::Error,
+       "a box with values that are no finite numbers, or a low corner above the high one"},
       {"mesh-length", Severity::Error, "lists of a face or an edge have lengths that do not fit its counts"},
       {"mesh-index", Severity::Error, "an index beyond the vertices of its face"},
       {"mesh-number", Severity::Error, "a coordinate or a component of a normal that is no finite number"},

@@ -4,6 +4,7 @@
 
 #include <cmath>
 #include <fstream>
+#include <limits>
 #include <nlohmann/json.hpp>
 #include <random>
 #include <set>
@@ -227,6 +228,30 @@ TEST_F(ModelCheck, FindsVerticesOutsideTheBoxOfTheirElement) {
   EXPECT_EQ(z.m_ssCode, std::set<std::string>{"mesh-box"}) << z.m_strText;
 }
 
+TEST_F(ModelCheck, FindsBoxesOfInstancesNodesAndTheModelThatAreNone) {
+  const float fInfinity = std::numeric_limits<float>::infinity();
+  const Checked z = Changed([&](uint32_t iManager) {
+    EditElement<KivModel>(iManager, kModelPosition, [](KivMemoryBlockModel& zBlock) {
+      zBlock.m_fModelBoxMax[1] = zBlock.m_fModelBoxMin[1] - 1;
+      zBlock.m_zHeader.m_afBoxMin[2] = NAN;
+    });
+    EditElement<KivInstance>(iManager, KivGetInstanceRoot(iManager)->GetPositionKey(),
+                             [&](KivMemoryBlockInstance& zBlock) {
+                               zBlock.m_vzInstance[0].m_fInstanceBox[5] = NAN;
+                               zBlock.m_vzInstance[1].m_fInstanceBox[0] = 1e30f;
+                               zBlock.m_vzInstance[2].m_fInstanceBox = kNoBox;  // absent
+                               zBlock.m_zHeader.m_afBoxMax[0] = fInfinity;
+                             });
+    EditElement<KivAssemblyTree>(iManager, KivGetAssemblyTree(iManager)->GetPositionKey(),
+                                 [&](KivMemoryBlockAssemblyTree& zBlock) {
+                                   zBlock.m_vzNode[0].m_fNodeBox = kNoBox;
+                                   zBlock.m_vzNode[1].m_fNodeBox[3] = -fInfinity;
+                                 });
+  });
+  EXPECT_EQ(z.m_ssCode, std::set<std::string>{"box-invalid"}) << z.m_strText;
+  EXPECT_EQ(z.m_zResult.m_nErrors, 6u) << z.m_strText;
+}
+
 TEST_F(ModelCheck, FindsAnInstanceWhoseMatrixHasNoNumbers) {
   const Checked z = Changed([](uint32_t iManager) {
     EditElement<KivInstance>(iManager, KivGetInstanceRoot(iManager)->GetPositionKey(),
@@ -334,6 +359,16 @@ TEST_F(ChangedRecord, CoordinatesThatBecomeNoNumbersAreFound) {
   const Checked z =
       With([](uint32_t iManager) { return FirstInstance(iManager).m_vzLevel[0].m_iFaceEdgeKey; }, kStepExponent, 0x7F);
   EXPECT_EQ(z.m_ssCode, std::set<std::string>{"mesh-number"}) << z.m_strText;
+}
+
+TEST_F(ChangedRecord, ABoxOfAMeshThatBecomesNoNumberIsFound) {
+  constexpr size_t kHighX = 52;  // 100, which the one byte makes 0x7FC80000
+  const Checked z = With(
+      [](uint32_t iManager) {
+        return KivGetInstanceRoot(iManager)->GetMemoryBlock()->m_vzInstance[2].m_vzLevel[0].m_iFaceEdgeKey;
+      },
+      kHighX + 3, 0x7F);
+  EXPECT_EQ(z.m_ssCode, std::set<std::string>{"box-invalid"}) << z.m_strText;
 }
 
 TEST_F(ChangedRecord, ATreeThatCannotBeLoadedLeavesTheStructureUnchecked) {
