@@ -34,7 +34,7 @@ std::optional<KivColour> KivGetColour(const std::vector<KivAttribute>& vzAttribu
   KivColour fColour;
   for (size_t i = 0; i < fColour.size(); ++i) {
     fColour[i] = KivLoad<float>(pz->m_vcBytes.data() + 4 * i);
-    if (!std::isfinite(fColour[i])) return std::nullopt;
+    if (!(fColour[i] >= 0 && fColour[i] <= 1)) return std::nullopt;
   }
   return fColour;
 }

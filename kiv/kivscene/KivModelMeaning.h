@@ -32,7 +32,7 @@ enum class KivMeaning : uint8_t {
 
 using KivColour = std::array<float, 4>;
 
-// The attribute's value; nothing where there is none, or one of another length or with values that are no numbers.
+// The attribute's value; nothing where there is none, or one of another length or with values outside of those above.
 std::optional<KivColour> KivGetColour(const std::vector<KivAttribute>& vzAttribute);
 std::optional<uint32_t> KivGetLayer(const std::vector<KivAttribute>& vzAttribute);
 std::optional<double> KivGetUnit(const std::vector<KivAttribute>& vzAttribute);

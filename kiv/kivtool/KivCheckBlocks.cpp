@@ -8,6 +8,7 @@
 #include "KivCheckWalk.h"
 #include "KivFaceEdgeData.h"
 #include "KivInstance.h"
+#include "KivMeshCount.h"
 #include "KivModel.h"
 #include "KivModelMeaning.h"
 #include "KivModelNote.h"
@@ -147,7 +148,7 @@ class BlockCheck {
     const std::string strWhich = "face " + std::to_string(iFace) + " (id " + std::to_string(zFace.m_iId) + ")";
     const size_t nVertices = zFace.m_vfVertex.size() / 3, nIndices = zFace.m_viIndex.size();
     const size_t nPlain = 3 * static_cast<size_t>(zFace.m_iTriangleCount);
-    m_zSink.m_zResult.m_nTriangles += zFace.m_iTriangleCount;
+    m_zSink.m_zResult.m_nTriangles += KivCountTriangles(zFace);
     if (zFace.m_vfVertex.size() % 3 != 0 || nVertices != VertexNum(zFace) ||
         (!zFace.m_vfNormal.empty() && zFace.m_vfNormal.size() != zFace.m_vfVertex.size()) ||
         (bStrips ? nIndices < nPlain : nIndices != nPlain && nIndices != 0))

@@ -1,6 +1,7 @@
 // The walk over all elements of a model that the check makes.
 #include <algorithm>
 #include <set>
+#include <utility>
 #include <vector>
 
 #include "KivBrepData.h"
@@ -19,6 +20,8 @@ namespace {
 constexpr uint32_t kAnyTag = 0;
 constexpr uint8_t kUnseen = 0xFF;
 constexpr uint8_t kOtherTag = 0xFE;
+constexpr uint8_t kNoKey = 0xFD;        // no key leads there from the model
+constexpr uint8_t kNoKeyButOne = 0xFC;  // but one of another such element
 constexpr uint8_t kTableTag = 10;
 
 // A key that is still to be followed.
@@ -117,13 +120,7 @@ class ElementWalk {
     const uint64_t iPosition = m_zModel.Resolve(z.m_iKey);
     size_t iRecord = 0;
     if (!FindRecord(iPosition, iRecord)) return ReportDangling(z);
-    if (m_vcSeen[iRecord] != kUnseen) {
-      if (m_vcSeen[iRecord] < kElementTagNum) CheckType(z, m_vcSeen[iRecord], iPosition);
-      if (z.m_bLink)
-        m_zSink.Add("link-twice", iPosition, z.m_iKey,
-                    From(z) + " leads to an element that another key has led to: a circle, or a second parent");
-      return;
-    }
+    if (m_vcSeen[iRecord] != kUnseen) return FollowAgain(z, iPosition, m_vcSeen[iRecord]);
     m_vcSeen[iRecord] = kOtherTag;
     KivOutOfCoreTreeNode* pzElement = m_zModel.Load(z.m_iKey);
     if (pzElement == nullptr) return ReportUnloadable(z, iPosition, z.m_iKey);
@@ -136,6 +133,14 @@ class ElementWalk {
     KivCheckBlock(zBlock, iPosition, z.m_iKey, m_zSink);
     GatherKeys(zBlock, iPosition, iTag);
     CheckKeyList(*pzElement, iTag, iPosition, z.m_iKey);  // last: bulky elements would be loaded anew
+  }
+
+  // To where another key has led.
+  void FollowAgain(const Reference& z, uint64_t iPosition, uint8_t cSeen) {
+    if (cSeen < kElementTagNum) CheckType(z, cSeen, iPosition);
+    if (z.m_bLink)
+      m_zSink.Add("link-twice", iPosition, z.m_iKey,
+                  From(z) + " leads to an element that another key has led to: a circle, or a second parent");
   }
 
   void ReportDangling(const Reference& z) {
@@ -219,8 +224,12 @@ class ElementWalk {
     Push(z.m_iVertexKey2, 13, iPosition, "m_iVertexKey2");
     Push(z.m_iExtraKey, kAnyTag, iPosition, "m_iExtraKey");
   }
+
+  // Elements whose keys are their links.
+  static bool HasLinksAlone(uint32_t iTag) { return iTag == 1 || iTag == 8 || iTag == 5 || iTag == 13 || iTag == 10; }
+
   void CheckKeyList(KivOutOfCoreTreeNode& zElement, uint32_t iTag, uint64_t iPosition, uint64_t iKey) {
-    if (iTag == 1 || iTag == 8 || iTag == 5 || iTag == 13 || iTag == 10) return;  // their keys are their links
+    if (HasLinksAlone(iTag)) return;
     std::vector<uint64_t> viPosition;
     if (!zElement.GetAllPosition(viPosition)) {
       m_zSink.Add("keys-refused", iPosition, iKey,
@@ -236,10 +245,11 @@ class ElementWalk {
     }
   }
 
-  // Records that no key leads to are elements all the same: each is loaded and checked, and where its keys lead.
+  // Records that no key leads to are elements all the same: each is loaded and checked, with its keys.
   void CheckUnreachable() {
+    std::replace(m_vcSeen.begin(), m_vcSeen.end(), kUnseen, kNoKey);
     for (size_t i = 0; i < m_viUsed.size(); ++i) {
-      if (m_vcSeen[i] != kUnseen) continue;
+      if (m_vcSeen[i] != kNoKey && m_vcSeen[i] != kNoKeyButOne) continue;
       const uint64_t iPosition = m_viUsed[i];
       m_zProgress.Advance();
       m_zSink.Add("element-unreachable", iPosition, 0, "no key leads from the model to this record");
@@ -249,20 +259,43 @@ class ElementWalk {
         continue;
       }
       ++m_zSink.m_zResult.m_nElements;
+      const uint32_t iTag = pzElement->GetElementType() & 0xFFFF;
       const KivMemoryBlock& zBlock = *pzElement->GetMemoryBlock();
       KivCheckBlock(zBlock, iPosition, 0, m_zSink);
-      GatherKeys(zBlock, iPosition, pzElement->GetElementType() & 0xFFFF);
-      for (const Reference& z : m_vzToVisit)
-        if (size_t iRecord = 0; !FindRecord(m_zModel.Resolve(z.m_iKey), iRecord)) ReportDangling(z);
+      GatherKeys(zBlock, iPosition, iTag);
+      CheckParentKey(zBlock, iPosition, iTag);
+      CheckKeyList(*pzElement, iTag, iPosition, 0);  // last: bulky elements would be loaded anew
+      for (const Reference& z : m_vzToVisit) CheckReference(z);
       m_vzToVisit.clear();
     }
+  }
+
+  // Where no key leads nobody knows the parent, but it must be there; CheckKeyList looks at the other elements'.
+  void CheckParentKey(const KivMemoryBlock& zBlock, uint64_t iPosition, uint32_t iTag) {
+    const uint64_t iKey = zBlock.GetHeader().m_aiLink[0];
+    size_t iRecord = 0;
+    if (iKey != 0 && HasLinksAlone(iTag) && !FindRecord(m_zModel.Resolve(iKey), iRecord))
+      ReportDangling({iKey, kAnyTag, 0, iPosition, "link 0", false});
+  }
+
+  // What Follow asks of a key, without going there: the row of records comes to all of them.
+  void CheckReference(const Reference& z) {
+    const uint64_t iPosition = m_zModel.Resolve(z.m_iKey);
+    size_t iRecord = 0;
+    if (!FindRecord(iPosition, iRecord)) return ReportDangling(z);
+    uint8_t& cSeen = m_vcSeen[iRecord];
+    if (cSeen != kNoKey && cSeen != kNoKeyButOne) return FollowAgain(z, iPosition, cSeen);
+    KivOutOfCoreTreeNode* const pzElement = m_zModel.Load(iPosition);  // as its own turn does
+    if (pzElement == nullptr || !CheckType(z, pzElement->GetElementType() & 0xFFFF, iPosition)) return;
+    if (std::exchange(cSeen, kNoKeyButOne) == kNoKeyButOne) return FollowAgain(z, iPosition, kOtherTag);
+    CheckParent(z, *pzElement->GetMemoryBlock(), iPosition);
   }
 
   KivToolModel& m_zModel;
   KivCheckSink& m_zSink;
   KivProgress m_zProgress;
   std::vector<uint64_t> m_viUsed;  // positions, ascending
-  std::vector<uint8_t> m_vcSeen;   // kUnseen, or the tag of the element that was found there
+  std::vector<uint8_t> m_vcSeen;   // the tag of the element that was found there, or one of the values above
   std::vector<Reference> m_vzToVisit;
   std::vector<Position> m_viTable;
   std::set<uint64_t> m_siDangling;  // keys that were found to lead nowhere

@@ -91,11 +91,9 @@ template <typename Block>
 void CountBlock(const Block& zBlock, KivMeshCount& zCount) {
   for (const auto& zFace : zBlock.m_vzFace) {
     if (zFace.m_zFrame.IsGap()) continue;
-    const size_t nIndices = zFace.m_viIndex.size(), nPlain = 3 * static_cast<size_t>(zFace.m_iTriangleCount);
     ++zCount.m_nFaces;
     zCount.m_nVertices += zFace.m_iVertexCount;
-    zCount.m_nTriangles += zFace.m_iTriangleCount;
-    if (nIndices >= nPlain + 3) zCount.m_nTriangles += nIndices - nPlain - 2;
+    zCount.m_nTriangles += KivCountTriangles(zFace);
   }
   for (const KivMeshEdge& zEdge : zBlock.m_vzEdge)
     if (!zEdge.m_zFrame.IsGap()) ++zCount.m_nEdges;

@@ -19,6 +19,13 @@ struct KivMeshCount {
   KivMeshCount& operator+=(const KivMeshCount& z);
 };
 
+// Triangles of a face in memory: those of the list, and behind them those of the strip.
+template <typename AnyFace>
+uint64_t KivCountTriangles(const AnyFace& zFace) {
+  const uint64_t nPlain = zFace.m_iTriangleCount, nIndices = zFace.m_viIndex.size();
+  return nPlain + (nIndices >= 3 * nPlain + 3 ? nIndices - 3 * nPlain - 2 : 0);
+}
+
 // Reads the frames of the entries alone, so that the meshes stay where they are. siSeen holds the positions of elements
 // that are counted already, which are passed by.
 KivMeshCount KivCountMeshTree(KivToolModel& zModel, uint64_t iRootKey, std::set<uint64_t>& siSeen);

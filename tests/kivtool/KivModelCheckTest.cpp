@@ -9,12 +9,14 @@
 #include <random>
 #include <set>
 #include <sstream>
+#include <utility>
 
 #include "KivDataSpaceBase.h"
 #include "KivElementWalk.h"
 #include "KivMemoryBlockPositionTable.h"
 #include "KivModelMeaning.h"
 #include "KivOutOfCoreHandle.h"
+#include "KivPMI.h"
 #include "KivSysFault.h"
 #include "KivTestFolder.h"
 #include "KivToolError.h"
@@ -187,6 +189,46 @@ TEST_F(ModelCheck, WhatNoKeyLeadsToIsCheckedAllTheSame) {
   EXPECT_EQ(zCut.m_ssCode, (std::set<std::string>{"element-unreachable", "element-unloadable"})) << zCut.m_strText;
 }
 
+TEST_F(ModelCheck, KeysOfWhatNoKeyLeadsToAreChecked) {
+  const Checked z = Changed([&](uint32_t iManager) {
+    const uint64_t iTree = KivGetAssemblyTree(iManager)->GetPositionKey();
+    const std::vector<KivInstanceLevel> vzLevel = FirstInstance(iManager).m_vzLevel;
+    EditElement<KivFaceEdgeData>(iManager, vzLevel[0].m_iFaceEdgeKey, [&](KivMemoryBlockFaceEdge& zBlock) {
+      zBlock.m_zHeader.m_aiLink = {0, vzLevel[1].m_iFaceEdgeKey, 0};
+    });
+    EditElement<KivFaceEdgeData>(iManager, vzLevel[1].m_iFaceEdgeKey, [&](KivMemoryBlockFaceEdge& zBlock) {
+      zBlock.m_zHeader.m_aiLink = {0x8000000000001000, 0, iTree};  // a parent that is not there, a mesh that is none
+    });
+    EditElement<KivInstance>(iManager, KivGetInstanceRoot(iManager)->GetPositionKey(),
+                             [](KivMemoryBlockInstance& zBlock) {
+                               for (KivInstanceEntry& zEntry : zBlock.m_vzInstance) zEntry.m_vzLevel.clear();
+                             });
+    uint64_t iPMI = 0;
+    EditElement<KivAssemblyTree>(iManager, iTree, [&](KivMemoryBlockAssemblyTree& zBlock) {
+      for (KivAssemblyNode& zNode : zBlock.m_vzNode)
+        if (zNode.m_iPMIKey != 0) iPMI = std::exchange(zNode.m_iPMIKey, 0);
+    });
+    EditElement<KivPMI>(iManager, iPMI, [&](KivMemoryBlockPMI& zBlock) {
+      zBlock.m_zHeader.m_aiLink = {iTree, iTree, 0};
+    });
+  });
+  EXPECT_EQ(z.m_ssCode, (std::set<std::string>{"element-unreachable", "key-dangling", "key-type", "keys-refused",
+                                               "link-parent", "link-twice"}))
+      << z.m_strText;
+  EXPECT_EQ(z.m_zResult.m_mapCode.at("element-unreachable"), 4u) << z.m_strText;
+  EXPECT_EQ(z.m_zResult.m_mapCode.at("link-parent"), 1u) << z.m_strText;
+  EXPECT_EQ(z.m_zResult.m_mapCode.at("key-dangling"), 1u) << z.m_strText;
+}
+
+TEST_F(ModelCheck, TrianglesOfStripsAreCounted) {
+  KivMemoryBlockFaceEdge& zMesh = m_zBuilder.FaceEdge(m_zParts.m_iBolt, 0);
+  zMesh.m_iMeshFlags |= kMeshIndexCount;
+  zMesh.m_vzFace[0].m_viIndex = {0, 1, 2, 0, 2, 3, 0, 1, 3, 2};  // two, and a strip of two
+  const Checked z = Saved();
+  EXPECT_EQ(z.m_strText, "");
+  EXPECT_EQ(z.m_zResult.m_nTriangles, 10u);
+}
+
 TEST_F(ModelCheck, FindsCirclesOfLinksAndWrongParents) {
   const Checked z = Changed([](uint32_t iManager) {
     const uint64_t iBrep = FirstInstance(iManager).m_iBrepKey;
@@ -275,10 +317,12 @@ TEST_F(ModelCheck, FindsAttributesThatMakeNoColourLayerOrUnit) {
   m_zBuilder.FaceEdge(m_zParts.m_iBolt, 0).m_vzEdge[0].m_vzAttribute[0].m_vcBytes.pop_back();
   KivSetColour(m_zBuilder.Node(m_zParts.m_iGroup).m_vzAttribute, {1, 1, 1, 1});
   m_zBuilder.Node(m_zParts.m_iGroup).m_vzAttribute[0].m_vcBytes.push_back(0);
+  KivSetColour(m_zBuilder.Node(m_zParts.m_iRoot).m_vzAttribute, {1, 1, 1, 1.5f});
+  KivSetColour(m_zBuilder.FaceEdge(m_zParts.m_iBolt, 1).m_vzFace[0].m_vzAttribute, {0, -0.1f, 0, 1});
   KivSetUnit(m_zBuilder.NoteAttributes(), -1);
   const Checked z = Saved();
   EXPECT_EQ(z.m_ssCode, std::set<std::string>{"attribute-invalid"}) << z.m_strText;
-  EXPECT_EQ(z.m_zResult.m_nWarnings, 4u) << z.m_strText;
+  EXPECT_EQ(z.m_zResult.m_nWarnings, 6u) << z.m_strText;
 }
 
 TEST_F(ModelCheck, FindsListsThatDoNotFitTheirCounts) {
