@@ -150,6 +150,22 @@ inline std::string ChainGltf(size_t nNodes, const std::string& strChildren) {
   return strFile.replace(iFrom, iTo - iFrom, "\"nodes\":[" + strNodes + "{\"mesh\":0}],\n");
 }
 
+// Of version 1, where texts name what stands in objects: the same triangle in two places.
+inline std::string FirstGltf() {
+  return R"({"asset":{"version":"1.0"},"scene":"all","scenes":{"all":{"nodes":["top"]}},
+"nodes":{"top":{"children":["left","right"]},"left":{"meshes":["bracket"]},
+"right":{"meshes":["bracket"],"translation":[10,0,0]}},
+"meshes":{"bracket":{"primitives":[{"attributes":{"POSITION":"places","NORMAL":"normals"},"indices":"corners",
+"mode":4}]}},
+"accessors":{"places":{"bufferView":"floats","byteOffset":0,"byteStride":12,"componentType":5126,"count":3,
+"type":"VEC3"},"normals":{"bufferView":"floats","byteOffset":36,"componentType":5126,"count":3,"type":"VEC3"},
+"corners":{"bufferView":"shorts","byteOffset":0,"componentType":5123,"count":3,"type":"SCALAR"}},
+"bufferViews":{"floats":{"buffer":"all","byteOffset":0,"byteLength":72},
+"shorts":{"buffer":"all","byteOffset":72,"byteLength":6}},
+"buffers":{"all":{"byteLength":80,"uri":"data:application/octet-stream;base64,)" +
+         Base64(GltfBuffer()) + R"("}}})";
+}
+
 // A triangle whose corners are announced to be nCount, of which it holds one.
 inline std::string SparseGltf(const std::string& strCount) {
   return R"({"asset":{"version":"2.0"},"scene":0,"scenes":[{"nodes":[0]}],"nodes":[{"mesh":0}],

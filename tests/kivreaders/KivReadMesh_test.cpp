@@ -134,6 +134,48 @@ TEST(ReadMesh, AListOfMaterialsThatIsMissingOrElsewhereIsAWarning) {
   }
 }
 
+TEST(ReadMesh, AListOfMaterialsThatIsNoneIsAWarning) {
+  const std::string strRandom = "\x01\x7F\xFF\x80Kd newmtl";
+  for (const std::string& strList :
+       {std::string("map_Kd x.png\n"), std::string("Kd 1 0 0\nnewmtl red\n"), std::string("newmtl red\nKd"),
+        std::string("newmtl red\nKd 1 0\n"), std::string("newmtl red\nKd red 0 0\n"),
+        std::string("newmtl red\nd nan\n"), std::string("newmtl red\nTr\n"), std::string("\n"), strRandom, BinaryStl(),
+        TextStl(), TextPly(), BinaryPly(), Glb(), EmbeddedGltf(), Obj()}) {
+    const TestFolder zFolder;
+    zFolder.WriteBytes(u"thing.obj", Obj());
+    zFolder.WriteBytes(u"colours.mtl", strList);
+    const ReaderOutcome z = ReadMesh(zFolder / u"thing.obj");
+    SCOPED_TRACE(strList.substr(0, 20));
+    ASSERT_EQ(z.m_strError, "");
+    EXPECT_TRUE(Warns(z.m_zScene, "a file that it names cannot be read: colours.mtl"));
+    EXPECT_FALSE(z.m_zScene.m_vzPart[0].m_vzLevel[0].m_vzFace[0].m_fColour.has_value());
+  }
+}
+
+TEST(ReadMesh, ACutListOfMaterialsIsAShorterOneOrAWarning) {
+  const TestFolder zFolder;
+  zFolder.WriteBytes(u"thing.obj", Obj());
+  const std::string strList = Mtl();
+  for (size_t i = 1; i < strList.size(); i += Scaled(3, 11)) {
+    zFolder.WriteBytes(u"colours.mtl", strList.substr(0, i));
+    EXPECT_EQ(ReadMesh(zFolder / u"thing.obj").m_strError, "") << i;
+  }
+}
+
+TEST(ReadMesh, StatementsOfAListOfMaterialsThatSayNothingOfColoursArePassed) {
+  const TestFolder zFolder;
+  zFolder.WriteBytes(u"thing.obj", Obj());
+  zFolder.WriteBytes(u"colours.mtl",
+                     "\xEF\xBB\xBF# a list\r\n\r\nnewmtl red\r\n\tKa x\r\n\tKd +1 2.5e-1 0\r\n\tillum\r\n\taniso -\r\n"
+                     "\tTr 0.5\r\n\tmap_Kd -clamp on x.png\r\n\tmap_Bump\r\nnewmtl glass\r\nKd 0.25\r\nd -halo 0.5");
+  const ReaderOutcome z = ReadMesh(zFolder / u"thing.obj");
+  ASSERT_EQ(z.m_strError, "");
+  ExpectColour(z.m_zScene.m_vzPart[0].m_vzLevel[0].m_vzFace[0].m_fColour, {1, kLinearOfQuarter, 0, 0.5f});
+  ExpectColour(z.m_zScene.m_vzPart[1].m_vzLevel[0].m_vzEdge[0].m_fColour,
+               {kLinearOfQuarter, kLinearOfQuarter, kLinearOfQuarter, 0.5f});
+  EXPECT_EQ(z.m_zScene.m_vstrWarning, (std::vector<std::string>{"pictures on surfaces are left out"}));
+}
+
 TEST(ReadMesh, APlySharesItsVerticesInTextAndInBytes) {
   for (const std::string& strFile : {TextPly(), BinaryPly()}) {
     const ReaderOutcome z = ReadBytes(u"a.ply", strFile);
@@ -194,6 +236,17 @@ TEST(ReadMesh, GltfKeepsNodesPlacementsSharedPartsColoursAndMetres) {
     EXPECT_NEAR(zPoint.m_dZ, 0, 1e-6);
     EXPECT_TRUE(z.m_zScene.m_vstrWarning.empty());
   }
+}
+
+TEST(ReadMesh, AGltfOfTheFirstVersionKeepsNodesAndTriangles) {
+  const ReaderOutcome z = ReadBytes(u"a.gltf", FirstGltf());
+  ASSERT_EQ(z.m_strError, "");
+  EXPECT_EQ(z.m_zScene.m_vzNode.size(), 3u);
+  ASSERT_EQ(z.m_zScene.m_vzPart.size(), 1u);
+  const KivSceneFace& zFace = z.m_zScene.m_vzPart[0].m_vzLevel[0].m_vzFace[0];
+  EXPECT_EQ(zFace.m_vdVertex, (std::vector<double>{0, 0, 0, 1, 0, 0, 0, 1, 0}));
+  EXPECT_EQ(zFace.m_viIndex, (std::vector<uint32_t>{0, 1, 2}));
+  EXPECT_EQ(zFace.m_vfNormal.size(), 9u);
 }
 
 TEST(ReadMesh, LinesThatDoNotFollowEachOtherAreTwo) {
@@ -423,4 +476,134 @@ TEST(ReadMesh, AGltfWhoseBufferIsMissingOrElsewhereIsRefused) {
   EXPECT_TRUE(HasText(ReadBytes(u"a.gltf", Gltf("b.bin")).m_strError, "it is no readable glTF file"));
   EXPECT_TRUE(HasText(ReadBytes(u"a.gltf", Gltf(sys::WideToUtf8(zFolder / u"b.bin"))).m_strError,
                       "it is no readable glTF file"));
+}
+
+// --- What a glTF says of its numbers
+// ------------------------------------------------------------------------------------
+
+namespace {
+
+// Each text in place of another one, which must be there, and what the reason must hold.
+struct Change {
+  const char* m_szFrom;
+  const char* m_szTo;
+  const char* m_szReason;
+};
+
+void ExpectRefused(const std::string& strFile, const std::vector<Change>& vzChange) {
+  for (const Change& z : vzChange) {
+    SCOPED_TRACE(z.m_szTo);
+    ASSERT_TRUE(HasText(strFile, z.m_szFrom)) << z.m_szFrom;
+    const std::string strError = ReadBytes(u"a.gltf", Replaced(strFile, z.m_szFrom, z.m_szTo)).m_strError;
+    EXPECT_TRUE(HasText(strError, z.m_szReason)) << strError;
+  }
+}
+
+constexpr char kBehind[] = "numbers of it stand behind the end of their buffer";
+constexpr char kNoCount[] = "of it is no count";
+
+}  // namespace
+
+TEST(ReadMesh, AGltfWithAnIndexBeyondItsCornersIsRefused) {
+  // Two triangles, of which the second one has it.
+  std::string strBuffer = GltfBuffer().substr(0, 78);
+  for (const uint16_t i : {0, 1, 3}) AddRaw<uint16_t>(strBuffer, i);
+  const std::string strFile = Gltf("data:application/octet-stream;base64," + Base64(strBuffer), "6");
+  EXPECT_EQ(ReadBytes(u"a.gltf", Replaced(Replaced(strFile, "\"byteLength\":6", "\"byteLength\":12"),
+                                          "\"byteLength\":80", "\"byteLength\":84"))
+                .m_strError,
+            "a face names a vertex that does not exist");
+}
+
+TEST(ReadMesh, CornersOfAGltfThatMakeNoWholeTriangleAreAWarning) {
+  const ReaderOutcome z =
+      ReadBytes(u"a.gltf", Replaced(Replaced(EmbeddedGltf(), "5123,\"count\":3", "5123,\"count\":4"),
+                                    "\"byteLength\":6", "\"byteLength\":8"));
+  ASSERT_EQ(z.m_strError, "");
+  EXPECT_TRUE(Warns(z.m_zScene, "vertices that make no whole triangle or line are left out"));
+}
+
+TEST(ReadMesh, ExtensionsThatAGltfNeedsAreReadOrTheReason) {
+  for (const char* szKnown : {"KHR_materials_unlit", "KHR_texture_transform"})
+    EXPECT_EQ(ReadBytes(u"a.gltf", Replaced(EmbeddedGltf(), "\"scene\":0",
+                                            "\"scene\":0,\"extensionsRequired\":[\"" + std::string(szKnown) + "\"]"))
+                  .m_strError,
+              "");
+  ExpectRefused(EmbeddedGltf(), {{"\"scene\":0", "\"scene\":0,\"extensionsRequired\":[\"KHR_mesh_quantization\"]",
+                                  "it needs the extension 'KHR_mesh_quantization', which is not read"}});
+}
+
+TEST(ReadMesh, NumbersOfAGltfThatAreOfAnotherKindOrElsewhereAreRefused) {
+  ExpectRefused(EmbeddedGltf(),
+                {{"5126,\"count\":3,\"type\":\"VEC3\"}", "5122,\"count\":3,\"type\":\"VEC3\"}", "are no triples"},
+                 {"\"VEC3\",\"min\"", "\"VEC2\",\"min\"", "are no triples"},
+                 {"5123", "5126", kBehind},
+                 {"5123", "5120", "indices of it are no unsigned numbers"},
+                 {"5123", "5124", "have no type that is known"},
+                 {"\"SCALAR\"", "\"VEC2\"", kBehind},
+                 {"5123,\"count\":3", "5123,\"count\":4", kBehind},
+                 {"5123,\"count\":3", "5123,\"count\":-3", kNoCount},
+                 {"5123,\"count\":3", "5123,\"count\":3.0", kNoCount},
+                 {"{\"bufferView\":0,", "{\"bufferView\":0,\"byteOffset\":4,", kBehind},
+                 {"\"byteOffset\":36", "\"byteOffset\":48", kBehind},
+                 {"\"byteLength\":36}", "\"byteLength\":36,\"byteStride\":16}", kBehind},
+                 {"\"byteLength\":36}", "\"byteLength\":36,\"byteStride\":4}", "lie over each other"},
+                 {"\"indices\":2", "\"indices\":2,\"indices\":0", "its JSON has a member twice"}});
+}
+
+TEST(ReadMesh, NumbersOfAGltfThatAreGivenAnewAreHeldAgainstTheirViews) {
+  const std::string strFile = Replaced(SparseGltf("3"), "\"count\":1,", "\"count\":1 ,");
+  EXPECT_EQ(ReadBytes(u"a.gltf", strFile).m_strError, "");
+  ExpectRefused(strFile, {{"\"count\":1 ,", "\"count\":2,", kBehind},
+                          {"\"count\":1 ,", "\"count\":4294967295,", kBehind},
+                          {"\"values\":{\"bufferView\":1}", "\"values\":{\"bufferView\":0}", kBehind},
+                          {"\"values\":{\"bufferView\":1}", "\"values\":{\"bufferView\":1,\"byteOffset\":4}", kBehind},
+                          {"\"values\":{\"bufferView\":1}", "\"values\":{}", "stand nowhere"},
+                          {"\"values\":{\"bufferView\":1}", "\"values\":1", "stand nowhere"}});
+}
+
+TEST(ReadMesh, NumbersOfAGltfOfTheFirstVersionThatAreElsewhereAreRefused) {
+  ExpectRefused(FirstGltf(),
+                {{"\"byteOffset\":72", "\"byteOffset\":76", kBehind},
+                 {"\"byteOffset\":36", "\"byteOffset\":100000", kBehind},
+                 {"5123,\"count\":3", "5123,\"count\":100", kBehind},
+                 {"\"byteStride\":12", "\"byteStride\":40", kBehind},
+                 {"\"byteStride\":12", "\"byteStride\":1", "lie over each other"},
+                 {"\"byteLength\":80", "\"byteLength\":\"80\"", kNoCount},
+                 {"5126,\"count\":3,\"type\":\"VEC3\"}", "5126,\"count\":2,\"type\":\"VEC3\"}", "other normals"},
+                 {"5126,\"count\":3,", "5126,", "a piece of a mesh has no corners"},
+                 {"5126", "5123", "are no triples"},
+                 {"\"POSITION\"", "\"POSITION_9\"", "other normals"},
+                 {"\"NORMAL\"", "\"NORMAL_999999999\"", "of a name that is not known"},
+                 {"\"NORMAL\"", "\"TEXCOORD_1\"", "places in pictures are left out"},
+                 {"\"mode\":4", "\"mode\":5,\"indices\":\"none\"", "its JSON has a member twice"},
+                 {"\"indices\":\"corners\"", "\"indices\":\"none\"", "that does not exist"},
+                 {"\"indices\":\"corners\"", "\"indices\":0", "that does not exist"},
+                 {"\"buffer\":\"all\",", "", "stand in no buffer"},
+                 {"\"bufferView\":\"shorts\",", "", "stand in no buffer"},
+                 {"[{\"attributes\"", "[1,{\"attributes\"", "a piece of a mesh is no object"},
+                 {"\"top\":{", "\"t\\u0000\":{},\"top\":{", "a name of it has a zero"},
+                 {"\"scene\":", "\"extensionsUsed\":[\"KHR_binary_glTF\"],\"scene\":", "in its binary form"}});
+}
+
+TEST(ReadMesh, NodesOfAGltfOfTheFirstVersionThatAreNoTreesAreRefused) {
+  ExpectRefused(FirstGltf(),
+                {{"\"left\":{", "\"left\":{\"children\":[\"left\"],", "a node stands below more than one other"},
+                 {"\"left\":{", "\"more\":{\"children\":[\"more\"]},\"left\":{", "a node stands below itself"},
+                 {"[\"left\",\"right\"]", "[\"left\",\"left\"]", "a node stands below more than one other"},
+                 {"[\"left\",\"right\"]", "[\"left\",\"none\"]", "it names a node that does not exist"},
+                 {"[\"top\"]", "[\"top\",\"left\"]", "a node stands below more than one other"},
+                 {"[\"bracket\"]}", "[\"bracket\",\"bracket\"]}", "a node names a mesh twice"}});
+  std::string strChain;
+  for (size_t i = 0; i < 3000; ++i)
+    strChain += "\"n" + std::to_string(i) + "\":{\"children\":[\"n" + std::to_string(i + 1) + "\"]},";
+  ExpectRefused(FirstGltf(), {{"\"nodes\":{\"top\"", ("\"nodes\":{" + strChain + "\"n3000\":{},\"top\"").c_str(),
+                               "its nodes are nested too deeply"}});
+}
+
+TEST(ReadMesh, AReasonIsCutToALengthThatCanBeRead) {
+  const std::string strFile = Replaced(TextStl(), "vertex 1 0 0", "vertex x" + std::string(4000, 'y') + " 0 0");
+  const std::string strError = ReadBytes(u"a.stl", strFile).m_strError;
+  EXPECT_NE(strError, "");
+  EXPECT_LT(strError.size(), 400u);
 }

@@ -198,7 +198,7 @@ void KivCheckMeshBytes(const KivMeshFormat& zFormat, const std::vector<uint8_t>&
   const std::string_view strSuffix = zFormat.m_szSuffix;
   if (strSuffix == "stl") CheckStl(vcBytes);
   if (strSuffix == "ply") CheckPly(std::string_view(reinterpret_cast<const char*>(vcBytes.data()), vcBytes.size()));
-  if (strSuffix == "gltf" || strSuffix == "glb") KivCheckGltf(vcBytes, vstrWarning);
+  if (strSuffix == "gltf" || strSuffix == "glb") KivCheckGltf(zFormat, vcBytes, vstrWarning);
   if (strSuffix == "obj" && std::find(vcBytes.begin(), vcBytes.end(), 0) != vcBytes.end() &&
       !(vcBytes.size() > 1 && (vcBytes[0] == 0xFE || vcBytes[0] == 0xFF)))  // two bytes for each character
     throw KivSceneError("it is no OBJ file");

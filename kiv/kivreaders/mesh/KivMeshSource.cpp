@@ -92,6 +92,7 @@ const KivMeshFormat* KivFindMeshFormat(const KivWString& csSuffix) {
 
 KivMeshSource::KivMeshSource(const KivWString& csSource, const KivMeshFormat& zFormat, std::vector<uint8_t> vcBytes)
     : m_strName(std::string("source.") + zFormat.m_szSuffix),
+      m_bMaterials(m_strName == "source.obj"),
       m_pvcBytes(std::make_shared<const std::vector<uint8_t>>(std::move(vcBytes))) {
   const size_t iSeparator = csSource.find_last_of(KivWString(u"/") + sys::kSeparator);
   m_csFolder = iSeparator == KivWString::npos ? KivWString() : csSource.substr(0, iSeparator + 1);
@@ -123,9 +124,11 @@ Assimp::IOStream* KivMeshSource::Open(const char* szName, const char*) {
   KivWString csPath;
   try {
     if (Find(szName, csPath)) {
-      auto pvcBytes = std::make_shared<const std::vector<uint8_t>>(KivReadSceneSource(csPath, kLargestFile));
-      m_bGivenOther = true;
-      return new Stream(std::move(pvcBytes));
+      std::vector<uint8_t> vcBytes = KivReadSceneSource(csPath, kLargestFile);
+      if (!m_bMaterials || KivCleanMaterials(vcBytes)) {
+        m_bGivenOther = true;
+        return new Stream(std::make_shared<const std::vector<uint8_t>>(std::move(vcBytes)));
+      }
     }
   } catch (const KivSceneError&) {
     // The library of formats goes on without the file, or gives up with a reason of its own.

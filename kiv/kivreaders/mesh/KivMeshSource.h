@@ -34,8 +34,16 @@ void KivNormaliseMeshText(const KivMeshFormat& zFormat, std::vector<uint8_t>& vc
 void KivCheckMeshBytes(const KivMeshFormat& zFormat, const std::vector<uint8_t>& vcBytes,
                        std::vector<std::string>& vstrWarning);
 
-// Throws KivSceneError for JSON or nodes that are nested too deeply, and for nodes that are no trees. (KivMeshGltf.cpp)
-void KivCheckGltf(const std::vector<uint8_t>& vcBytes, std::vector<std::string>& vstrWarning);
+// Throws KivSceneError for JSON or nodes that are nested too deeply, for nodes that are no trees, for numbers behind
+// the end of their buffer or of a kind that is not read, and for extensions that are needed and not read.
+// (KivMeshGltf.cpp)
+void KivCheckGltf(const KivMeshFormat& zFormat, const std::vector<uint8_t>& vcBytes,
+                  std::vector<std::string>& vstrWarning);
+
+// Leaves of a list of materials what says something of colours, in the form that the library of formats reads. False
+// for what is no such list, or one with a statement before the first material or without its numbers.
+// (KivMeshMaterials.cpp)
+bool KivCleanMaterials(std::vector<uint8_t>& vcBytes);
 
 // Gives the source's bytes under the name "source.<suffix>", and files of its folder and below under theirs; nothing
 // else. Files are taken whole.
@@ -62,6 +70,7 @@ class KivMeshSource : public Assimp::IOSystem {
 
   KivWString m_csFolder;  // of the source, with its separator, or empty
   std::string m_strName;
+  bool m_bMaterials;  // other files are lists of materials
   KivWString
       m_csFallback;  // path of what is asked for as "source.mtl", in place of a list of materials that is missing
   std::shared_ptr<const std::vector<uint8_t>> m_pvcBytes;

@@ -2,6 +2,7 @@
 #include <assimp/BaseImporter.h>
 #include <assimp/postprocess.h>
 #include <algorithm>
+#include <assimp/DefaultLogger.hpp>
 #include <assimp/Importer.hpp>
 #include <exception>
 #include <new>
@@ -30,6 +31,38 @@ void KeepFormat(Assimp::Importer& zImporter, const char* szSuffix) {
   }
 }
 
+// What the library of formats tells in its log alone.
+class Log : public Assimp::Logger {
+ public:
+  // Where the library looks for it; it is owned there until Leave.
+  static Log* Enter() {
+    auto* const pzLog = new Log;
+    Assimp::DefaultLogger::set(pzLog);
+    return pzLog;
+  }
+  static void Leave() { Assimp::DefaultLogger::kill(); }
+
+  bool HasLostFaces() const { return m_bLostFaces; }
+  bool HasLostVertices() const { return m_bLostVertices; }
+
+  bool attachStream(Assimp::LogStream*, unsigned int) override { return false; }
+  bool detachStream(Assimp::LogStream*, unsigned int) override { return false; }
+
+ private:
+  void OnDebug(const char*) override {}
+  void OnVerboseDebug(const char*) override {}
+  void OnInfo(const char*) override {}
+  void OnWarn(const char* szText) override {
+    const std::string_view strText = szText;
+    if (strText.find("out-of-range indices") != std::string_view::npos) m_bLostFaces = true;
+    if (strText.find("Some vertices were dropped") != std::string_view::npos) m_bLostVertices = true;
+  }
+  void OnError(const char*) override {}
+
+  bool m_bLostFaces = false;
+  bool m_bLostVertices = false;
+};
+
 // One line, with the name that the file really has.
 std::string Reason(std::string strText, const std::string& strName) {
   const std::string strSource = "source.";
@@ -39,6 +72,13 @@ std::string Reason(std::string strText, const std::string& strName) {
   }
   for (char& c : strText)
     if (static_cast<unsigned char>(c) < 0x20) c = ' ';
+  // The library quotes whatever follows in the source.
+  constexpr size_t kLongest = 300;
+  if (strText.size() > kLongest) {
+    size_t nKept = kLongest;
+    while (nKept > 0 && (static_cast<unsigned char>(strText[nKept]) & 0xC0) == 0x80) --nKept;  // within a character
+    strText.replace(nKept, std::string::npos, "...");
+  }
   return strText;
 }
 
@@ -57,7 +97,10 @@ void Read(const KivSceneRequest& zRequest, KivScene& zScene) {
   Assimp::Importer zImporter;
   zImporter.SetIOHandler(pzSource);  // which owns it from here on
   KeepFormat(zImporter, pzFormat->m_szSuffix);
+  const Log* const pzLog = Log::Enter();
   const aiScene* pzScene = zImporter.ReadFile(pzSource->GetName(), 0);
+  const bool bLostFaces = pzLog->HasLostFaces(), bLostVertices = pzLog->HasLostVertices();
+  Log::Leave();
   const auto GiveUp = [&] {
     // Of what broke it, only the want of memory is no matter of the format.
     if (zImporter.GetException() != nullptr) try {
@@ -70,6 +113,8 @@ void Read(const KivSceneRequest& zRequest, KivScene& zScene) {
                         " file: " + Reason(zImporter.GetErrorString(), sys::WideToUtf8(csFile)));
   };
   if (pzScene == nullptr || pzScene->mRootNode == nullptr) GiveUp();
+  if (bLostFaces) throw KivSceneError("a face names a vertex that does not exist");
+  if (bLostVertices) zScene.m_vstrWarning.push_back("vertices that make no whole triangle or line are left out");
   KivCheckMeshes(*pzScene, *pzFormat);
   pzScene = zImporter.ApplyPostProcessing(aiProcess_Triangulate);
   if (pzScene == nullptr) GiveUp();
