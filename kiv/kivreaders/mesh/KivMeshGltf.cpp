@@ -67,16 +67,41 @@ void CheckBrackets(std::string_view strJson) {
 }
 
 // Of a member that stands twice the library takes the first one, others the last one.
-Json Parsed(std::string_view strJson) {
-  std::vector<std::set<std::string>> vsetName;
-  const auto OnPart = [&](int, Json::parse_event_t iEvent, Json& zPart) {
-    if (iEvent == Json::parse_event_t::object_start) vsetName.emplace_back();
-    if (iEvent == Json::parse_event_t::object_end) vsetName.pop_back();
-    if (iEvent == Json::parse_event_t::key && !vsetName.back().insert(zPart.get<std::string>()).second)
-      throw KivSceneError("its JSON has a member twice");
+class UniqueMembers : public nlohmann::json_sax<Json> {
+ public:
+  bool null() override { return true; }
+  bool boolean(bool) override { return true; }
+  bool number_integer(number_integer_t) override { return true; }
+  bool number_unsigned(number_unsigned_t) override { return true; }
+  bool number_float(number_float_t, const string_t&) override { return true; }
+  bool string(string_t&) override { return true; }
+  bool binary(binary_t&) override { return true; }
+  bool start_array(std::size_t) override { return true; }
+  bool end_array() override { return true; }
+  bool start_object(std::size_t) override {
+    m_vsetName.emplace_back();
     return true;
-  };
-  return Json::parse(strJson, OnPart, false);
+  }
+  bool end_object() override {
+    m_vsetName.pop_back();
+    return true;
+  }
+  bool key(string_t& strName) override {
+    if (!m_vsetName.back().insert(strName).second) throw KivSceneError("its JSON has a member twice");
+    return true;
+  }
+  bool parse_error(std::size_t, const std::string&, const nlohmann::detail::exception&) override { return false; }
+
+ private:
+  std::vector<std::set<std::string>> m_vsetName;  // of the objects that are open
+};
+
+// Discarded where it is no JSON. A pass of its own looks for names, since one with a call back for each part takes
+// quadratic time for long lists of objects.
+Json Parsed(std::string_view strJson) {
+  UniqueMembers zUnique;
+  if (!Json::sax_parse(strJson, &zUnique)) return Json(Json::value_t::discarded);
+  return Json::parse(strJson, nullptr, false);
 }
 
 // As the library tells it: by the first character.
