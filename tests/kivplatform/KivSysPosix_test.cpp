@@ -552,6 +552,7 @@ TEST(Posix, ATerminalBehindStandardErrorIsOne) {
 TEST(PosixDeathTest, TheSecondRequestToStopEndsTheProcessAsUsual) {
   EXPECT_EXIT(
       {
+        std::signal(SIGINT, SIG_DFL);
         sys::CatchStopRequests();
         std::raise(SIGINT);
         if (!sys::IsStopRequested()) std::_Exit(1);
@@ -561,9 +562,24 @@ TEST(PosixDeathTest, TheSecondRequestToStopEndsTheProcessAsUsual) {
       testing::KilledBySignal(SIGINT), "");
 }
 
+TEST(PosixDeathTest, ASignalThatWasIgnoredIsNoRequest) {
+  EXPECT_EXIT(
+      {
+        std::signal(SIGHUP, SIG_IGN);
+        std::signal(SIGTERM, SIG_DFL);
+        sys::CatchStopRequests();
+        for (int i = 0; i < 3; ++i) std::raise(SIGHUP);
+        if (sys::IsStopRequested()) std::_Exit(1);
+        std::raise(SIGTERM);
+        std::_Exit(sys::IsStopRequested() ? 7 : 2);
+      },
+      testing::ExitedWithCode(7), "");
+}
+
 TEST(PosixDeathTest, HeldRequestsAreOnlyNotedUntilTheyAreReleased) {
   EXPECT_EXIT(
       {
+        std::signal(SIGTERM, SIG_DFL);
         sys::CatchStopRequests();
         sys::HoldStopRequests(true);
         for (int i = 0; i < 3; ++i) std::raise(SIGTERM);

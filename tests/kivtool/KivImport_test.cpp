@@ -184,6 +184,7 @@ TEST_F(Import, AnExistingTargetStaysWithoutForce) {
   EXPECT_EQ(m_zFolder.ReadBytes(u"model.kiv"), "mine");
   EXPECT_EQ(RunKiv({u"import", m_zFolder / u"a.obj", m_csTarget, u"--force"}).m_iExit, 0);
   EXPECT_NE(m_zFolder.ReadBytes(u"model.kiv"), "mine");
+  EXPECT_EQ(RunKiv({u"import", m_zFolder / u"a.obj", m_zFolder / u"B.KIV"}).m_iExit, 0);
 }
 
 TEST_F(Import, PlacesAndNamesThatDoNotServeAreRefused) {
@@ -191,7 +192,12 @@ TEST_F(Import, PlacesAndNamesThatDoNotServeAreRefused) {
   m_zFolder.WriteBytes(u"a.xyz", kTriangle);
   m_zFolder.WriteBytes(u"obj", kTriangle);
   ExpectRefused({u"import", m_zFolder / u"a.obj", m_zFolder / u"missing" + KivWString(1, sys::kSeparator) + u"m.kiv"});
-  ExpectRefused({u"import", m_zFolder / u"a.obj", m_zFolder / u"a.obj", u"--force"});
+  for (const char16_t* szName : {u"a.obj", u"a.mtl", u"model", u"m.kiv.obj"})
+    ExpectRefused({u"import", m_zFolder / u"a.obj", m_zFolder / szName, u"--force"});
+  m_zFolder.WriteBytes(u"a.kiv", kTriangle);
+  ExpectRefused({u"import", m_zFolder / u"a.kiv", m_zFolder / u"a.kiv", u"--format", u"obj", u"--force"});
+  EXPECT_EQ(m_zFolder.ReadBytes(u"a.obj"), kTriangle);
+  EXPECT_EQ(m_zFolder.ReadBytes(u"a.kiv"), kTriangle);
   ExpectRefused({u"import", m_zFolder / u"a.obj", m_zFolder.Path(), u"--force"});
   ExpectRefused({u"import", m_zFolder / u"a.xyz", m_csTarget});
   ExpectRefused({u"import", m_zFolder / u"obj", m_csTarget});

@@ -72,6 +72,7 @@ TEST(TargetFileDeathTest, AStopBeforeTheCommitLeavesNothing) {
   zFolder.WriteBytes(u"out", "old");
   EXPECT_EXIT(
       {
+        std::signal(SIGINT, SIG_DFL);
         sys::CatchStopRequests();
         int iCode = 1;
         try {

@@ -45,6 +45,7 @@ TerminalRun RunOnTerminal(const std::vector<KivWString>& vcsArguments,
   int iTerminal = -1;
   const pid_t iChild = forkpty(&iTerminal, nullptr, nullptr, nullptr);
   if (iChild == 0) {
+    std::signal(SIGINT, SIG_DFL);
     execv(vpcWord[0], vpcWord.data());
     _exit(126);
   }
@@ -190,6 +191,7 @@ TEST(ToolStopDeathTest, AGuardEndsACommandThatDoesNotAsk) {
   const TestFolder zFolder;
   EXPECT_EXIT(
       {
+        std::signal(SIGINT, SIG_DFL);
         sys::CatchStopRequests();
         KivToolOutput zOutput(false);
         KivTargetFile zTarget(zFolder / u"out", false);
@@ -210,6 +212,7 @@ TEST(ToolStopDeathTest, AfterTheCommitAGuardEndsNothing) {
   const TestFolder zFolder;
   EXPECT_EXIT(
       {
+        std::signal(SIGINT, SIG_DFL);
         sys::CatchStopRequests();
         KivToolOutput zOutput(false);
         KivTargetFile zTarget(zFolder / u"out", false);

@@ -44,7 +44,7 @@ bool IsInputTerminal();
 KivSysInput ReadInputLine(std::string& strLine);
 
 // From here on the first request to stop (Ctrl-C; on Linux also SIGTERM and SIGHUP) is only noted, so that the program
-// can clean up; the second one ends it as usual.
+// can clean up; the second one ends it as usual. Linux: a signal that is ignored (nohup) stays ignored.
 void CatchStopRequests();
 bool IsStopRequested();
 // While held, every further request is only noted as well: for a program that ends by itself soon.

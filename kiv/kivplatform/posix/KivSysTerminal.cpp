@@ -58,6 +58,8 @@ KivSysInput ReadInputLine(std::string& strLine) {
 void CatchStopRequests() {
   for (int iSignal : {SIGINT, SIGTERM, SIGHUP}) {
     struct sigaction zAction {};
+    if (sigaction(iSignal, nullptr, &zAction) == 0 && zAction.sa_handler == SIG_IGN) continue;
+    zAction = {};
     zAction.sa_handler = OnStop;
     zAction.sa_flags = SA_RESTART;
     sigemptyset(&zAction.sa_mask);

@@ -4,22 +4,12 @@
 #include "KivCommand.h"
 #include "KivGltfExport.h"
 #include "KivNumberText.h"
+#include "KivSceneReader.h"
 #include "KivStopGuard.h"
 #include "KivTargetFile.h"
 
 namespace kiv {
 namespace {
-
-bool EndsInGlb(const KivWString& csPath) {
-  const std::string str = sys::WideToUtf8(csPath);
-  if (str.size() < 4 || str[str.size() - 4] != '.') return false;
-  constexpr char kSuffix[] = "glb";
-  for (size_t i = 0; i < 3; ++i) {
-    const char c = str[str.size() - 3 + i];
-    if (c != kSuffix[i] && c != kSuffix[i] - 'a' + 'A') return false;
-  }
-  return true;
-}
 
 class ExportCommand : public KivCommand {
  public:
@@ -35,7 +25,8 @@ class ExportCommand : public KivCommand {
   }
 
   KivToolExit Run(KivToolOutput& zOutput) override {
-    if (!EndsInGlb(m_csTarget)) throw KivToolError(KivShown(m_csTarget) + ": the target must end in .glb");
+    if (KivLowerSuffix(m_csTarget) != u"glb")
+      throw KivToolError(KivShown(m_csTarget) + ": the target must end in .glb");
     KivToolModel zModel(m_csPath);
     KivTargetFile zTarget(m_csTarget, m_bForce, {m_csPath});
     KivGltfOptions zOptions;

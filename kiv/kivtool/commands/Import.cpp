@@ -40,7 +40,7 @@ class ImportCommand : public KivCommand {
   const char* Help() const override { return "makes a model of a foreign file: STEP, STL, OBJ, PLY, glTF"; }
   void Declare(KivOptions& zOptions) override {
     zOptions.Argument("IN", m_csSource, "foreign file");
-    zOptions.Argument("OUT", m_csTarget, "model to write");
+    zOptions.Argument("OUT", m_csTarget, "model to write, .kiv");
     zOptions.Flag("--force", m_bForce, "replace OUT if it exists");
     m_strFormatHelp = "what IN is, where its name does not end so: " + KnownFormats();
     zOptions.Text("--format", m_csFormat, m_strFormatHelp.c_str());
@@ -56,6 +56,9 @@ class ImportCommand : public KivCommand {
     const uint64_t iStartNs = sys::SteadyNs();
     CheckOptions();
     const KivReaderFormat& zFormat = FormatOfSource();
+    // Else --force could replace a file that the source names.
+    if (KivLowerSuffix(m_csTarget) != u"kiv")
+      throw KivToolError(KivShown(m_csTarget) + ": the target must end in .kiv");
     const KivWString csReader = ReaderOf(zFormat);
     KivTargetFile zTarget(m_csTarget, m_bForce, {m_csSource});
     KivImportSummary zSummary;
