@@ -5,6 +5,7 @@
 #include <cstring>
 #include <filesystem>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "KivPlatformTest.h"
@@ -146,6 +147,24 @@ TEST(File, TellsItsNameAndWriteTime) {
   KivSysCommTimeouts zTimeouts;
   EXPECT_FALSE(zFile.GetCommTimeouts(zTimeouts));
   EXPECT_NE(sys::LastError(), 0);
+}
+
+TEST(File, NamesThatAreAskedForAtOnceAreEachFilesOwnAndHoldNothing) {
+  const TestFolder zFolder;
+  const auto Ask = [&](const KivWString& csName, int& nWrong) {
+    KivSysFile zFile =
+        OpenFile(zFolder / csName, KivSysAccess::ReadWrite, KivSysShare::None, KivSysDisposition::CreateNew);
+    for (int i = 0; i < 300; ++i) {
+      // A file that stands in somebody's mapping cannot be cut.
+      if (!WriteText(zFile, 0, "content") || !zFile.GetName().ends_with(csName) || !zFile.SetLength(0)) ++nWrong;
+    }
+  };
+  int nFirst = 0, nSecond = 0;
+  std::thread zOther([&] { Ask(u"other.kiv", nSecond); });
+  Ask(u"first.kiv", nFirst);
+  zOther.join();
+  EXPECT_EQ(nFirst, 0);
+  EXPECT_EQ(nSecond, 0);
 }
 
 namespace {

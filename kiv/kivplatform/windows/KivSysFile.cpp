@@ -193,8 +193,35 @@ bool KivSysFile::GetCommTimeouts(KivSysCommTimeouts& zTimeouts) const {
   return true;
 }
 
+namespace {
+
+// The mapping's name is one for all threads and processes: who asks while another one does would be given the other's
+// file, and hold it so that it cannot be cut. They wait for each other; where that cannot be, the name is asked anyway.
+class OneAtATime {
+ public:
+  OneAtATime() : m_hMutex(CreateMutexW(nullptr, FALSE, L"GetFileNameFromHandleMutex")) {
+    constexpr DWORD kPatienceMs = 2000;
+    if (m_hMutex == nullptr) return;
+    const DWORD iWait = WaitForSingleObject(m_hMutex, kPatienceMs);
+    m_bHeld = iWait == WAIT_OBJECT_0 || iWait == WAIT_ABANDONED;
+  }
+  ~OneAtATime() {
+    if (m_bHeld) ReleaseMutex(m_hMutex);
+    if (m_hMutex != nullptr) CloseHandle(m_hMutex);
+  }
+  OneAtATime(const OneAtATime&) = delete;
+  OneAtATime& operator=(const OneAtATime&) = delete;
+
+ private:
+  HANDLE m_hMutex;
+  bool m_bHeld = false;
+};
+
+}  // namespace
+
 KivWString KivSysFile::GetName() const {
   KivWString csName;
+  const OneAtATime zAlone;
   const HANDLE hMapping =
       CreateFileMappingW(sys::ToHandle(m_iHandle), nullptr, PAGE_READONLY, 0, 1, L"GetFileNameFromHandleMapping");
   if (hMapping == nullptr) return csName;
