@@ -49,7 +49,7 @@ class ElementWalk {
     while (!m_vzToVisit.empty()) {
       const Reference zReference = m_vzToVisit.back();
       m_vzToVisit.pop_back();
-      m_zProgress.Advance();
+      m_zProgress.Set(m_nSeen);
       Follow(zReference);
     }
     CheckUnreachable();
@@ -61,10 +61,11 @@ class ElementWalk {
     KivRecordWalk zWalk(m_zModel);
     KivToolRecord zRecord;
     for (uint32_t i = 0; zWalk.Next(zRecord); ++i) {
-      if (i % 256 == 0) m_zProgress.Advance(0);
+      if (i % 256 == 0) m_zProgress.Set(0);
       if (!zRecord.m_bFree) m_viUsed.push_back(zRecord.m_iPosition);
     }
     m_vcSeen.assign(m_viUsed.size(), kUnseen);
+    m_zProgress.SetTotal(m_viUsed.size());
   }
 
   // The index of a record in use; false if none begins there.
@@ -82,7 +83,7 @@ class ElementWalk {
       for (const Position iTable : m_viTable) {
         size_t iRecord = 0;
         if (FindRecord(iTable, iRecord))
-          m_vcSeen[iRecord] = kTableTag;
+          m_vcSeen[iRecord] = kTableTag, ++m_nSeen;
         else
           m_zSink.Add("key-dangling", iTable, 0, "a position table is named where no record in use begins");
       }
@@ -97,7 +98,7 @@ class ElementWalk {
   // to one record where its place was another's before.
   void CheckTableKeys() {
     for (size_t iTable = 0; iTable < m_viTable.size(); ++iTable) {
-      m_zProgress.Advance();
+      m_zProgress.Set(m_nSeen);
       const KivMemoryBlockPositionTable* pzTable = m_zModel.LoadBlock<KivPositionTable>(m_viTable[iTable]);
       if (pzTable == nullptr) continue;  // keys that are used say so
       for (size_t i = 0; i < pzTable->m_iPositionNum && i < pzTable->m_aiPosition.size(); ++i) {
@@ -122,6 +123,7 @@ class ElementWalk {
     if (!FindRecord(iPosition, iRecord)) return ReportDangling(z);
     if (m_vcSeen[iRecord] != kUnseen) return FollowAgain(z, iPosition, m_vcSeen[iRecord]);
     m_vcSeen[iRecord] = kOtherTag;
+    ++m_nSeen;
     KivOutOfCoreTreeNode* pzElement = m_zModel.Load(z.m_iKey);
     if (pzElement == nullptr) return ReportUnloadable(z, iPosition, z.m_iKey);
     ++m_zSink.m_zResult.m_nElements;
@@ -251,7 +253,7 @@ class ElementWalk {
     for (size_t i = 0; i < m_viUsed.size(); ++i) {
       if (m_vcSeen[i] != kNoKey && m_vcSeen[i] != kNoKeyButOne) continue;
       const uint64_t iPosition = m_viUsed[i];
-      m_zProgress.Advance();
+      m_zProgress.Set(++m_nSeen);
       m_zSink.Add("element-unreachable", iPosition, 0, "no key leads from the model to this record");
       KivOutOfCoreTreeNode* pzElement = m_zModel.Load(iPosition);
       if (pzElement == nullptr) {
@@ -296,6 +298,7 @@ class ElementWalk {
   KivProgress m_zProgress;
   std::vector<uint64_t> m_viUsed;  // positions, ascending
   std::vector<uint8_t> m_vcSeen;   // the tag of the element that was found there, or one of the values above
+  uint64_t m_nSeen = 0;            // records that were come to
   std::vector<Reference> m_vzToVisit;
   std::vector<Position> m_viTable;
   std::set<uint64_t> m_siDangling;  // keys that were found to lead nowhere

@@ -13,7 +13,7 @@ namespace kiv {
 
 class KivProgress {
  public:
-  // A total of 0 is one that is not known: only the seconds are told.
+  // A total of 0 is one that is not known: the bar moves to and fro then.
   KivProgress(std::string strWhat, uint64_t nTotal);
   ~KivProgress();  // takes the bar away
   KivProgress(const KivProgress&) = delete;
@@ -22,6 +22,13 @@ class KivProgress {
   // Throws KivToolError once the user wants to stop.
   void Set(uint64_t nDone);
   void Advance(uint64_t nDone = 1) { Set(m_nDone + nDone); }
+
+  void SetTotal(uint64_t nTotal) { m_nTotal = nTotal; }
+
+  // What stands in the terminal's line, in less than nColumns: the end of strWhat, the bar, the seconds; where there is
+  // no room for all of it the bar goes first. The frames of a bar that moves are numbered.
+  static std::string Line(const std::string& strWhat, uint64_t nDone, uint64_t nTotal, uint64_t iSeconds,
+                          uint64_t iFrame, size_t nColumns);
 
   // Takes a bar away that stands, and lets none come up again: before the process ends somewhere else.
   static void EndAll();
@@ -37,10 +44,10 @@ class KivProgress {
 
  private:
   void DrawAll();
-  void Draw(uint64_t iSeconds) const;
+  void Draw(uint64_t iSeconds, uint64_t iFrame) const;
 
   const std::string m_strWhat;
-  const uint64_t m_nTotal;
+  std::atomic<uint64_t> m_nTotal;
   std::atomic<uint64_t> m_nDone{0};
   std::mutex m_zLock;
   std::condition_variable m_zEnd;

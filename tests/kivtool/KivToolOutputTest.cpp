@@ -2,8 +2,12 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <nlohmann/json.hpp>
+#include <string>
+
+#include "KivProgress.h"
 
 namespace {
 
@@ -67,6 +71,42 @@ TEST(JsonWriter, EndToEndsWhatIsOpen) {
 TEST(Shown, ControlsAreSpelledOut) {
   EXPECT_EQ(kiv::KivShown(u"a\nb\tc\x1b[31m\u0085\u00e4"), "a\\nb\\tc\\x1b[31m\\x85\xC3\xA4");
   EXPECT_EQ(kiv::KivShown(u""), "");
+}
+
+const std::string kFull = "##############################", kNone = "..............................";
+
+TEST(Progress, ABarTellsTheShareThatIsDone) {
+  const auto Line = [](uint64_t nDone, uint64_t nTotal) {
+    return kiv::KivProgress::Line("it", nDone, nTotal, 7, 0, 80);
+  };
+  EXPECT_EQ(Line(0, 1), "it  [" + kNone + "]   0 %  7 s");
+  EXPECT_EQ(Line(1, 2), "it  [" + kFull.substr(15) + kNone.substr(15) + "]  50 %  7 s");
+  EXPECT_EQ(Line(5, 5), "it  [" + kFull + "] 100 %  7 s");
+  EXPECT_EQ(Line(UINT64_MAX, 5), Line(5, 5));
+}
+
+TEST(Progress, ABarWithoutATotalMovesToAndFro) {
+  const auto Line = [](uint64_t iFrame) { return kiv::KivProgress::Line("it", 3, 0, 7, iFrame, 80); };
+  const std::string strBlock = kFull.substr(24), strWay = kNone.substr(6);
+  EXPECT_EQ(Line(0), "it  [" + strBlock + strWay + "]  7 s");
+  EXPECT_EQ(Line(24), "it  [" + strWay + strBlock + "]  7 s");
+  EXPECT_EQ(Line(23), Line(25));
+  EXPECT_EQ(Line(47), Line(1));
+  EXPECT_EQ(Line(48), Line(0));
+}
+
+TEST(Progress, ALineIsShorterThanTheTerminal) {
+  const std::string strWhat =
+      "reading /home/\xC3\xA4\xE4\xB8\xAD/a b c d e f g h i j k l m n o p q r s t u v w x y z.step";
+  for (size_t nColumns = 0; nColumns < 150; ++nColumns) {
+    const std::string strLine = kiv::KivProgress::Line(strWhat, 1, 2, 100, 0, nColumns);
+    const auto nTails = std::count_if(strLine.begin(), strLine.end(), [](char c) { return (c & 0xC0) == 0x80; });
+    EXPECT_LT(strLine.size() - static_cast<size_t>(nTails), std::max<size_t>(nColumns, 1)) << strLine;
+    EXPECT_EQ(strLine.find(" s") != std::string::npos, nColumns > 7) << nColumns;
+    EXPECT_EQ(strLine.find("]  50 %") != std::string::npos, nColumns > 59) << nColumns;
+  }
+  EXPECT_EQ(kiv::KivProgress::Line(strWhat, 1, 2, 100, 0, 24), "... w x y z.step  100 s");
+  EXPECT_EQ(kiv::KivProgress::Line("\xE4\xB8\xAD\xE4\xB8\xAD\xE4\xB8\xAD", 1, 2, 1, 0, 11), "...\xE4\xB8\xAD  1 s");
 }
 
 }  // namespace

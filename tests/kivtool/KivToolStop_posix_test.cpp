@@ -1,6 +1,7 @@
 // kiv on a terminal: its bar, and the end that a user asks for with Ctrl-C.
 #ifndef _WIN32
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <pty.h>
 #include <sys/wait.h>
@@ -10,6 +11,7 @@
 #include <array>
 #include <cmath>
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <functional>
@@ -133,49 +135,75 @@ TEST(ToolStop, ABarTellsTheSecondsAndCtrlCEndsTheReading) {
   zFolder.WriteBytes(u"a.obj", strObj);
   const TerminalRun z = RunOnTerminal(
       {u"import", zFolder / u"a.obj", zFolder / u"out.kiv"},
-      [](const std::string& str) { return str.find("a.obj  1 s") != std::string::npos; }, 1);
+      [](const std::string& str) { return str.find("a.obj  [") != std::string::npos; }, 1);
   EXPECT_TRUE(z.m_bAsked) << z.m_strShown;
   EXPECT_EQ(z.m_iExit, 2);
   EXPECT_NE(z.m_strShown.find("stopped\r\n"), std::string::npos) << z.m_strShown;
   EXPECT_EQ(NumOf(zFolder, u""), 1u);
 }
 
-TEST(ToolStop, ABarMakesRoomForRows) {
+TEST(ToolStop, ABarMakesRoomForRowsAndStaysInItsLine) {
+  int aiGo[2] = {-1, -1};  // a byte for each step
+  ASSERT_EQ(pipe2(aiGo, O_CLOEXEC), 0);
+  constexpr size_t kColumns = 60;
+  winsize zSize{};
+  zSize.ws_row = 25;
+  zSize.ws_col = kColumns;
   int iTerminal = -1;
-  const pid_t iChild = forkpty(&iTerminal, nullptr, nullptr, nullptr);
+  const pid_t iChild = forkpty(&iTerminal, nullptr, nullptr, &zSize);
   if (iChild == 0) {
-    KivProgress zProgress("working", 0);
-    sys::SleepMs(1300);  // it comes up after a second
-    KivToolOutput zText(false);
+    const auto Step = [&] {
+      char c = 0;
+      if (read(aiGo[0], &c, 1) != 1) _exit(3);
+    };
+    std::FILE* const pTerminal = fdopen(STDOUT_FILENO, "w");  // stdout itself is what it was before
+    KivProgress zProgress("reading a name that is too long for the line.step", 0);
+    Step();
+    KivToolOutput zText(false, pTerminal, stderr);
     zText.Line("a row");
-    sys::SleepMs(250);
-    KivToolOutput zJson(true);
+    Step();
+    KivToolOutput zJson(true, pTerminal, stderr);
     zJson.Json().BeginObject();
     zJson.Json().Value("a", 1);
     zJson.Json().Value("b", 2);
     zJson.Finish();
-    sys::SleepMs(250);
+    Step();
     KivProgress::EndAll();
     zText.Note("a note");
     _exit(0);
   }
   ASSERT_GT(iChild, 0);
+  close(aiGo[0]);
+  // The next step comes once a bar stands behind the row of the last one.
   std::string strShown;
+  const std::vector<std::string> vstrRow = {"", "a row\r\n", "}\r\n"};
+  size_t nSteps = 0;
   char acBytes[4096];
-  for (ssize_t n = 0; (n = read(iTerminal, acBytes, sizeof acBytes)) > 0;)
+  for (ssize_t n = 0; (n = read(iTerminal, acBytes, sizeof acBytes)) > 0;) {
     strShown.append(acBytes, static_cast<size_t>(n));
+    if (nSteps == vstrRow.size()) continue;
+    const size_t iRow = strShown.find(vstrRow[nSteps]);
+    if (iRow == std::string::npos || strShown.find("line.step  [", iRow) == std::string::npos) continue;
+    EXPECT_EQ(write(aiGo[1], "x", 1), 1);
+    ++nSteps;
+  }
   int iStatus = 0;
   EXPECT_EQ(waitpid(iChild, &iStatus, 0), iChild);
   close(iTerminal);
+  close(aiGo[1]);
   EXPECT_EQ(iStatus, 0);
-  EXPECT_NE(strShown.find("working  1 s"), std::string::npos) << strShown;
-  // Each begins a line, or stands where a bar was taken away.
+  EXPECT_EQ(nSteps, vstrRow.size()) << strShown;
+  // Each row begins a line, or stands where a bar was taken away.
   for (const char* szRow : {"a row\r\n", "{\r\n", "}\r\n", "kiv: a note\r\n"}) {
     const size_t iRow = strShown.find(szRow);
     ASSERT_NE(iRow, std::string::npos) << szRow << " in " << strShown;
     const std::string strBefore = strShown.substr(0, iRow);
     EXPECT_TRUE(strBefore.ends_with("\r\033[K") || strBefore.ends_with("\n")) << szRow << " in " << strShown;
   }
+  size_t nBars = 0;
+  for (size_t iEnd = 0; (iEnd = strShown.find(" s\033[K", iEnd)) != std::string::npos; ++iEnd, ++nBars)
+    EXPECT_LE(iEnd + 2 - strShown.rfind('\r', iEnd) - 1, kColumns - 1) << strShown;
+  EXPECT_GE(nBars, vstrRow.size());
 }
 
 TEST(ToolStop, CtrlCWhileTheModelIsMadeLeavesNothing) {

@@ -39,6 +39,8 @@ namespace sys {
 // True if standard error goes to a terminal, or standard input comes from one.
 bool IsErrorTerminal();
 bool IsInputTerminal();
+// Columns of the terminal behind standard error; 80 where it does not tell them.
+size_t ErrorTerminalWidth();
 
 // The next line of standard input. A stop that is requested while it waits ends the wait.
 KivSysInput ReadInputLine(std::string& strLine);

@@ -2,6 +2,7 @@
 
 #include <poll.h>
 #include <signal.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -33,6 +34,11 @@ bool IsErrorTerminal() {
 
 bool IsInputTerminal() {
   return isatty(STDIN_FILENO) != 0;
+}
+
+size_t ErrorTerminalWidth() {
+  winsize zSize{};
+  return ioctl(STDERR_FILENO, TIOCGWINSZ, &zSize) == 0 && zSize.ws_col != 0 ? zSize.ws_col : 80;
 }
 
 KivSysInput ReadInputLine(std::string& strLine) {

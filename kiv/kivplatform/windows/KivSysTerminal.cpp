@@ -28,6 +28,13 @@ bool IsInputTerminal() {
   return GetConsoleMode(GetStdHandle(STD_INPUT_HANDLE), &iMode) != FALSE;
 }
 
+size_t ErrorTerminalWidth() {
+  CONSOLE_SCREEN_BUFFER_INFO zInfo{};
+  if (GetConsoleScreenBufferInfo(GetStdHandle(STD_ERROR_HANDLE), &zInfo) == FALSE) return 80;
+  const int nColumns = zInfo.srWindow.Right - zInfo.srWindow.Left + 1;
+  return nColumns > 0 ? static_cast<size_t>(nColumns) : 80;
+}
+
 // A console gives up its wait at Ctrl-C; a pipe does not.
 KivSysInput ReadInputLine(std::string& strLine) {
   static KivSysLineCutter zCutter;
