@@ -123,6 +123,9 @@ TEST_F(Import, ObjFilesAreAsTheLibraryReadsThem) {
 TEST_F(Import, PlyFilesAreAsTheLibraryReadsThem) {
   ImportFolder(kModels / "PLY", {".ply"}, {"issue623.ply", "points.ply", "pond.0.ply"}, 5);
 }
+TEST_F(Import, FilesThatAreMeantToBeBadAreRefusedOrReadAsTheLibraryReadsThem) {
+  ImportFolder(kModels / "invalid", {".obj", ".ply"}, {"empty.obj", "empty.ply", "malformed.obj"}, 4);
+}
 TEST_F(Import, GltfFilesOfTheFirstVersionAreAsTheLibraryReadsThem) {
   ImportFolder(kModels / "glTF", {".gltf", ".glb"}, {"BoxTextured-glTF-Binary/BoxTextured.glb"}, 5);
 }
