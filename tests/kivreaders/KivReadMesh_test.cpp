@@ -445,10 +445,67 @@ TEST(ReadMesh, ABinaryListIsComparedWithTheBytesThatAreLeft) {
         << nCount;
 }
 
-TEST(ReadMesh, APolygonOfMoreThanAHundredThousandCornersIsRefused) {
-  std::string strFile = "v 0 0 0\nv 1 0 0\nv 0 1 0\nf";
-  for (int i = 0; i < 33334; ++i) strFile += " 1 2 3";
-  EXPECT_EQ(ReadBytes(u"a.obj", strFile + "\n").m_strError, "a face has more than 100000 corners");
+namespace {
+
+// A polygon in a circle, nFaces times.
+std::string PolygonObj(int nCorners, int nFaces) {
+  std::string strFile, strFace = "f";
+  for (int i = 0; i < nCorners; ++i) {
+    const double dAngle = 6.283185307179586 * i / nCorners;
+    strFile += "v " + std::to_string(std::cos(dAngle)) + ' ' + std::to_string(std::sin(dAngle)) + " 0\n";
+    strFace += ' ' + std::to_string(i + 1);
+  }
+  for (int i = 0; i < nFaces; ++i) strFile += strFace + '\n';
+  return strFile;
+}
+
+}  // namespace
+
+TEST(ReadMesh, APolygonOfMoreThanFiveThousandCornersIsRefused) {
+  EXPECT_EQ(ReadBytes(u"a.obj", PolygonObj(5001, 1)).m_strError, "a face has more than 5000 corners");
+  EXPECT_EQ(ReadBytes(u"a.obj", PolygonObj(5000, 11)).m_strError, "too many faces have more than 500 corners");
+  const ReaderOutcome z = ReadBytes(u"a.obj", PolygonObj(2000, 1));
+  ASSERT_EQ(z.m_strError, "");
+  EXPECT_EQ(z.m_zScene.m_vzPart[0].m_vzLevel[0].m_vzFace[0].m_viIndex.size(), 3u * 1998);
+}
+
+TEST(ReadMesh, AFaceOfAnObjWithTwoCornersIsRefused) {
+  for (const char* szFace : {"f 1 2", "f 2/1/1 3/1/1 # 4", "f 1 2 \\\n", "f"})
+    EXPECT_EQ(ReadBytes(u"a.obj", "v 0 0 0\nv 1 0 0\nv 0 1 0\nf 1 2 3\n" + std::string(szFace) + "\n").m_strError,
+              "a face has fewer than three corners: the file is cut or damaged")
+        << szFace;
+  EXPECT_EQ(ReadBytes(u"a.obj", "v 0 0 0\nv 1 0 0\nv 0 1 0\nf 1 2 \\\n 3\n").m_strError, "");
+}
+
+TEST(ReadMesh, AnEntryOfATextPlyStandsOnALineOfItsOwn) {
+  const std::string strMore = "a line of it has more numbers than its header announces",
+                    strCut = "the file is cut: its header announces more than it holds";
+  EXPECT_EQ(ReadBytes(u"a.ply", PlyHead("ascii", "4", "1") + "0 0 0 1 0 0\n1 1 0\n0 1 0\n3 0 1 2\n").m_strError,
+            strMore);
+  EXPECT_EQ(ReadBytes(u"a.ply", TextPly("3 0 1 2 3 0 2 3")).m_strError, strMore);
+  EXPECT_EQ(ReadBytes(u"a.ply", TextPly("3 0 1 2 0 0 0 0")).m_strError, strMore);
+  EXPECT_EQ(ReadBytes(u"a.ply", TextPly("3 0 1\n2")).m_strError, strCut);
+  EXPECT_EQ(ReadBytes(u"a.ply", TextPly("3 0 1 2 \t") + "\n").m_strError, "");
+  const ReaderOutcome z = ReadBytes(u"a.ply", TextPly("\n3 0 1 2"));
+  ASSERT_EQ(z.m_strError, "");
+  EXPECT_EQ(z.m_zScene.m_vzPart[0].m_vzLevel[0].m_vzFace[0].m_viIndex, (std::vector<uint32_t>{0, 1, 2, 0, 1, 2}));
+}
+
+TEST(ReadMesh, CountsAndIndicesOfATextPlyAreWholeNumbers) {
+  for (const char* szFace : {"3 0 2 x", "3 0 2 2.9", "3 0 2 4294967298", "3.0 0 2 3", "3.5 0 2 3", "3, 0, 2, 3"})
+    EXPECT_EQ(ReadBytes(u"a.ply", TextPly(szFace)).m_strError, "a count or index of it is no whole number of 32 bits")
+        << szFace;
+  EXPECT_EQ(ReadBytes(u"a.ply", TextPly("-3 0 2 3")).m_strError, "a list of it has a count below 0");
+}
+
+TEST(ReadMesh, APlyWhoseHeaderLacksPlacesOrTypesIsRefused) {
+  const std::string strFile = TextPly();
+  for (const char* szTo : {"property float w", "property list uchar float x"})
+    EXPECT_EQ(ReadBytes(u"a.ply", Replaced(strFile, "property float x", szTo)).m_strError,
+              "its header is damaged: a vertex has not one x, y and z each")
+        << szTo;
+  EXPECT_EQ(ReadBytes(u"a.ply", Replaced(strFile, "property float x", "property real x")).m_strError,
+            "its header is damaged: a property has no type that is known");
 }
 
 TEST(ReadMesh, NodesOfAGltfThatAreNoShallowTreesAreRefused) {
@@ -456,7 +513,9 @@ TEST(ReadMesh, NodesOfAGltfThatAreNoShallowTreesAreRefused) {
   EXPECT_EQ(ReadBytes(u"a.gltf", ChainGltf(900, "#")).m_strError, "");
   EXPECT_EQ(ReadBytes(u"a.gltf", ChainGltf(100000, "#")).m_strError, "its nodes are nested too deeply");
   EXPECT_EQ(ReadBytes(u"a.gltf", ChainGltf(30, "#,#")).m_strError, "a node stands below more than one other");
-  EXPECT_EQ(ReadBytes(u"a.gltf", ChainGltf(2, "0")).m_strError, "a node stands below itself");
+  EXPECT_EQ(ReadBytes(u"a.gltf", ChainGltf(2, "0")).m_strError, "a node stands below more than one other");
+  EXPECT_EQ(ReadBytes(u"a.gltf", Replaced(ChainGltf(2, "0"), "[{\"nodes\":[0]}]", "[{\"nodes\":[1]}]")).m_strError,
+            "a node stands below itself");
   EXPECT_EQ(ReadBytes(u"a.gltf", "{\"asset\":" + std::string(100000, '[')).m_strError, "its JSON is nested too deeply");
 }
 
@@ -549,6 +608,79 @@ TEST(ReadMesh, NumbersOfAGltfThatAreOfAnotherKindOrElsewhereAreRefused) {
                  {"\"byteLength\":36}", "\"byteLength\":36,\"byteStride\":16}", kBehind},
                  {"\"byteLength\":36}", "\"byteLength\":36,\"byteStride\":4}", "lie over each other"},
                  {"\"indices\":2", "\"indices\":2,\"indices\":0", "its JSON has a member twice"}});
+}
+
+TEST(ReadMesh, RootsChildrenAndPlacementsOfAGltfThatAreNoneAreRefused) {
+  const std::string strFile = ChainGltf(3, "#");
+  const auto Error = [&](const std::string& strRoots) {
+    return ReadBytes(u"a.gltf", Replaced(strFile, "[{\"nodes\":[0]}]", "[{\"nodes\":" + strRoots + "}]")).m_strError;
+  };
+  EXPECT_EQ(Error("[0] "), "");
+  EXPECT_EQ(Error("[0,0]"), "a node stands below more than one other");
+  EXPECT_EQ(Error("[0,1]"), "a node stands below more than one other");
+  for (const char* szRoots : {"[0,\"2\"]", "[0,3]", "[0,-1]", "[0.0]"})
+    EXPECT_EQ(Error(szRoots), "it names a node that does not exist") << szRoots;
+  for (const char* szChild : {"\"2\"", "2.0", "3", "-1"})
+    EXPECT_EQ(ReadBytes(u"a.gltf", ChainGltf(3, szChild)).m_strError, "it names a node that does not exist") << szChild;
+  for (const char* szPlacement : {"\"translation\":[\"10\",0,0]", "\"translation\":[10,0]", "\"matrix\":[1,0,0]",
+                                  "\"rotation\":{}", "\"scale\":1"})
+    EXPECT_TRUE(
+        HasText(ReadBytes(u"a.gltf", Replaced(strFile, "{\"mesh\":0}", "{\"mesh\":0," + std::string(szPlacement) + "}"))
+                    .m_strError,
+                "of a node is no list of"))
+        << szPlacement;
+}
+
+// The library reads them beyond their ends where their counts do not fit each other.
+TEST(ReadMesh, SkeletonsAndMovementsOfAGltfAreLeftOutWhateverTheySay) {
+  const std::string strSkin =
+      "\"skins\":[{\"joints\":[0]}],\"animations\":[{\"samplers\":[{\"input\":0,\"output\":99,\"interpolation\":"
+      "\"CUBICSPLINE\"}],\"channels\":[{\"sampler\":0,\"target\":{\"node\":0,\"path\":\"weights\"}}]}],\"meshes\"";
+  const std::string strFile =
+      Replaced(Replaced(Replaced(ChainGltf(2, "#"), "\"meshes\"", strSkin), "{\"mesh\":0}", "{\"mesh\":0,\"skin\":0}"),
+               "\"attributes\":{", "\"attributes\":{\"WEIGHTS_1\":0,\"JOINTS_0\":99,");
+  const ReaderOutcome zPlain = ReadBytes(u"a.gltf", ChainGltf(2, "#"));
+  const ReaderOutcome z = ReadBytes(u"a.gltf", strFile);
+  ASSERT_EQ(z.m_strError, "");
+  EXPECT_TRUE(Warns(z.m_zScene, "movements are left out"));
+  EXPECT_TRUE(Warns(z.m_zScene, "skeletons are left out: meshes stand in their basic form"));
+  ASSERT_EQ(z.m_zScene.m_vzPart.size(), 1u);
+  EXPECT_EQ(z.m_zScene.m_vzPart[0].m_vzLevel[0].m_vzFace[0].m_vdVertex,
+            zPlain.m_zScene.m_vzPart[0].m_vzLevel[0].m_vzFace[0].m_vdVertex);
+}
+
+TEST(ReadMesh, AGlbWithoutItsMovementsKeepsItsBytes) {
+  std::string strFile = Glb();
+  const std::string strFrom = "\"meshes\":", strTo = "\"animations\":[],\"meshes\":";
+  strFile.replace(strFile.find(strFrom), strFrom.size(), strTo);
+  for (const size_t iAt : {size_t{8}, size_t{12}}) {  // the lengths of the file and of its JSON
+    uint32_t n = 0;
+    std::memcpy(&n, strFile.data() + iAt, sizeof n);
+    n += static_cast<uint32_t>(strTo.size() - strFrom.size());
+    std::memcpy(strFile.data() + iAt, &n, sizeof n);
+  }
+  KivScene zScene = ReadBytes(u"c.glb", strFile).m_zScene;
+  const KivScene zPlain = ReadBytes(u"c.glb", Glb()).m_zScene;
+  EXPECT_TRUE(Warns(zScene, "movements are left out"));
+  zScene.m_vstrWarning = zPlain.m_vstrWarning;
+  EXPECT_EQ(KivWriteScene(zScene), KivWriteScene(zPlain));
+}
+
+TEST(ReadMesh, ManyNodesWithoutNamesInALongFileHaveNone) {
+  const size_t nNodes = Scaled(4000, 400);
+  std::string strNodes = "{\"mesh\":0}", strRoots = "[0";
+  for (size_t i = 1; i < nNodes; ++i) {
+    strNodes += ",{\"mesh\":0}";
+    strRoots += ',' + std::to_string(i);
+  }
+  std::string strFile = Replaced(ChainGltf(1, ""), "\"nodes\":[{\"mesh\":0}]", "\"nodes\":[" + strNodes + "]");
+  strFile = Replaced(strFile, "[{\"nodes\":[0]}]", "[{\"nodes\":" + strRoots + "]}]");
+  strFile = Replaced(strFile, "\"asset\":{", "\"asset\":{\"extras\":\"nodes[7]" + std::string(1000000, 'n') + "\",");
+  const ReaderOutcome z = ReadBytes(u"a.gltf", strFile);
+  ASSERT_EQ(z.m_strError, "");
+  ASSERT_EQ(z.m_zScene.m_vzNode.size(), nNodes + 1);
+  EXPECT_EQ(z.m_zScene.m_vzNode[7].m_csName, u"");
+  EXPECT_EQ(z.m_zScene.m_vzNode[8].m_csName, u"nodes[7]") << "the source has it";
 }
 
 TEST(ReadMesh, NumbersOfAGltfThatAreGivenAnewAreHeldAgainstTheirViews) {

@@ -98,7 +98,7 @@ class Import : public testing::Test {
       fs::remove(m_csTarget);
       ExpectRefused({u"import", Wide(zPath), m_csTarget});
     }
-    ValidateGltf(m_vcsExport);
+    if (!m_vcsExport.empty()) ValidateGltf(m_vcsExport);
   }
 
   std::vector<KivWString> m_vcsExport;
@@ -123,8 +123,8 @@ TEST_F(Import, ObjFilesAreAsTheLibraryReadsThem) {
 TEST_F(Import, PlyFilesAreAsTheLibraryReadsThem) {
   ImportFolder(kModels / "PLY", {".ply"}, {"issue623.ply", "points.ply", "pond.0.ply"}, 5);
 }
-TEST_F(Import, FilesThatAreMeantToBeBadAreRefusedOrReadAsTheLibraryReadsThem) {
-  ImportFolder(kModels / "invalid", {".obj", ".ply"}, {"empty.obj", "empty.ply", "malformed.obj"}, 4);
+TEST_F(Import, FilesThatAreMeantToBeBadAreRefused) {
+  ImportFolder(kModels / "invalid", {".obj", ".ply"}, {"empty.obj", "empty.ply", "malformed.obj", "malformed2.obj"}, 4);
 }
 TEST_F(Import, GltfFilesOfTheFirstVersionAreAsTheLibraryReadsThem) {
   ImportFolder(kModels / "glTF", {".gltf", ".glb"}, {"BoxTextured-glTF-Binary/BoxTextured.glb"}, 5);

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <charconv>
 #include <cstring>
+#include <limits>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -58,13 +59,16 @@ std::string_view TakeLine(std::string_view& strText) {
 }
 
 struct PlyProperty {
+  std::string_view m_strName;
   bool m_bList = false;
   uint64_t m_nCountBytes = 0;  // of a list: what its count takes
   uint64_t m_nBytes = 0;       // of a value, or of one in the list
   bool m_bFloatCount = false;
+  bool m_bFloat = false;
 };
 
 struct PlyElement {
+  std::string_view m_strName;
   uint64_t m_nEntries = 0;
   std::vector<PlyProperty> m_vzProperty;
 };
@@ -86,6 +90,10 @@ uint64_t PlyTypeBytes(std::string_view strType) {
   return 0;
 }
 
+bool IsFloat(std::string_view strType) {
+  return strType.starts_with("float") || strType.starts_with("double");
+}
+
 PlyProperty TakePlyProperty(std::string_view strLine) {
   PlyProperty z;
   std::string_view strType = TakeWord(strLine);
@@ -93,10 +101,12 @@ PlyProperty TakePlyProperty(std::string_view strLine) {
   if (z.m_bList) {
     const std::string_view strCount = TakeWord(strLine);
     z.m_nCountBytes = PlyTypeBytes(strCount);
-    z.m_bFloatCount = strCount.starts_with("float") || strCount.starts_with("double");
+    z.m_bFloatCount = IsFloat(strCount);
     strType = TakeWord(strLine);
   }
   z.m_nBytes = PlyTypeBytes(strType);
+  z.m_bFloat = IsFloat(strType);
+  z.m_strName = TakeWord(strLine);
   return z;
 }
 
@@ -118,31 +128,67 @@ PlyHeader TakePlyHeader(std::string_view& strText) {
       zHeader.m_bBigEndian = strForm == "binary_big_endian";
     }
     if (strWord == "element") {
-      TakeWord(strLine);  // its name
+      const std::string_view strName = TakeWord(strLine);
       const std::string_view strCount = TakeWord(strLine);
       uint64_t nEntries = 0;
       const auto [pEnd, iError] = std::from_chars(strCount.data(), strCount.data() + strCount.size(), nEntries);
       if (iError == std::errc::result_out_of_range) RefusePly();
       if (iError != std::errc()) throw KivSceneError("its header is damaged");
-      zHeader.m_vzElement.push_back({nEntries, {}});
+      zHeader.m_vzElement.push_back({strName, nEntries, {}});
     }
     if (strWord == "property" && !zHeader.m_vzElement.empty())
       zHeader.m_vzElement.back().m_vzProperty.push_back(TakePlyProperty(strLine));
   }
 }
 
-// Every value must be there.
+// A whole number of 32 bits, with a sign or without.
+int64_t WholePlyNumber(std::string_view strWord) {
+  int64_t iNumber = 0;
+  const auto [pEnd, iError] = std::from_chars(strWord.data(), strWord.data() + strWord.size(), iNumber);
+  if (iError != std::errc() || pEnd != strWord.data() + strWord.size() ||
+      iNumber < std::numeric_limits<int32_t>::min() || iNumber > std::numeric_limits<uint32_t>::max())
+    throw KivSceneError("a count or index of it is no whole number of 32 bits");
+  return iNumber;
+}
+
+// Every value must be there, those of an entry on a line of its own.
 void CheckTextPly(const PlyHeader& zHeader, std::string_view strText) {
   for (const PlyElement& zElement : zHeader.m_vzElement)
-    for (uint64_t i = 0; i < zElement.m_nEntries; ++i)
+    for (uint64_t i = 0; i < zElement.m_nEntries; ++i) {
+      std::string_view strLine, strRest;
+      do {
+        if (strText.empty()) RefusePly();
+        strRest = strLine = TakeLine(strText);
+      } while (TakeWord(strRest).empty());
       for (const PlyProperty& zProperty : zElement.m_vzProperty) {
-        const std::string_view strWord = TakeWord(strText);
+        const std::string_view strWord = TakeWord(strLine);
         if (strWord.empty()) RefusePly();
-        uint64_t nValues = 0;
-        if (zProperty.m_bList) std::from_chars(strWord.data(), strWord.data() + strWord.size(), nValues);
-        for (; nValues > 0; --nValues)
-          if (TakeWord(strText).empty()) RefusePly();
+        const int64_t nValues = zProperty.m_bList ? WholePlyNumber(strWord) : 0;
+        if (nValues < 0) throw KivSceneError("a list of it has a count below 0");
+        for (int64_t iValue = 0; iValue < nValues; ++iValue) {
+          const std::string_view strValue = TakeWord(strLine);
+          if (strValue.empty()) RefusePly();
+          if (!zProperty.m_bFloat) WholePlyNumber(strValue);
+        }
       }
+      if (!TakeWord(strLine).empty()) throw KivSceneError("a line of it has more numbers than its header announces");
+    }
+}
+
+// What the library would take for zeros, or not pass.
+void CheckPlyHeader(const PlyHeader& zHeader) {
+  for (const PlyElement& zElement : zHeader.m_vzElement) {
+    if (zElement.m_nEntries == 0) continue;
+    if (zElement.m_vzProperty.empty()) throw KivSceneError("its header is damaged: an element has no property");
+    size_t nPlaces = 0;
+    for (const PlyProperty& z : zElement.m_vzProperty) {
+      if (z.m_nBytes == 0 || (z.m_bList && (z.m_nCountBytes == 0 || z.m_bFloatCount)))
+        throw KivSceneError("its header is damaged: a property has no type that is known");
+      if (!z.m_bList && (z.m_strName == "x" || z.m_strName == "y" || z.m_strName == "z")) ++nPlaces;
+    }
+    if (zElement.m_strName == "vertex" && nPlaces != 3)
+      throw KivSceneError("its header is damaged: a vertex has not one x, y and z each");
+  }
 }
 
 // A count of up to four bytes.
@@ -157,10 +203,7 @@ uint64_t TakePlyCount(const PlyHeader& zHeader, const PlyProperty& zProperty, st
 
 // Every value must be there; a list is passed by its count before memory is taken for it.
 void CheckBinaryPly(const PlyHeader& zHeader, std::string_view strBytes) {
-  for (const PlyElement& zElement : zHeader.m_vzElement) {
-    for (const PlyProperty& zProperty : zElement.m_vzProperty)
-      if (zProperty.m_nBytes == 0 || (zProperty.m_bList && (zProperty.m_nCountBytes == 0 || zProperty.m_bFloatCount)))
-        throw KivSceneError("its header is damaged: a property has no type that is known");
+  for (const PlyElement& zElement : zHeader.m_vzElement)
     for (uint64_t i = 0; i < zElement.m_nEntries; ++i)
       for (const PlyProperty& zProperty : zElement.m_vzProperty) {
         uint64_t nValues = 1;
@@ -172,7 +215,6 @@ void CheckBinaryPly(const PlyHeader& zHeader, std::string_view strBytes) {
         if (nValues > strBytes.size() / zProperty.m_nBytes) RefusePly();
         strBytes.remove_prefix(nValues * zProperty.m_nBytes);
       }
-  }
 }
 
 // Each entry of an element takes a byte at least.
@@ -185,23 +227,47 @@ void CheckPly(std::string_view strText) {
     nEntries += zElement.m_nEntries;
   }
   if (nEntries > strText.size()) RefusePly();
+  CheckPlyHeader(zHeader);
   if (zHeader.m_bText)
     CheckTextPly(zHeader, strText);
   else
     CheckBinaryPly(zHeader, strText);
 }
 
+// --- OBJ ------------------------------------------------------------------------------------------------------------
+
+// A face of two corners would become a line. A line that ends with a backslash goes on in the next one.
+void CheckObjFaces(std::string_view strText) {
+  while (!strText.empty()) {
+    std::string_view strLine = TakeLine(strText);
+    if (TakeWord(strLine) != "f") continue;
+    size_t nCorners = 0;
+    for (std::string_view strWord = TakeWord(strLine); !strWord.empty(); strWord = TakeWord(strLine)) {
+      if (strWord.starts_with('#')) break;
+      if (strWord != "\\") ++nCorners;
+      if (strWord.ends_with('\\')) strLine = TakeLine(strText);
+    }
+    if (nCorners < 3) throw KivSceneError("a face has fewer than three corners: the file is cut or damaged");
+  }
+}
+
+void CheckObj(std::string_view strText) {
+  const bool bWide = strText.size() > 1 && (strText[0] == '\xFE' || strText[0] == '\xFF');  // two bytes for a character
+  if (bWide) return;
+  if (strText.find('\0') != std::string_view::npos) throw KivSceneError("it is no OBJ file");
+  CheckObjFaces(strText);
+}
+
 }  // namespace
 
-void KivCheckMeshBytes(const KivMeshFormat& zFormat, const std::vector<uint8_t>& vcBytes,
+void KivCheckMeshBytes(const KivMeshFormat& zFormat, std::vector<uint8_t>& vcBytes,
                        std::vector<std::string>& vstrWarning) {
   const std::string_view strSuffix = zFormat.m_szSuffix;
   if (strSuffix == "stl") CheckStl(vcBytes);
-  if (strSuffix == "ply") CheckPly(std::string_view(reinterpret_cast<const char*>(vcBytes.data()), vcBytes.size()));
+  const std::string_view strText(reinterpret_cast<const char*>(vcBytes.data()), vcBytes.size());
+  if (strSuffix == "ply") CheckPly(strText);
+  if (strSuffix == "obj") CheckObj(strText);
   if (strSuffix == "gltf" || strSuffix == "glb") KivCheckGltf(zFormat, vcBytes, vstrWarning);
-  if (strSuffix == "obj" && std::find(vcBytes.begin(), vcBytes.end(), 0) != vcBytes.end() &&
-      !(vcBytes.size() > 1 && (vcBytes[0] == 0xFE || vcBytes[0] == 0xFF)))  // two bytes for each character
-    throw KivSceneError("it is no OBJ file");
 }
 
 }  // namespace kiv

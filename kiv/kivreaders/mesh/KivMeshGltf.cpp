@@ -147,6 +147,18 @@ std::string Text(const Json& zObject, const char* szName) {
 
 // --- Nodes ----------------------------------------------------------------------------------------------------------
 
+// The roots that the shown scene names; null without it.
+const Json* SceneNodes(const Json& zFile, bool bFirst) {
+  const Json& zScenes = Entries(Member(zFile, "scenes"));
+  if (bFirst) {
+    const Json* const pzScene = Member(zScenes, Text(zFile, "scene").c_str());
+    return pzScene == nullptr ? nullptr : Member(*pzScene, "nodes");
+  }
+  const uint64_t iScene = Count(zFile, "scene");
+  return zScenes.is_array() && iScene < zScenes.size() ? Member(zScenes[static_cast<size_t>(iScene)], "nodes")
+                                                       : nullptr;
+}
+
 // By names and numbers.
 class Nodes {
  public:
@@ -161,7 +173,10 @@ class Nodes {
     m_vbChild.resize(m_zNodes.size());
     std::vector<size_t> viLevel;
     size_t i = 0;
-    for (const Json& zNode : m_zNodes) AddChildren(Member(zNode, "children"), m_vviChild[i++]);
+    for (const Json& zNode : m_zNodes) {
+      CheckPlacement(zNode);
+      AddChildren(Member(zNode, "children"), m_vviChild[i++]);
+    }
     AddChildren(pzSceneNodes, viLevel);
     for (i = 0; i < m_zNodes.size(); ++i)
       if (!m_vbChild[i]) viLevel.push_back(i);
@@ -178,6 +193,21 @@ class Nodes {
   }
 
  private:
+  // The library passes over what has other numbers.
+  static void CheckPlacement(const Json& zNode) {
+    constexpr std::pair<const char*, size_t> kParts[] = {
+        {"translation", 3}, {"rotation", 4}, {"scale", 3}, {"matrix", 16}};
+    for (const auto& [szPart, nNumbers] : kParts) {
+      const Json* const pzPart = Member(zNode, szPart);
+      if (pzPart == nullptr) continue;
+      const bool bNumbers =
+          std::all_of(pzPart->begin(), pzPart->end(), [](const Json& zNumber) { return zNumber.is_number(); });
+      if (!pzPart->is_array() || pzPart->size() != nNumbers || !bNumbers)
+        throw KivSceneError(std::string("the '") + szPart + "' of a node is no list of " + std::to_string(nNumbers) +
+                            " numbers");
+    }
+  }
+
   void AddChildren(const Json* pzList, std::vector<size_t>& viChild) {
     for (const Json& zChild : Entries(pzList)) {
       size_t iChild = 0;
@@ -187,7 +217,8 @@ class Nodes {
         if (it == m_mapNode.end()) throw KivSceneError("it names a node that does not exist");
         iChild = it->second;
       } else {
-        if (!zChild.is_number_unsigned() || zChild.get<uint64_t>() >= m_zNodes.size()) continue;  // found by others
+        if (!zChild.is_number_unsigned() || zChild.get<uint64_t>() >= m_zNodes.size())
+          throw KivSceneError("it names a node that does not exist");
         iChild = zChild.get<size_t>();
       }
       if (m_vbChild[iChild]) throw KivSceneError("a node stands below more than one other");
@@ -242,17 +273,11 @@ class Meshes {
       for (const Json& zPiece : Entries(Member(zMesh, "primitives"))) CheckPiece(zPiece);
     }
     for (const Json& zImage : Entries(Member(m_zFile, "images"))) CheckImage(zImage);
-    if (m_bFirst) return CheckFirst();
-    for (const Json& zSkin : Entries(Member(m_zFile, "skins"))) CheckNamed(Member(zSkin, "inverseBindMatrices"));
-    for (const Json& zMovement : Entries(Member(m_zFile, "animations")))
-      for (const Json& zSampler : Entries(Member(zMovement, "samplers"))) {
-        CheckNamed(Member(zSampler, "input"));
-        CheckNamed(Member(zSampler, "output"));
-      }
+    if (m_bFirst) CheckFirst();
   }
 
  private:
-  // An object; null for what version 2 names and is not there, which the library finds.
+  // An object; null without a name.
   const Json* Named(const char* szSection, const Json* pzName) const {
     if (pzName == nullptr) return nullptr;
     const Json* const pzSection = Member(m_zFile, szSection);
@@ -262,7 +287,7 @@ class Meshes {
     if (!m_bFirst && pzName->is_number_unsigned() && pzSection != nullptr && pzSection->is_array() &&
         pzName->get<uint64_t>() < pzSection->size())
       pzNamed = &(*pzSection)[pzName->get<size_t>()];
-    if (m_bFirst && (pzNamed == nullptr || !pzNamed->is_object()))
+    if (pzNamed == nullptr || !pzNamed->is_object())
       throw KivSceneError(std::string("it names an entry of its '") + szSection + "' that does not exist");
     return pzNamed;
   }
@@ -271,10 +296,7 @@ class Meshes {
   void CheckRange(const Json& zView, uint64_t iFrom, uint64_t nEntries, uint64_t nStep, uint64_t nEntry) const {
     if (nEntries == 0) return;
     const Json* const pzBuffer = Named("buffers", Member(zView, "buffer"));
-    if (pzBuffer == nullptr) {
-      if (m_bFirst) throw KivSceneError("numbers of it stand in no buffer");
-      return;
-    }
+    if (pzBuffer == nullptr) throw KivSceneError("numbers of it stand in no buffer");
     const uint64_t iView = Count(zView, "byteOffset"), nView = Count(zView, "byteLength");
     uint64_t nBuffer = Count(*pzBuffer, "byteLength");
     if (!m_bFirst && m_nBinary > 0 && Member(*pzBuffer, "uri") == nullptr) nBuffer = std::min(nBuffer, m_nBinary);
@@ -349,13 +371,15 @@ class Meshes {
       const bool bFloat = Count(*pzAccessor, "componentType") == kFloat;
       if ((strName == "POSITION" || strName == "NORMAL") && (!bFloat || strType != "VEC3"))
         throw KivSceneError("places or normals of it are no triples of floating-point numbers, which are not read");
+      if (strName == "NORMAL" && Count(*pzAccessor, "count") != nCorners)
+        throw KivSceneError("a piece of a mesh has other normals than corners");
       if (!m_bFirst) continue;
       CheckFirstName(strName, setTexture);
       const bool bTexture = strName.starts_with("TEXCOORD");
       if (bTexture && (!bFloat || (strType != "VEC2" && strType != "VEC3")))
         throw KivSceneError("places in pictures are no floating-point numbers");
-      if ((bTexture || strName == "NORMAL") && Count(*pzAccessor, "count") != nCorners)
-        throw KivSceneError("a piece of a mesh has other normals or places in pictures than corners");
+      if (bTexture && Count(*pzAccessor, "count") != nCorners)
+        throw KivSceneError("a piece of a mesh has other places in pictures than corners");
     }
     if (!setTexture.empty() && *setTexture.rbegin() + 1 != setTexture.size())
       throw KivSceneError("places in pictures are left out");
@@ -405,6 +429,59 @@ class Meshes {
   uint64_t m_nBinary;
 };
 
+// --- What is not read -----------------------------------------------------------------------------------------------
+
+// Of version 2: skeletons and movements are taken away, since the library reads them by counts that it does not hold
+// against each other. True if there was any.
+bool TakeAwayMovements(Json& zFile, std::vector<std::string>& vstrWarning) {
+  bool bTaken = false;
+  const auto Take = [&bTaken](Json& zObject, const char* szName) {
+    const bool bThere = zObject.is_object() && zObject.erase(szName) > 0;
+    bTaken = bTaken || bThere;
+    return bThere;
+  };
+  const auto EachOf = [](Json& zObject, const char* szList, const auto& pfnEntry) {
+    if (!zObject.is_object() || !zObject.contains(szList) || !zObject[szList].is_structured()) return;
+    for (Json& zEntry : zObject[szList]) pfnEntry(zEntry);
+  };
+  if (Take(zFile, "animations")) vstrWarning.push_back("movements are left out");
+  bool bSkeleton = false;
+  EachOf(zFile, "nodes", [&](Json& zNode) { bSkeleton = Take(zNode, "skin") || bSkeleton; });
+  EachOf(zFile, "meshes", [&](Json& zMesh) {
+    EachOf(zMesh, "primitives", [&](Json& zPiece) {
+      if (!zPiece.is_object() || !zPiece.contains("attributes") || !zPiece["attributes"].is_object()) return;
+      Json& zAttributes = zPiece["attributes"];
+      for (auto it = zAttributes.begin(); it != zAttributes.end();) {
+        const bool bJoint = it.key().starts_with("JOINT") || it.key().starts_with("WEIGHT");
+        bTaken = bTaken || bJoint;
+        it = bJoint ? zAttributes.erase(it) : std::next(it);
+      }
+    });
+  });
+  Take(zFile, "skins");
+  if (bSkeleton) vstrWarning.push_back("skeletons are left out: meshes stand in their basic form");
+  return bTaken;
+}
+
+// A GLB keeps its other pieces.
+void ReplaceJson(std::vector<uint8_t>& vcBytes, std::string strJson) {
+  const std::string_view strBytes(reinterpret_cast<const char*>(vcBytes.data()), vcBytes.size());
+  if (!IsBinary(strBytes)) return vcBytes.assign(strJson.begin(), strJson.end());
+  strJson.resize((strJson.size() + 3) & ~size_t{3}, ' ');
+  const uint64_t iRest = kHead + ((uint64_t{NumberAt(strBytes, 12)} + 3) & ~uint64_t{3});
+  const std::string_view strRest = iRest < strBytes.size() ? strBytes.substr(static_cast<size_t>(iRest)) : "";
+  const auto Number = [](size_t nNumber) {
+    const uint32_t n = static_cast<uint32_t>(nNumber);
+    std::string strNumber(sizeof n, '\0');
+    std::memcpy(strNumber.data(), &n, sizeof n);
+    return strNumber;
+  };
+  std::string strNew(strBytes.substr(0, 8));
+  strNew += Number(kHead + strJson.size() + strRest.size()) + Number(strJson.size());
+  strNew.append(strBytes.substr(16, 4)).append(strJson).append(strRest);
+  vcBytes.assign(strNew.begin(), strNew.end());
+}
+
 // Those that tell of pictures, materials and lights alone say nothing of the form.
 void CheckRequired(const Json& zFile) {
   static const std::set<std::string> s_setKnown = {"KHR_draco_mesh_compression", "KHR_lights_punctual",
@@ -420,12 +497,11 @@ void CheckRequired(const Json& zFile) {
 
 }  // namespace
 
-void KivCheckGltf(const KivMeshFormat& zFormat, const std::vector<uint8_t>& vcBytes,
-                  std::vector<std::string>& vstrWarning) {
+void KivCheckGltf(const KivMeshFormat& zFormat, std::vector<uint8_t>& vcBytes, std::vector<std::string>& vstrWarning) {
   const std::string_view strBytes(reinterpret_cast<const char*>(vcBytes.data()), vcBytes.size());
   const std::string_view strJson = JsonOf(strBytes);
   CheckBrackets(strJson);
-  const Json zFile = Parsed(strJson);
+  Json zFile = Parsed(strJson);
   if (!zFile.is_object())
     throw KivSceneError(std::string("it is no readable ") + zFormat.m_szName + " file: its JSON is damaged or missing");
   const bool bFirst = IsFirstVersion(zFile);
@@ -434,13 +510,11 @@ void KivCheckGltf(const KivMeshFormat& zFormat, const std::vector<uint8_t>& vcBy
   // The library takes names to end there.
   if (bFirst && strJson.find("\\u0000") != std::string_view::npos) throw KivSceneError("a name of it has a zero");
   CheckRequired(zFile);
-  const Json* pzSceneNodes = nullptr;
-  if (bFirst)
-    if (const Json* const pzScene = Member(Entries(Member(zFile, "scenes")), Text(zFile, "scene").c_str()))
-      pzSceneNodes = Member(*pzScene, "nodes");
-  Nodes(zFile, bFirst).Check(pzSceneNodes);
+  Nodes(zFile, bFirst).Check(SceneNodes(zFile, bFirst));
+  const bool bTaken = !bFirst && TakeAwayMovements(zFile, vstrWarning);
   Meshes(zFile, bFirst, BinaryOf(strBytes)).Check();
   if (Entries(Member(zFile, "scenes")).size() > 1) vstrWarning.push_back("further scenes are left out");
+  if (bTaken) ReplaceJson(vcBytes, zFile.dump());
 }
 
 }  // namespace kiv

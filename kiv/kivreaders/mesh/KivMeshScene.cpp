@@ -18,7 +18,9 @@ std::string_view Text(const aiString& str) {
   return std::string_view(str.data, std::min<size_t>(str.length, sizeof str.data - 1));
 }
 
-constexpr unsigned int kMostCorners = 100000;  // the time for triangles grows with their square
+// The time for triangles grows with the square of a polygon's corners.
+constexpr unsigned int kMostCorners = 5000, kManyCorners = 500;
+constexpr uint64_t kMostSquares = 250'000'000;  // of the polygons with many, together
 
 bool IsNumber(const aiVector3D& z) {
   return std::isfinite(z.x) && std::isfinite(z.y) && std::isfinite(z.z);
@@ -77,8 +79,8 @@ class Maker {
   std::string_view OwnName(const aiString& strSource) const {
     const std::string_view strName = Text(strSource);
     if (strName.starts_with("source.")) return {};  // the name that the library knows the file by
-    const bool bLikeMadeUp =
-        strName.starts_with("<") || strName == "ROOT" || strName == "defaultobject" || IsNumbered(strName);
+    const bool bLikeMadeUp = (strName.starts_with("<") && strName.find('>') == strName.size() - 1) ||
+                             strName == "ROOT" || strName == "defaultobject" || IsNumbered(strName);
     // The library counts the pieces of a mesh behind its name.
     const std::string_view strSought = IsNumbered(strName) ? strName.substr(0, strName.find(']') + 1) : strName;
     return bLikeMadeUp && !m_zBytes.Holds(strSought) ? std::string_view() : strName;
@@ -274,6 +276,7 @@ class Maker {
 }  // namespace
 
 void KivCheckMeshes(const aiScene& zSource, const KivMeshFormat& zFormat) {
+  uint64_t nSquares = 0;
   for (unsigned int iMesh = 0; iMesh < zSource.mNumMeshes; ++iMesh) {
     const aiMesh& zMesh = *zSource.mMeshes[iMesh];
     if (zMesh.mNumVertices > 0 && zMesh.mVertices == nullptr) throw KivSceneError("a mesh has no vertices");
@@ -285,6 +288,9 @@ void KivCheckMeshes(const aiScene& zSource, const KivMeshFormat& zFormat) {
         throw KivSceneError("a face has fewer than three corners: the file is cut or damaged");
       if (z.mNumIndices > kMostCorners)
         throw KivSceneError("a face has more than " + std::to_string(kMostCorners) + " corners");
+      if (z.mNumIndices > kManyCorners) nSquares += uint64_t{z.mNumIndices} * z.mNumIndices;
+      if (nSquares > kMostSquares)
+        throw KivSceneError("too many faces have more than " + std::to_string(kManyCorners) + " corners");
       for (unsigned int iCorner = 0; iCorner < z.mNumIndices; ++iCorner)
         if (z.mIndices[iCorner] >= zMesh.mNumVertices) throw KivSceneError("a face names a vertex that does not exist");
     }

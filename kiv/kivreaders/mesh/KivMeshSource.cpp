@@ -109,9 +109,22 @@ bool KivMeshSource::Find(const std::string& strName, KivWString& csPath) const {
   return true;
 }
 
-bool KivMeshSource::Holds(std::string_view strText) const {
-  return std::string_view(reinterpret_cast<const char*>(m_pvcBytes->data()), m_pvcBytes->size()).find(strText) !=
-         std::string_view::npos;
+bool KivMeshSource::Holds(std::string_view strName) const {
+  if (!m_fsetName) {
+    struct Form {
+      std::string_view m_strBegin, m_strEnd;
+    };
+    constexpr Form kForms[] = {{"nodes[", "]"}, {"meshes[", "]"}, {"<", ">"}, {"ROOT", ""}, {"defaultobject", ""}};
+    constexpr size_t kLongest = 64;
+    const std::string_view strBytes(reinterpret_cast<const char*>(m_pvcBytes->data()), m_pvcBytes->size());
+    m_fsetName.emplace();
+    for (const Form& z : kForms)
+      for (size_t i = 0; (i = strBytes.find(z.m_strBegin, i)) != std::string_view::npos; i += z.m_strBegin.size()) {
+        const size_t iEnd = strBytes.substr(i, kLongest).find(z.m_strEnd, z.m_strBegin.size());
+        if (iEnd != std::string_view::npos) m_fsetName->emplace(strBytes.substr(i, iEnd + z.m_strEnd.size()));
+      }
+  }
+  return m_fsetName->contains(strName);
 }
 
 bool KivMeshSource::Exists(const char* szName) const {

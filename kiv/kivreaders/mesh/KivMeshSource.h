@@ -2,7 +2,10 @@
 #pragma once
 
 #include <assimp/IOSystem.hpp>
+#include <functional>
 #include <memory>
+#include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -31,14 +34,13 @@ void KivNormaliseMeshText(const KivMeshFormat& zFormat, std::vector<uint8_t>& vc
 
 // Throws KivSceneError for bytes that announce more than they hold, where the library of formats would believe them.
 // Warns of what the library leaves out without a word. (KivMeshBytes.cpp)
-void KivCheckMeshBytes(const KivMeshFormat& zFormat, const std::vector<uint8_t>& vcBytes,
+void KivCheckMeshBytes(const KivMeshFormat& zFormat, std::vector<uint8_t>& vcBytes,
                        std::vector<std::string>& vstrWarning);
 
 // Throws KivSceneError for JSON or nodes that are nested too deeply, for nodes that are no trees, for numbers behind
-// the end of their buffer or of a kind that is not read, and for extensions that are needed and not read.
-// (KivMeshGltf.cpp)
-void KivCheckGltf(const KivMeshFormat& zFormat, const std::vector<uint8_t>& vcBytes,
-                  std::vector<std::string>& vstrWarning);
+// the end of their buffer or of a kind that is not read, and for extensions that are needed and not read. Takes
+// skeletons and movements of version 2 out of the bytes. (KivMeshGltf.cpp)
+void KivCheckGltf(const KivMeshFormat& zFormat, std::vector<uint8_t>& vcBytes, std::vector<std::string>& vstrWarning);
 
 // Leaves of a list of materials what says something of colours, in the form that the library of formats reads. False
 // for what is no such list, or one with a statement before the first material or without its numbers.
@@ -54,8 +56,9 @@ class KivMeshSource : public Assimp::IOSystem {
   const std::string& GetName() const { return m_strName; }
   // Names of files that were asked for and could not be given.
   const std::vector<std::string>& GetMissing() const { return m_vstrMissing; }
-  // True if the source's bytes have this text somewhere.
-  bool Holds(std::string_view strText) const;
+  // True if the source's bytes have this text somewhere, of those that the library of formats makes up as names:
+  // "nodes[3]", "meshes[0]", "<...>", "ROOT", "defaultobject".
+  bool Holds(std::string_view strName) const;
   // True if a file beside the source was given.
   bool HasGivenOther() const { return m_bGivenOther; }
 
@@ -74,6 +77,7 @@ class KivMeshSource : public Assimp::IOSystem {
   KivWString
       m_csFallback;  // path of what is asked for as "source.mtl", in place of a list of materials that is missing
   std::shared_ptr<const std::vector<uint8_t>> m_pvcBytes;
+  mutable std::optional<std::set<std::string, std::less<>>> m_fsetName;  // of Holds, from one pass over the bytes
   std::vector<std::string> m_vstrMissing;
   bool m_bGivenOther = false;
 };
