@@ -1,0 +1,37 @@
+#include <iterator>
+
+#include "KivMeshGltf.h"
+
+namespace kiv::gltf {
+
+bool TakeAwayMovements(Json& zFile, std::vector<std::string>& vstrWarning) {
+  bool bTaken = false;
+  const auto Take = [&bTaken](Json& zObject, const char* szName) {
+    const bool bThere = zObject.is_object() && zObject.erase(szName) > 0;
+    bTaken = bTaken || bThere;
+    return bThere;
+  };
+  const auto EachOf = [](Json& zObject, const char* szList, const auto& pfnEntry) {
+    if (!zObject.is_object() || !zObject.contains(szList) || !zObject[szList].is_structured()) return;
+    for (Json& zEntry : zObject[szList]) pfnEntry(zEntry);
+  };
+  if (Take(zFile, "animations")) vstrWarning.push_back("movements are left out");
+  bool bSkeleton = false;
+  EachOf(zFile, "nodes", [&](Json& zNode) { bSkeleton = Take(zNode, "skin") || bSkeleton; });
+  EachOf(zFile, "meshes", [&](Json& zMesh) {
+    EachOf(zMesh, "primitives", [&](Json& zPiece) {
+      if (!zPiece.is_object() || !zPiece.contains("attributes") || !zPiece["attributes"].is_object()) return;
+      Json& zAttributes = zPiece["attributes"];
+      for (auto it = zAttributes.begin(); it != zAttributes.end();) {
+        const bool bJoint = it.key().starts_with("JOINT") || it.key().starts_with("WEIGHT");
+        bTaken = bTaken || bJoint;
+        it = bJoint ? zAttributes.erase(it) : std::next(it);
+      }
+    });
+  });
+  Take(zFile, "skins");
+  if (bSkeleton) vstrWarning.push_back("skeletons are left out: meshes stand in their basic form");
+  return bTaken;
+}
+
+}  // namespace kiv::gltf
