@@ -37,8 +37,9 @@ struct TerminalRun {
 
 // Runs kiv on a terminal of its own. Once pfnWhen is true of what was shown Ctrl-C is pressed there so many times.
 TerminalRun RunOnTerminal(const std::vector<KivWString>& vcsArguments,
-                          const std::function<bool(const std::string&)>& pfnWhen, int nPresses) {
-  std::vector<std::string> vstrWord = {sys::WideToUtf8(KivProgramPath())};
+                          const std::function<bool(const std::string&)>& pfnWhen, int nPresses,
+                          const KivWString& csKiv = KivProgramPath()) {
+  std::vector<std::string> vstrWord = {sys::WideToUtf8(csKiv)};
   for (const KivWString& cs : vcsArguments) vstrWord.push_back(sys::WideToUtf8(cs));
   std::vector<char*> vpcWord;
   for (std::string& str : vstrWord) vpcWord.push_back(str.data());
@@ -124,18 +125,17 @@ void ExpectStopped(const std::function<bool(const TestFolder&)>& pfnWhen, int nP
 }  // namespace
 
 TEST(ToolStop, ABarTellsTheSecondsAndCtrlCEndsTheReading) {
+  // Beside this kiv stands a reader that takes for ever, whatever is pressed.
+  const TestFolder zPrograms;
+  const KivWString csKiv = zPrograms / u"kiv";
+  std::filesystem::copy_file(std::filesystem::path(KivProgramPath()), std::filesystem::path(csKiv));
+  zPrograms.WriteBytes(u"kiv-read-mesh", "#!/bin/sh\ntrap '' INT\nexec sleep 1000\n");
+  std::filesystem::permissions(std::filesystem::path(zPrograms / u"kiv-read-mesh"), std::filesystem::perms::owner_all);
   const TestFolder zFolder;
-  // A corner for each of many vertices: hard to make triangles of.
-  std::string strObj, strFace = "f";
-  for (int i = 1; i <= 100000; ++i) {
-    strObj += "v " + std::to_string(i) + " " + std::to_string(i % 2 * 100 + (i % 7) * (i % 7) % 7) + " 0\n";
-    strFace += " " + std::to_string(i);
-  }
-  for (int i = 0; i < 8; ++i) strObj += strFace + "\n";
-  zFolder.WriteBytes(u"a.obj", strObj);
+  zFolder.WriteBytes(u"a.obj", "v 0 0 0\n");
   const TerminalRun z = RunOnTerminal(
       {u"import", zFolder / u"a.obj", zFolder / u"out.kiv"},
-      [](const std::string& str) { return str.find("a.obj  [") != std::string::npos; }, 1);
+      [](const std::string& str) { return str.find("a.obj  [") != std::string::npos; }, 1, csKiv);
   EXPECT_TRUE(z.m_bAsked) << z.m_strShown;
   EXPECT_EQ(z.m_iExit, 2);
   EXPECT_NE(z.m_strShown.find("stopped\r\n"), std::string::npos) << z.m_strShown;
