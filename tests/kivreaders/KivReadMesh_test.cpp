@@ -666,6 +666,104 @@ TEST(ReadMesh, AGlbWithoutItsMovementsKeepsItsBytes) {
   EXPECT_EQ(KivWriteScene(zScene), KivWriteScene(zPlain));
 }
 
+TEST(ReadMesh, ViewsNamesAndFormsOfAGltfThatTheLibraryBelievesAreRefusedOrLeftOut) {
+  const std::string strFile = EmbeddedGltf();
+  for (const char* szView : {"\"byteOffset\":18446744073709551608,\"byteLength\":16", "\"byteLength\":81"}) {
+    const std::string strPicture = "\"images\":[{\"bufferView\":3,\"mimeType\":\"image/png\"}],\"bufferViews\"";
+    EXPECT_NE(ReadBytes(u"a.gltf", Replaced(Replaced(strFile, "\"byteLength\":6}]",
+                                                     "\"byteLength\":6},{\"buffer\":0," + std::string(szView) + "}]"),
+                                            "\"bufferViews\"", strPicture))
+                  .m_strError,
+              "")
+        << szView;
+  }
+  for (const char* szName : {"POSITION_0", "NORMAL_1"})
+    EXPECT_EQ(ReadBytes(u"a.gltf", Replaced(strFile, "\"NORMAL\"", "\"" + std::string(szName) + "\"")).m_strError,
+              "a mesh has numbers of a name that is not known");
+  EXPECT_EQ(
+      ReadBytes(u"a.gltf", Replaced(strFile, "{\"POSITION\":0},\"indices\"", "{},\"mode\":2,\"indices\"")).m_strError,
+      "a piece of a mesh has no corners");
+  std::string strOdd = Replaced(strFile, "\"indices\":2,", "\"targets\":[{\"POSITION_5\":0}],\"indices\":2,");
+  strOdd = Replaced(strOdd, "\"pbrMetallicRoughness\":{",
+                    "\"pbrMetallicRoughness\":{\"baseColorTexture\":{\"index\":0,\"extensions\":{"
+                    "\"KHR_texture_transform\":{\"offset\":[]}}},");
+  strOdd = Replaced(strOdd,
+                    "\"materials\":", "\"images\":[{\"uri\":\"x.png\"}],\"textures\":[{\"source\":0}],\"materials\":");
+  const ReaderOutcome z = ReadBytes(u"a.gltf", strOdd);
+  EXPECT_EQ(z.m_strError, "");
+  EXPECT_TRUE(Warns(z.m_zScene, "other forms of a mesh are left out"));
+  EXPECT_TRUE(Warns(z.m_zScene, "pictures on surfaces are left out"));
+}
+
+TEST(ReadMesh, AColourOfThreeNumbersOfAGltfIsOpaque) {
+  // The buffer's first three numbers stand for one colour of all corners.
+  const std::string strFile =
+      Replaced(Replaced(EmbeddedGltf(), "{\"POSITION\":0},", "{\"POSITION\":0,\"COLOR_0\":1},"), ",\"material\":0", "");
+  const ReaderOutcome z = ReadBytes(u"a.gltf", strFile);
+  ASSERT_EQ(z.m_strError, "");
+  const std::vector<KivSceneFace>& vzFace = z.m_zScene.m_vzPart[0].m_vzLevel[0].m_vzFace;
+  ASSERT_EQ(vzFace.size(), 2u);
+  ExpectColour(vzFace[1].m_fColour, {0, 0, 1, 1});
+}
+
+TEST(ReadMesh, TwoElementsOfOneKindAndStripsOfAPlyAreRefused) {
+  for (const char* szMore : {"element face 5\nproperty list uchar int vertex_indices\n",
+                             "element tristrips 5\nproperty list uchar int vertex_indices\n",
+                             "element vertex 5\nproperty float x\nproperty float y\nproperty float z\n"}) {
+    std::string strFile = TextPly();
+    strFile.insert(strFile.find("end_header"), szMore);
+    for (int i = 0; i < 5; ++i) strFile += "3 0 1\n";
+    EXPECT_EQ(ReadBytes(u"a.ply", strFile).m_strError,
+              "its header is damaged: it has more than one element of vertices or of faces")
+        << szMore;
+  }
+  EXPECT_EQ(ReadBytes(u"a.ply", Replaced(TextPly(), "element face", "element tristrips")).m_strError,
+            "strips of triangles in a PLY are not read");
+}
+
+TEST(ReadMesh, PlacesInPicturesOfAPlyAreThoseOfItsCorners) {
+  const auto Read = [](const std::string& strFace) {
+    std::string strFile = TextPly(strFace);
+    strFile.insert(strFile.find("end_header"), "property list uchar float texcoord\n");
+    return ReadBytes(u"a.ply", Replaced(strFile, "3 0 1 2\n", "3 0 1 2 0\n"));
+  };
+  EXPECT_EQ(Read("3 0 2 3 6 0 0 1 0 1 1").m_strError, "");
+  EXPECT_EQ(Read("3 0 2 3 8 0 0 1 0 1 1 0 1").m_strError, "a face has more places in pictures than corners");
+  EXPECT_EQ(Read("0 6 0 0 1 0 1 1").m_strError, "a face has more places in pictures than corners");
+}
+
+TEST(ReadMesh, ABinaryPlyMayBeginWithAnyByte) {
+  for (const char c : {'\n', '\r', ' ', '\t', '\0'}) {
+    float fFirst = 0;
+    const char acBytes[] = {c, '\n', 0, 0x3F};
+    std::memcpy(&fFirst, acBytes, sizeof fFirst);
+    const ReaderOutcome z = ReadBytes(u"a.ply", BinaryPly({fFirst, 0, 0, 1, 0, 0, 1, 1, 0, 0, 1, 0.25f}));
+    ASSERT_EQ(z.m_strError, "") << static_cast<int>(c);
+    EXPECT_EQ(z.m_zScene.m_vzPart[0].m_vzLevel[0].m_vzFace[0].m_vdVertex[0], static_cast<double>(fFirst));
+  }
+}
+
+TEST(ReadMesh, AVertexOfAnObjHasThreeFourOrSixNumbers) {
+  const auto Error = [](const std::string& strVertex) {
+    return ReadBytes(u"a.obj", "v 0 0 0\n" + strVertex + "\nv 1 0 0\nv 0 1 0\nf 1 2 3\n").m_strError;
+  };
+  for (const char* szGood : {"v 5 5 5", "v +5 -5. .5e1 1", "v 5 5 5 0.5 0.5 0.5 # x y", "v 5 \\\n 5 5"})
+    EXPECT_EQ(Error(szGood), "") << szGood;
+  for (const char* szBad : {"v 5 5", "v abc 5 5", "v 5 5 5 7 7", "v 5 5 5 1 1 1 1", "v 1.#IND 5 5", "v"})
+    EXPECT_EQ(Error(szBad), "a vertex has not three, four or six numbers") << szBad;
+}
+
+TEST(ReadMesh, ACommentOfAnObjEndsWithItsLine) {
+  const ReaderOutcome z = ReadBytes(u"a.obj", "v 0 0 0\nv 1 0 0\nv 0 1 0\nv 1 1 0\nf 1 2 3\n# C:\\x\\\nf 2 4 3\n#\\");
+  ASSERT_EQ(z.m_strError, "");
+  EXPECT_EQ(z.m_zScene.m_vzPart[0].m_vzLevel[0].m_vzFace[0].m_viIndex.size(), 6u);
+}
+
+TEST(ReadMesh, BytesBehindABinaryStlArePassed) {
+  EXPECT_EQ(KivWriteScene(ReadBytes(u"a.stl", BinaryStl() + "more").m_zScene),
+            KivWriteScene(ReadBytes(u"a.stl", BinaryStl()).m_zScene));
+}
+
 TEST(ReadMesh, ManyNodesWithoutNamesInALongFileHaveNone) {
   const size_t nNodes = Scaled(4000, 400);
   std::string strNodes = "{\"mesh\":0}", strRoots = "[0";

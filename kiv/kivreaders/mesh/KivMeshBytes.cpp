@@ -64,6 +64,7 @@ struct PlyProperty {
   uint64_t m_nCountBytes = 0;  // of a list: what its count takes
   uint64_t m_nBytes = 0;       // of a value, or of one in the list
   bool m_bFloatCount = false;
+  bool m_bSignedCount = false;
   bool m_bFloat = false;
 };
 
@@ -102,6 +103,7 @@ PlyProperty TakePlyProperty(std::string_view strLine) {
     const std::string_view strCount = TakeWord(strLine);
     z.m_nCountBytes = PlyTypeBytes(strCount);
     z.m_bFloatCount = IsFloat(strCount);
+    z.m_bSignedCount = !strCount.starts_with('u');
     strType = TakeWord(strLine);
   }
   z.m_nBytes = PlyTypeBytes(strType);
@@ -151,6 +153,22 @@ int64_t WholePlyNumber(std::string_view strWord) {
   return iNumber;
 }
 
+// The library takes places in pictures to be there for all corners and no others.
+class PlyFace {
+ public:
+  void Add(const PlyProperty& zProperty, uint64_t nValues) {
+    if (zProperty.m_strName == "vertex_indices" || zProperty.m_strName == "vertex_index") m_nCorners = nValues;
+    if (zProperty.m_strName == "texcoord") m_nTexture = nValues;
+  }
+  void Check() const {
+    if (m_nTexture > 2 * m_nCorners) throw KivSceneError("a face has more places in pictures than corners");
+  }
+
+ private:
+  uint64_t m_nCorners = 0;
+  uint64_t m_nTexture = 0;  // two for each corner
+};
+
 // Every value must be there, those of an entry on a line of its own.
 void CheckTextPly(const PlyHeader& zHeader, std::string_view strText) {
   for (const PlyElement& zElement : zHeader.m_vzElement)
@@ -160,33 +178,44 @@ void CheckTextPly(const PlyHeader& zHeader, std::string_view strText) {
         if (strText.empty()) RefusePly();
         strRest = strLine = TakeLine(strText);
       } while (TakeWord(strRest).empty());
+      PlyFace zFace;
       for (const PlyProperty& zProperty : zElement.m_vzProperty) {
         const std::string_view strWord = TakeWord(strLine);
         if (strWord.empty()) RefusePly();
         const int64_t nValues = zProperty.m_bList ? WholePlyNumber(strWord) : 0;
         if (nValues < 0) throw KivSceneError("a list of it has a count below 0");
+        if (zProperty.m_bList) zFace.Add(zProperty, static_cast<uint64_t>(nValues));
         for (int64_t iValue = 0; iValue < nValues; ++iValue) {
           const std::string_view strValue = TakeWord(strLine);
           if (strValue.empty()) RefusePly();
           if (!zProperty.m_bFloat) WholePlyNumber(strValue);
         }
       }
+      zFace.Check();
       if (!TakeWord(strLine).empty()) throw KivSceneError("a line of it has more numbers than its header announces");
     }
 }
 
-// What the library would take for zeros, or not pass.
+// What the library would take for zeros, pass over, or write into the room of another element.
 void CheckPlyHeader(const PlyHeader& zHeader) {
+  size_t nVertexElements = 0, nFaceElements = 0;
   for (const PlyElement& zElement : zHeader.m_vzElement) {
+    const bool bStrips = zElement.m_strName == "tristrips";
+    if (zElement.m_strName == "vertex") ++nVertexElements;
+    if (zElement.m_strName == "face" || bStrips) ++nFaceElements;
+    if (nVertexElements > 1 || nFaceElements > 1)
+      throw KivSceneError("its header is damaged: it has more than one element of vertices or of faces");
     if (zElement.m_nEntries == 0) continue;
+    if (bStrips) throw KivSceneError("strips of triangles in a PLY are not read");
     if (zElement.m_vzProperty.empty()) throw KivSceneError("its header is damaged: an element has no property");
-    size_t nPlaces = 0;
+    std::string strPlaces;
     for (const PlyProperty& z : zElement.m_vzProperty) {
       if (z.m_nBytes == 0 || (z.m_bList && (z.m_nCountBytes == 0 || z.m_bFloatCount)))
         throw KivSceneError("its header is damaged: a property has no type that is known");
-      if (!z.m_bList && (z.m_strName == "x" || z.m_strName == "y" || z.m_strName == "z")) ++nPlaces;
+      if (!z.m_bList && (z.m_strName == "x" || z.m_strName == "y" || z.m_strName == "z")) strPlaces += z.m_strName;
     }
-    if (zElement.m_strName == "vertex" && nPlaces != 3)
+    std::sort(strPlaces.begin(), strPlaces.end());
+    if (zElement.m_strName == "vertex" && strPlaces != "xyz")
       throw KivSceneError("its header is damaged: a vertex has not one x, y and z each");
   }
 }
@@ -204,17 +233,23 @@ uint64_t TakePlyCount(const PlyHeader& zHeader, const PlyProperty& zProperty, st
 // Every value must be there; a list is passed by its count before memory is taken for it.
 void CheckBinaryPly(const PlyHeader& zHeader, std::string_view strBytes) {
   for (const PlyElement& zElement : zHeader.m_vzElement)
-    for (uint64_t i = 0; i < zElement.m_nEntries; ++i)
+    for (uint64_t i = 0; i < zElement.m_nEntries; ++i) {
+      PlyFace zFace;
       for (const PlyProperty& zProperty : zElement.m_vzProperty) {
         uint64_t nValues = 1;
         if (zProperty.m_bList) {
           if (strBytes.size() < zProperty.m_nCountBytes) RefusePly();
           nValues = TakePlyCount(zHeader, zProperty, strBytes);
+          if (zProperty.m_bSignedCount && nValues >> (8 * zProperty.m_nCountBytes - 1) != 0)
+            throw KivSceneError("a list of it has a count below 0");
           strBytes.remove_prefix(zProperty.m_nCountBytes);
+          zFace.Add(zProperty, nValues);
         }
         if (nValues > strBytes.size() / zProperty.m_nBytes) RefusePly();
         strBytes.remove_prefix(nValues * zProperty.m_nBytes);
       }
+      zFace.Check();
+    }
 }
 
 // Each entry of an element takes a byte at least.
@@ -236,26 +271,53 @@ void CheckPly(std::string_view strText) {
 
 // --- OBJ ------------------------------------------------------------------------------------------------------------
 
-// A face of two corners would become a line. A line that ends with a backslash goes on in the next one.
-void CheckObjFaces(std::string_view strText) {
-  while (!strText.empty()) {
-    std::string_view strLine = TakeLine(strText);
-    if (TakeWord(strLine) != "f") continue;
-    size_t nCorners = 0;
-    for (std::string_view strWord = TakeWord(strLine); !strWord.empty(); strWord = TakeWord(strLine)) {
-      if (strWord.starts_with('#')) break;
-      if (strWord != "\\") ++nCorners;
-      if (strWord.ends_with('\\')) strLine = TakeLine(strText);
-    }
-    if (nCorners < 3) throw KivSceneError("a face has fewer than three corners: the file is cut or damaged");
+// Ends as those of any system.
+std::string_view TakeObjLine(std::string_view& strText) {
+  const size_t n = std::min(strText.find_first_of("\r\n"), strText.size());
+  const std::string_view strLine = strText.substr(0, n);
+  strText.remove_prefix(n);
+  strText.remove_prefix(strText.starts_with("\r\n") ? 2 : strText.empty() ? 0 : 1);
+  return strLine;
+}
+
+// The words of a statement, without its comment. A line that ends with a backslash goes on in the next one.
+void TakeObjStatement(std::string_view& strText, std::vector<std::string_view>& vstrWord) {
+  vstrWord.clear();
+  std::string_view strLine = TakeObjLine(strText);
+  for (std::string_view strWord = TakeWord(strLine); !strWord.empty(); strWord = TakeWord(strLine)) {
+    if (strWord.starts_with('#')) return;
+    const bool bGoesOn = strWord.ends_with('\\');
+    if (bGoesOn) strWord.remove_suffix(1);
+    if (!strWord.empty()) vstrWord.push_back(strWord);
+    if (bGoesOn) strLine = TakeObjLine(strText);
   }
 }
 
+bool IsDecimal(std::string_view strWord) {
+  if (strWord.starts_with('+')) strWord.remove_prefix(1);
+  double dNumber = 0;
+  const auto [pEnd, iError] = std::from_chars(strWord.data(), strWord.data() + strWord.size(), dNumber);
+  return iError != std::errc::invalid_argument && pEnd == strWord.data() + strWord.size();
+}
+
+// The library drops a vertex with other numbers, so that all later ones have other indices, and makes a line of a face
+// with two corners.
+void CheckObjStatement(const std::vector<std::string_view>& vstrWord) {
+  if (vstrWord.empty()) return;
+  const size_t nWords = vstrWord.size() - 1;
+  if (vstrWord[0] == "f" && nWords < 3)
+    throw KivSceneError("a face has fewer than three corners: the file is cut or damaged");
+  if (vstrWord[0] == "v" &&
+      ((nWords != 3 && nWords != 4 && nWords != 6) || !std::all_of(vstrWord.begin() + 1, vstrWord.end(), IsDecimal)))
+    throw KivSceneError("a vertex has not three, four or six numbers");
+}
+
 void CheckObj(std::string_view strText) {
-  const bool bWide = strText.size() > 1 && (strText[0] == '\xFE' || strText[0] == '\xFF');  // two bytes for a character
-  if (bWide) return;
+  if (strText.starts_with("\xFE\xFF") || strText.starts_with("\xFF\xFE"))
+    throw KivSceneError("an OBJ with two bytes for each character is not read");
   if (strText.find('\0') != std::string_view::npos) throw KivSceneError("it is no OBJ file");
-  CheckObjFaces(strText);
+  for (std::vector<std::string_view> vstrWord; !strText.empty(); CheckObjStatement(vstrWord))
+    TakeObjStatement(strText, vstrWord);
 }
 
 }  // namespace

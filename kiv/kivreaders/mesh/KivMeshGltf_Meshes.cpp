@@ -132,6 +132,8 @@ class Meshes {
 
   void CheckPiece(const Json& zPiece) const {
     if (!zPiece.is_object()) throw KivSceneError("a piece of a mesh is no object");
+    if (const Json* const pzPacked = Member(Entries(Member(zPiece, "extensions")), "KHR_draco_mesh_compression"))
+      CheckView(*pzPacked);
     const Json* const pzAttributes = Member(zPiece, "attributes");
     uint64_t nCorners = 0;
     if (pzAttributes != nullptr)
@@ -149,6 +151,9 @@ class Meshes {
         throw KivSceneError("places or normals of it are no triples of floating-point numbers, which are not read");
       if (strName == "NORMAL" && Count(*pzAccessor, "count") != nCorners)
         throw KivSceneError("a piece of a mesh has other normals than corners");
+      if (!m_bFirst && ((strName.starts_with("POSITION") && strName != "POSITION") ||
+                        (strName.starts_with("NORMAL") && strName != "NORMAL")))
+        throw KivSceneError("a mesh has numbers of a name that is not known");
       if (!m_bFirst) continue;
       CheckFirstName(strName, setTexture);
       const bool bTexture = strName.starts_with("TEXCOORD");
@@ -159,9 +164,8 @@ class Meshes {
     }
     if (!setTexture.empty() && *setTexture.rbegin() + 1 != setTexture.size())
       throw KivSceneError("places in pictures are left out");
-    if (m_bFirst && nCorners == 0) throw KivSceneError("a piece of a mesh has no corners");
-    for (const Json& zForm : Entries(Member(zPiece, "targets")))
-      for (const Json& zName : Entries(&zForm)) CheckNamed(&zName);
+    if (nCorners == 0 && (m_bFirst || Member(zPiece, "indices") != nullptr))
+      throw KivSceneError("a piece of a mesh has no corners");
     if (const Json* const pzIndices = CheckNamed(Member(zPiece, "indices"))) {
       const uint64_t iType = Count(*pzIndices, "componentType");
       if ((iType != 5121 && iType != 5123 && iType != 5125) || Text(*pzIndices, "type") != "SCALAR")
@@ -173,8 +177,15 @@ class Meshes {
     if (nCorners < nLeast) throw KivSceneError("a line or a row of triangles has too few corners");
   }
 
+  // The bytes of a view that are taken whole: a picture's, or those of a compressed mesh.
+  void CheckView(const Json& zOwner) const {
+    if (m_bFirst) return;
+    if (const Json* const pzView = Named("bufferViews", Member(zOwner, "bufferView"))) CheckRange(*pzView, 0, 1, 0, 0);
+  }
+
   // Pictures are left out, but the library looks for what stands behind the slash of their kind.
-  static void CheckImage(const Json& zImage) {
+  void CheckImage(const Json& zImage) const {
+    CheckView(zImage);
     const std::string strUri = Text(zImage, "uri"), strKind = Text(zImage, "mimeType");
     const std::string strOf = strUri.starts_with("data:") ? strUri.substr(5, strUri.find_first_of(";,") - 5) : "";
     for (const std::string& str : {strOf, strKind})

@@ -3,6 +3,17 @@
 #include "KivMeshGltf.h"
 
 namespace kiv::gltf {
+namespace {
+
+// The objects of this name from all that stands in z. True if there was one.
+bool TakeFromAll(Json& z, const char* szName) {
+  bool bTaken = z.is_object() && z.contains(szName) && z[szName].is_object() && z.erase(szName) > 0;
+  if (z.is_structured())
+    for (Json& zPart : z) bTaken = TakeFromAll(zPart, szName) || bTaken;
+  return bTaken;
+}
+
+}  // namespace
 
 bool TakeAwayMovements(Json& zFile, std::vector<std::string>& vstrWarning) {
   bool bTaken = false;
@@ -16,10 +27,15 @@ bool TakeAwayMovements(Json& zFile, std::vector<std::string>& vstrWarning) {
     for (Json& zEntry : zObject[szList]) pfnEntry(zEntry);
   };
   if (Take(zFile, "animations")) vstrWarning.push_back("movements are left out");
-  bool bSkeleton = false;
-  EachOf(zFile, "nodes", [&](Json& zNode) { bSkeleton = Take(zNode, "skin") || bSkeleton; });
+  bool bSkeleton = false, bForms = false;
+  EachOf(zFile, "nodes", [&](Json& zNode) {
+    bSkeleton = Take(zNode, "skin") || bSkeleton;
+    Take(zNode, "weights");
+  });
   EachOf(zFile, "meshes", [&](Json& zMesh) {
+    Take(zMesh, "weights");
     EachOf(zMesh, "primitives", [&](Json& zPiece) {
+      bForms = Take(zPiece, "targets") || bForms;
       if (!zPiece.is_object() || !zPiece.contains("attributes") || !zPiece["attributes"].is_object()) return;
       Json& zAttributes = zPiece["attributes"];
       for (auto it = zAttributes.begin(); it != zAttributes.end();) {
@@ -31,6 +47,9 @@ bool TakeAwayMovements(Json& zFile, std::vector<std::string>& vstrWarning) {
   });
   Take(zFile, "skins");
   if (bSkeleton) vstrWarning.push_back("skeletons are left out: meshes stand in their basic form");
+  if (bForms) vstrWarning.push_back("other forms of a mesh are left out");
+  // Of pictures, which are left out as well.
+  if (zFile.contains("materials")) bTaken = TakeFromAll(zFile["materials"], "KHR_texture_transform") || bTaken;
   return bTaken;
 }
 

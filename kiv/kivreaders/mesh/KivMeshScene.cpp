@@ -78,7 +78,7 @@ class Maker {
   // Empty for a name that the library of formats makes up where the source has none.
   std::string_view OwnName(const aiString& strSource) const {
     const std::string_view strName = Text(strSource);
-    if (strName.starts_with("source.")) return {};  // the name that the library knows the file by
+    if (strName == m_zBytes.GetName()) return {};  // the name that the library knows the file by
     const bool bLikeMadeUp = (strName.starts_with("<") && strName.find('>') == strName.size() - 1) ||
                              strName == "ROOT" || strName == "defaultobject" || IsNumbered(strName);
     // The library counts the pieces of a mesh behind its name.
@@ -223,7 +223,8 @@ class Maker {
     const bool bSame = std::all_of(zMesh.mColors[0], zMesh.mColors[0] + zMesh.mNumVertices,
                                    [&](const aiColor4D& z) { return z == zFirst; });
     if (!bSame) Warn("colours of single vertices are left out");
-    return bSame && !fMaterial ? Clamped(zFirst, zFirst.a) : fMaterial;
+    // Without a material a glTF is opaque; the library gives colours of three numbers an opacity of 0.
+    return bSame && !fMaterial ? Clamped(zFirst, m_zFormat.m_bLinear ? 1.0f : zFirst.a) : fMaterial;
   }
 
   std::optional<KivColour> MaterialColour(const aiMesh& zMesh) {

@@ -72,6 +72,41 @@ void EndPlyLines(std::vector<uint8_t>& vcBytes) {
   std::replace(vcBytes.begin(), itEnd, uint8_t{'\r'}, uint8_t{'\n'});
 }
 
+// The library passes a line end behind the header whatever ends it, so that a value that begins like one would lose it.
+void EndBinaryPlyHeader(std::vector<uint8_t>& vcBytes) {
+  constexpr std::string_view kEnd = "\nend_header\n";
+  const std::string_view strText = TextOf(vcBytes);
+  const size_t iEnd = strText.find(kEnd);
+  if (iEnd == std::string_view::npos || strText.substr(0, iEnd).find("\nformat ascii") != std::string_view::npos)
+    return;
+  vcBytes.insert(vcBytes.begin() + static_cast<ptrdiff_t>(iEnd + kEnd.size() - 1), uint8_t{'\r'});
+}
+
+// A backslash at the end of a comment would take the next line into it.
+void EndObjComments(std::vector<uint8_t>& vcBytes) {
+  bool bBegin = true, bComment = false;
+  for (size_t i = 0; i < vcBytes.size(); ++i) {
+    const uint8_t c = vcBytes[i];
+    if (IsLineEnd(c)) {
+      bBegin = true;
+      bComment = false;
+    } else if (bBegin && !IsBlank(c)) {
+      bBegin = false;
+      bComment = c == '#';
+    }
+    if (bComment && c == '\\' && (i + 1 == vcBytes.size() || IsLineEnd(vcBytes[i + 1]))) vcBytes[i] = ' ';
+  }
+}
+
+// What stands behind the triangles of a binary one makes the library doubt its kind.
+void EndBinaryStl(std::vector<uint8_t>& vcBytes) {
+  constexpr uint64_t kHead = 84, kFacet = 50;
+  if (vcBytes.size() < kHead) return;
+  uint32_t nFacets = 0;
+  std::memcpy(&nFacets, vcBytes.data() + 80, sizeof nFacets);
+  if (vcBytes.size() > kHead + kFacet * nFacets) vcBytes.resize(kHead + kFacet * nFacets);
+}
+
 }  // namespace
 
 bool KivIsTextStl(const std::vector<uint8_t>& vcBytes) {
@@ -97,7 +132,10 @@ void KivNormaliseMeshText(const KivMeshFormat& zFormat, std::vector<uint8_t>& vc
   if (TextOf(vcBytes).starts_with(kUtf8Mark) && (!bStl || bTextStl))
     vcBytes.erase(vcBytes.begin(), vcBytes.begin() + kUtf8Mark.size());
   if (bTextStl) LowerStlWords(vcBytes);
+  if (bStl && !bTextStl) EndBinaryStl(vcBytes);
   if (strSuffix == "ply") EndPlyLines(vcBytes);
+  if (strSuffix == "ply") EndBinaryPlyHeader(vcBytes);
+  if (strSuffix == "obj") EndObjComments(vcBytes);
 }
 
 }  // namespace kiv
