@@ -200,7 +200,7 @@ namespace {
 class OneAtATime {
  public:
   OneAtATime() : m_hMutex(CreateMutexW(nullptr, FALSE, L"GetFileNameFromHandleMutex")) {
-    constexpr DWORD kPatienceMs = 2000;
+    constexpr DWORD kPatienceMs = 200;  // a thousand times what it takes; who has it may hang
     if (m_hMutex == nullptr) return;
     const DWORD iWait = WaitForSingleObject(m_hMutex, kPatienceMs);
     m_bHeld = iWait == WAIT_OBJECT_0 || iWait == WAIT_ABANDONED;
