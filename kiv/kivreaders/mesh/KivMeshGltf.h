@@ -26,8 +26,9 @@ void CheckNodes(const Json& zFile, bool bFirst);
 // Throws KivSceneError for numbers behind the end of their buffer, or of a kind that is not read. nBinary: bytes of a
 // GLB's second piece, or 0. (KivMeshGltf_Meshes.cpp)
 void CheckMeshes(const Json& zFile, bool bFirst, uint64_t nBinary);
-// Of version 2: skeletons, movements, other forms of meshes and placements of pictures are taken away, since the library
-// reads them by names and counts that it does not hold against each other. True if there was any. (KivMeshGltf_Movements.cpp)
+// Of version 2: skeletons, movements, other forms of meshes and placements of pictures are taken away, since the
+// library reads them by names and counts that it does not hold against each other. True if there was any.
+// (KivMeshGltf_Movements.cpp)
 bool TakeAwayMovements(Json& zFile, std::vector<std::string>& vstrWarning);
 
 }  // namespace kiv::gltf
