@@ -805,7 +805,7 @@ TEST(ReadMesh, NumbersOfAGltfOfTheFirstVersionThatAreElsewhereAreRefused) {
                  {"5126", "5123", "are no triples"},
                  {"\"POSITION\"", "\"POSITION_9\"", "other normals"},
                  {"\"NORMAL\"", "\"NORMAL_999999999\"", "of a name that is not known"},
-                 {"\"NORMAL\"", "\"TEXCOORD_1\"", "places in pictures are left out"},
+                 {"\"NORMAL\"", "\"TEXCOORD_1\"", "a set of places in pictures is missing"},
                  {"\"mode\":4", "\"mode\":5,\"indices\":\"none\"", "its JSON has a member twice"},
                  {"\"indices\":\"corners\"", "\"indices\":\"none\"", "that does not exist"},
                  {"\"indices\":\"corners\"", "\"indices\":0", "that does not exist"},

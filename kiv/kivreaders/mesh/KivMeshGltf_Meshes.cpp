@@ -119,12 +119,11 @@ class Meshes {
 
   // The names that the library knows, of which it counts some.
   void CheckFirstName(const std::string& strName, std::set<size_t>& setTexture) const {
-    if (strName == "POSITION" || strName == "NORMAL") return;
-    for (const std::string strKind : {"POSITION", "NORMAL", "TEXCOORD", "COLOR", "JOINT", "WEIGHT"}) {
+    for (const std::string strKind : {"TEXCOORD", "COLOR", "JOINT", "WEIGHT"}) {
       if (!strName.starts_with(strKind)) continue;
       const std::string strRest = strName.substr(strKind.size());
       const bool bDigit = strRest.size() == 2 && strRest[0] == '_' && strRest[1] >= '0' && strRest[1] <= '7';
-      if (strKind == "POSITION" || strKind == "NORMAL" || (!bDigit && !strRest.empty() && strName != "JOINTMATRIX"))
+      if (!bDigit && !strRest.empty() && strName != "JOINTMATRIX")
         throw KivSceneError("a mesh has numbers of a name that is not known");
       if (strKind == "TEXCOORD") setTexture.insert(bDigit ? static_cast<size_t>(strRest[1] - '0') : 0);
     }
@@ -151,8 +150,9 @@ class Meshes {
         throw KivSceneError("places or normals of it are no triples of floating-point numbers, which are not read");
       if (strName == "NORMAL" && Count(*pzAccessor, "count") != nCorners)
         throw KivSceneError("a piece of a mesh has other normals than corners");
-      if (!m_bFirst && ((strName.starts_with("POSITION") && strName != "POSITION") ||
-                        (strName.starts_with("NORMAL") && strName != "NORMAL")))
+      // The library compares beginnings.
+      if ((strName.starts_with("POSITION") && strName != "POSITION") ||
+          (strName.starts_with("NORMAL") && strName != "NORMAL"))
         throw KivSceneError("a mesh has numbers of a name that is not known");
       if (!m_bFirst) continue;
       CheckFirstName(strName, setTexture);
@@ -163,7 +163,7 @@ class Meshes {
         throw KivSceneError("a piece of a mesh has other places in pictures than corners");
     }
     if (!setTexture.empty() && *setTexture.rbegin() + 1 != setTexture.size())
-      throw KivSceneError("places in pictures are left out");
+      throw KivSceneError("a set of places in pictures is missing");
     if (nCorners == 0 && (m_bFirst || Member(zPiece, "indices") != nullptr))
       throw KivSceneError("a piece of a mesh has no corners");
     if (const Json* const pzIndices = CheckNamed(Member(zPiece, "indices"))) {
