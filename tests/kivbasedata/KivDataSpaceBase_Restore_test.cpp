@@ -150,8 +150,7 @@ TEST_P(Restore, ACopyWithoutItsFileIsReportedWhenItIsMade) {
   EXPECT_EQ(TextOf(m_zNote), "st-1");
 }
 
-// --- Codes
-// ------------------------------------------------------------------------------------------------------------
+// --- Codes ----------------------------------------------------------------------------------------------------------
 
 TEST_P(Restore, AModelThatIsGoneGivesTwenty) {
   MakeHistory();
@@ -312,8 +311,7 @@ TEST_F(StoreTest, AModelThatCannotTakePartLeavesTheHistoryAsItWasWhicheverComesF
   EXPECT_TRUE(bWrittenFirst);
 }
 
-// --- Places
-// -----------------------------------------------------------------------------------------------------------
+// --- Places ---------------------------------------------------------------------------------------------------------
 
 TEST_P(Restore, APlaceBehindTheHistoryCountsAndDiscardsNothingOutside) {
   MakeHistory();
@@ -327,8 +325,7 @@ TEST_P(Restore, APlaceBehindTheHistoryCountsAndDiscardsNothingOutside) {
   EXPECT_EQ(TextOf(m_zNote), "st-1");
 }
 
-// --- Listeners
-// --------------------------------------------------------------------------------------------------------
+// --- Listeners ------------------------------------------------------------------------------------------------------
 
 // Does something in the middle of an undo and a redo.
 struct Worker : KivDataSpaceListener {
@@ -475,8 +472,7 @@ TEST_P(Restore, AListenerThatAnotherOneRemovedIsNotCalled) {
   EXPECT_EQ(pzSecond, nullptr);
 }
 
-// --- Storage
-// ----------------------------------------------------------------------------------------------------------
+// --- Storage --------------------------------------------------------------------------------------------------------
 
 TEST_P(Restore, TheStorageTellsItsFailuresApart) {
   MakeHistory();

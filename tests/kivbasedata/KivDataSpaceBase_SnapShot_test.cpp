@@ -432,8 +432,7 @@ TEST_P(SnapShots, ARestoreToldApart) {
   EXPECT_EQ(Space().RestoreFromSnapShot(nullptr), KivRestoreSnapShotResult::NoEntry);
 }
 
-// --- Saving
-// -----------------------------------------------------------------------------------------------------------
+// --- Saving ---------------------------------------------------------------------------------------------------------
 
 TEST_P(SnapShots, TheDataSpaceSavesAModelAsAContainerOfItsOwn) {
   OpenModel();

@@ -49,8 +49,7 @@ class DataSpace : public StoreTest {
   }
 };
 
-// --- Settings
-// ---------------------------------------------------------------------------------------------------------
+// --- Settings -------------------------------------------------------------------------------------------------------
 
 TEST_F(DataSpace, ValuesHaveTheirDefaults) {
   const KivDataSpaceBase zSpace;
@@ -125,8 +124,7 @@ TEST_F(DataSpace, TheSpeedClassIsSetOrMeasured) {
   EXPECT_LE(zMeasured.m_iSpeedClass, 10);
 }
 
-// --- Instance
-// ---------------------------------------------------------------------------------------------------------
+// --- Instance -------------------------------------------------------------------------------------------------------
 
 TEST_F(DataSpace, ThereIsOneInstance) {
   EXPECT_EQ(KivDataSpaceBase::GetInstance(), KivDataSpaceBase::GetInstance());
@@ -251,8 +249,7 @@ TEST_F(DataSpace, TheFirstModelOfAProcessSettlesTheFolderOfTemporaryStoresAndALa
   EXPECT_EQ(iCode, 0);
 }
 
-// --- Models
-// -----------------------------------------------------------------------------------------------------------
+// --- Models ---------------------------------------------------------------------------------------------------------
 
 TEST_F(DataSpace, AddModelOnAFileThatCannotBeOpenedGivesThirtyAndLeavesNothing) {
   const uint32_t iKey = NextKey();
@@ -647,8 +644,7 @@ TEST_F(DataSpace, WithBackGroundReadAModelThatIsReadGetsASecondHandleWhoseReader
   Close(pzModel);
 }
 
-// --- Element types
-// ----------------------------------------------------------------------------------------------------
+// --- Element types --------------------------------------------------------------------------------------------------
 
 TEST_F(DataSpace, ATypeIndexWithAGapIsClearedWhenAModelIsAdded) {
   const auto MakeNone = [](uint32_t, uint32_t) -> KivOutOfCoreData* { return nullptr; };
@@ -717,8 +713,7 @@ TEST_F(DataSpace, AFunctionThatIsAskedBeforePatchesIsKeptOnceAndNullIsNone) {
   EXPECT_EQ(zSpace.Functions(), 2U);
 }
 
-// --- Listeners
-// --------------------------------------------------------------------------------------------------------
+// --- Listeners ------------------------------------------------------------------------------------------------------
 
 struct Listener : KivDataSpaceListener {
   bool ModelAdded(KivModelStatusBase* pzModel, const KivListenerData& aiData) override {

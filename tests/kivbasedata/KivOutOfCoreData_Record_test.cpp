@@ -154,8 +154,7 @@ INSTANTIATE_TEST_SUITE_P(All, LostRecord, testing::Combine(testing::Values(1, 2,
                                   (std::get<2>(zInfo.param) ? "Throwing" : "Returning");
                          });
 
-// --- Objects that outlive things
-// --------------------------------------------------------------------------------------
+// --- Objects that outlive things ------------------------------------------------------------------------------------
 
 class ObjectLife : public StoreTest {
  protected:

@@ -28,8 +28,7 @@ class OutOfCoreElement : public StoreTest {
   KivOutOfCoreHandle m_zNote;
 };
 
-// --- Without a store
-// --------------------------------------------------------------------------------------------------
+// --- Without a store ------------------------------------------------------------------------------------------------
 
 TEST_F(OutOfCoreElement, WithoutAManagerItIsAPlainObjectInMemory) {
   TestNote zNote(0);
@@ -111,8 +110,7 @@ TEST_F(OutOfCoreElement, LoadAndSaveThatReachTheBaseAreReported) {
   EXPECT_EQ(zElement.GetReservedSize(17), 17U);
 }
 
-// --- In and out of memory
-// ---------------------------------------------------------------------------------------------
+// --- In and out of memory -------------------------------------------------------------------------------------------
 
 TEST_F(OutOfCoreElement, ActivateForPositionsOnAnActiveElementIsReported) {
   OpenWithNote(10);
@@ -215,8 +213,7 @@ TEST_F(OutOfCoreElement, AReadBehindTheRecordIsReported) {
   EXPECT_FALSE(pzNote->ReadData(vcBytes.data(), vcBytes.size()));
 }
 
-// --- Records
-// ----------------------------------------------------------------------------------------------------------
+// --- Records --------------------------------------------------------------------------------------------------------
 
 TEST_F(OutOfCoreElement, DataOfExactlyHalfTheReservedSizeStaysInPlaceAndOneByteLessMoves) {
   // Behind it stands another record, so that the freed place is reused by nothing else.
@@ -394,8 +391,7 @@ TEST_F(OutOfCoreElement, MoveRecordWithoutAPositionIsReported) {
   EXPECT_FALSE(zNote.MoveRecord(iStart));
 }
 
-// --- Links
-// ------------------------------------------------------------------------------------------------------------
+// --- Links ----------------------------------------------------------------------------------------------------------
 
 TEST_F(OutOfCoreElement, GetAllPositionListsTheLinksThatAreNotNull) {
   OpenWithNote(10);
@@ -466,8 +462,7 @@ TEST_F(OutOfCoreElement, FindsItsModel) {
   EXPECT_FALSE(m_zNote.Fetch()->IsVer19Data());
 }
 
-// --- Ownership
-// --------------------------------------------------------------------------------------------------------
+// --- Ownership ------------------------------------------------------------------------------------------------------
 
 TEST_F(OutOfCoreElement, AnObjectOnTheStackIsNotDestroyedByTheManager) {
   OpenWithNote(10, false, 2);

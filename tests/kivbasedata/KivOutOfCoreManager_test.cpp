@@ -35,8 +35,7 @@ class OutOfCoreManager : public StoreTest {
   }
 };
 
-// --- Keys
-// -------------------------------------------------------------------------------------------------------------
+// --- Keys -----------------------------------------------------------------------------------------------------------
 
 TEST_F(OutOfCoreManager, TwoCallsWithTheSameKeyGiveTheSameManager) {
   const KivOutOfCoreManagerKeyOwner zOwner(SourceOf(m_zFolder / u"a.kiv", KivStoreMode::NewTemporary));
@@ -126,8 +125,7 @@ TEST_F(OutOfCoreManager, AReleaseTooManyIsReported) {
   EXPECT_EQ(KivOutOfCoreManager::Find(0), nullptr);
 }
 
-// --- Stores
-// -----------------------------------------------------------------------------------------------------------
+// --- Stores ---------------------------------------------------------------------------------------------------------
 
 TEST_F(OutOfCoreManager, ATemporaryStoreStandsInTheBaseFolderAndItsSideFileGoesWithIt) {
   KivOutOfCoreManager::SetOutOfCoreFileBase(m_zFolder.Path());
@@ -297,8 +295,7 @@ TEST_F(OutOfCoreManager, InAPreviousGenerationTheBoxStandsFourBytesEarlier) {
   EXPECT_EQ(pzNote->GetBoxCorners()[23], 6U);
 }
 
-// --- Elements
-// ---------------------------------------------------------------------------------------------------------
+// --- Elements -------------------------------------------------------------------------------------------------------
 
 TEST_F(OutOfCoreManager, GetElementOnAFreeRecordIsReportedAndNull) {
   KivModelStatusBase* pzModel = Open(MakeFile(u"a.kiv"), true);
@@ -454,8 +451,7 @@ TEST_F(OutOfCoreManager, APrefetchIsIssuedOnce) {
   EXPECT_FALSE(KivOutOfCoreManager::PrefetchElement(pzModel->GetKey(), 0, 1));
 }
 
-// --- The list of active elements
-// --------------------------------------------------------------------------------------
+// --- The list of active elements ------------------------------------------------------------------------------------
 
 class ActiveList : public OutOfCoreManager {
  protected:
@@ -671,8 +667,7 @@ TEST_F(ActiveList, AStackObjectThatOutlivesItsModelBecomesInactive) {
   }
 }
 
-// --- Memory
-// -----------------------------------------------------------------------------------------------------------
+// --- Memory ---------------------------------------------------------------------------------------------------------
 
 TEST_F(OutOfCoreManager, AtALimitOfOneTheMapGrowsByAnObjectForEachFetchAndAboveItMemoryStaysFlat) {
   const uint64_t nElements = Scaled(200000, 3000);

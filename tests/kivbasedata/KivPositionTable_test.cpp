@@ -187,8 +187,7 @@ TEST_F(PositionTableElement, TheBlockOfTheClassIsGivenBackWhateverTheSettingSays
   EXPECT_EQ(KivGetReportCount(), nAll);
 }
 
-// --- Tables and store together
-// ----------------------------------------------------------------------------------------
+// --- Tables and store together --------------------------------------------------------------------------------------
 
 TEST_F(PositionTableElement, KeysSurviveSavingAndReopening) {
   for (const int32_t iLimit : {1, 2, 10}) {

@@ -78,8 +78,7 @@ inline std::string PlyWithList(uint32_t nCount) {
   return strFile;
 }
 
-// --- glTF
-// -------------------------------------------------------------------------------------------------------------
+// --- glTF -----------------------------------------------------------------------------------------------------------
 
 // Three corners and normals, then three indices.
 inline std::string GltfBuffer() {

@@ -99,8 +99,7 @@ TestElementFaults& TestFaults() {
   return zFaults;
 }
 
-// --- TestNote
-// ---------------------------------------------------------------------------------------------------------
+// --- TestNote -------------------------------------------------------------------------------------------------------
 
 TestNote::TestNote(uint32_t iManagerKey) : KivOutOfCoreBlockNode(iManagerKey) {
   ++TestCounts().m_iObjects;
@@ -157,8 +156,7 @@ bool TestNote::ReplaceAllPosition(const std::map<uint64_t, uint64_t>& mapPositio
   return true;
 }
 
-// --- TestBag
-// ----------------------------------------------------------------------------------------------------------
+// --- TestBag --------------------------------------------------------------------------------------------------------
 
 TestBag::TestBag(uint32_t iManagerKey) : KivOutOfCoreTreeNode(iManagerKey) {
   ++TestCounts().m_iObjects;
@@ -212,8 +210,7 @@ TestBlock* TestBag::GetMemoryBlockForWrite() {
   return pzBlock;
 }
 
-// --- Files and models
-// -------------------------------------------------------------------------------------------------
+// --- Files and models -----------------------------------------------------------------------------------------------
 
 void RegisterTestTypes() {
   KivDataSpaceBase* pzSpace = KivDataSpaceBase::GetInstance();

@@ -43,8 +43,7 @@ void KivSetDataSpaceWithView() {
   g_bWithView = true;
 }
 
-// --- Instance
-// ---------------------------------------------------------------------------------------------------------
+// --- Instance -------------------------------------------------------------------------------------------------------
 
 namespace {
 
@@ -108,8 +107,7 @@ void KivDataSpaceBase::CloseAll() noexcept {
   }
 }
 
-// --- Settings
-// ---------------------------------------------------------------------------------------------------------
+// --- Settings -------------------------------------------------------------------------------------------------------
 
 void KivDataSpaceBase::SetSetting3(uint32_t iValue) {
   if (iValue <= 3) m_iSetting3 = iValue;
@@ -161,8 +159,7 @@ void KivDataSpaceBase::MeasureSpeed(int32_t iValue) {
     m_iSpeedClass = static_cast<int32_t>(std::min<uint32_t>(iElapsed / 100, 10));
 }
 
-// --- Element types
-// ----------------------------------------------------------------------------------------------------
+// --- Element types --------------------------------------------------------------------------------------------------
 
 void KivDataSpaceBase::SetGetAllPosition(uint32_t iRow, uint32_t iIndex, KivGetAllPositionHandler pfnHandler) {
   if (!KIV_CHECK(m_spModel.empty())) return;
@@ -210,8 +207,7 @@ void KivDataSpaceBase::CopyCleanedTables(KivModelStatusBase& zModel) {
   zModel.m_vpfnGetOutOfCoreData = m_vpfnGetOutOfCoreData;
 }
 
-// --- Models and listeners
-// ---------------------------------------------------------------------------------------------
+// --- Models and listeners -------------------------------------------------------------------------------------------
 
 void KivDataSpaceBase::AddListener(KivDataSpaceListener* pzListener) {
   if (pzListener == nullptr) return;

@@ -251,8 +251,7 @@ void KivDataSpaceBase::SetSnapShotFile(const KivWString& csPath) {
   m_vpSnapShotData[static_cast<size_t>(m_iCurBaseSnapShot)]->m_strSnapShotFile = csPath;
 }
 
-// --- Saving
-// -----------------------------------------------------------------------------------------------------------
+// --- Saving ---------------------------------------------------------------------------------------------------------
 
 // The model itself, or this entry's copy of it.
 KivModelStatusBase* KivDataSpaceBase::FindOwnModel(KivModelStatusBase* pzModel) const {

@@ -61,8 +61,7 @@ KivModelStatusBase* KivOutOfCoreData::GetModelStatus() {
   return m_pzModelStatus;
 }
 
-// --- In and out of memory
-// ---------------------------------------------------------------------------------------------
+// --- In and out of memory -------------------------------------------------------------------------------------------
 
 bool KivOutOfCoreData::Activate(bool bModifyOnlyForPosition) {
   KivOutOfCoreManager* pzManager = KivOutOfCoreManager::FindWithStore(m_iManagerKey);
@@ -191,8 +190,7 @@ uint64_t KivOutOfCoreData::AssignPositionKey() {
   return iKey;
 }
 
-// --- Record
-// -----------------------------------------------------------------------------------------------------------
+// --- Record ---------------------------------------------------------------------------------------------------------
 
 bool KivOutOfCoreData::ReadData(void* pBuffer, uint64_t nCount) {
   KivOutOfCoreManager* pzManager = KivOutOfCoreManager::FindWithStore(m_iManagerKey);

@@ -89,8 +89,7 @@ KivOutOfCoreManager* FindOrReport(uint32_t iKey) {
 
 }  // namespace
 
-// --- Registry
-// ---------------------------------------------------------------------------------------------------------
+// --- Registry -------------------------------------------------------------------------------------------------------
 
 KivOutOfCoreManager* KivOutOfCoreManager::Find(uint32_t iKey) {
   const Registry& zRegistry = GetRegistry();
@@ -236,8 +235,7 @@ void KivOutOfCoreManager::SetOutOfCoreFileBase(const KivWString& csFolder) {
   GetRegistry().m_strOutOfCoreFileBase = csFolder;
 }
 
-// --- Key owner
-// --------------------------------------------------------------------------------------------------------
+// --- Key owner ------------------------------------------------------------------------------------------------------
 
 KivOutOfCoreManagerKeyOwner::KivOutOfCoreManagerKeyOwner(const KivStoreSource& zSource) {
   Registry& zRegistry = GetRegistry();
@@ -297,8 +295,7 @@ KivOutOfCoreManagerKeyOwner::~KivOutOfCoreManagerKeyOwner() {
   }
 }
 
-// --- Elements by key
-// --------------------------------------------------------------------------------------------------
+// --- Elements by key ------------------------------------------------------------------------------------------------
 
 KivOutOfCoreData* KivOutOfCoreManager::GetElement(uint32_t iKey, uint64_t iPosition) {
   KivOutOfCoreManager* pzManager = FindOrReport(iKey);
@@ -532,8 +529,7 @@ bool KivOutOfCoreManager::PrefetchElement(uint32_t iKey, uint64_t iPosition, uin
   return bAccepted;
 }
 
-// --- State by key
-// -----------------------------------------------------------------------------------------------------
+// --- State by key ---------------------------------------------------------------------------------------------------
 
 bool KivOutOfCoreManager::DeactivateAll(uint32_t iKey) {
   KivOutOfCoreManager* pzManager = FindOrReport(iKey);
@@ -583,8 +579,7 @@ void KivOutOfCoreManager::CancelSaveInSlices(uint32_t iKey, const KivWString& cs
   if (pzManager != nullptr) pzManager->CancelSaveInSlices(csPath);
 }
 
-// --- This manager
-// -----------------------------------------------------------------------------------------------------
+// --- This manager ---------------------------------------------------------------------------------------------------
 
 KivFastFileContainerBase* KivOutOfCoreManager::GetContainer() const {
   return m_pzStorage != nullptr ? m_pzStorage->GetContainer() : nullptr;

@@ -91,8 +91,7 @@ std::unique_ptr<KivFastFileContainerBase> MakeContainer(const char16_t* szWords,
 
 }  // namespace
 
-// --- Opening
-// ----------------------------------------------------------------------------------------------------------
+// --- Opening --------------------------------------------------------------------------------------------------------
 
 KivOutOfCoreMemoryStorage::KivOutOfCoreMemoryStorage(const KivStoreSource& zSource, uint32_t iManagerKey)
     : m_eMode(zSource.m_eMode) {
@@ -218,8 +217,7 @@ void KivOutOfCoreMemoryStorage::OpenForWriting(const KivStoreSource& zSource, ui
   });
 }
 
-// --- Records
-// ----------------------------------------------------------------------------------------------------------
+// --- Records --------------------------------------------------------------------------------------------------------
 
 KivStorageResult KivOutOfCoreMemoryStorage::FindRecord(uint64_t iPosition, KivContainerRecord& zRecord) {
   if (m_pzFileContainer == nullptr) return KivStorageResult::NoContainer;

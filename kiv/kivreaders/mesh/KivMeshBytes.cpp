@@ -312,12 +312,51 @@ void CheckObjStatement(const std::vector<std::string_view>& vstrWord) {
     throw KivSceneError("a vertex has not three, four or six numbers");
 }
 
-void CheckObj(std::string_view strText) {
+// The number of the normal that a corner names, from 1 on or from -1 back; 0 for none. "1//3" or "1/2/3".
+int64_t NormalOf(std::string_view strCorner) {
+  for (int iPart = 0; iPart < 2; ++iPart) {
+    const size_t i = strCorner.find('/');
+    if (i == std::string_view::npos) return 0;
+    strCorner.remove_prefix(i + 1);
+  }
+  int64_t iNormal = 0;
+  std::from_chars(strCorner.data(), strCorner.data() + strCorner.size(), iNormal);
+  return iNormal;
+}
+
+// Of a mesh with a normal that does not exist the library drops all normals, without a word.
+class ObjNormals {
+ public:
+  void Add(const std::vector<std::string_view>& vstrWord) {
+    if (vstrWord.empty()) return;
+    if (vstrWord[0] == "vn") ++m_nNormals;
+    if (vstrWord[0] != "f") return;
+    for (size_t i = 1; i < vstrWord.size(); ++i) {
+      const int64_t iNormal = NormalOf(vstrWord[i]);
+      m_iLast = std::max(m_iLast, iNormal);
+      m_bBefore = m_bBefore || iNormal < -m_nNormals;
+    }
+  }
+  bool AllExist() const { return m_iLast <= m_nNormals && !m_bBefore; }
+
+ private:
+  int64_t m_nNormals = 0;
+  int64_t m_iLast = 0;     // the greatest number that is named
+  bool m_bBefore = false;  // one before the first is named
+};
+
+void CheckObj(std::string_view strText, std::vector<std::string>& vstrWarning) {
   if (strText.starts_with("\xFE\xFF") || strText.starts_with("\xFF\xFE"))
     throw KivSceneError("an OBJ with two bytes for each character is not read");
   if (strText.find('\0') != std::string_view::npos) throw KivSceneError("it is no OBJ file");
-  for (std::vector<std::string_view> vstrWord; !strText.empty(); CheckObjStatement(vstrWord))
+  ObjNormals zNormals;
+  for (std::vector<std::string_view> vstrWord; !strText.empty();) {
     TakeObjStatement(strText, vstrWord);
+    CheckObjStatement(vstrWord);
+    zNormals.Add(vstrWord);
+  }
+  if (!zNormals.AllExist())
+    vstrWarning.push_back("faces name normals that do not exist: those of their meshes are left out");
 }
 
 }  // namespace
@@ -328,7 +367,7 @@ void KivCheckMeshBytes(const KivMeshFormat& zFormat, std::vector<uint8_t>& vcByt
   if (strSuffix == "stl") CheckStl(vcBytes);
   const std::string_view strText(reinterpret_cast<const char*>(vcBytes.data()), vcBytes.size());
   if (strSuffix == "ply") CheckPly(strText);
-  if (strSuffix == "obj") CheckObj(strText);
+  if (strSuffix == "obj") CheckObj(strText, vstrWarning);
   if (strSuffix == "gltf" || strSuffix == "glb") KivCheckGltf(zFormat, vcBytes, vstrWarning);
 }
 

@@ -28,9 +28,8 @@ bool IsNumber(const aiVector3D& z) {
 
 class Maker {
  public:
-  Maker(const aiScene& zSource, const KivMeshFormat& zFormat, const KivMeshSource& zBytes, bool bMaterials,
-        KivScene& zScene)
-      : m_zSource(zSource), m_zFormat(zFormat), m_zBytes(zBytes), m_bMaterials(bMaterials), m_zScene(zScene) {}
+  Maker(const aiScene& zSource, const KivMeshFormat& zFormat, const KivMeshSource& zBytes, KivScene& zScene)
+      : m_zSource(zSource), m_zFormat(zFormat), m_zBytes(zBytes), m_zScene(zScene) {}
 
   void Run(const KivWString& csName) {
     m_zScene.m_dMetresPerUnit = m_zFormat.m_dMetresPerUnit;
@@ -122,13 +121,15 @@ class Maker {
   // What the names of the meshes have in common: the file counts the pieces of one mesh.
   KivWString PartName(const std::vector<unsigned int>& viMesh, const KivWString& csNode) const {
     std::string_view strName = OwnName(m_zSource.mMeshes[viMesh[0]]->mName);
+    bool bCut = false;
     for (const unsigned int iMesh : viMesh) {
       const std::string_view strOther = OwnName(m_zSource.mMeshes[iMesh]->mName);
       const auto [itEnd, itOther] = std::mismatch(strName.begin(), strName.end(), strOther.begin(), strOther.end());
+      bCut = bCut || itEnd != strName.end() || itOther != strOther.end();
       strName = strName.substr(0, static_cast<size_t>(itEnd - strName.begin()));
     }
-    while (viMesh.size() > 1 && !strName.empty() && (strName.back() == '-' || strName.back() == '_'))
-      strName.remove_suffix(1);
+    // The mark between name and number.
+    if (bCut && (strName.ends_with('-') || strName.ends_with('_'))) strName.remove_suffix(1);
     return strName.empty() ? csNode : sys::Utf8ToWide(strName);
   }
 
@@ -228,13 +229,14 @@ class Maker {
   }
 
   std::optional<KivColour> MaterialColour(const aiMesh& zMesh) {
-    if (!m_bMaterials || zMesh.mMaterialIndex >= m_zSource.mNumMaterials) return std::nullopt;
+    if (zMesh.mMaterialIndex >= m_zSource.mNumMaterials) return std::nullopt;
     const aiMaterial& zMaterial = *m_zSource.mMaterials[zMesh.mMaterialIndex];
     for (const aiTextureType iType : {aiTextureType_DIFFUSE, aiTextureType_BASE_COLOR})
       if (zMaterial.GetTextureCount(iType) > 0) Warn("pictures on surfaces are left out");
     aiString strName;
     const bool bNamed = zMaterial.Get(AI_MATKEY_NAME, strName) == aiReturn_SUCCESS && strName.length > 0;
     if (bNamed && Text(strName) == AI_DEFAULT_MATERIAL_NAME) return std::nullopt;
+    if (!m_zBytes.TellsColour(Text(strName))) return std::nullopt;
     aiColor4D zColour;
     if (zMaterial.Get(AI_MATKEY_BASE_COLOR, zColour) != aiReturn_SUCCESS &&
         zMaterial.Get(AI_MATKEY_COLOR_DIFFUSE, zColour) != aiReturn_SUCCESS)
@@ -267,7 +269,6 @@ class Maker {
   const aiScene& m_zSource;
   const KivMeshFormat& m_zFormat;
   const KivMeshSource& m_zBytes;
-  const bool m_bMaterials;
   KivScene& m_zScene;
   std::map<std::vector<unsigned int>, uint32_t> m_mapPart;
   std::set<std::string> m_setWarning;
@@ -299,8 +300,8 @@ void KivCheckMeshes(const aiScene& zSource, const KivMeshFormat& zFormat) {
 }
 
 void KivSceneFromMeshes(const aiScene& zSource, const KivMeshFormat& zFormat, const KivMeshSource& zBytes,
-                        const KivWString& csName, bool bMaterials, KivScene& zScene) {
-  Maker(zSource, zFormat, zBytes, bMaterials, zScene).Run(csName);
+                        const KivWString& csName, KivScene& zScene) {
+  Maker(zSource, zFormat, zBytes, zScene).Run(csName);
 }
 
 }  // namespace kiv

@@ -13,8 +13,8 @@ namespace kiv {
 void KivCheckMeshes(const aiScene& zSource, const KivMeshFormat& zFormat);
 
 // Meshes of triangles, lines and points. Nodes that hold the same meshes share a part. csName is the root's name where
-// the source has none; bMaterials says whether its materials are its own and not made up. Warnings are added.
+// the source has none. Warnings are added.
 void KivSceneFromMeshes(const aiScene& zSource, const KivMeshFormat& zFormat, const KivMeshSource& zBytes,
-                        const KivWString& csName, bool bMaterials, KivScene& zScene);
+                        const KivWString& csName, KivScene& zScene);
 
 }  // namespace kiv

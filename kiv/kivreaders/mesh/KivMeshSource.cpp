@@ -127,6 +127,10 @@ bool KivMeshSource::Holds(std::string_view strName) const {
   return m_fsetName->contains(strName);
 }
 
+bool KivMeshSource::TellsColour(std::string_view strMaterial) const {
+  return !m_bMaterials || m_setColoured.contains(strMaterial);
+}
+
 bool KivMeshSource::Exists(const char* szName) const {
   KivWString csPath;
   return szName == m_strName || (Find(szName, csPath) && sys::PathExists(csPath) && !sys::FolderExists(csPath));
@@ -138,10 +142,8 @@ Assimp::IOStream* KivMeshSource::Open(const char* szName, const char*) {
   try {
     if (Find(szName, csPath)) {
       std::vector<uint8_t> vcBytes = KivReadSceneSource(csPath, kLargestFile);
-      if (!m_bMaterials || KivCleanMaterials(vcBytes)) {
-        m_bGivenOther = true;
+      if (!m_bMaterials || KivCleanMaterials(vcBytes, m_setColoured))
         return new Stream(std::make_shared<const std::vector<uint8_t>>(std::move(vcBytes)));
-      }
     }
   } catch (const KivSceneError&) {
     // The library of formats goes on without the file, or gives up with a reason of its own.

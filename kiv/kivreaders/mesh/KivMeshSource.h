@@ -43,9 +43,9 @@ void KivCheckMeshBytes(const KivMeshFormat& zFormat, std::vector<uint8_t>& vcByt
 void KivCheckGltf(const KivMeshFormat& zFormat, std::vector<uint8_t>& vcBytes, std::vector<std::string>& vstrWarning);
 
 // Leaves of a list of materials what says something of colours, in the form that the library of formats reads. False
-// for what is no such list, or one with a statement before the first material or without its numbers.
-// (KivMeshMaterials.cpp)
-bool KivCleanMaterials(std::vector<uint8_t>& vcBytes);
+// for what is no such list, or one with a statement before the first material or without its numbers. Adds the names of
+// the materials that have a colour or an opacity. (KivMeshMaterials.cpp)
+bool KivCleanMaterials(std::vector<uint8_t>& vcBytes, std::set<std::string, std::less<>>& setColoured);
 
 // Gives the source's bytes under the name "source.<suffix>", and files of its folder and below under theirs; nothing
 // else. Files are taken whole.
@@ -59,8 +59,9 @@ class KivMeshSource : public Assimp::IOSystem {
   // True if the source's bytes have this text somewhere, of those that the library of formats makes up as names:
   // "nodes[3]", "meshes[0]", "<...>", "ROOT", "defaultobject".
   bool Holds(std::string_view strName) const;
-  // True if a file beside the source was given.
-  bool HasGivenOther() const { return m_bGivenOther; }
+  // False for a material of an OBJ to which no list that was given gives a colour: the library of formats makes up what
+  // is missing.
+  bool TellsColour(std::string_view strMaterial) const;
 
   bool Exists(const char* szName) const override;
   char getOsSeparator() const override { return '/'; }
@@ -79,7 +80,7 @@ class KivMeshSource : public Assimp::IOSystem {
   std::shared_ptr<const std::vector<uint8_t>> m_pvcBytes;
   mutable std::optional<std::set<std::string, std::less<>>> m_fsetName;  // of Holds, from one pass over the bytes
   std::vector<std::string> m_vstrMissing;
-  bool m_bGivenOther = false;
+  std::set<std::string, std::less<>> m_setColoured;  // materials of the lists that were given
 };
 
 }  // namespace kiv

@@ -40,10 +40,33 @@ size_t PassBlanks(const std::vector<uint8_t>& vcBytes, size_t iAt) {
   return iAt;
 }
 
+bool IsNoNumber(std::string_view strWord) {
+  if (strWord.starts_with('-') || strWord.starts_with('+')) strWord.remove_prefix(1);
+  const auto Begins = [strWord](std::string_view strBegin) {
+    return strWord.size() >= strBegin.size() &&
+           std::equal(strBegin.begin(), strBegin.end(), strWord.begin(), [](char a, char b) { return a == Lower(b); });
+  };
+  return Begins("nan") || Begins("inf") || strWord.starts_with("1.#");
+}
+
+// The normal of a triangle without an area is written as "-nan(ind)" or "1.#QNAN" by some. It is not used.
+void ClearNormal(std::vector<uint8_t>& vcBytes, size_t iAt) {
+  for (int iAxis = 0; iAxis < 3; ++iAxis) {
+    iAt = PassBlanks(vcBytes, iAt);
+    size_t iEnd = iAt;
+    while (iEnd < vcBytes.size() && !IsBlank(vcBytes[iEnd]) && !IsLineEnd(vcBytes[iEnd])) ++iEnd;
+    if (IsNoNumber(TextOf(vcBytes).substr(iAt, iEnd - iAt)))
+      std::fill(vcBytes.begin() + static_cast<ptrdiff_t>(iAt), vcBytes.begin() + static_cast<ptrdiff_t>(iEnd),
+                uint8_t{'0'});
+    iAt = iEnd;
+  }
+}
+
 // The words that lines of an STL begin with; names of solids stay as they are.
 void LowerStlWords(std::vector<uint8_t>& vcBytes) {
   constexpr std::string_view kWords[] = {"endsolid", "end solid", "solid",   "facet",
                                          "outer",    "vertex",    "endloop", "endfacet"};
+  constexpr std::string_view kNormal = "normal";
   bool bBegin = true;
   for (size_t i = 0; i < vcBytes.size(); ++i) {
     if (bBegin) {
@@ -51,7 +74,7 @@ void LowerStlWords(std::vector<uint8_t>& vcBytes) {
       for (const std::string_view strWord : kWords) {
         if (!LowerWord(vcBytes, i, strWord)) continue;
         const size_t iNext = PassBlanks(vcBytes, i + strWord.size());
-        if (strWord == "facet") LowerWord(vcBytes, iNext, "normal");
+        if (strWord == "facet" && LowerWord(vcBytes, iNext, kNormal)) ClearNormal(vcBytes, iNext + kNormal.size());
         if (strWord == "outer") LowerWord(vcBytes, iNext, "loop");
         break;
       }
@@ -70,6 +93,19 @@ void EndPlyLines(std::vector<uint8_t>& vcBytes) {
   const bool bText = strText.substr(0, iEnd).find("\rformat ascii") != std::string_view::npos;
   const auto itEnd = bText ? vcBytes.end() : vcBytes.begin() + static_cast<ptrdiff_t>(iEnd + kEnd.size());
   std::replace(vcBytes.begin(), itEnd, uint8_t{'\r'}, uint8_t{'\n'});
+}
+
+// The library wants the line of the format to be the second one.
+void MovePlyFormat(std::vector<uint8_t>& vcBytes) {
+  constexpr std::string_view kFormat = "\nformat ";
+  const std::string_view strText = TextOf(vcBytes);
+  const size_t iFirst = strText.find('\n'), iFormat = strText.find(kFormat);
+  if (iFormat == std::string_view::npos || iFormat == iFirst) return;
+  for (size_t i = iFirst; i != iFormat; i = strText.find('\n', i + 1)) {
+    const std::string_view strLine = strText.substr(i + 1);
+    if (!strLine.starts_with("comment") && !strLine.starts_with("obj_info")) return;
+  }
+  vcBytes.erase(vcBytes.begin() + static_cast<ptrdiff_t>(iFirst), vcBytes.begin() + static_cast<ptrdiff_t>(iFormat));
 }
 
 // The library passes a line end behind the header whatever ends it, so that a value that begins like one would lose it.
@@ -134,6 +170,7 @@ void KivNormaliseMeshText(const KivMeshFormat& zFormat, std::vector<uint8_t>& vc
   if (bTextStl) LowerStlWords(vcBytes);
   if (bStl && !bTextStl) EndBinaryStl(vcBytes);
   if (strSuffix == "ply") EndPlyLines(vcBytes);
+  if (strSuffix == "ply") MovePlyFormat(vcBytes);
   if (strSuffix == "ply") EndBinaryPlyHeader(vcBytes);
   if (strSuffix == "obj") EndObjComments(vcBytes);
 }

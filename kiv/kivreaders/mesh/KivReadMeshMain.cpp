@@ -118,9 +118,7 @@ void Read(const KivSceneRequest& zRequest, KivScene& zScene) {
   KivCheckMeshes(*pzScene, *pzFormat);
   pzScene = zImporter.ApplyPostProcessing(aiProcess_Triangulate);
   if (pzScene == nullptr) GiveUp();
-  // The materials of an OBJ stand in another file; without it they are made up.
-  const bool bMaterials = std::string_view(pzFormat->m_szSuffix) != "obj" || pzSource->HasGivenOther();
-  KivSceneFromMeshes(*pzScene, *pzFormat, *pzSource, csFile.substr(0, csFile.rfind(u'.')), bMaterials, zScene);
+  KivSceneFromMeshes(*pzScene, *pzFormat, *pzSource, csFile.substr(0, csFile.rfind(u'.')), zScene);
   for (const std::string& strMissing : pzSource->GetMissing())
     zScene.m_vstrWarning.push_back("a file that it names cannot be read: " + strMissing);
 }
