@@ -73,7 +73,7 @@ TEST(ReadMesh, AFileOfAnotherKindThanItsNameSaysIsRefused) {
   EXPECT_EQ(ReadBytes(u"a.ply", BinaryStl()).m_strError, "it is no PLY file");
   EXPECT_EQ(ReadBytes(u"a.obj", BinaryStl()).m_strError, "it is no OBJ file");
   EXPECT_NE(ReadBytes(u"a.stl", TextPly()).m_strError, "");
-  EXPECT_TRUE(HasText(ReadBytes(u"a.glb", BinaryStl()).m_strError, "it is no readable GLB file"));
+  EXPECT_TRUE(HasText(ReadBytes(u"a.glb", BinaryStl()).m_strError, "it is no readable glTF file"));
   EXPECT_TRUE(HasText(ReadBytes(u"a.gltf", "{}").m_strError, "it is no readable glTF file"));
   EXPECT_TRUE(HasText(ReadBytes(u"a.gltf", Glb()).m_strError, "it is no readable glTF file"));
 }

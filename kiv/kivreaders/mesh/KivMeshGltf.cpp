@@ -10,6 +10,7 @@
 #include <string_view>
 
 #include "KivMeshSource.h"
+#include "KivMeshWords.h"
 #include "KivSceneReader.h"
 
 namespace kiv {
@@ -178,13 +179,13 @@ void CheckRequired(const Json& zFile) {
 
 }  // namespace
 
-void KivCheckGltf(const KivMeshFormat& zFormat, std::vector<uint8_t>& vcBytes, std::vector<std::string>& vstrWarning) {
-  const std::string_view strBytes(reinterpret_cast<const char*>(vcBytes.data()), vcBytes.size());
+void KivPrepareGltf(std::vector<uint8_t>& vcBytes, std::vector<std::string>& vstrWarning) {
+  PassUtf8Mark(vcBytes);
+  const std::string_view strBytes = TextOf(vcBytes);
   const std::string_view strJson = JsonOf(strBytes);
   CheckBrackets(strJson);
   Json zFile = Parsed(strJson);
-  if (!zFile.is_object())
-    throw KivSceneError(std::string("it is no readable ") + zFormat.m_szName + " file: its JSON is damaged or missing");
+  if (!zFile.is_object()) throw KivSceneError("it is no readable glTF file: its JSON is damaged or missing");
   const bool bFirst = IsFirstVersion(zFile);
   if (IsBinary(strBytes) && (bFirst || NumberAt(strBytes, 4) == 1))
     throw KivSceneError("glTF 1 in its binary form is not read");

@@ -17,8 +17,9 @@ constexpr uint64_t kLargestFile = uint64_t{4} << 30;  // bytes
 constexpr std::string_view kFallback = "source.mtl";
 
 constexpr KivMeshFormat kFormats[] = {
-    {"stl", "STL", 0, false, false, false}, {"obj", "OBJ", 0, true, true, false}, {"ply", "PLY", 0, true, false, false},
-    {"gltf", "glTF", 1, true, true, true},  {"glb", "GLB", 1, true, true, true},
+    {"stl", "STL", 0, false, false, false, KivPrepareStl}, {"obj", "OBJ", 0, true, true, false, KivPrepareObj},
+    {"ply", "PLY", 0, true, false, false, KivPreparePly},  {"gltf", "glTF", 1, true, true, true, KivPrepareGltf},
+    {"glb", "GLB", 1, true, true, true, KivPrepareGltf},
 };
 
 // --- Streams --------------------------------------------------------------------------------------------------------

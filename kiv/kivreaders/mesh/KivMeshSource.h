@@ -14,6 +14,10 @@
 
 namespace kiv {
 
+// Brings a source into the form that the library of formats knows, and throws KivSceneError for bytes that announce
+// more than they hold, where the library would believe them. Warns of what the library leaves out without a word.
+using KivMeshPreparation = void (*)(std::vector<uint8_t>& vcBytes, std::vector<std::string>& vstrWarning);
+
 // What the reader knows about a format.
 struct KivMeshFormat {
   const char* m_szSuffix;   // of files, as in formats.txt
@@ -22,25 +26,19 @@ struct KivMeshFormat {
   bool m_bNormals;          // its normals are those of the form, not of each triangle
   bool m_bLines;            // may hold lines and points beside faces
   bool m_bLinear;           // its colours are linear; else sRGB
+  KivMeshPreparation m_pfnPrepare;
 };
 
 // By the suffix; null for a format that is not read.
 const KivMeshFormat* KivFindMeshFormat(const KivWString& csSuffix);
 
-// True for bytes that begin as a text STL does and are no binary one. (KivMeshText.cpp)
-bool KivIsTextStl(const std::vector<uint8_t>& vcBytes);
-// Brings a text into the form that the library of formats knows; the check below expects it. (KivMeshText.cpp)
-void KivNormaliseMeshText(const KivMeshFormat& zFormat, std::vector<uint8_t>& vcBytes);
-
-// Throws KivSceneError for bytes that announce more than they hold, where the library of formats would believe them.
-// Warns of what the library leaves out without a word. (KivMeshBytes.cpp)
-void KivCheckMeshBytes(const KivMeshFormat& zFormat, std::vector<uint8_t>& vcBytes,
-                       std::vector<std::string>& vstrWarning);
-
-// Throws KivSceneError for JSON or nodes that are nested too deeply, for nodes that are no trees, for numbers behind
-// the end of their buffer or of a kind that is not read, and for extensions that are needed and not read. Takes
-// skeletons and movements of version 2 out of the bytes. (KivMeshGltf.cpp)
-void KivCheckGltf(const KivMeshFormat& zFormat, std::vector<uint8_t>& vcBytes, std::vector<std::string>& vstrWarning);
+void KivPrepareStl(std::vector<uint8_t>& vcBytes, std::vector<std::string>& vstrWarning);
+void KivPrepareObj(std::vector<uint8_t>& vcBytes, std::vector<std::string>& vstrWarning);
+void KivPreparePly(std::vector<uint8_t>& vcBytes, std::vector<std::string>& vstrWarning);
+// Of both, text and GLB. Refused are JSON or nodes that are nested too deeply, nodes that are no trees, numbers behind
+// the end of their buffer or of a kind that is not read, and extensions that are needed and not read. Takes skeletons
+// and movements of version 2 out of the bytes. (KivMeshGltf.cpp)
+void KivPrepareGltf(std::vector<uint8_t>& vcBytes, std::vector<std::string>& vstrWarning);
 
 // Leaves of a list of materials what says something of colours, in the form that the library of formats reads. False
 // for what is no such list, or one with a statement before the first material or without its numbers. Adds the names of

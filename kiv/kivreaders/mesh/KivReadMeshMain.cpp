@@ -88,8 +88,7 @@ void Read(const KivSceneRequest& zRequest, KivScene& zScene) {
   if (pzFormat == nullptr)
     throw KivSceneError("the reader does not know the format '" + sys::WideToUtf8(zRequest.m_csFormat) + "'");
   std::vector<uint8_t> vcBytes = KivReadSceneSource(csSource, kLargestSource);
-  KivNormaliseMeshText(*pzFormat, vcBytes);
-  KivCheckMeshBytes(*pzFormat, vcBytes, zScene.m_vstrWarning);
+  pzFormat->m_pfnPrepare(vcBytes, zScene.m_vstrWarning);
 
   const size_t iSeparator = csSource.find_last_of(KivWString(u"/") + sys::kSeparator);
   const KivWString csFile = iSeparator == KivWString::npos ? csSource : csSource.substr(iSeparator + 1);

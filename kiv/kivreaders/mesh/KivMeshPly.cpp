@@ -1,54 +1,51 @@
-// What the bytes of a source announce, where the library of formats believes more than it should: it fills up what a
-// cut file lacks, or takes memory for whatever a header says.
+// PLY: what its header announces is there, in a form that the library of formats takes.
 #include <algorithm>
 #include <charconv>
-#include <cstring>
 #include <limits>
 #include <string>
 #include <string_view>
 #include <utility>
 
 #include "KivMeshSource.h"
+#include "KivMeshWords.h"
 #include "KivSceneReader.h"
 
 namespace kiv {
 namespace {
 
-bool IsBlank(char c) {
-  return c == ' ' || c == '\t' || c == '\r' || c == '\n' || c == '\0';
+// Only in the header where the values behind it are bytes.
+void EndPlyLines(std::vector<uint8_t>& vcBytes) {
+  constexpr std::string_view kHead = "ply\r", kEnd = "end_header\r";
+  const std::string_view strText = TextOf(vcBytes);
+  if (!strText.starts_with(kHead) || strText.substr(kHead.size()).starts_with('\n')) return;
+  const size_t iEnd = strText.find(kEnd);
+  if (iEnd == std::string_view::npos) return;
+  const bool bText = strText.substr(0, iEnd).find("\rformat ascii") != std::string_view::npos;
+  const auto itEnd = bText ? vcBytes.end() : vcBytes.begin() + static_cast<ptrdiff_t>(iEnd + kEnd.size());
+  std::replace(vcBytes.begin(), itEnd, uint8_t{'\r'}, uint8_t{'\n'});
 }
 
-// A text STL ends with its last solid.
-void CheckTextStl(std::string_view strText) {
-  while (!strText.empty() && IsBlank(strText.back())) strText.remove_suffix(1);
-  const size_t iLine = strText.find_last_of("\r\n");
-  std::string_view strLast = iLine == std::string_view::npos ? strText : strText.substr(iLine + 1);
-  while (!strLast.empty() && IsBlank(strLast.front())) strLast.remove_prefix(1);
-  if (!strLast.starts_with("endsolid") && !strLast.starts_with("end solid"))
-    throw KivSceneError("the file is cut: its last line is no 'endsolid'");
+// The library wants the line of the format to be the second one.
+void MovePlyFormat(std::vector<uint8_t>& vcBytes) {
+  constexpr std::string_view kFormat = "\nformat ";
+  const std::string_view strText = TextOf(vcBytes);
+  const size_t iFirst = strText.find('\n'), iFormat = strText.find(kFormat);
+  if (iFormat == std::string_view::npos || iFormat == iFirst) return;
+  for (size_t i = iFirst; i != iFormat; i = strText.find('\n', i + 1)) {
+    const std::string_view strLine = strText.substr(i + 1);
+    if (!strLine.starts_with("comment") && !strLine.starts_with("obj_info")) return;
+  }
+  vcBytes.erase(vcBytes.begin() + static_cast<ptrdiff_t>(iFirst), vcBytes.begin() + static_cast<ptrdiff_t>(iFormat));
 }
 
-void CheckStl(const std::vector<uint8_t>& vcBytes) {
-  constexpr uint64_t kHead = 84, kFacet = 50;
-  if (KivIsTextStl(vcBytes)) return CheckTextStl({reinterpret_cast<const char*>(vcBytes.data()), vcBytes.size()});
-  if (vcBytes.size() < kHead) throw KivSceneError("it is no STL file");
-  uint32_t nFacets = 0;
-  std::memcpy(&nFacets, vcBytes.data() + 80, sizeof nFacets);
-  if (vcBytes.size() < kHead + kFacet * nFacets)
-    throw KivSceneError("the file is cut, or no STL file: it announces " + std::to_string(nFacets) +
-                        " triangles and has bytes for " + std::to_string((vcBytes.size() - kHead) / kFacet));
-}
-
-// --- PLY ------------------------------------------------------------------------------------------------------------
-
-// The next word, which is passed; empty at the end.
-std::string_view TakeWord(std::string_view& strText) {
-  while (!strText.empty() && IsBlank(strText.front())) strText.remove_prefix(1);
-  size_t n = 0;
-  while (n < strText.size() && !IsBlank(strText[n])) ++n;
-  const std::string_view strWord = strText.substr(0, n);
-  strText.remove_prefix(n);
-  return strWord;
+// The library passes a line end behind the header whatever ends it, so that a value that begins like one would lose it.
+void EndBinaryPlyHeader(std::vector<uint8_t>& vcBytes) {
+  constexpr std::string_view kEnd = "\nend_header\n";
+  const std::string_view strText = TextOf(vcBytes);
+  const size_t iEnd = strText.find(kEnd);
+  if (iEnd == std::string_view::npos || strText.substr(0, iEnd).find("\nformat ascii") != std::string_view::npos)
+    return;
+  vcBytes.insert(vcBytes.begin() + static_cast<ptrdiff_t>(iEnd + kEnd.size() - 1), uint8_t{'\r'});
 }
 
 std::string_view TakeLine(std::string_view& strText) {
@@ -269,106 +266,14 @@ void CheckPly(std::string_view strText) {
     CheckBinaryPly(zHeader, strText);
 }
 
-// --- OBJ ------------------------------------------------------------------------------------------------------------
-
-// Ends as those of any system.
-std::string_view TakeObjLine(std::string_view& strText) {
-  const size_t n = std::min(strText.find_first_of("\r\n"), strText.size());
-  const std::string_view strLine = strText.substr(0, n);
-  strText.remove_prefix(n);
-  strText.remove_prefix(strText.starts_with("\r\n") ? 2 : strText.empty() ? 0 : 1);
-  return strLine;
-}
-
-// The words of a statement, without its comment. A line that ends with a backslash goes on in the next one.
-void TakeObjStatement(std::string_view& strText, std::vector<std::string_view>& vstrWord) {
-  vstrWord.clear();
-  std::string_view strLine = TakeObjLine(strText);
-  for (std::string_view strWord = TakeWord(strLine); !strWord.empty(); strWord = TakeWord(strLine)) {
-    if (strWord.starts_with('#')) return;
-    const bool bGoesOn = strWord.ends_with('\\');
-    if (bGoesOn) strWord.remove_suffix(1);
-    if (!strWord.empty()) vstrWord.push_back(strWord);
-    if (bGoesOn) strLine = TakeObjLine(strText);
-  }
-}
-
-bool IsDecimal(std::string_view strWord) {
-  if (strWord.starts_with('+')) strWord.remove_prefix(1);
-  double dNumber = 0;
-  const auto [pEnd, iError] = std::from_chars(strWord.data(), strWord.data() + strWord.size(), dNumber);
-  return iError != std::errc::invalid_argument && pEnd == strWord.data() + strWord.size();
-}
-
-// The library drops a vertex with other numbers, so that all later ones have other indices, and makes a line of a face
-// with two corners.
-void CheckObjStatement(const std::vector<std::string_view>& vstrWord) {
-  if (vstrWord.empty()) return;
-  const size_t nWords = vstrWord.size() - 1;
-  if (vstrWord[0] == "f" && nWords < 3)
-    throw KivSceneError("a face has fewer than three corners: the file is cut or damaged");
-  if (vstrWord[0] == "v" &&
-      ((nWords != 3 && nWords != 4 && nWords != 6) || !std::all_of(vstrWord.begin() + 1, vstrWord.end(), IsDecimal)))
-    throw KivSceneError("a vertex has not three, four or six numbers");
-}
-
-// The number of the normal that a corner names, from 1 on or from -1 back; 0 for none. "1//3" or "1/2/3".
-int64_t NormalOf(std::string_view strCorner) {
-  for (int iPart = 0; iPart < 2; ++iPart) {
-    const size_t i = strCorner.find('/');
-    if (i == std::string_view::npos) return 0;
-    strCorner.remove_prefix(i + 1);
-  }
-  int64_t iNormal = 0;
-  std::from_chars(strCorner.data(), strCorner.data() + strCorner.size(), iNormal);
-  return iNormal;
-}
-
-// Of a mesh with a normal that does not exist the library drops all normals, without a word.
-class ObjNormals {
- public:
-  void Add(const std::vector<std::string_view>& vstrWord) {
-    if (vstrWord.empty()) return;
-    if (vstrWord[0] == "vn") ++m_nNormals;
-    if (vstrWord[0] != "f") return;
-    for (size_t i = 1; i < vstrWord.size(); ++i) {
-      const int64_t iNormal = NormalOf(vstrWord[i]);
-      m_iLast = std::max(m_iLast, iNormal);
-      m_bBefore = m_bBefore || iNormal < -m_nNormals;
-    }
-  }
-  bool AllExist() const { return m_iLast <= m_nNormals && !m_bBefore; }
-
- private:
-  int64_t m_nNormals = 0;
-  int64_t m_iLast = 0;     // the greatest number that is named
-  bool m_bBefore = false;  // one before the first is named
-};
-
-void CheckObj(std::string_view strText, std::vector<std::string>& vstrWarning) {
-  if (strText.starts_with("\xFE\xFF") || strText.starts_with("\xFF\xFE"))
-    throw KivSceneError("an OBJ with two bytes for each character is not read");
-  if (strText.find('\0') != std::string_view::npos) throw KivSceneError("it is no OBJ file");
-  ObjNormals zNormals;
-  for (std::vector<std::string_view> vstrWord; !strText.empty();) {
-    TakeObjStatement(strText, vstrWord);
-    CheckObjStatement(vstrWord);
-    zNormals.Add(vstrWord);
-  }
-  if (!zNormals.AllExist())
-    vstrWarning.push_back("faces name normals that do not exist: those of their meshes are left out");
-}
-
 }  // namespace
 
-void KivCheckMeshBytes(const KivMeshFormat& zFormat, std::vector<uint8_t>& vcBytes,
-                       std::vector<std::string>& vstrWarning) {
-  const std::string_view strSuffix = zFormat.m_szSuffix;
-  if (strSuffix == "stl") CheckStl(vcBytes);
-  const std::string_view strText(reinterpret_cast<const char*>(vcBytes.data()), vcBytes.size());
-  if (strSuffix == "ply") CheckPly(strText);
-  if (strSuffix == "obj") CheckObj(strText, vstrWarning);
-  if (strSuffix == "gltf" || strSuffix == "glb") KivCheckGltf(zFormat, vcBytes, vstrWarning);
+void KivPreparePly(std::vector<uint8_t>& vcBytes, std::vector<std::string>&) {
+  PassUtf8Mark(vcBytes);
+  EndPlyLines(vcBytes);
+  MovePlyFormat(vcBytes);
+  EndBinaryPlyHeader(vcBytes);
+  CheckPly(TextOf(vcBytes));
 }
 
 }  // namespace kiv
