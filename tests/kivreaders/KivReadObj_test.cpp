@@ -128,12 +128,24 @@ TEST(ReadObj, ACutObjIsASoundSceneOrAReason) {
   for (size_t i = 1; i < nCuts; ++i) ReadBytes(u"a.obj", Obj().substr(0, i * Obj().size() / nCuts));
 }
 
-TEST(ReadObj, APolygonOfMoreThanFiveThousandCornersIsRefused) {
-  EXPECT_EQ(ReadBytes(u"a.obj", PolygonObj(5001, 1)).m_strError, "a face has more than 5000 corners");
-  EXPECT_EQ(ReadBytes(u"a.obj", PolygonObj(5000, 11)).m_strError, "too many faces have more than 500 corners");
-  const ReaderOutcome z = ReadBytes(u"a.obj", PolygonObj(2000, 1));
+TEST(ReadObj, ConcavePolygonsAreCutIntoTrianglesAndCrossedOnesAreAWarning) {
+  const ReaderOutcome z = ReadBytes(u"a.obj", PolygonObj(5000, 2));
   ASSERT_EQ(z.m_strError, "");
-  EXPECT_EQ(z.m_zScene.m_vzPart[0].m_vzLevel[0].m_vzFace[0].m_viIndex.size(), 3u * 1998);
+  EXPECT_EQ(z.m_zScene.m_vzPart[0].m_vzLevel[0].m_vzFace[0].m_viIndex.size(), 3u * 2 * 4998);
+  // A T, whose corners stand on one line across its stem.
+  const std::string strT = "v 0 0 2\nv 0 0 3\nv 3 0 3\nv 3 0 2\nv 2 0 2\nv 2 0 0\nv 1 0 0\nv 1 0 2\n";
+  const ReaderOutcome zT = ReadBytes(u"a.obj", strT + "f 1 2 3 4 5 6 7 8\n");
+  ASSERT_EQ(zT.m_strError, "");
+  EXPECT_TRUE(zT.m_zScene.m_vstrWarning.empty());
+  const KivSceneFace& zFace = zT.m_zScene.m_vzPart[0].m_vzLevel[0].m_vzFace[0];
+  ASSERT_EQ(zFace.m_viIndex.size(), 18u);
+  double dArea = 0;
+  for (size_t i = 0; i < 6; ++i) {
+    const Point zA = Corner(zFace, i, 0), zB = Corner(zFace, i, 1), zC = Corner(zFace, i, 2);
+    dArea += std::abs((zB[0] - zA[0]) * (zC[2] - zA[2]) - (zB[2] - zA[2]) * (zC[0] - zA[0])) / 2;
+  }
+  EXPECT_DOUBLE_EQ(dArea, 5);
+  EXPECT_TRUE(Warns(ReadBytes(u"a.obj", strT + "f 1 2 3 4\nf 1 3 2 4\n").m_zScene, "1 polygons cross themselves"));
 }
 
 TEST(ReadObj, AFaceOfAnObjWithTwoCornersIsRefused) {

@@ -9,6 +9,7 @@
 #include <string_view>
 #include <utility>
 
+#include "KivMeshPolygon.h"
 #include "KivSceneReader.h"
 
 namespace kiv {
@@ -17,10 +18,6 @@ namespace {
 std::string_view Text(const aiString& str) {
   return std::string_view(str.data, std::min<size_t>(str.length, sizeof str.data - 1));
 }
-
-// The time for triangles grows with the square of a polygon's corners.
-constexpr unsigned int kMostCorners = 5000, kManyCorners = 500;
-constexpr uint64_t kMostSquares = 250'000'000;  // of the polygons with many, together
 
 bool IsNumber(const aiVector3D& z) {
   return std::isfinite(z.x) && std::isfinite(z.y) && std::isfinite(z.z);
@@ -38,6 +35,9 @@ class Maker {
     if (m_zSource.mNumAnimations > 0) Warn("movements are left out");
     if (m_zSource.mNumCameras > 0) Warn("cameras are left out");
     if (m_zSource.mNumLights > 0) Warn("lights are left out");
+    if (m_nCrossed > 0)
+      Warn(std::to_string(m_nCrossed) +
+           " polygons cross themselves or have no area: what they cover may be told wrongly");
     if (m_nPoints > 0) Warn(std::to_string(m_nPoints) + " single points are left out");
     m_zScene.m_vstrWarning.insert(m_zScene.m_vstrWarning.end(), m_setWarning.begin(), m_setWarning.end());
   }
@@ -141,7 +141,7 @@ class Maker {
       const aiFace& z = zMesh.mFaces[i];
       if (z.mNumIndices == 1) ++m_nPoints;
       if (z.mNumIndices == 3) zFace.m_viIndex.insert(zFace.m_viIndex.end(), z.mIndices, z.mIndices + 3);
-      if (z.mNumIndices > 3) throw KivSceneError("a polygon cannot be cut into triangles");
+      if (z.mNumIndices > 3) AddPolygon(zMesh, z, zFace);
     }
     const std::optional<KivColour> fColour = Colour(zMesh);
     if (!zFace.m_viIndex.empty()) {
@@ -158,6 +158,16 @@ class Maker {
       zLevel.m_vzFace.push_back(std::move(zFace));
     }
     AddLines(zMesh, fColour, zLevel);
+  }
+
+  void AddPolygon(const aiMesh& zMesh, const aiFace& zPolygon, KivSceneFace& zFace) {
+    m_vzCorner.clear();
+    for (unsigned int i = 0; i < zPolygon.mNumIndices; ++i) {
+      const aiVector3D& z = zMesh.mVertices[zPolygon.mIndices[i]];
+      m_vzCorner.push_back({static_cast<double>(z.x), static_cast<double>(z.y), static_cast<double>(z.z)});
+    }
+    if (!m_zCutter.Cut(m_vzCorner, m_viCorner)) ++m_nCrossed;
+    for (const uint32_t i : m_viCorner) zFace.m_viIndex.push_back(zPolygon.mIndices[i]);
   }
 
   void AddNormals(const aiMesh& zMesh, KivSceneFace& zFace) {
@@ -273,12 +283,15 @@ class Maker {
   std::map<std::vector<unsigned int>, uint32_t> m_mapPart;
   std::set<std::string> m_setWarning;
   uint64_t m_nPoints = 0;
+  uint64_t m_nCrossed = 0;  // polygons
+  KivPolygonCutter m_zCutter;
+  std::vector<KivPolygonCutter::Point> m_vzCorner;  // of one polygon
+  std::vector<uint32_t> m_viCorner;                 // of its triangles
 };
 
 }  // namespace
 
 void KivCheckMeshes(const aiScene& zSource, const KivMeshFormat& zFormat) {
-  uint64_t nSquares = 0;
   for (unsigned int iMesh = 0; iMesh < zSource.mNumMeshes; ++iMesh) {
     const aiMesh& zMesh = *zSource.mMeshes[iMesh];
     if (zMesh.mNumVertices > 0 && zMesh.mVertices == nullptr) throw KivSceneError("a mesh has no vertices");
@@ -288,11 +301,6 @@ void KivCheckMeshes(const aiScene& zSource, const KivMeshFormat& zFormat) {
       const aiFace& z = zMesh.mFaces[i];
       if (z.mNumIndices < (zFormat.m_bLines ? 1u : 3u))
         throw KivSceneError("a face has fewer than three corners: the file is cut or damaged");
-      if (z.mNumIndices > kMostCorners)
-        throw KivSceneError("a face has more than " + std::to_string(kMostCorners) + " corners");
-      if (z.mNumIndices > kManyCorners) nSquares += uint64_t{z.mNumIndices} * z.mNumIndices;
-      if (nSquares > kMostSquares)
-        throw KivSceneError("too many faces have more than " + std::to_string(kManyCorners) + " corners");
       for (unsigned int iCorner = 0; iCorner < z.mNumIndices; ++iCorner)
         if (z.mIndices[iCorner] >= zMesh.mNumVertices) throw KivSceneError("a face names a vertex that does not exist");
     }

@@ -8,12 +8,11 @@
 
 namespace kiv {
 
-// Before the polygons become triangles: throws KivSceneError for a mesh whose polygons name vertices that do not exist,
-// or whose coordinates are no numbers.
+// Throws KivSceneError for a mesh whose polygons name vertices that do not exist, or whose coordinates are no numbers.
 void KivCheckMeshes(const aiScene& zSource, const KivMeshFormat& zFormat);
 
-// Meshes of triangles, lines and points. Nodes that hold the same meshes share a part. csName is the root's name where
-// the source has none. Warnings are added.
+// Meshes of polygons, lines and points, which KivCheckMeshes has let pass. Nodes that hold the same meshes share a
+// part. csName is the root's name where the source has none. Warnings are added.
 void KivSceneFromMeshes(const aiScene& zSource, const KivMeshFormat& zFormat, const KivMeshSource& zBytes,
                         const KivWString& csName, KivScene& zScene);
 

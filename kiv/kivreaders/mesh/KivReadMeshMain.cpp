@@ -1,6 +1,5 @@
 // kiv-read-mesh: reads STL, OBJ, PLY, glTF and GLB for the kiv command.
 #include <assimp/BaseImporter.h>
-#include <assimp/postprocess.h>
 #include <algorithm>
 #include <assimp/DefaultLogger.hpp>
 #include <assimp/Importer.hpp>
@@ -115,8 +114,6 @@ void Read(const KivSceneRequest& zRequest, KivScene& zScene) {
   if (bLostFaces) throw KivSceneError("a face names a vertex that does not exist");
   if (bLostVertices) zScene.m_vstrWarning.push_back("vertices that make no whole triangle or line are left out");
   KivCheckMeshes(*pzScene, *pzFormat);
-  pzScene = zImporter.ApplyPostProcessing(aiProcess_Triangulate);
-  if (pzScene == nullptr) GiveUp();
   KivSceneFromMeshes(*pzScene, *pzFormat, *pzSource, csFile.substr(0, csFile.rfind(u'.')), zScene);
   for (const std::string& strMissing : pzSource->GetMissing())
     zScene.m_vstrWarning.push_back("a file that it names cannot be read: " + strMissing);
