@@ -116,3 +116,74 @@ TEST(ReadPly, CommentsOfAPlyMayStandBeforeItsFormat) {
   }
   EXPECT_NE(ReadBytes(u"a.ply", Replaced(TextPly(), "ply\nformat", "ply\nelement vertex 4\nformat")).m_strError, "");
 }
+
+TEST(ReadPly, OtherElementsMayStandAnywhere) {
+  const std::string strCamera = "element camera 1\nproperty float view_px\nproperty list uchar int more\n";
+  const auto WithCamera = [&](std::string strFile, const std::string& strBefore, const std::string& strBytes) {
+    strFile.insert(strFile.find(strBefore), strCamera);
+    return strFile.insert(strFile.find("end_header\n") + 11, strBytes);
+  };
+  const KivByteBuffer vcPlain = KivWriteScene(ReadBytes(u"a.ply", TextPly()).m_zScene);
+  EXPECT_EQ(KivWriteScene(ReadBytes(u"a.ply", WithCamera(TextPly(), "element vertex", "7 2 1 1\n")).m_zScene), vcPlain);
+  std::string strBytes = Floats({7});
+  AddRaw<uint8_t>(strBytes, 1);
+  AddRaw<int32_t>(strBytes, 9);
+  EXPECT_EQ(KivWriteScene(ReadBytes(u"a.ply", WithCamera(BinaryPly(), "element vertex", strBytes)).m_zScene), vcPlain);
+  // Between the two, and faces before vertices.
+  std::string strFile = TextPly();
+  strFile.insert(strFile.find("element face"), strCamera);
+  strFile.insert(strFile.find("3 0 1 2"), "7 0\n");
+  EXPECT_EQ(KivWriteScene(ReadBytes(u"a.ply", strFile).m_zScene), vcPlain);
+  EXPECT_EQ(
+      KivWriteScene(ReadBytes(u"a.ply",
+                              "ply\nformat ascii 1.0\nelement face 2\nproperty list uchar int vertex_indices\n"
+                              "element vertex 4\nproperty float x\nproperty float y\nproperty float z\nend_header\n"
+                              "3 0 1 2\n3 0 2 3\n0 0 0\n1 0 0\n1 1 0\n0 1 0.25\n")
+                        .m_zScene),
+      vcPlain);
+}
+
+TEST(ReadPly, EdgesAndColoursOfFacesAndMaterialsAreToldToBeLeftOut) {
+  std::string strFile =
+      Replaced(TextPly(), "end_header", "element edge 1\nproperty int vertex1\nproperty int vertex2\nend_header") +
+      "0 1\n";
+  EXPECT_EQ(ReadBytes(u"a.ply", strFile).m_zScene.m_vstrWarning, (std::vector<std::string>{"edges are left out"}));
+  strFile =
+      Replaced(TextPly(), "end_header", "property uchar red\nproperty uchar green\nproperty uchar blue\nend_header");
+  strFile = Replaced(Replaced(strFile, "3 0 1 2", "3 0 1 2 255 0 0"), "3 0 2 3", "3 0 2 3 0 0 255");
+  EXPECT_EQ(ReadBytes(u"a.ply", strFile).m_zScene.m_vstrWarning,
+            (std::vector<std::string>{"colours of single faces are left out"}));
+  const std::string strMaterial =
+      "property int material_index\nelement material 1\nproperty uchar diffuse_red\n"
+      "property uchar diffuse_green\nproperty uchar diffuse_blue\nend_header";
+  strFile = Replaced(Replaced(Replaced(TextPly(), "end_header", strMaterial), "3 0 1 2", "3 0 1 2 0"), "3 0 2 3",
+                     "3 0 2 3 0");
+  const ReaderOutcome zOne = ReadBytes(u"a.ply", strFile + "255 0 0\n");
+  EXPECT_TRUE(zOne.m_zScene.m_vstrWarning.empty());
+  ExpectColour(zOne.m_zScene.m_vzPart[0].m_vzLevel[0].m_vzFace[0].m_fColour, {1, 0, 0, 1});
+  const ReaderOutcome zTwo = ReadBytes(u"a.ply", Replaced(strFile, "material 1", "material 2") + "255 0 0\n0 0 255\n");
+  EXPECT_TRUE(Warns(zTwo.m_zScene, "materials of single faces are left out"));
+  EXPECT_FALSE(zTwo.m_zScene.m_vzPart[0].m_vzLevel[0].m_vzFace[0].m_fColour.has_value());
+}
+
+TEST(ReadPly, ColoursOfVerticesHaveTwoNames) {
+  std::string strFile = Replaced(TextPly(), "property float z\n",
+                                 "property float z\nproperty uchar diffuse_red\nproperty uchar diffuse_green\n"
+                                 "property uchar diffuse_blue\n");
+  for (const char* szVertex : {"\n0 0 0", "\n1 0 0", "\n1 1 0", "\n0 1 0.25"})
+    strFile = Replaced(strFile, std::string(szVertex) + "\n", std::string(szVertex) + " 0 255 0\n");
+  const ReaderOutcome z = ReadBytes(u"a.ply", strFile);
+  ASSERT_EQ(z.m_strError, "");
+  ExpectColour(z.m_zScene.m_vzPart[0].m_vzLevel[0].m_vzFace[0].m_fColour, {0, 1, 0, 1});
+}
+
+TEST(ReadPly, ANormalMayBeNoNumber) {
+  std::string strFile = Replaced(TextPly(), "property float z\n",
+                                 "property float z\nproperty float nx\nproperty float ny\nproperty float nz\n");
+  for (const char* szVertex : {"\n0 0 0", "\n1 0 0", "\n1 1 0", "\n0 1 0.25"})
+    strFile = Replaced(strFile, std::string(szVertex) + "\n", std::string(szVertex) + " -nan(ind) nan 1.#QNAN\n");
+  const ReaderOutcome z = ReadBytes(u"a.ply", strFile);
+  ASSERT_EQ(z.m_strError, "");
+  EXPECT_TRUE(Warns(z.m_zScene, "normals without a direction are left out"));
+  EXPECT_EQ(z.m_zScene.m_vzPart[0].m_vzLevel[0].m_vzFace[0].m_viIndex.size(), 6u);
+}

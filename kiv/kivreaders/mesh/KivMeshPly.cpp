@@ -25,29 +25,6 @@ void EndPlyLines(std::vector<uint8_t>& vcBytes) {
   std::replace(vcBytes.begin(), itEnd, uint8_t{'\r'}, uint8_t{'\n'});
 }
 
-// The library wants the line of the format to be the second one.
-void MovePlyFormat(std::vector<uint8_t>& vcBytes) {
-  constexpr std::string_view kFormat = "\nformat ";
-  const std::string_view strText = TextOf(vcBytes);
-  const size_t iFirst = strText.find('\n'), iFormat = strText.find(kFormat);
-  if (iFormat == std::string_view::npos || iFormat == iFirst) return;
-  for (size_t i = iFirst; i != iFormat; i = strText.find('\n', i + 1)) {
-    const std::string_view strLine = strText.substr(i + 1);
-    if (!strLine.starts_with("comment") && !strLine.starts_with("obj_info")) return;
-  }
-  vcBytes.erase(vcBytes.begin() + static_cast<ptrdiff_t>(iFirst), vcBytes.begin() + static_cast<ptrdiff_t>(iFormat));
-}
-
-// The library passes a line end behind the header whatever ends it, so that a value that begins like one would lose it.
-void EndBinaryPlyHeader(std::vector<uint8_t>& vcBytes) {
-  constexpr std::string_view kEnd = "\nend_header\n";
-  const std::string_view strText = TextOf(vcBytes);
-  const size_t iEnd = strText.find(kEnd);
-  if (iEnd == std::string_view::npos || strText.substr(0, iEnd).find("\nformat ascii") != std::string_view::npos)
-    return;
-  vcBytes.insert(vcBytes.begin() + static_cast<ptrdiff_t>(iEnd + kEnd.size() - 1), uint8_t{'\r'});
-}
-
 std::string_view TakeLine(std::string_view& strText) {
   const size_t n = std::min(strText.find('\n'), strText.size());
   const std::string_view strLine = strText.substr(0, n);
@@ -56,6 +33,7 @@ std::string_view TakeLine(std::string_view& strText) {
 }
 
 struct PlyProperty {
+  std::string_view m_strLine;  // its types and its name
   std::string_view m_strName;
   bool m_bList = false;
   uint64_t m_nCountBytes = 0;  // of a list: what its count takes
@@ -69,6 +47,7 @@ struct PlyElement {
   std::string_view m_strName;
   uint64_t m_nEntries = 0;
   std::vector<PlyProperty> m_vzProperty;
+  std::string_view m_strBytes;  // of all its entries
 };
 
 struct PlyHeader {
@@ -94,6 +73,7 @@ bool IsFloat(std::string_view strType) {
 
 PlyProperty TakePlyProperty(std::string_view strLine) {
   PlyProperty z;
+  z.m_strLine = strLine;
   std::string_view strType = TakeWord(strLine);
   z.m_bList = strType == "list";
   if (z.m_bList) {
@@ -116,15 +96,20 @@ PlyProperty TakePlyProperty(std::string_view strLine) {
 // Passes the header.
 PlyHeader TakePlyHeader(std::string_view& strText) {
   PlyHeader zHeader;
+  bool bForm = false;
   for (;;) {
     if (strText.empty()) throw KivSceneError("the file is cut: its header has no end");
     std::string_view strLine = TakeLine(strText);
     const std::string_view strWord = TakeWord(strLine);
-    if (strWord == "end_header") return zHeader;
+    if (strWord == "end_header") {
+      if (!bForm) throw KivSceneError("its header is damaged: it tells no form that is known");
+      return zHeader;
+    }
     if (strWord == "format") {
       const std::string_view strForm = TakeWord(strLine);
       zHeader.m_bText = strForm == "ascii";
       zHeader.m_bBigEndian = strForm == "binary_big_endian";
+      bForm = zHeader.m_bText || zHeader.m_bBigEndian || strForm == "binary_little_endian";
     }
     if (strWord == "element") {
       const std::string_view strName = TakeWord(strLine);
@@ -133,7 +118,7 @@ PlyHeader TakePlyHeader(std::string_view& strText) {
       const auto [pEnd, iError] = std::from_chars(strCount.data(), strCount.data() + strCount.size(), nEntries);
       if (iError == std::errc::result_out_of_range) RefusePly();
       if (iError != std::errc()) throw KivSceneError("its header is damaged");
-      zHeader.m_vzElement.push_back({strName, nEntries, {}});
+      zHeader.m_vzElement.push_back({strName, nEntries, {}, {}});
     }
     if (strWord == "property" && !zHeader.m_vzElement.empty())
       zHeader.m_vzElement.back().m_vzProperty.push_back(TakePlyProperty(strLine));
@@ -166,9 +151,15 @@ class PlyFace {
   uint64_t m_nTexture = 0;  // two for each corner
 };
 
+// A component of one. Such a one of no length is written as no number by some.
+bool IsNormal(const PlyProperty& z) {
+  return !z.m_bList && z.m_bFloat && (z.m_strName == "nx" || z.m_strName == "ny" || z.m_strName == "nz");
+}
+
 // Every value must be there, those of an entry on a line of its own.
-void CheckTextPly(const PlyHeader& zHeader, std::string_view strText) {
-  for (const PlyElement& zElement : zHeader.m_vzElement)
+void CheckTextPly(PlyHeader& zHeader, std::string_view strText, std::vector<uint8_t>& vcBytes) {
+  for (PlyElement& zElement : zHeader.m_vzElement) {
+    zElement.m_strBytes = strText;
     for (uint64_t i = 0; i < zElement.m_nEntries; ++i) {
       std::string_view strLine, strRest;
       do {
@@ -179,6 +170,8 @@ void CheckTextPly(const PlyHeader& zHeader, std::string_view strText) {
       for (const PlyProperty& zProperty : zElement.m_vzProperty) {
         const std::string_view strWord = TakeWord(strLine);
         if (strWord.empty()) RefusePly();
+        if (IsNormal(zProperty) && IsNoNumber(strWord))
+          std::fill_n(vcBytes.begin() + (strWord.data() - TextOf(vcBytes).data()), strWord.size(), uint8_t{'0'});
         const int64_t nValues = zProperty.m_bList ? WholePlyNumber(strWord) : 0;
         if (nValues < 0) throw KivSceneError("a list of it has a count below 0");
         if (zProperty.m_bList) zFace.Add(zProperty, static_cast<uint64_t>(nValues));
@@ -191,6 +184,8 @@ void CheckTextPly(const PlyHeader& zHeader, std::string_view strText) {
       zFace.Check();
       if (!TakeWord(strLine).empty()) throw KivSceneError("a line of it has more numbers than its header announces");
     }
+    zElement.m_strBytes.remove_suffix(strText.size());
+  }
 }
 
 // What the library would take for zeros, pass over, or write into the room of another element.
@@ -228,8 +223,9 @@ uint64_t TakePlyCount(const PlyHeader& zHeader, const PlyProperty& zProperty, st
 }
 
 // Every value must be there; a list is passed by its count before memory is taken for it.
-void CheckBinaryPly(const PlyHeader& zHeader, std::string_view strBytes) {
-  for (const PlyElement& zElement : zHeader.m_vzElement)
+void CheckBinaryPly(PlyHeader& zHeader, std::string_view strBytes) {
+  for (PlyElement& zElement : zHeader.m_vzElement) {
+    zElement.m_strBytes = strBytes;
     for (uint64_t i = 0; i < zElement.m_nEntries; ++i) {
       PlyFace zFace;
       for (const PlyProperty& zProperty : zElement.m_vzProperty) {
@@ -247,12 +243,15 @@ void CheckBinaryPly(const PlyHeader& zHeader, std::string_view strBytes) {
       }
       zFace.Check();
     }
+    zElement.m_strBytes.remove_suffix(strBytes.size());
+  }
 }
 
 // Each entry of an element takes a byte at least.
-void CheckPly(std::string_view strText) {
+PlyHeader CheckPly(std::vector<uint8_t>& vcBytes) {
+  std::string_view strText = TextOf(vcBytes);
   if (!strText.starts_with("ply")) throw KivSceneError("it is no PLY file");
-  const PlyHeader zHeader = TakePlyHeader(strText);
+  PlyHeader zHeader = TakePlyHeader(strText);
   uint64_t nEntries = 0;
   for (const PlyElement& zElement : zHeader.m_vzElement) {
     if (zElement.m_nEntries > strText.size()) RefusePly();
@@ -261,19 +260,78 @@ void CheckPly(std::string_view strText) {
   if (nEntries > strText.size()) RefusePly();
   CheckPlyHeader(zHeader);
   if (zHeader.m_bText)
-    CheckTextPly(zHeader, strText);
+    CheckTextPly(zHeader, strText, vcBytes);
   else
     CheckBinaryPly(zHeader, strText);
+  return zHeader;
+}
+
+// The elements that the library reads, vertices first, since it goes by their order. What else says something of the
+// mesh is a warning.
+std::vector<const PlyElement*> KeptElements(const PlyHeader& zHeader, std::vector<std::string>& vstrWarning) {
+  std::vector<const PlyElement*> vpzKept;
+  for (const char* szKept : {"vertex", "face", "material"})
+    for (const PlyElement& z : zHeader.m_vzElement)
+      if (z.m_strName == szKept) vpzKept.push_back(&z);
+  // Which material is which face's the library does not look at.
+  if (!vpzKept.empty() && vpzKept.back()->m_strName == "material" && vpzKept.back()->m_nEntries > 1) {
+    vstrWarning.push_back("materials of single faces are left out");
+    vpzKept.pop_back();
+  }
+  for (const PlyElement& zElement : zHeader.m_vzElement) {
+    if (zElement.m_strName == "edge" && zElement.m_nEntries > 0) vstrWarning.push_back("edges are left out");
+    if (zElement.m_strName != "face") continue;
+    for (const PlyProperty& z : zElement.m_vzProperty)
+      if (z.m_strName == "red" || z.m_strName == "diffuse_red") {
+        vstrWarning.push_back("colours of single faces are left out");
+        break;
+      }
+  }
+  return vpzKept;
+}
+
+// Colours of vertices have two names.
+std::string PropertyLine(const PlyElement& zElement, const PlyProperty& z) {
+  constexpr std::string_view kDiffuse = "diffuse_";
+  std::string strLine = "property" + std::string(z.m_strLine);
+  while (!strLine.empty() && IsBlank(strLine.back())) strLine.pop_back();
+  if (zElement.m_strName == "vertex" && z.m_strName.starts_with(kDiffuse))
+    strLine.replace(strLine.rfind(kDiffuse), kDiffuse.size(), "");
+  return strLine + "\n";
+}
+
+// Without comments, which may stand where the library does not look for them.
+std::vector<uint8_t> WritePly(const PlyHeader& zHeader, const std::vector<const PlyElement*>& vpzElement) {
+  std::string strHeader = "ply\nformat ";
+  strHeader += zHeader.m_bText ? "ascii" : zHeader.m_bBigEndian ? "binary_big_endian" : "binary_little_endian";
+  strHeader += " 1.0\n";
+  size_t nBytes = 0;
+  for (const PlyElement* const pz : vpzElement) {
+    strHeader += "element " + std::string(pz->m_strName) + " " + std::to_string(pz->m_nEntries) + "\n";
+    for (const PlyProperty& z : pz->m_vzProperty) strHeader += PropertyLine(*pz, z);
+    nBytes += pz->m_strBytes.size() + 1;
+  }
+  // The library passes a line end behind the header whatever ends it, so that a value that begins like one would be
+  // lost.
+  strHeader += zHeader.m_bText ? "end_header\n" : "end_header\r\n";
+  std::vector<uint8_t> vcBytes;
+  vcBytes.reserve(strHeader.size() + nBytes);
+  vcBytes.assign(strHeader.begin(), strHeader.end());
+  for (const PlyElement* const pz : vpzElement) {
+    vcBytes.insert(vcBytes.end(), pz->m_strBytes.begin(), pz->m_strBytes.end());
+    if (zHeader.m_bText) vcBytes.push_back('\n');
+  }
+  if (zHeader.m_bText) std::replace(vcBytes.begin(), vcBytes.end(), uint8_t{'\r'}, uint8_t{' '});
+  return vcBytes;
 }
 
 }  // namespace
 
-void KivPreparePly(std::vector<uint8_t>& vcBytes, std::vector<std::string>&) {
+void KivPreparePly(std::vector<uint8_t>& vcBytes, std::vector<std::string>& vstrWarning) {
   PassUtf8Mark(vcBytes);
   EndPlyLines(vcBytes);
-  MovePlyFormat(vcBytes);
-  EndBinaryPlyHeader(vcBytes);
-  CheckPly(TextOf(vcBytes));
+  const PlyHeader zHeader = CheckPly(vcBytes);
+  vcBytes = WritePly(zHeader, KeptElements(zHeader, vstrWarning));
 }
 
 }  // namespace kiv

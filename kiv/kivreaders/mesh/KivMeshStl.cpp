@@ -11,10 +11,6 @@
 namespace kiv {
 namespace {
 
-char Lower(char c) {
-  return c >= 'A' && c <= 'Z' ? static_cast<char>(c + ('a' - 'A')) : c;
-}
-
 // True for bytes that begin as a text does and are no binary one.
 bool IsTextStl(const std::vector<uint8_t>& vcBytes) {
   constexpr uint64_t kHead = 84, kFacet = 50;
@@ -73,15 +69,6 @@ bool LowerWord(std::vector<uint8_t>& vcBytes, size_t iAt, std::string_view strWo
 size_t PassBlanks(const std::vector<uint8_t>& vcBytes, size_t iAt) {
   while (iAt < vcBytes.size() && IsSpace(vcBytes[iAt])) ++iAt;
   return iAt;
-}
-
-bool IsNoNumber(std::string_view strWord) {
-  if (strWord.starts_with('-') || strWord.starts_with('+')) strWord.remove_prefix(1);
-  const auto Begins = [strWord](std::string_view strBegin) {
-    return strWord.size() >= strBegin.size() &&
-           std::equal(strBegin.begin(), strBegin.end(), strWord.begin(), [](char a, char b) { return a == Lower(b); });
-  };
-  return Begins("nan") || Begins("inf") || strWord.starts_with("1.#");
 }
 
 // The normal of a triangle without an area is written as "-nan(ind)" or "1.#QNAN" by some. It is not used.
