@@ -24,8 +24,9 @@ void Demand(bool bHolds, const char* szWhat) {
 
 bool Prepare(KivMeshPreparation pfnPrepare, std::vector<uint8_t>& vcBytes) {
   std::vector<std::string> vstrWarning;
+  KivMeshPlaces vzPlace;
   try {
-    pfnPrepare(vcBytes, vstrWarning);
+    pfnPrepare(vcBytes, vstrWarning, vzPlace);
   } catch (const KivSceneError& e) {
     Demand(e.what()[0] != '\0', "a refusal without a reason");
     return false;
@@ -56,11 +57,11 @@ void CutPolygon(const std::vector<uint8_t>& vcBytes) {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t nSize) {
   if (nSize == 0) return 0;
   std::vector<uint8_t> vcBytes(pData + 1, pData + nSize);
-  constexpr KivMeshPreparation kPreparations[] = {KivPrepareStl, KivPrepareObj, KivPreparePly, KivPrepareGltf};
+  constexpr const char16_t* kFormats[] = {u"stl", u"obj", u"ply", u"gltf"};
   const size_t iKind = pData[0] % 6;
   if (iKind < 4) {
-    if (Prepare(kPreparations[iKind], vcBytes))
-      Demand(Prepare(kPreparations[iKind], vcBytes), "prepared bytes are refused");
+    const KivMeshPreparation pfnPrepare = KivFindMeshFormat(kFormats[iKind])->m_pfnPrepare;
+    if (Prepare(pfnPrepare, vcBytes)) Demand(Prepare(pfnPrepare, vcBytes), "prepared bytes are refused");
   } else if (iKind == 4) {
     std::set<std::string, std::less<>> setColoured;
     if (!KivCleanMaterials(vcBytes, setColoured)) return 0;

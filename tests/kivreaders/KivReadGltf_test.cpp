@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <cstring>
 
 #include "KivReadMeshTest.h"
@@ -29,6 +30,47 @@ void ExpectRefused(const std::string& strFile, const std::vector<Change>& vzChan
 
 constexpr char kBehind[] = "numbers of it stand behind the end of their buffer";
 constexpr char kNoCount[] = "of it is no count";
+
+std::string Error(const std::string& strFile) {
+  return ReadBytes(u"a.gltf", strFile).m_strError;
+}
+
+// The bytes of a GLB with nMore behind the second piece's, and these in its JSON in place of others.
+std::string ChangedGlb(size_t nMore, const std::string& strFrom = "", const std::string& strTo = "") {
+  std::string strJson = Gltf("");
+  if (!strFrom.empty()) strJson = Replaced(strJson, strFrom, strTo);
+  while (strJson.size() % 4 != 0) strJson += ' ';
+  const std::string strBinary = GltfBuffer() + std::string(nMore, 'x');
+  std::string strFile = "glTF";
+  AddRaw<uint32_t>(strFile, 2);
+  AddRaw<uint32_t>(strFile, static_cast<uint32_t>(12 + 8 + strJson.size() + 8 + strBinary.size()));
+  AddRaw<uint32_t>(strFile, static_cast<uint32_t>(strJson.size()));
+  strFile += "JSON" + strJson;
+  AddRaw<uint32_t>(strFile, static_cast<uint32_t>(strBinary.size()));
+  return strFile + std::string("BIN\0", 4) + strBinary;
+}
+
+void ExpectPlacement(const KivSceneNode& zNode, const std::vector<double>& vdMust) {
+  for (size_t i = 0; i < 16; ++i) EXPECT_NEAR(zNode.m_zMatrix[i], vdMust[i], 1e-14 * std::abs(vdMust[i]) + 1e-15) << i;
+}
+
+// The nodes' JSON in place of those of a file of one mesh, with these roots.
+std::string WithNodes(const std::string& strNodes, const std::string& strRoots = "[0]") {
+  return Replaced(Replaced(ChainGltf(1, ""), "\"nodes\":[{\"mesh\":0}]", "\"nodes\":[" + strNodes + "]"),
+                  "[{\"nodes\":[0]}]", "[{\"nodes\":" + strRoots + "}]");
+}
+
+// Three corners of four floating-point numbers for the first piece, whose colours they are.
+std::string WithColours(const std::vector<float>& vfColour) {
+  const std::string strBuffer = GltfBuffer() + Floats(vfColour);
+  std::string strFile = Gltf("data:application/octet-stream;base64," + Base64(strBuffer));
+  strFile = Replaced(strFile, "{\"POSITION\":0,\"NORMAL\":1}", "{\"POSITION\":0,\"COLOR_0\":3}");
+  strFile = Replaced(strFile, "\"SCALAR\"}]",
+                     "\"SCALAR\"},{\"bufferView\":3,\"componentType\":5126,\"count\":3,\"type\":\"VEC4\"}]");
+  strFile =
+      Replaced(strFile, "\"byteLength\":6}]", "\"byteLength\":6},{\"buffer\":0,\"byteOffset\":80,\"byteLength\":48}]");
+  return Replaced(strFile, "\"byteLength\":80", "\"byteLength\":128");
+}
 
 }  // namespace
 
@@ -80,6 +122,264 @@ TEST(ReadGltf, AGltfOfTheFirstVersionKeepsNodesAndTriangles) {
   EXPECT_EQ(zFace.m_vdVertex, (std::vector<double>{0, 0, 0, 1, 0, 0, 0, 1, 0}));
   EXPECT_EQ(zFace.m_viIndex, (std::vector<uint32_t>{0, 1, 2}));
   EXPECT_EQ(zFace.m_vfNormal.size(), 9u);
+}
+
+TEST(ReadGltf, PlacementsOfAGltfKeepAllTheirDigits) {
+  const std::vector<double> vdFar = {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 4500000.123, 500000.456, 12.34, 1};
+  for (const char* szPlace : {"\"translation\":[4500000.123,500000.456,12.34]",
+                              "\"matrix\":[1,0,0,0,0,1,0,0,0,0,1,0,4500000.123,500000.456,12.34,1]"}) {
+    SCOPED_TRACE(szPlace);
+    const std::string strPlace = szPlace;
+    const ReaderOutcome z = ReadBytes(u"a.gltf", Replaced(EmbeddedGltf(), "\"name\":\"left\",", strPlace + ","));
+    ASSERT_EQ(z.m_strError, "");
+    ExpectPlacement(z.m_zScene.m_vzNode[1], vdFar);
+    const ReaderOutcome zPacked = ReadBytes(u"a.glb", ChangedGlb(0, "\"name\":\"left\",", strPlace + ","));
+    ASSERT_EQ(zPacked.m_strError, "");
+    ExpectPlacement(zPacked.m_zScene.m_vzNode[1], vdFar);
+    const ReaderOutcome zFirst =
+        ReadBytes(u"a.gltf", Replaced(FirstGltf(), "\"left\":{", "\"left\":{" + strPlace + ","));
+    ASSERT_EQ(zFirst.m_strError, "");
+    ExpectPlacement(zFirst.m_zScene.m_vzNode[1], vdFar);
+  }
+}
+
+TEST(ReadGltf, EachNodeOfAGltfWithSeveralRootsHasItsOwnPlacement) {
+  const std::string strFile = WithNodes(
+      "{\"mesh\":0,\"translation\":[0.1,0,0]},{\"children\":[4,3],\"translation\":[1.1,0,0]},{\"mesh\":0,"
+      "\"translation\":[2.1,0,0]},{\"children\":[2],\"translation\":[3.1,0,0]},{\"mesh\":0,\"translation\":[4.1,0,0]}",
+      "[1,0]");
+  const ReaderOutcome z = ReadBytes(u"a.gltf", strFile);
+  ASSERT_EQ(z.m_strError, "");
+  ASSERT_EQ(z.m_zScene.m_vzNode.size(), 6u);
+  EXPECT_EQ(z.m_zScene.m_vzNode[0].m_csName, u"a");
+  const std::vector<double> vdX = {0, 1.1, 4.1, 3.1, 2.1, 0.1};
+  const std::vector<uint32_t> viParent = {kNoSceneIndex, 0, 1, 1, 3, 0};
+  for (size_t i = 0; i < 6; ++i) {
+    EXPECT_EQ(z.m_zScene.m_vzNode[i].m_zMatrix[12], vdX[i]) << i;
+    EXPECT_EQ(z.m_zScene.m_vzNode[i].m_iParent, viParent[i]) << i;
+  }
+}
+
+TEST(ReadGltf, PartsOfAPlacementMultiplyAndATurnIsTakenAsItStands) {
+  const std::string strParts = "\"rotation\":[0.3,-0.2,0.9,1.7],\"scale\":[1,-2,0.5],\"translation\":[1,2,3]";
+  const std::vector<double> vdMust = {-0.7, 2.94, 1.22, 0, 6.36, 1.6, -1.32, 0, -0.07, -0.69, 0.37, 0, 1, 2, 3, 1};
+  const ReaderOutcome z = ReadBytes(u"a.gltf", WithNodes("{\"mesh\":0," + strParts + "}"));
+  ASSERT_EQ(z.m_strError, "");
+  ExpectPlacement(z.m_zScene.m_vzNode[0], vdMust);
+  const ReaderOutcome zFirst = ReadBytes(u"a.gltf", Replaced(FirstGltf(), "\"left\":{", "\"left\":{" + strParts + ","));
+  ASSERT_EQ(zFirst.m_strError, "");
+  ExpectPlacement(zFirst.m_zScene.m_vzNode[1], vdMust);
+}
+
+TEST(ReadGltf, PlacementsThatAreNoNumbersOrProjectionsAreRefused) {
+  EXPECT_EQ(Error(WithNodes("{\"mesh\":0,\"matrix\":[1,0,0,0.5,0,1,0,0,0,0,1,0,0,0,0,1]}")),
+            "a placement is a projection");
+  EXPECT_EQ(Error(WithNodes("{\"mesh\":0,\"matrix\":[1,0,0,1e-60,0,1,0,0,0,0,1,0,0,0,0,1]}")), "");
+  EXPECT_EQ(Error(WithNodes("{\"mesh\":0,\"translation\":[1e300,0,0]}")), "a placement is no number");
+}
+
+TEST(ReadGltf, NamesOfTheFirstVersionAreNamesElseTheTextsThatStandForThem) {
+  const std::string strFile = Replaced(Replaced(FirstGltf(), "\"left\":{", "\"left\":{\"name\":\"links\","),
+                                       "\"meshes\":{\"bracket\":{", "\"meshes\":{\"bracket\":{\"name\":\"Winkel\",");
+  const ReaderOutcome z = ReadBytes(u"a.gltf", strFile);
+  ASSERT_EQ(z.m_strError, "");
+  EXPECT_EQ(z.m_zScene.m_vzPart[0].m_csName, u"Winkel");
+  EXPECT_EQ(z.m_zScene.m_vzNode[0].m_csName, u"top");
+  EXPECT_EQ(z.m_zScene.m_vzNode[1].m_csName, u"links");
+  EXPECT_EQ(z.m_zScene.m_vzNode[2].m_csName, u"right");
+  EXPECT_EQ(ReadBytes(u"a.gltf", FirstGltf()).m_zScene.m_vzPart[0].m_csName, u"bracket");
+}
+
+TEST(ReadGltf, CopiesAndAPlaceThatOnlyExtensionsTellAreToldToBeLeftOut) {
+  const char* const szNode = "\"name\":\"left\",";
+  const ReaderOutcome zCopies = ReadBytes(
+      u"a.gltf", Replaced(EmbeddedGltf(), szNode,
+                          "\"extensions\":{\"EXT_mesh_gpu_instancing\":{\"attributes\":{\"TRANSLATION\":0}}},"));
+  ASSERT_EQ(zCopies.m_strError, "");
+  EXPECT_TRUE(Warns(zCopies.m_zScene, "copies of a mesh (EXT_mesh_gpu_instancing) are left out but for one"));
+  for (const std::string& strFile : {EmbeddedGltf(), FirstGltf()}) {
+    const ReaderOutcome zFar =
+        ReadBytes(u"a.gltf",
+                  Replaced(strFile, "\"scene\":", "\"extensions\":{\"CESIUM_RTC\":{\"center\":[1e6,0,0]}},\"scene\":"));
+    ASSERT_EQ(zFar.m_strError, "");
+    EXPECT_TRUE(Warns(zFar.m_zScene, "the place of the whole (CESIUM_RTC) is left out"));
+  }
+}
+
+TEST(ReadGltf, TheDiffuseColourOfASpecularMaterialIsItsColour) {
+  const std::string strUsed = "\"extensionsUsed\":[\"KHR_materials_pbrSpecularGlossiness\"],\"scene\":";
+  const ReaderOutcome zUsed = ReadBytes(
+      u"a.gltf", Replaced(Replaced(EmbeddedGltf(), "\"scene\":", strUsed), "\"alphaMode\"",
+                          "\"extensions\":{\"KHR_materials_pbrSpecularGlossiness\":{\"diffuseFactor\":[0,1,0.5,0.5]}},"
+                          "\"alphaMode\""));
+  ASSERT_EQ(zUsed.m_strError, "");
+  ExpectColour(zUsed.m_zScene.m_vzPart[0].m_vzLevel[0].m_vzFace[0].m_fColour, {0, 1, 0.5f, 0.5f});
+}
+
+TEST(ReadGltf, AColourThatAllCornersShareMultipliesThatOfTheMaterial) {
+  const std::vector<float> vfSame = {0.5f, 1, 0, 0.5f, 0.5f, 1, 0, 0.5f, 0.5f, 1, 0, 0.5f};
+  std::string strFile = WithColours(vfSame);
+  ReaderOutcome z = ReadBytes(u"a.gltf", strFile);
+  ASSERT_EQ(z.m_strError, "");
+  ExpectColour(z.m_zScene.m_vzPart[0].m_vzLevel[0].m_vzFace[0].m_fColour, {0.25f, 0.25f, 0, 0.375f});
+  EXPECT_TRUE(z.m_zScene.m_vstrWarning.empty());
+  z = ReadBytes(u"a.gltf", Replaced(strFile, ",\n\"alphaMode\":\"BLEND\"", ""));
+  ASSERT_EQ(z.m_strError, "");
+  ExpectColour(z.m_zScene.m_vzPart[0].m_vzLevel[0].m_vzFace[0].m_fColour, {0.25f, 0.25f, 0, 1});
+  std::vector<float> vfOther = vfSame;
+  vfOther[4] = 0.75f;
+  z = ReadBytes(u"a.gltf", WithColours(vfOther));
+  ASSERT_EQ(z.m_strError, "");
+  ExpectColour(z.m_zScene.m_vzPart[0].m_vzLevel[0].m_vzFace[0].m_fColour, {0.5f, 0.25f, 0.125f, 0.75f});
+  EXPECT_TRUE(Warns(z.m_zScene, "colours of single vertices are left out"));
+}
+
+TEST(ReadGltf, ABufferMayHoldMoreThanItTells) {
+  const KivScene zPlain = ReadBytes(u"a.gltf", EmbeddedGltf()).m_zScene;
+  for (const size_t nMore : {1, 2, 3, 50}) {
+    SCOPED_TRACE(nMore);
+    const std::string strBuffer = GltfBuffer() + std::string(nMore, 'x');
+    const ReaderOutcome z = ReadBytes(u"a.gltf", Gltf("data:application/octet-stream;base64," + Base64(strBuffer)));
+    ASSERT_EQ(z.m_strError, "");
+    EXPECT_EQ(KivWriteScene(z.m_zScene), KivWriteScene(zPlain));
+    const ReaderOutcome zPacked = ReadBytes(u"a.glb", ChangedGlb(nMore));
+    ASSERT_EQ(zPacked.m_strError, "");
+    EXPECT_EQ(KivWriteScene(zPacked.m_zScene), KivWriteScene(zPlain));
+    const ReaderOutcome zFirst = ReadBytes(u"a.gltf", Replaced(FirstGltf(), Base64(GltfBuffer()), Base64(strBuffer)));
+    EXPECT_EQ(zFirst.m_strError, "");
+  }
+  EXPECT_NE(Error(Gltf("data:application/octet-stream;base64," + Base64(GltfBuffer().substr(0, 79)))), "");
+  // What it tells still bounds the numbers.
+  EXPECT_EQ(Error(Replaced(EmbeddedGltf(), "\"byteLength\":80", "\"byteLength\":76")), kBehind);
+}
+
+TEST(ReadGltf, WithoutScenesAllNodesThatAreNoChildAreShown) {
+  const ReaderOutcome zOne =
+      ReadBytes(u"a.gltf", Replaced(EmbeddedGltf(), "\"scene\":0,\"scenes\":[{\"nodes\":[0]}],", ""));
+  ASSERT_EQ(zOne.m_strError, "");
+  EXPECT_EQ(KivWriteScene(zOne.m_zScene), KivWriteScene(ReadBytes(u"a.gltf", EmbeddedGltf()).m_zScene));
+  const ReaderOutcome zTwo = ReadBytes(
+      u"a.gltf",
+      Replaced(WithNodes("{\"mesh\":0,\"name\":\"b\"},{\"mesh\":0,\"name\":\"c\",\"children\":[0]},{\"mesh\":0,"
+                         "\"name\":\"d\"}"),
+               "\"scene\":0,\"scenes\":[{\"nodes\":[0]}],", "\"scenes\":[],"));
+  ASSERT_EQ(zTwo.m_strError, "");
+  ASSERT_EQ(zTwo.m_zScene.m_vzNode.size(), 4u);
+  for (const size_t i : {size_t{1}, size_t{2}, size_t{3}})
+    EXPECT_EQ(zTwo.m_zScene.m_vzNode[i].m_csName, (std::vector<KivWString>{u"c", u"b", u"d"})[i - 1]);
+  EXPECT_TRUE(zTwo.m_zScene.m_vstrWarning.empty());
+  const KivScene zFirst = ReadBytes(u"a.gltf", FirstGltf()).m_zScene;
+  for (const char* szScene : {"\"scene\":\"all\",", "\"scene\":\"all\",\"scenes\":{\"all\":{\"nodes\":[\"top\"]}},"}) {
+    const ReaderOutcome z = ReadBytes(u"a.gltf", Replaced(FirstGltf(), szScene, ""));
+    ASSERT_EQ(z.m_strError, "") << szScene;
+    EXPECT_EQ(KivWriteScene(z.m_zScene), KivWriteScene(zFirst));
+  }
+}
+
+TEST(ReadGltf, ASceneWithoutNodesIsRefused) {
+  const char szReason[] = "its scene has no nodes";
+  EXPECT_EQ(Error(Replaced(EmbeddedGltf(), "[{\"nodes\":[0]}]", "[{\"nodes\":[]}]")), szReason);
+  EXPECT_EQ(Error(Replaced(EmbeddedGltf(), "[{\"nodes\":[0]}]", "[{}]")), szReason);
+  EXPECT_EQ(Error(Replaced(EmbeddedGltf(), "\"scene\":0", "\"scene\":7")), szReason);
+  EXPECT_EQ(Error(Replaced(FirstGltf(), "{\"nodes\":[\"top\"]}", "{\"nodes\":[]}")), szReason);
+  EXPECT_EQ(Error("{\"asset\":{\"version\":\"2.0\"}}"), szReason);
+}
+
+TEST(ReadGltf, AVersionThatIsNotReadIsNamed) {
+  const std::string strVersion = "\"version\":\"2.0\"";
+  const auto With = [&](const std::string& strTo) { return Error(Replaced(EmbeddedGltf(), strVersion, strTo)); };
+  for (const char* szRead : {"\"version\":2.0", "\"version\":2", "\"version\":\"2.1\"", "\"version\":\"2\"",
+                             "\"version\":\"2.0\",\"minVersion\":\"2.0\""})
+    EXPECT_EQ(With(szRead), "") << szRead;
+  EXPECT_EQ(Error(Replaced(FirstGltf(), "\"version\":\"1.0\"", "\"version\":1.0")), "");
+  EXPECT_EQ(With("\"version\":\"3.0\""), "it is of version 3.0 of glTF; read are 1 and 2");
+  EXPECT_EQ(With("\"version\":10"), "it is of version 10.0 of glTF; read are 1 and 2");
+  for (const char* szNone : {"\"generator\":\"x\"", "\"version\":\"two\"", "\"version\":null", "\"version\":\"\""})
+    EXPECT_EQ(With(szNone), "it is no readable glTF file: it does not tell its version") << szNone;
+  EXPECT_EQ(With("\"version\":\"2.0\",\"minVersion\":\"2.1\""), "it needs version 2.1 of glTF; read are 1 and 2.0");
+  std::string strPacked = Glb();
+  strPacked[4] = 3;
+  EXPECT_EQ(ReadBytes(u"a.glb", strPacked).m_strError, "it is of version 3 of GLB, which is not read");
+}
+
+TEST(ReadGltf, TextAndGlbAreToldByTheirBytes) {
+  const KivScene zPlain = ReadBytes(u"a.gltf", EmbeddedGltf()).m_zScene;
+  for (const auto& [csName, strFile] :
+       {std::pair<KivWString, std::string>{u"a.gltf", Glb()}, {u"a.glb", EmbeddedGltf()}}) {
+    const ReaderOutcome z = ReadBytes(csName, strFile);
+    ASSERT_EQ(z.m_strError, "");
+    EXPECT_EQ(KivWriteScene(z.m_zScene), KivWriteScene(zPlain));
+  }
+  for (const size_t nBytes : {size_t{4}, size_t{12}, size_t{19}, size_t{100}, Glb().size() - 1})
+    EXPECT_EQ(ReadBytes(u"a.glb", Glb().substr(0, nBytes)).m_strError,
+              "it is no readable GLB file: a piece of it is cut");
+}
+
+TEST(ReadGltf, PicturesOfAnyKindAreToldToBeLeftOut) {
+  const auto Told = [](const std::string& strFile) {
+    const ReaderOutcome z = ReadBytes(u"a.gltf", strFile);
+    EXPECT_EQ(z.m_strError, "");
+    size_t nTold = 0;
+    for (const std::string& strWarning : z.m_zScene.m_vstrWarning)
+      nTold += strWarning == "pictures on surfaces are left out";
+    return nTold;
+  };
+  const std::string strPictures =
+      Replaced(EmbeddedGltf(),
+               "\"materials\":", "\"images\":[{\"uri\":\"x.png\"}],\"textures\":[{\"source\":0}],\"materials\":");
+  EXPECT_EQ(Told(strPictures), 0u) << "none is named";
+  for (const char* szNamed : {"\"normalTexture\":{\"index\":0},", "\"emissiveTexture\":{\"index\":0},",
+                              "\"extensions\":{\"KHR_materials_clearcoat\":{\"clearcoatTexture\":{\"index\":0}}},"})
+    EXPECT_EQ(Told(Replaced(strPictures, "\"alphaMode\"", szNamed + std::string("\"alphaMode\""))), 1u) << szNamed;
+  const std::string strBasic = Replaced(strPictures, "\"pbrMetallicRoughness\":{",
+                                        "\"pbrMetallicRoughness\":{\"baseColorTexture\":{\"index\":0},");
+  EXPECT_EQ(Told(strBasic), 1u);
+  EXPECT_EQ(Told(Replaced(strBasic, "{\"source\":0}", "{\"extensions\":{\"EXT_texture_webp\":{\"source\":0}}}")), 1u);
+  EXPECT_EQ(Told(Replaced(strBasic, "\"material\":0", "\"extras\":0")), 0u) << "no piece has the material";
+  const std::string strFirst =
+      Replaced(Replaced(FirstGltf(), "\"mode\":4", "\"mode\":4,\"material\":\"paint\""), "\"buffers\":",
+               "\"images\":{\"file\":{\"uri\":\"x.png\"}},\"textures\":{\"wood\":{\"source\":\"file\"}},\"materials\":{"
+               "\"paint\":{"
+               "\"name\":\"wood\",\"values\":{\"bump\":\"#\"}}},\"buffers\":");
+  EXPECT_EQ(Told(strFirst), 0u);
+  EXPECT_EQ(Told(Replaced(strFirst, "\"#\"", "\"wood\"")), 1u);
+}
+
+TEST(ReadGltf, MeshesThatStandInNoSceneAreToldToBeLeftOut) {
+  const std::string strLost = "nodes that stand in no scene are left out";
+  const auto Read = [](const std::string& strFile) {
+    ReaderOutcome z = ReadBytes(u"a.gltf", strFile);
+    EXPECT_EQ(z.m_strError, "");
+    return z.m_zScene;
+  };
+  EXPECT_TRUE(Warns(Read(WithNodes("{\"mesh\":0},{\"children\":[2]},{\"mesh\":0}")), strLost));
+  EXPECT_FALSE(Warns(Read(WithNodes("{\"mesh\":0},{}")), strLost)) << "it holds nothing";
+  EXPECT_FALSE(Warns(Read(WithNodes("{\"mesh\":0},{\"mesh\":0}", "[0]},{\"nodes\":[1]")), strLost))
+      << "another scene has it";
+  EXPECT_TRUE(
+      Warns(Read(Replaced(FirstGltf(), "\"nodes\":{", "\"nodes\":{\"more\":{\"meshes\":[\"bracket\"]},")), strLost));
+}
+
+// The library ends there by an assertion.
+TEST(ReadGltf, IndicesBeyondTheCornersOfAClosedLineOrOfTheFirstVersionAreRefused) {
+  const char szReason[] = "a face names a vertex that does not exist";
+  std::string strBuffer = GltfBuffer();
+  const std::string strRight = Base64(strBuffer);
+  for (const size_t i : {size_t{0}, size_t{1}, size_t{2}}) {
+    std::string strWrong = strBuffer;
+    strWrong[72 + 2 * i] = 3;
+    EXPECT_EQ(Error(Replaced(FirstGltf(), strRight, Base64(strWrong))), szReason) << i;
+    strWrong[72 + 2 * i] = 0;
+    strWrong[73 + 2 * i] = 1;
+    EXPECT_EQ(Error(Replaced(FirstGltf(), strRight, Base64(strWrong))), szReason) << i;
+    const std::string strLoop = Replaced(EmbeddedGltf(), "\"indices\":2", "\"indices\":2,\"mode\":2");
+    EXPECT_EQ(Error(strLoop), "");
+    EXPECT_EQ(Error(Replaced(strLoop, strRight, Base64(strWrong))), szReason) << i;
+    std::string strPacked = ChangedGlb(0, "\"indices\":2", "\"indices\":2,\"mode\":2");
+    EXPECT_EQ(ReadBytes(u"a.glb", strPacked).m_strError, "");
+    strPacked.replace(strPacked.size() - strWrong.size(), strWrong.size(), strWrong);
+    EXPECT_EQ(ReadBytes(u"a.glb", strPacked).m_strError, szReason) << i;
+  }
 }
 
 TEST(ReadGltf, OnlyAMaterialThatBlendsIsTransparent) {
@@ -291,6 +591,10 @@ TEST(ReadGltf, AColourOfThreeNumbersOfAGltfIsOpaque) {
   const std::vector<KivSceneFace>& vzFace = z.m_zScene.m_vzPart[0].m_vzLevel[0].m_vzFace;
   ASSERT_EQ(vzFace.size(), 2u);
   ExpectColour(vzFace[1].m_fColour, {0, 0, 1, 1});
+  const ReaderOutcome zClear =
+      ReadBytes(u"a.gltf", Replaced(strFile, "\"COLOR_0\":1},", "\"COLOR_0\":1},\"material\":0,"));
+  ASSERT_EQ(zClear.m_strError, "");
+  ExpectColour(zClear.m_zScene.m_vzPart[0].m_vzLevel[0].m_vzFace[1].m_fColour, {0, 0, 0.125f, 0.75f});
 }
 
 TEST(ReadGltf, ANameOfAMeshKeepsTheMarksItEndsWith) {
@@ -313,7 +617,7 @@ TEST(ReadGltf, ManyNodesWithoutNamesInALongFileHaveNone) {
   ASSERT_EQ(z.m_strError, "");
   ASSERT_EQ(z.m_zScene.m_vzNode.size(), nNodes + 1);
   EXPECT_EQ(z.m_zScene.m_vzNode[7].m_csName, u"");
-  EXPECT_EQ(z.m_zScene.m_vzNode[8].m_csName, u"nodes[7]") << "the source has it";
+  EXPECT_EQ(z.m_zScene.m_vzNode[8].m_csName, u"") << "the source has it elsewhere";
 }
 
 TEST(ReadGltf, NumbersOfAGltfThatAreGivenAnewAreHeldAgainstTheirViews) {

@@ -3,7 +3,6 @@
 #include "KivMeshGltf.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <cstring>
 #include <limits>
 #include <set>
@@ -70,11 +69,24 @@ std::string_view JsonOf(std::string_view strBytes) {
   return IsBinary(strBytes) ? strBytes.substr(kHead, NumberAt(strBytes, 12)) : strBytes;
 }
 
-// Bytes of the second piece of a GLB, of which as many are there.
-uint64_t BinaryOf(std::string_view strBytes) {
+// The second piece of a GLB; empty without it.
+std::string_view BinaryOf(std::string_view strBytes) {
   const uint64_t iPiece = kHead + ((uint64_t{NumberAt(strBytes, 12)} + 3) & ~uint64_t{3}), iData = iPiece + 8;
-  if (!IsBinary(strBytes) || iData > strBytes.size()) return 0;
-  return std::min<uint64_t>(NumberAt(strBytes, iPiece), strBytes.size() - iData);
+  if (!IsBinary(strBytes) || iData > strBytes.size()) return {};
+  return strBytes.substr(static_cast<size_t>(iData), NumberAt(strBytes, static_cast<size_t>(iPiece)));
+}
+
+void CheckPieces(std::string_view strBytes) {
+  if (!strBytes.starts_with("glTF")) return;
+  const uint64_t iPiece = kHead + ((uint64_t{NumberAt(strBytes, 12)} + 3) & ~uint64_t{3}), iData = iPiece + 8;
+  // Of version 1 what follows is no piece.
+  const uint32_t iVersion = NumberAt(strBytes, 4);
+  const bool bSecond = iVersion != 1 && IsBinary(strBytes) && iData <= strBytes.size();
+  if (!IsBinary(strBytes) || NumberAt(strBytes, 12) > strBytes.size() - kHead ||
+      (bSecond && NumberAt(strBytes, static_cast<size_t>(iPiece)) > strBytes.size() - iData))
+    throw KivSceneError("it is no readable GLB file: a piece of it is cut");
+  if (iVersion != 1 && iVersion != 2)
+    throw KivSceneError("it is of version " + std::to_string(iVersion) + " of GLB, which is not read");
 }
 
 void CheckBrackets(std::string_view strJson) {
@@ -132,19 +144,6 @@ Json Parsed(std::string_view strJson) {
   return Json::parse(strJson, nullptr, false);
 }
 
-// As the library tells it: by the first character.
-bool IsFirstVersion(const Json& zFile) {
-  const auto itAsset = zFile.find("asset");
-  if (itAsset == zFile.end() || !itAsset->is_object()) return false;
-  const auto itVersion = itAsset->find("version");
-  if (itVersion == itAsset->end()) return false;
-  if (itVersion->is_string()) return itVersion->get<std::string>().starts_with("1");
-  if (!itVersion->is_number()) return false;
-  char szVersion[4];
-  std::snprintf(szVersion, sizeof szVersion, "%.1f", itVersion->get<double>());
-  return szVersion[0] == '1';
-}
-
 // A GLB keeps its other pieces.
 void ReplaceJson(std::vector<uint8_t>& vcBytes, std::string strJson) {
   const std::string_view strBytes(reinterpret_cast<const char*>(vcBytes.data()), vcBytes.size());
@@ -179,24 +178,29 @@ void CheckRequired(const Json& zFile) {
 
 }  // namespace
 
-void KivPrepareGltf(std::vector<uint8_t>& vcBytes, std::vector<std::string>& vstrWarning) {
+void KivPrepareGltf(std::vector<uint8_t>& vcBytes, std::vector<std::string>& vstrWarning, KivMeshPlaces& vzPlace) {
   PassUtf8Mark(vcBytes);
   const std::string_view strBytes = TextOf(vcBytes);
+  CheckPieces(strBytes);
   const std::string_view strJson = JsonOf(strBytes);
   CheckBrackets(strJson);
   Json zFile = Parsed(strJson);
   if (!zFile.is_object()) throw KivSceneError("it is no readable glTF file: its JSON is damaged or missing");
-  const bool bFirst = IsFirstVersion(zFile);
+  bool bChanged = false;
+  const bool bFirst = gltf::TakeVersion(zFile, bChanged);
   if (IsBinary(strBytes) && (bFirst || NumberAt(strBytes, 4) == 1))
     throw KivSceneError("glTF 1 in its binary form is not read");
   // The library takes names to end there.
   if (bFirst && strJson.find("\\u0000") != std::string_view::npos) throw KivSceneError("a name of it has a zero");
   CheckRequired(zFile);
+  if (gltf::WriteScene(zFile, bFirst)) bChanged = true;
   gltf::CheckNodes(zFile, bFirst);
-  const bool bTaken = !bFirst && gltf::TakeAwayMovements(zFile, vstrWarning);
+  if (!bFirst && gltf::TakeAwayMovements(zFile, vstrWarning)) bChanged = true;
   gltf::CheckMeshes(zFile, bFirst, BinaryOf(strBytes));
   if (Entries(Member(zFile, "scenes")).size() > 1) vstrWarning.push_back("further scenes are left out");
-  if (bTaken) ReplaceJson(vcBytes, zFile.dump());
+  vzPlace = gltf::ShownPlaces(zFile, bFirst, vstrWarning);
+  if (gltf::FitLengths(zFile)) bChanged = true;
+  if (bChanged) ReplaceJson(vcBytes, zFile.dump());
 }
 
 }  // namespace kiv

@@ -1,6 +1,7 @@
 #include "KivMeshGltf.h"
 
 #include <algorithm>
+#include <map>
 #include <set>
 #include <string_view>
 #include <utility>
@@ -13,6 +14,8 @@ namespace {
 constexpr size_t kLongestName = 900;  // bytes of a mesh's name, to which the library adds the numbers of its pieces
 
 constexpr uint64_t kFloat = 5126;
+
+constexpr uint64_t kClosedLine = 2;  // the mode of a piece
 
 uint64_t BytesOfComponent(uint64_t iType) {
   switch (iType) {
@@ -40,9 +43,10 @@ uint64_t NumComponents(const std::string& strType) {
 
 class Meshes {
  public:
-  Meshes(const Json& zFile, bool bFirst, uint64_t nBinary) : m_zFile(zFile), m_bFirst(bFirst), m_nBinary(nBinary) {}
+  Meshes(const Json& zFile, bool bFirst, std::string_view strBinary)
+      : m_zFile(zFile), m_bFirst(bFirst), m_strBinary(strBinary) {}
 
-  void Check() const {
+  void Check() {
     for (const Json& zMesh : Entries(Member(m_zFile, "meshes"))) {
       if (Text(zMesh, "name").size() > kLongestName) throw KivSceneError("the name of a mesh is too long");
       if (m_bFirst && Member(zMesh, "extensions") != nullptr) throw KivSceneError("a mesh of it is compressed");
@@ -75,7 +79,8 @@ class Meshes {
     if (pzBuffer == nullptr) throw KivSceneError("numbers of it stand in no buffer");
     const uint64_t iView = Count(zView, "byteOffset"), nView = Count(zView, "byteLength");
     uint64_t nBuffer = Count(*pzBuffer, "byteLength");
-    if (!m_bFirst && m_nBinary > 0 && Member(*pzBuffer, "uri") == nullptr) nBuffer = std::min(nBuffer, m_nBinary);
+    if (!m_bFirst && !m_strBinary.empty() && Member(*pzBuffer, "uri") == nullptr)
+      nBuffer = std::min<uint64_t>(nBuffer, m_strBinary.size());
     // All are below 2^32, so that nothing overflows.
     if (iView > nBuffer || nView > nBuffer - iView || iFrom > nView || nEntry > nView - iFrom ||
         (nEntries - 1) * nStep > nView - iFrom - nEntry)
@@ -117,6 +122,47 @@ class Meshes {
     return pzAccessor;
   }
 
+  // The number of component type iType at iByte of a view; 0 where its bytes do not stand in the file itself.
+  uint64_t NumberOf(const BufferBytes& zBytes, uint64_t iByte, uint64_t iType) const {
+    const uint64_t nBytes = BytesOfComponent(iType);
+    return iByte + nBytes <= zBytes.Size() ? zBytes.NumberAt(iByte, nBytes) : 0;
+  }
+
+  BufferBytes BytesOf(const Json& zView) const {
+    return BufferBytes(*Named("buffers", Member(zView, "buffer")), m_bFirst ? std::string_view() : m_strBinary);
+  }
+
+  // Of an accessor that CheckAccessor has passed; 0 where its bytes do not stand in the file itself.
+  uint64_t LargestIndex(const Json& zAccessor) {
+    const auto [it, bNew] = m_mapLargest.try_emplace(&zAccessor, 0);
+    const uint64_t nEntries = Count(zAccessor, "count");
+    if (!bNew || nEntries == 0) return it->second;
+    const uint64_t iType = Count(zAccessor, "componentType");
+    std::map<uint64_t, uint64_t> mapNew;  // given anew
+    const Json* const pzSparse = m_bFirst ? nullptr : Member(zAccessor, "sparse");
+    for (uint64_t i = 0; pzSparse != nullptr && i < Count(*pzSparse, "count"); ++i) {
+      const Json &zWhere = (*pzSparse)["indices"], &zWhat = (*pzSparse)["values"];
+      const uint64_t iWhereType = Count(zWhere, "componentType");
+      const Json &zWhereView = *Named("bufferViews", Member(zWhere, "bufferView")),
+                 &zWhatView = *Named("bufferViews", Member(zWhat, "bufferView"));
+      const uint64_t iWhere = Count(zWhereView, "byteOffset") + Count(zWhere, "byteOffset"),
+                     iWhat = Count(zWhatView, "byteOffset") + Count(zWhat, "byteOffset");
+      mapNew[NumberOf(BytesOf(zWhereView), iWhere + i * BytesOfComponent(iWhereType), iWhereType)] =
+          NumberOf(BytesOf(zWhatView), iWhat + i * BytesOfComponent(iType), iType);
+    }
+    for (const auto& [iEntry, iIndex] : mapNew)
+      if (iEntry < nEntries) it->second = std::max(it->second, iIndex);
+    const Json* const pzView = Named("bufferViews", Member(zAccessor, "bufferView"));
+    if (pzView == nullptr) return it->second;
+    const BufferBytes zBytes = BytesOf(*pzView);
+    const uint64_t iFrom = Count(*pzView, "byteOffset") + Count(zAccessor, "byteOffset");
+    uint64_t nStep = Count(m_bFirst ? zAccessor : *pzView, "byteStride");
+    if (nStep == 0) nStep = BytesOfComponent(iType);
+    for (uint64_t i = 0; zBytes.Size() > 0 && i < nEntries; ++i)
+      if (mapNew.count(i) == 0) it->second = std::max(it->second, NumberOf(zBytes, iFrom + i * nStep, iType));
+    return it->second;
+  }
+
   // The names that the library knows, of which it counts some.
   void CheckFirstName(const std::string& strName, std::set<size_t>& setTexture) const {
     for (const std::string strKind : {"TEXCOORD", "COLOR", "JOINT", "WEIGHT"}) {
@@ -129,7 +175,7 @@ class Meshes {
     }
   }
 
-  void CheckPiece(const Json& zPiece) const {
+  void CheckPiece(const Json& zPiece) {
     if (!zPiece.is_object()) throw KivSceneError("a piece of a mesh is no object");
     if (const Json* const pzPacked = Member(Entries(Member(zPiece, "extensions")), "KHR_draco_mesh_compression"))
       CheckView(*pzPacked);
@@ -166,14 +212,17 @@ class Meshes {
       throw KivSceneError("a set of places in pictures is missing");
     if (nCorners == 0 && (m_bFirst || Member(zPiece, "indices") != nullptr))
       throw KivSceneError("a piece of a mesh has no corners");
+    const uint64_t iMode = Member(zPiece, "mode") == nullptr ? 4 : Count(zPiece, "mode");
     if (const Json* const pzIndices = CheckNamed(Member(zPiece, "indices"))) {
       const uint64_t iType = Count(*pzIndices, "componentType");
       if ((iType != 5121 && iType != 5123 && iType != 5125) || Text(*pzIndices, "type") != "SCALAR")
         throw KivSceneError("indices of it are no unsigned numbers");
+      // Of others the library tells it itself.
+      if ((m_bFirst || iMode == kClosedLine) && LargestIndex(*pzIndices) >= nCorners)
+        throw KivSceneError("a face names a vertex that does not exist");
       nCorners = Count(*pzIndices, "count");
     }
-    const uint64_t iMode = Member(zPiece, "mode") == nullptr ? 4 : Count(zPiece, "mode");
-    const uint64_t nLeast = iMode == 2 || iMode == 3 ? 2 : iMode == 5 || iMode == 6 ? 3 : 0;
+    const uint64_t nLeast = iMode == kClosedLine || iMode == 3 ? 2 : iMode == 5 || iMode == 6 ? 3 : 0;
     if (nCorners < nLeast) throw KivSceneError("a line or a row of triangles has too few corners");
   }
 
@@ -213,13 +262,14 @@ class Meshes {
 
   const Json& m_zFile;
   bool m_bFirst;
-  uint64_t m_nBinary;
+  std::string_view m_strBinary;
+  std::map<const Json*, uint64_t> m_mapLargest;  // of accessors of indices
 };
 
 }  // namespace
 
-void CheckMeshes(const Json& zFile, bool bFirst, uint64_t nBinary) {
-  Meshes(zFile, bFirst, nBinary).Check();
+void CheckMeshes(const Json& zFile, bool bFirst, std::string_view strBinary) {
+  Meshes(zFile, bFirst, strBinary).Check();
 }
 
 }  // namespace kiv::gltf

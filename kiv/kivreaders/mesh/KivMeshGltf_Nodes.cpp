@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <map>
+#include <set>
 #include <utility>
 
 #include "KivSceneReader.h"
@@ -10,18 +11,6 @@ namespace kiv::gltf {
 namespace {
 
 constexpr size_t kDeepestNode = 1000;  // from a root on
-
-// The roots that the shown scene names; null without it.
-const Json* SceneNodes(const Json& zFile, bool bFirst) {
-  const Json& zScenes = Entries(Member(zFile, "scenes"));
-  if (bFirst) {
-    const Json* const pzScene = Member(zScenes, Text(zFile, "scene").c_str());
-    return pzScene == nullptr ? nullptr : Member(*pzScene, "nodes");
-  }
-  const uint64_t iScene = Count(zFile, "scene");
-  return zScenes.is_array() && iScene < zScenes.size() ? Member(zScenes[static_cast<size_t>(iScene)], "nodes")
-                                                       : nullptr;
-}
 
 // By names and numbers.
 class Nodes {
@@ -100,8 +89,44 @@ class Nodes {
 
 }  // namespace
 
+const Json* SceneNodes(const Json& zFile, bool bFirst) {
+  const Json& zScenes = Entries(Member(zFile, "scenes"));
+  if (bFirst) {
+    const Json* const pzScene = Member(zScenes, Text(zFile, "scene").c_str());
+    return pzScene == nullptr ? nullptr : Member(*pzScene, "nodes");
+  }
+  const uint64_t iScene = Count(zFile, "scene");
+  return zScenes.is_array() && iScene < zScenes.size() ? Member(zScenes[static_cast<size_t>(iScene)], "nodes")
+                                                       : nullptr;
+}
+
+bool WriteScene(Json& zFile, bool bFirst) {
+  if (Member(zFile, "scene") != nullptr) return false;
+  const Json& zScenes = Entries(Member(zFile, "scenes"));
+  if (!zScenes.empty()) {
+    if (bFirst && zScenes.is_object()) zFile["scene"] = zScenes.begin().key();
+    return bFirst;
+  }
+  const Json& zNodes = Entries(Member(zFile, "nodes"));
+  std::set<Json> setChild;
+  for (const Json& zNode : zNodes)
+    for (const Json& zChild : Entries(Member(zNode, "children"))) setChild.insert(zChild);
+  Json zRoots = Json::array();
+  size_t i = 0;
+  for (auto it = zNodes.begin(); it != zNodes.end(); ++it, ++i) {
+    const Json zName = zNodes.is_object() ? Json(it.key()) : Json(i);
+    if (setChild.count(zName) == 0) zRoots.push_back(zName);
+  }
+  const Json zScene = Json::object({{"nodes", zRoots}});
+  zFile["scenes"] = bFirst ? Json::object({{"shown", zScene}}) : Json::array({zScene});
+  zFile["scene"] = bFirst ? Json("shown") : Json(0u);
+  return true;
+}
+
 void CheckNodes(const Json& zFile, bool bFirst) {
-  Nodes(zFile, bFirst).Check(SceneNodes(zFile, bFirst));
+  const Json* const pzRoots = SceneNodes(zFile, bFirst);
+  Nodes(zFile, bFirst).Check(pzRoots);
+  if (Entries(pzRoots).empty()) throw KivSceneError("its scene has no nodes");
 }
 
 }  // namespace kiv::gltf

@@ -25,8 +25,9 @@ bool IsNumber(const aiVector3D& z) {
 
 class Maker {
  public:
-  Maker(const aiScene& zSource, const KivMeshFormat& zFormat, const KivMeshSource& zBytes, KivScene& zScene)
-      : m_zSource(zSource), m_zFormat(zFormat), m_zBytes(zBytes), m_zScene(zScene) {}
+  Maker(const aiScene& zSource, const KivMeshFormat& zFormat, const KivMeshSource& zBytes, const KivMeshPlaces& vzPlace,
+        KivScene& zScene)
+      : m_zSource(zSource), m_zFormat(zFormat), m_zBytes(zBytes), m_vzPlace(vzPlace), m_zScene(zScene) {}
 
   void Run(const KivWString& csName) {
     m_zScene.m_dMetresPerUnit = m_zFormat.m_dMetresPerUnit;
@@ -39,11 +40,26 @@ class Maker {
       Warn(std::to_string(m_nCrossed) +
            " polygons cross themselves or have no area: what they cover may be told wrongly");
     if (m_nPoints > 0) Warn(std::to_string(m_nPoints) + " single points are left out");
+    for (const std::string& strTold : m_zScene.m_vstrWarning) m_setWarning.erase(strTold);
     m_zScene.m_vstrWarning.insert(m_zScene.m_vstrWarning.end(), m_setWarning.begin(), m_setWarning.end());
   }
 
  private:
   void Warn(const std::string& strWarning) { m_setWarning.insert(strWarning); }
+
+  // True if the nodes of the source have as many children each as those of the library.
+  bool PlacesFit() const {
+    size_t nSeen = 0;
+    std::vector<const aiNode*> vpzWaiting{m_zSource.mRootNode};
+    while (!vpzWaiting.empty()) {
+      const aiNode* const pzNode = vpzWaiting.back();
+      vpzWaiting.pop_back();
+      if (pzNode == nullptr || nSeen == m_vzPlace.size() || pzNode->mNumChildren != m_vzPlace[nSeen++].m_nChildren)
+        return false;
+      for (unsigned int i = pzNode->mNumChildren; i > 0; --i) vpzWaiting.push_back(pzNode->mChildren[i - 1]);
+    }
+    return nSeen == m_vzPlace.size();
+  }
 
   // In the order of a walk from the root, each node before its children.
   void AddNodes(const KivWString& csName) {
@@ -51,6 +67,7 @@ class Maker {
       const aiNode* m_pzNode;
       uint32_t m_iParent;
     };
+    const bool bPlaces = PlacesFit();
     std::vector<Waiting> vzWaiting{{m_zSource.mRootNode, kNoSceneIndex}};
     while (!vzWaiting.empty()) {
       const auto [pzNode, iParent] = vzWaiting.back();
@@ -58,11 +75,12 @@ class Maker {
       if (pzNode == nullptr) continue;
       const uint32_t iNode = static_cast<uint32_t>(m_zScene.m_vzNode.size());
       KivSceneNode zNode;
-      zNode.m_csName = sys::Utf8ToWide(OwnName(pzNode->mName));
+      const KivMeshPlace* const pzPlace = bPlaces ? &m_vzPlace[iNode] : nullptr;
+      zNode.m_csName = sys::Utf8ToWide(pzPlace != nullptr ? pzPlace->m_strName : OwnName(pzNode->mName));
       if (zNode.m_csName.empty() && iParent == kNoSceneIndex) zNode.m_csName = csName;
       zNode.m_iParent = iParent;
-      zNode.m_zMatrix = Placement(pzNode->mTransformation);
-      if (pzNode->mNumMeshes > 0) AddPart(*pzNode, zNode);
+      zNode.m_zMatrix = Checked(pzPlace != nullptr ? pzPlace->m_zMatrix : Placement(pzNode->mTransformation));
+      if (pzNode->mNumMeshes > 0) AddPart(*pzNode, pzPlace, zNode);
       m_zScene.m_vzNode.push_back(std::move(zNode));
       for (unsigned int i = pzNode->mNumChildren; i > 0; --i) vzWaiting.push_back({pzNode->mChildren[i - 1], iNode});
     }
@@ -90,13 +108,16 @@ class Maker {
     KivEMatrix4 zMatrix;
     for (unsigned int i = 0; i < 4; ++i)
       for (unsigned int j = 0; j < 4; ++j) zMatrix[4 * j + i] = static_cast<double>(zSource[i][j]);
+    return zMatrix;
+  }
+  static const KivEMatrix4& Checked(const KivEMatrix4& zMatrix) {
     for (size_t i = 0; i < 16; ++i)
       if (!std::isfinite(zMatrix[i])) throw KivSceneError("a placement is no number");
     if (!zMatrix.IsAffine()) throw KivSceneError("a placement is a projection");
     return zMatrix;
   }
 
-  void AddPart(const aiNode& zSource, KivSceneNode& zNode) {
+  void AddPart(const aiNode& zSource, const KivMeshPlace* pzPlace, KivSceneNode& zNode) {
     const std::vector<unsigned int> viMesh(zSource.mMeshes, zSource.mMeshes + zSource.mNumMeshes);
     const auto [itPart, bNew] = m_mapPart.try_emplace(viMesh, static_cast<uint32_t>(m_zScene.m_vzPart.size()));
     if (!bNew) {
@@ -113,17 +134,20 @@ class Maker {
       itPart->second = kNoSceneIndex;  // single points, or nothing at all
       return;
     }
-    zPart.m_csName = PartName(viMesh, zNode.m_csName);
+    std::vector<std::string_view> vstrName;
+    if (pzPlace != nullptr) vstrName.assign(pzPlace->m_vstrMesh.begin(), pzPlace->m_vstrMesh.end());
+    if (vstrName.empty())
+      for (const unsigned int iMesh : viMesh) vstrName.push_back(OwnName(m_zSource.mMeshes[iMesh]->mName));
+    zPart.m_csName = PartName(vstrName, zNode.m_csName);
     zNode.m_viPart.push_back(itPart->second);
     m_zScene.m_vzPart.push_back(std::move(zPart));
   }
 
   // What the names of the meshes have in common: the file counts the pieces of one mesh.
-  KivWString PartName(const std::vector<unsigned int>& viMesh, const KivWString& csNode) const {
-    std::string_view strName = OwnName(m_zSource.mMeshes[viMesh[0]]->mName);
+  static KivWString PartName(const std::vector<std::string_view>& vstrName, const KivWString& csNode) {
+    std::string_view strName = vstrName[0];
     bool bCut = false;
-    for (const unsigned int iMesh : viMesh) {
-      const std::string_view strOther = OwnName(m_zSource.mMeshes[iMesh]->mName);
+    for (const std::string_view strOther : vstrName) {
       const auto [itEnd, itOther] = std::mismatch(strName.begin(), strName.end(), strOther.begin(), strOther.end());
       bCut = bCut || itEnd != strName.end() || itOther != strOther.end();
       strName = strName.substr(0, static_cast<size_t>(itEnd - strName.begin()));
@@ -226,7 +250,7 @@ class Maker {
     }
   }
 
-  // Of the material, if the source has one; else of the vertices, if they agree.
+  // Of the material, if the source has one; of the vertices, if they agree. A glTF multiplies the two.
   std::optional<KivColour> Colour(const aiMesh& zMesh) {
     const std::optional<KivColour> fMaterial = MaterialColour(zMesh);
     if (zMesh.mColors[0] == nullptr || zMesh.mNumVertices == 0) return fMaterial;
@@ -234,8 +258,20 @@ class Maker {
     const bool bSame = std::all_of(zMesh.mColors[0], zMesh.mColors[0] + zMesh.mNumVertices,
                                    [&](const aiColor4D& z) { return z == zFirst; });
     if (!bSame) Warn("colours of single vertices are left out");
+    if (!bSame || (fMaterial && !m_zFormat.m_bLinear)) return fMaterial;
     // Without a material a glTF is opaque; the library gives colours of three numbers an opacity of 0.
-    return bSame && !fMaterial ? Clamped(zFirst, m_zFormat.m_bLinear ? 1.0f : zFirst.a) : fMaterial;
+    std::optional<KivColour> fColour = Clamped(zFirst, m_zFormat.m_bLinear ? 1.0f : zFirst.a);
+    if (!fMaterial || !fColour) return fMaterial ? fMaterial : fColour;
+    for (size_t i = 0; i < 3; ++i) (*fColour)[i] *= (*fMaterial)[i];
+    const bool bClear = AlphaMode(*m_zSource.mMaterials[zMesh.mMaterialIndex]) == "BLEND" && zFirst.a > 0;
+    (*fColour)[3] = (*fMaterial)[3] * (bClear ? std::min(zFirst.a, 1.0f) : 1.0f);
+    return fColour;
+  }
+
+  // Empty for what is no glTF 2.
+  static std::string AlphaMode(const aiMaterial& zMaterial) {
+    aiString strMode;
+    return zMaterial.Get(AI_MATKEY_GLTF_ALPHAMODE, strMode) == aiReturn_SUCCESS ? std::string(Text(strMode)) : "";
   }
 
   std::optional<KivColour> MaterialColour(const aiMesh& zMesh) {
@@ -248,8 +284,9 @@ class Maker {
     if (bNamed && Text(strName) == AI_DEFAULT_MATERIAL_NAME) return std::nullopt;
     if (!m_zBytes.TellsColour(Text(strName))) return std::nullopt;
     aiColor4D zColour;
-    if (zMaterial.Get(AI_MATKEY_BASE_COLOR, zColour) != aiReturn_SUCCESS &&
-        zMaterial.Get(AI_MATKEY_COLOR_DIFFUSE, zColour) != aiReturn_SUCCESS)
+    // Where a glTF gives both they differ by the extension for specular surfaces alone, whose diffuse colour counts.
+    if (zMaterial.Get(AI_MATKEY_COLOR_DIFFUSE, zColour) != aiReturn_SUCCESS &&
+        zMaterial.Get(AI_MATKEY_BASE_COLOR, zColour) != aiReturn_SUCCESS)
       return std::nullopt;
     // glTF stands in for a material that is missing with the last one, white and without a name.
     const bool bLast = zMesh.mMaterialIndex + 1 == m_zSource.mNumMaterials;
@@ -257,8 +294,8 @@ class Maker {
     float fOpacity = zColour.a;
     float fOfMaterial = 1;
     if (zMaterial.Get(AI_MATKEY_OPACITY, fOfMaterial) == aiReturn_SUCCESS) fOpacity = std::min(fOpacity, fOfMaterial);
-    aiString strMode;
-    if (zMaterial.Get(AI_MATKEY_GLTF_ALPHAMODE, strMode) == aiReturn_SUCCESS && Text(strMode) != "BLEND") fOpacity = 1;
+    const std::string strMode = AlphaMode(zMaterial);
+    if (!strMode.empty() && strMode != "BLEND") fOpacity = 1;
     return Clamped(zColour, fOpacity);
   }
 
@@ -279,6 +316,7 @@ class Maker {
   const aiScene& m_zSource;
   const KivMeshFormat& m_zFormat;
   const KivMeshSource& m_zBytes;
+  const KivMeshPlaces& m_vzPlace;
   KivScene& m_zScene;
   std::map<std::vector<unsigned int>, uint32_t> m_mapPart;
   std::set<std::string> m_setWarning;
@@ -308,8 +346,8 @@ void KivCheckMeshes(const aiScene& zSource, const KivMeshFormat& zFormat) {
 }
 
 void KivSceneFromMeshes(const aiScene& zSource, const KivMeshFormat& zFormat, const KivMeshSource& zBytes,
-                        const KivWString& csName, KivScene& zScene) {
-  Maker(zSource, zFormat, zBytes, zScene).Run(csName);
+                        const KivMeshPlaces& vzPlace, const KivWString& csName, KivScene& zScene) {
+  Maker(zSource, zFormat, zBytes, vzPlace, zScene).Run(csName);
 }
 
 }  // namespace kiv

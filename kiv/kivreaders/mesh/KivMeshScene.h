@@ -12,8 +12,9 @@ namespace kiv {
 void KivCheckMeshes(const aiScene& zSource, const KivMeshFormat& zFormat);
 
 // Meshes of polygons, lines and points, which KivCheckMeshes has let pass. Nodes that hold the same meshes share a
-// part. csName is the root's name where the source has none. Warnings are added.
+// part. csName is the root's name where the source has none. Names and placements are those of vzPlace where its nodes
+// are those of the library's. Warnings are added.
 void KivSceneFromMeshes(const aiScene& zSource, const KivMeshFormat& zFormat, const KivMeshSource& zBytes,
-                        const KivWString& csName, KivScene& zScene);
+                        const KivMeshPlaces& vzPlace, const KivWString& csName, KivScene& zScene);
 
 }  // namespace kiv

@@ -16,9 +16,17 @@ constexpr uint64_t kLargestFile = uint64_t{4} << 30;  // bytes
 
 constexpr std::string_view kFallback = "source.mtl";
 
+// Of a format without nodes that the library changes.
+template <auto t_pfnPrepare>
+void Prepare(std::vector<uint8_t>& vcBytes, std::vector<std::string>& vstrWarning, KivMeshPlaces&) {
+  t_pfnPrepare(vcBytes, vstrWarning);
+}
+
 constexpr KivMeshFormat kFormats[] = {
-    {"stl", "STL", 0, false, false, false, KivPrepareStl}, {"obj", "OBJ", 0, true, true, false, KivPrepareObj},
-    {"ply", "PLY", 0, true, false, false, KivPreparePly},  {"gltf", "glTF", 1, true, true, true, KivPrepareGltf},
+    {"stl", "STL", 0, false, false, false, Prepare<KivPrepareStl>},
+    {"obj", "OBJ", 0, true, true, false, Prepare<KivPrepareObj>},
+    {"ply", "PLY", 0, true, false, false, Prepare<KivPreparePly>},
+    {"gltf", "glTF", 1, true, true, true, KivPrepareGltf},
     {"glb", "GLB", 1, true, true, true, KivPrepareGltf},
 };
 
@@ -89,6 +97,12 @@ const KivMeshFormat* KivFindMeshFormat(const KivWString& csSuffix) {
   for (const KivMeshFormat& zFormat : kFormats)
     if (strSuffix == zFormat.m_szSuffix) return &zFormat;
   return nullptr;
+}
+
+const KivMeshFormat& KivMeshFormatOfBytes(const KivMeshFormat& zFormat, const std::vector<uint8_t>& vcBytes) {
+  if (zFormat.m_pfnPrepare != KivPrepareGltf) return zFormat;
+  const std::string_view strBytes(reinterpret_cast<const char*>(vcBytes.data()), vcBytes.size());
+  return *KivFindMeshFormat(strBytes.starts_with("glTF") ? u"glb" : u"gltf");
 }
 
 KivMeshSource::KivMeshSource(const KivWString& csSource, const KivMeshFormat& zFormat, std::vector<uint8_t> vcBytes)

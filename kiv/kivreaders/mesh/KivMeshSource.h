@@ -10,13 +10,25 @@
 #include <string_view>
 #include <vector>
 
+#include "KivEMatrix4.h"
 #include "KivSysText.h"
 
 namespace kiv {
 
+// A node as the source itself tells it, where the library of formats rounds places and changes names.
+struct KivMeshPlace {
+  size_t m_nChildren = 0;
+  std::string m_strName;
+  std::vector<std::string> m_vstrMesh;  // names of the meshes that stand here
+  KivEMatrix4 m_zMatrix;                // in its parent
+};
+// In the order of a walk from the root, each node before its children; empty where the library tells enough.
+using KivMeshPlaces = std::vector<KivMeshPlace>;
+
 // Brings a source into the form that the library of formats knows, and throws KivSceneError for bytes that announce
 // more than they hold, where the library would believe them. Warns of what the library leaves out without a word.
-using KivMeshPreparation = void (*)(std::vector<uint8_t>& vcBytes, std::vector<std::string>& vstrWarning);
+using KivMeshPreparation = void (*)(std::vector<uint8_t>& vcBytes, std::vector<std::string>& vstrWarning,
+                                    KivMeshPlaces& vzPlace);
 
 // What the reader knows about a format.
 struct KivMeshFormat {
@@ -31,14 +43,17 @@ struct KivMeshFormat {
 
 // By the suffix; null for a format that is not read.
 const KivMeshFormat* KivFindMeshFormat(const KivWString& csSuffix);
+// Of a glTF, text or GLB by how the bytes begin, whatever the suffix; else the same format.
+const KivMeshFormat& KivMeshFormatOfBytes(const KivMeshFormat& zFormat, const std::vector<uint8_t>& vcBytes);
 
 void KivPrepareStl(std::vector<uint8_t>& vcBytes, std::vector<std::string>& vstrWarning);
 void KivPrepareObj(std::vector<uint8_t>& vcBytes, std::vector<std::string>& vstrWarning);
 void KivPreparePly(std::vector<uint8_t>& vcBytes, std::vector<std::string>& vstrWarning);
-// Of both, text and GLB. Refused are JSON or nodes that are nested too deeply, nodes that are no trees, numbers behind
-// the end of their buffer or of a kind that is not read, and extensions that are needed and not read. Takes skeletons
-// and movements of version 2 out of the bytes. (KivMeshGltf.cpp)
-void KivPrepareGltf(std::vector<uint8_t>& vcBytes, std::vector<std::string>& vstrWarning);
+// Of both, text and GLB. Refused are versions that are not read, JSON or nodes that are nested too deeply, nodes that
+// are no trees, numbers behind the end of their buffer or of a kind that is not read, and extensions that are needed
+// and not read. Takes skeletons and movements of version 2 out of the bytes, and writes into them what the library of
+// formats asks for and the source need not have. (KivMeshGltf.cpp)
+void KivPrepareGltf(std::vector<uint8_t>& vcBytes, std::vector<std::string>& vstrWarning, KivMeshPlaces& vzPlace);
 
 // Leaves of a list of materials what says something of colours, in the form that the library of formats reads. False
 // for what is no such list, or one with a statement before the first material or without its numbers. Adds the names of

@@ -83,11 +83,13 @@ std::string Reason(std::string strText, const std::string& strName) {
 
 void Read(const KivSceneRequest& zRequest, KivScene& zScene) {
   const KivWString& csSource = zRequest.m_csSource;
-  const KivMeshFormat* const pzFormat = KivFindMeshFormat(zRequest.m_csFormat);
+  const KivMeshFormat* pzFormat = KivFindMeshFormat(zRequest.m_csFormat);
   if (pzFormat == nullptr)
     throw KivSceneError("the reader does not know the format '" + sys::WideToUtf8(zRequest.m_csFormat) + "'");
   std::vector<uint8_t> vcBytes = KivReadSceneSource(csSource, kLargestSource);
-  pzFormat->m_pfnPrepare(vcBytes, zScene.m_vstrWarning);
+  KivMeshPlaces vzPlace;
+  pzFormat->m_pfnPrepare(vcBytes, zScene.m_vstrWarning, vzPlace);
+  pzFormat = &KivMeshFormatOfBytes(*pzFormat, vcBytes);
 
   const size_t iSeparator = csSource.find_last_of(KivWString(u"/") + sys::kSeparator);
   const KivWString csFile = iSeparator == KivWString::npos ? csSource : csSource.substr(iSeparator + 1);
@@ -114,7 +116,7 @@ void Read(const KivSceneRequest& zRequest, KivScene& zScene) {
   if (bLostFaces) throw KivSceneError("a face names a vertex that does not exist");
   if (bLostVertices) zScene.m_vstrWarning.push_back("vertices that make no whole triangle or line are left out");
   KivCheckMeshes(*pzScene, *pzFormat);
-  KivSceneFromMeshes(*pzScene, *pzFormat, *pzSource, csFile.substr(0, csFile.rfind(u'.')), zScene);
+  KivSceneFromMeshes(*pzScene, *pzFormat, *pzSource, vzPlace, csFile.substr(0, csFile.rfind(u'.')), zScene);
   for (const std::string& strMissing : pzSource->GetMissing())
     zScene.m_vstrWarning.push_back("a file that it names cannot be read: " + strMissing);
 }
