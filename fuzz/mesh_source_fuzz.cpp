@@ -1,5 +1,5 @@
 // Input: a byte that picks the format, then the bytes of a source of meshes, of a list of materials, or of a polygon's
-// corners. What is prepared for the library of formats must be taken again; a list that was cleaned must be clean;
+// corners. What is prepared for the library of formats must be taken again; a list of materials has one;
 // triangles are of the polygon's corners and no more than it has room for.
 #include <cstdint>
 #include <cstdio>
@@ -63,10 +63,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t nSize) {
     const KivMeshPreparation pfnPrepare = KivFindMeshFormat(kFormats[iKind])->m_pfnPrepare;
     if (Prepare(pfnPrepare, vcBytes)) Demand(Prepare(pfnPrepare, vcBytes), "prepared bytes are refused");
   } else if (iKind == 4) {
-    std::set<std::string, std::less<>> setColoured;
-    if (!KivCleanMaterials(vcBytes, setColoured)) return 0;
-    const std::vector<uint8_t> vcClean = vcBytes;
-    Demand(KivCleanMaterials(vcBytes, setColoured) && vcBytes == vcClean, "a clean list is not clean");
+    KivMeshMaterials mapMaterial;
+    const bool bRead = KivReadMaterials({reinterpret_cast<const char*>(vcBytes.data()), vcBytes.size()}, mapMaterial);
+    Demand(bRead != mapMaterial.empty(), "a list without a material, or materials of none");
   } else {
     CutPolygon(vcBytes);
   }

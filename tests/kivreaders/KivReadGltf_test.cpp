@@ -669,3 +669,10 @@ TEST(ReadGltf, NodesOfAGltfOfTheFirstVersionThatAreNoTreesAreRefused) {
   ExpectRefused(FirstGltf(), {{"\"nodes\":{\"top\"", ("\"nodes\":{" + strChain + "\"n3000\":{},\"top\"").c_str(),
                                "its nodes are nested too deeply"}});
 }
+
+TEST(ReadGltf, AMaterialOfTheNameThatTheLibraryMakesUpKeepsItsColour) {
+  const ReaderOutcome z = ReadBytes(u"a.gltf", Replaced(EmbeddedGltf(), "\"paint\"", "\"DefaultMaterial\""));
+  ASSERT_EQ(z.m_strError, "");
+  ExpectColour(z.m_zScene.m_vzPart[0].m_vzLevel[0].m_vzFace[0].m_fColour, {0.5f, 0.25f, 0.125f, 0.75f});
+  EXPECT_FALSE(z.m_zScene.m_vzPart[0].m_vzLevel[0].m_vzFace[1].m_fColour.has_value());
+}

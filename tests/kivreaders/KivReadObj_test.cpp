@@ -22,6 +22,18 @@ std::string PolygonObj(int nCorners, int nFaces) {
   return strFile;
 }
 
+const std::string kPlaces = "v 0 0 0\nv 1 0 0\nv 0 1 0\nv 0 0 1\n";
+
+// Names of the parts.
+std::vector<KivWString> PartNames(const KivScene& zScene) {
+  std::vector<KivWString> vcsName;
+  for (const KivScenePart& z : zScene.m_vzPart) vcsName.push_back(z.m_csName);
+  return vcsName;
+}
+const std::optional<KivColour>& FaceColour(const KivScene& zScene, size_t iPart, size_t iFace = 0) {
+  return zScene.m_vzPart.at(iPart).m_vzLevel.at(0).m_vzFace.at(iFace).m_fColour;
+}
+
 }  // namespace
 
 TEST(ReadObj, AnObjKeepsObjectsColoursNormalsAndLines) {
@@ -198,4 +210,174 @@ TEST(ReadObj, NormalsThatFacesOfAnObjNameAndThatAreNotThereAreAWarning) {
   for (const char* szFace : {"f 1 2 3", "f 1/1 2/1 3/1", "f 1// 2// 3//", "vn 0 0 1\nf 1//1 2//1 3//1",
                              "vn 0 0 1\nf 1//-1 2//-1 3//1", "f 1//1 2//1 3//1\nvn 0 0 1"})
     EXPECT_FALSE(Warns(ReadBytes(u"a.obj", strPlaces + szFace + "\n").m_zScene, strWarning)) << szFace;
+}
+
+TEST(ReadObj, NumbersMayBeginWithAPointOrAPlus) {
+  const ReaderOutcome z =
+      ReadBytes(u"a.obj", "v 9 9 9\nv .5 +.25 -.5\nv 1 1e0 1000000000000000000000e-21\nv +0 -0. 2.5E+0\nf 2 3 4\n");
+  ASSERT_EQ(z.m_strError, "");
+  EXPECT_EQ(z.m_zScene.m_vzPart[0].m_vzLevel[0].m_vzFace[0].m_vdVertex,
+            (std::vector<double>{0.5, 0.25, -0.5, 1, 1, 1, 0, 0, 2.5}));
+  EXPECT_EQ(ReadBytes(u"a.obj", "v 0 0 1e-400\n" + kPlaces + "f 2 3 4\n").m_strError, "");
+  for (const char* szNumber : {"nan", "inf", "1e400"})
+    EXPECT_EQ(ReadBytes(u"a.obj", "v 0 0 " + std::string(szNumber) + "\n" + kPlaces + "f 2 3 4\n").m_strError,
+              "a coordinate is no number");
+}
+
+TEST(ReadObj, StatementsMayStandBehindBlanksAndBeforeComments) {
+  const ReaderOutcome z =
+      ReadBytes(u"a.obj",
+                " v 0 0 0 # one\n\tv 1 0 0 #two\n v 0 1 0\n  v 0 0 1\n\to A # first\n  f 1 2 3 # c\n"
+                "\to B\n\tf\t1  2\t4 #c\n f 1 2 \\  \n\n");
+  EXPECT_EQ(z.m_strError, "a face has fewer than three corners: the file is cut or damaged");
+  const ReaderOutcome zGood = ReadBytes(u"a.obj",
+                                        " v 0 0 0 # one\n\tv 1 0 0 #two\n v 0 1 0\n  v 0 0 1\n\to A # first\n"
+                                        "  f 1 2 3 # c\n\to B\n\tf\t1  2\t4 #c\n  f 1 \\\n 3 4\\\n\nf 2 3 4");
+  ASSERT_EQ(zGood.m_strError, "");
+  EXPECT_EQ(PartNames(zGood.m_zScene), (std::vector<KivWString>{u"A", u"B"}));
+  EXPECT_EQ(zGood.m_zScene.m_vzPart[0].m_vzLevel[0].m_vzFace[0].m_viIndex.size(), 3u);
+  EXPECT_EQ(zGood.m_zScene.m_vzPart[1].m_vzLevel[0].m_vzFace[0].m_viIndex.size(), 9u);
+}
+
+TEST(ReadObj, IndicesBelowZeroCountBackFromTheirFace) {
+  const ReaderOutcome z = ReadBytes(u"a.obj", kPlaces + "vn 0 0 1\nf -4//-1 -3/7/-1 -2//1\nv 5 5 5\nf -1 -3 -2\n");
+  ASSERT_EQ(z.m_strError, "");
+  const KivSceneFace& zFace = z.m_zScene.m_vzPart[0].m_vzLevel[0].m_vzFace[0];
+  EXPECT_EQ(Corner(zFace, 0, 1), (Point{1, 0, 0}));
+  EXPECT_EQ(Corner(zFace, 1, 0), (Point{5, 5, 5}));
+  for (const char* szFace : {"f -5 -3 -2", "f 1 2 0", "f 1 2 5", "f 1 2 99999999999999999999"})
+    EXPECT_EQ(ReadBytes(u"a.obj", kPlaces + szFace).m_strError, "a face names a vertex that does not exist") << szFace;
+  for (const char* szFace : {"f 1 2 x", "f 1 2 3/x", "f 1 2 3/1/1/1", "f 1 2 3.5"})
+    EXPECT_EQ(ReadBytes(u"a.obj", kPlaces + szFace).m_strError, "a corner of a face is no number") << szFace;
+}
+
+TEST(ReadObj, NamesWithBlanksAreKeptWhole) {
+  for (const char* szKind : {"o", "g"}) {
+    const std::string strKind = szKind;
+    const ReaderOutcome z =
+        ReadBytes(u"a.obj", kPlaces + strKind + " Body 1\nf 1 2 3\n" + strKind + " Body #2\nf 1 2 4\n" + strKind +
+                                "  C:\\x\\ y \nf 1 3 4\n" + strKind + " a \\\nb # c\nf 2 3 4\n");
+    ASSERT_EQ(z.m_strError, "");
+    EXPECT_EQ(PartNames(z.m_zScene), (std::vector<KivWString>{u"Body 1", u"Body #2", u"C:\\x\\ y", u"a b"})) << szKind;
+    EXPECT_TRUE(z.m_zScene.m_vstrWarning.empty());
+  }
+  const ReaderOutcome z = ReadBytes(u"a.obj", kPlaces + "o " + std::string(2000, 'x') + "\nf 1 2 3\n");
+  ASSERT_EQ(z.m_strError, "");
+  EXPECT_EQ(PartNames(z.m_zScene), (std::vector<KivWString>{KivWString(960, u'x')}));
+}
+
+TEST(ReadObj, AnObjectThatComesAgainIsOneOfItsOwn) {
+  const ReaderOutcome z = ReadBytes(u"a.obj", kPlaces + "o A\nf 1 2 3\no B\nf 1 2 4\no A\nf 1 3 4\no A\nf 2 3 4\n");
+  ASSERT_EQ(z.m_strError, "");
+  EXPECT_EQ(PartNames(z.m_zScene), (std::vector<KivWString>{u"A", u"B", u"A"}));
+  EXPECT_EQ(z.m_zScene.m_vzPart[2].m_vzLevel[0].m_vzFace[0].m_viIndex.size(), 6u);
+}
+
+TEST(ReadObj, MaterialsMayHaveNamesWithBlanksAndThatOfTheLibrarysOwn) {
+  const TestFolder zFolder;
+  zFolder.WriteBytes(u"a.mtl",
+                     "newmtl red paint\nKd 1 0 0\nnewmtl red\nKd 0 0 1\nnewmtl DefaultMaterial # own\nKd 0 1 0\n");
+  zFolder.WriteBytes(u"a.obj", "mtllib a.mtl\n" + kPlaces +
+                                   "o A\nusemtl red paint\nf 1 2 3\no B\nusemtl DefaultMaterial\nf 1 2 4\n"
+                                   "o C\nusemtl red # c\nf 1 3 4\n");
+  const ReaderOutcome z = ReadMesh(zFolder / u"a.obj");
+  ASSERT_EQ(z.m_strError, "");
+  ExpectColour(FaceColour(z.m_zScene, 0), {1, 0, 0, 1});
+  ExpectColour(FaceColour(z.m_zScene, 1), {0, 1, 0, 1});
+  ExpectColour(FaceColour(z.m_zScene, 2), {0, 0, 1, 1});
+}
+
+TEST(ReadObj, FacesWithoutAMaterialHaveNoColour) {
+  const TestFolder zFolder;
+  zFolder.WriteBytes(u"a.mtl", "newmtl red\nKd 1 0 0\nnewmtl clear\nd 0.5\nnewmtl blue\nKd 0 0 1\n");
+  zFolder.WriteBytes(u"a.obj", "mtllib a.mtl\n" + kPlaces +
+                                   "o A\nf 1 2 3\no B\nf 1 2 4\nusemtl red\nf 1 3 4\nusemtl clear\nf 2 3 4\n"
+                                   "o C\nusemtl green\nf 1 2 3\nusemtl\nf 1 2 4\no D\nusemtl red\nf 2 3 4\n");
+  const ReaderOutcome z = ReadMesh(zFolder / u"a.obj");
+  ASSERT_EQ(z.m_strError, "");
+  ASSERT_EQ(z.m_zScene.m_vzPart.size(), 4u);
+  EXPECT_FALSE(FaceColour(z.m_zScene, 0).has_value());
+  EXPECT_FALSE(FaceColour(z.m_zScene, 1, 0).has_value());
+  ExpectColour(FaceColour(z.m_zScene, 1, 1), {1, 0, 0, 1});
+  EXPECT_FALSE(FaceColour(z.m_zScene, 1, 2).has_value());
+  EXPECT_FALSE(FaceColour(z.m_zScene, 2, 0).has_value());
+  EXPECT_FALSE(FaceColour(z.m_zScene, 2, 1).has_value());
+  ExpectColour(FaceColour(z.m_zScene, 3), {1, 0, 0, 1});
+  EXPECT_EQ(PartNames(z.m_zScene)[0], u"A");
+}
+
+TEST(ReadObj, AStatementMayNameSeveralListsOfMaterials) {
+  const TestFolder zFolder;
+  zFolder.WriteBytes(u"one.mtl", "newmtl red\nKd 1 0 0\n");
+  zFolder.WriteBytes(u"two.mtl", "newmtl glass\nKd 0 0 1\n");
+  for (const char* szLists : {"one.mtl two.mtl", "two.mtl\tone.mtl # both", "one.mtl\nmtllib two.mtl"}) {
+    zFolder.WriteBytes(u"thing.obj", Obj(szLists));
+    const ReaderOutcome z = ReadMesh(zFolder / u"thing.obj");
+    ASSERT_EQ(z.m_strError, "") << szLists;
+    ExpectColour(FaceColour(z.m_zScene, 0), {1, 0, 0, 1});
+    ExpectColour(z.m_zScene.m_vzPart[1].m_vzLevel[0].m_vzEdge[0].m_fColour, {0, 0, 1, 1});
+    EXPECT_TRUE(z.m_zScene.m_vstrWarning.empty()) << szLists;
+  }
+  zFolder.WriteBytes(u"thing.obj", Obj("one.mtl three.mtl"));
+  const ReaderOutcome zMissing = ReadMesh(zFolder / u"thing.obj");
+  ExpectColour(FaceColour(zMissing.m_zScene, 0), {1, 0, 0, 1});
+  EXPECT_EQ(zMissing.m_zScene.m_vstrWarning,
+            (std::vector<std::string>{"a file that it names cannot be read: three.mtl"}));
+  zFolder.WriteBytes(u"one.mtl two.mtl", "newmtl red\nKd 0 1 0\n");
+  zFolder.WriteBytes(u"thing.obj", Obj("one.mtl two.mtl"));
+  ExpectColour(FaceColour(ReadMesh(zFolder / u"thing.obj").m_zScene, 0), {0, 1, 0, 1});
+}
+
+TEST(ReadObj, AListOfMaterialsOfAnotherFolderMayStandBesideTheFile) {
+  const TestFolder zFolder;
+  zFolder.WriteBytes(u"colours.mtl", Mtl());
+  zFolder.WriteBytes(u"thing.obj", Obj("C:\\work\\colours.mtl"));
+  const ReaderOutcome z = ReadMesh(zFolder / u"thing.obj");
+  ASSERT_EQ(z.m_strError, "");
+  ExpectColour(FaceColour(z.m_zScene, 0), {1, kLinearOfQuarter, 0, 1});
+  EXPECT_TRUE(Warns(z.m_zScene, "a file that it names cannot be read: C:\\work\\colours.mtl"));
+}
+
+TEST(ReadObj, AnOpacityCountsBeforeATransparency) {
+  const TestFolder zFolder;
+  zFolder.WriteBytes(u"a.obj",
+                     "mtllib a.mtl\n" + kPlaces + "usemtl a\nf 1 2 3\nusemtl b\nf 1 2 4\nusemtl c\nf 1 3 4\n");
+  zFolder.WriteBytes(u"a.mtl",
+                     "newmtl a\nKd 1 0 0\nd 1\nTr 1\nnewmtl b\nTr 0\nd 0.25\nKd 1 0 0\nnewmtl c\nTr 0.25\nKd 1\n");
+  const ReaderOutcome z = ReadMesh(zFolder / u"a.obj");
+  ASSERT_EQ(z.m_strError, "");
+  ExpectColour(FaceColour(z.m_zScene, 0, 0), {1, 0, 0, 1});
+  ExpectColour(FaceColour(z.m_zScene, 0, 1), {1, 0, 0, 0.25f});
+  ExpectColour(FaceColour(z.m_zScene, 0, 2), {1, 1, 1, 0.75f});
+}
+
+TEST(ReadObj, FreeFormsAndCalledFilesAreLeftOutWithAWarning) {
+  const ReaderOutcome z = ReadBytes(
+      u"a.obj", kPlaces + "f 1 2 3\ncstype bezier\ndeg 3 3\nsurf 0 1 0 1 1 2 3 4\nparm u 0 1\nend\nf 1 2 4\n");
+  ASSERT_EQ(z.m_strError, "");
+  EXPECT_EQ(z.m_zScene.m_vzPart[0].m_vzLevel[0].m_vzFace[0].m_viIndex.size(), 6u);
+  EXPECT_EQ(z.m_zScene.m_vstrWarning, (std::vector<std::string>{"free-form curves and surfaces are left out"}));
+  EXPECT_TRUE(Warns(ReadBytes(u"a.obj", kPlaces + "f 1 2 3\ncurv 0 1 1 2\n").m_zScene, "free-form curves"));
+  EXPECT_TRUE(
+      Warns(ReadBytes(u"a.obj", kPlaces + "f 1 2 3\ncall x.obj\n").m_zScene, "other files that the file calls"));
+}
+
+TEST(ReadObj, ColoursThatOnlySomeVerticesHaveAreLeftOutWithAWarning) {
+  for (const char* szPlaces : {"v 0 0 0 1 0 0\nv 1 0 0 1 0 0\nv 0 1 0 1 0 0\nv 0 0 1\nv 1 0 1\nv 0 1 1\n",
+                               "v 0 0 0\nv 1 0 0\nv 0 1 0\nv 0 0 1 1 0 0\nv 1 0 1 1 0 0\nv 0 1 1 1 0 0\n"}) {
+    const ReaderOutcome z = ReadBytes(u"a.obj", szPlaces + std::string("o A\nf 1 2 3\no B\nf 4 5 6\n"));
+    ASSERT_EQ(z.m_strError, "");
+    EXPECT_FALSE(FaceColour(z.m_zScene, 0).has_value());
+    EXPECT_FALSE(FaceColour(z.m_zScene, 1).has_value());
+    EXPECT_EQ(z.m_zScene.m_vstrWarning, (std::vector<std::string>{"colours of single vertices are left out"}));
+  }
+  ExpectColour(FaceColour(ReadBytes(u"a.obj", "v 0 0 0 1 0 0\nv 1 0 0 1 0 0\nv 0 1 0 1 0 0\nf 1 2 3\n").m_zScene, 0),
+               {1, 0, 0, 1});
+}
+
+TEST(ReadObj, NamesThatAreNoUtf8TextAreToldOnce) {
+  const ReaderOutcome z = ReadBytes(u"a.obj", kPlaces + "o Geh\xE4use\nf 1 2 3\no Schl\xFCssel\nf 1 2 4\n");
+  ASSERT_EQ(z.m_strError, "");
+  EXPECT_EQ(z.m_zScene.m_vstrWarning, (std::vector<std::string>{"names that are no UTF-8 text are changed"}));
+  EXPECT_TRUE(ReadBytes(u"a.obj", kPlaces + "o Geh\xC3\xA4use\nf 1 2 3\n").m_zScene.m_vstrWarning.empty());
 }

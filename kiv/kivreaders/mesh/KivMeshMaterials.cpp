@@ -1,18 +1,16 @@
-// The list of materials of an OBJ, of which the library of formats reads more than it checks.
+// The list of materials of an OBJ: what it says of colours.
 #include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <optional>
-#include <set>
 #include <string>
 #include <string_view>
 
+#include "KivMeshNames.h"
 #include "KivMeshSource.h"
 
 namespace kiv {
 namespace {
-
-constexpr size_t kMostNumberText = 40;
 
 bool IsBlank(char c) {
   return c == ' ' || c == '\t' || c == '\f';
@@ -33,17 +31,14 @@ std::string_view TakeWord(std::string_view& strLine) {
   return strWord;
 }
 
-// The next word as a number, in a form that the library reads; none without a word or for anything else.
-std::optional<std::string> TakeNumber(std::string_view& strLine) {
+// The next word as a number; none without a word or for anything else.
+std::optional<float> TakeNumber(std::string_view& strLine) {
   std::string_view strWord = TakeWord(strLine);
   if (strWord.starts_with('+')) strWord.remove_prefix(1);
   double dNumber = 0;
   const auto [pEnd, iError] = std::from_chars(strWord.data(), strWord.data() + strWord.size(), dNumber);
   if (iError != std::errc() || pEnd != strWord.data() + strWord.size() || !(std::abs(dNumber) <= 1e6)) return {};
-  char szText[kMostNumberText];
-  const auto [pText, iTextError] = std::to_chars(szText, szText + sizeof szText, dNumber, std::chars_format::fixed, 9);
-  if (iTextError != std::errc()) return {};
-  return std::string(szText, pText);
+  return static_cast<float>(dNumber);
 }
 
 std::string_view WithoutComment(std::string_view strLine) {
@@ -52,50 +47,46 @@ std::string_view WithoutComment(std::string_view strLine) {
   return Trimmed(strLine.substr(0, i));
 }
 
-// The list that is made, and the names of those materials in it that have a colour.
+// A list that is read.
 struct List {
-  std::string m_strText = "# list of materials\n";
-  std::optional<std::string> m_fstrMaterial;  // the last one
-  std::set<std::string, std::less<>> m_setColoured;
+  KivMeshMaterials m_mapMaterial;
+  KivMeshMaterial* m_pzLast = nullptr;
 };
 
 // False for a statement that breaks the list; one that says nothing of colours adds nothing.
 bool AddStatement(std::string_view strLine, List& zList) {
   const std::string_view strWord = TakeWord(strLine);
   if (strWord.empty() || strWord.starts_with('#')) return true;
-  std::string& strList = zList.m_strText;
   if (strWord == "newmtl") {
-    zList.m_fstrMaterial = strLine;
-    strList += "newmtl " + *zList.m_fstrMaterial + "\n";
+    zList.m_pzLast = &zList.m_mapMaterial[std::string(KivKeptName(KivNameWithoutComment(strLine)))];
     return true;
   }
-  if (!zList.m_fstrMaterial) return false;
+  if (zList.m_pzLast == nullptr) return false;
+  KivMeshMaterial& zMaterial = *zList.m_pzLast;
   strLine = WithoutComment(strLine);
   if (strWord == "Kd") {
     if (strLine.starts_with("spectral") || strLine.starts_with("xyz")) return true;  // not read
-    const std::optional<std::string> strRed = TakeNumber(strLine);
+    const std::optional<float> fRed = TakeNumber(strLine);
     const bool bOne = strLine.empty();  // for all three
-    const std::optional<std::string> strGreen = bOne ? strRed : TakeNumber(strLine);
-    const std::optional<std::string> strBlue = bOne ? strRed : TakeNumber(strLine);
-    if (!strRed || !strGreen || !strBlue) return false;
-    strList += "Kd " + *strRed + " " + *strGreen + " " + *strBlue + "\n";
-    zList.m_setColoured.insert(*zList.m_fstrMaterial);
+    const std::optional<float> fGreen = bOne ? fRed : TakeNumber(strLine);
+    const std::optional<float> fBlue = bOne ? fRed : TakeNumber(strLine);
+    if (!fRed || !fGreen || !fBlue) return false;
+    zMaterial.m_fColour = {*fRed, *fGreen, *fBlue};
   } else if (strWord == "d" || strWord == "Tr") {
     if (strLine.starts_with("-halo")) TakeWord(strLine);
-    const std::optional<std::string> strOpacity = TakeNumber(strLine);
-    if (!strOpacity) return false;
-    strList += std::string(strWord) + " " + *strOpacity + "\n";
-    zList.m_setColoured.insert(*zList.m_fstrMaterial);
+    const std::optional<float> fNumber = TakeNumber(strLine);
+    if (!fNumber) return false;
+    if (strWord == "d") zMaterial.m_fOpacity = fNumber;
+    if (strWord == "Tr") zMaterial.m_fTransparency = fNumber;
   } else if (strWord == "map_Kd") {
-    strList += "map_Kd picture\n\n";  // told to be left out
+    zMaterial.m_bPicture = true;
   }
   return true;
 }
 
 }  // namespace
 
-bool KivCleanMaterials(std::vector<uint8_t>& vcBytes, std::set<std::string, std::less<>>& setColoured) {
-  std::string_view strText(reinterpret_cast<const char*>(vcBytes.data()), vcBytes.size());
+bool KivReadMaterials(std::string_view strText, KivMeshMaterials& mapMaterial) {
   if (strText.starts_with("\xEF\xBB\xBF")) strText.remove_prefix(3);
   for (const char c : strText)
     if (static_cast<unsigned char>(c) < 0x20 && c != '\n' && c != '\r' && !IsBlank(c)) return false;
@@ -105,9 +96,8 @@ bool KivCleanMaterials(std::vector<uint8_t>& vcBytes, std::set<std::string, std:
     if (!AddStatement(Trimmed(strText.substr(0, nLine)), zList)) return false;
     strText.remove_prefix(std::min(nLine + 1, strText.size()));
   }
-  if (!zList.m_fstrMaterial) return false;
-  vcBytes.assign(zList.m_strText.begin(), zList.m_strText.end());
-  setColoured.merge(zList.m_setColoured);
+  if (zList.m_pzLast == nullptr) return false;
+  for (auto& [strName, zMaterial] : zList.m_mapMaterial) mapMaterial.insert_or_assign(strName, std::move(zMaterial));
   return true;
 }
 

@@ -15,8 +15,15 @@
 namespace kiv {
 namespace {
 
+// The library may cut a long name within a character.
 std::string_view Text(const aiString& str) {
-  return std::string_view(str.data, std::min<size_t>(str.length, sizeof str.data - 1));
+  const std::string_view strText(str.data, std::min<size_t>(str.length, sizeof str.data - 1));
+  if (strText.size() + 1 < sizeof str.data) return strText;
+  size_t nBegin = strText.size() - 1;  // of the last character
+  while (nBegin > 0 && (static_cast<uint8_t>(strText[nBegin]) & 0xC0) == 0x80) --nBegin;
+  const uint8_t cFirst = static_cast<uint8_t>(strText[nBegin]);
+  const size_t nBytes = cFirst >= 0xF0 ? 4 : cFirst >= 0xE0 ? 3 : cFirst >= 0xC0 ? 2 : 1;
+  return strText.substr(0, nBegin + nBytes > strText.size() ? nBegin : strText.size());
 }
 
 bool IsNumber(const aiVector3D& z) {
@@ -76,7 +83,7 @@ class Maker {
       const uint32_t iNode = static_cast<uint32_t>(m_zScene.m_vzNode.size());
       KivSceneNode zNode;
       const KivMeshPlace* const pzPlace = bPlaces ? &m_vzPlace[iNode] : nullptr;
-      zNode.m_csName = sys::Utf8ToWide(pzPlace != nullptr ? pzPlace->m_strName : OwnName(pzNode->mName));
+      zNode.m_csName = Wide(pzPlace != nullptr ? pzPlace->m_strName : OwnName(pzNode->mName));
       if (zNode.m_csName.empty() && iParent == kNoSceneIndex) zNode.m_csName = csName;
       zNode.m_iParent = iParent;
       zNode.m_zMatrix = Checked(pzPlace != nullptr ? pzPlace->m_zMatrix : Placement(pzNode->mTransformation));
@@ -93,14 +100,21 @@ class Maker {
   }
 
   // Empty for a name that the library of formats makes up where the source has none.
-  std::string_view OwnName(const aiString& strSource) const {
-    const std::string_view strName = Text(strSource);
-    if (strName == m_zBytes.GetName()) return {};  // the name that the library knows the file by
+  std::string OwnName(const aiString& strSource) const {
+    const std::string strName = m_zBytes.NameOf(Text(strSource));
+    if (strName.size() < Text(strSource).size()) return strName;  // with a number that the reader gave
+    if (strName == m_zBytes.GetName()) return {};                 // the name that the library knows the file by
     const bool bLikeMadeUp = (strName.starts_with("<") && strName.find('>') == strName.size() - 1) ||
                              strName == "ROOT" || strName == "defaultobject" || IsNumbered(strName);
     // The library counts the pieces of a mesh behind its name.
-    const std::string_view strSought = IsNumbered(strName) ? strName.substr(0, strName.find(']') + 1) : strName;
-    return bLikeMadeUp && !m_zBytes.Holds(strSought) ? std::string_view() : strName;
+    const std::string strSought = IsNumbered(strName) ? strName.substr(0, strName.find(']') + 1) : strName;
+    return bLikeMadeUp && !m_zBytes.Holds(strSought) ? std::string() : strName;
+  }
+
+  KivWString Wide(const std::string& strName) {
+    const KivWString csName = sys::Utf8ToWide(strName);
+    if (sys::WideToUtf8(csName) != strName) Warn("names that are no UTF-8 text are changed");
+    return csName;
   }
 
   // For row vectors, where the source multiplies columns.
@@ -134,8 +148,8 @@ class Maker {
       itPart->second = kNoSceneIndex;  // single points, or nothing at all
       return;
     }
-    std::vector<std::string_view> vstrName;
-    if (pzPlace != nullptr) vstrName.assign(pzPlace->m_vstrMesh.begin(), pzPlace->m_vstrMesh.end());
+    std::vector<std::string> vstrName;
+    if (pzPlace != nullptr) vstrName = pzPlace->m_vstrMesh;
     if (vstrName.empty())
       for (const unsigned int iMesh : viMesh) vstrName.push_back(OwnName(m_zSource.mMeshes[iMesh]->mName));
     zPart.m_csName = PartName(vstrName, zNode.m_csName);
@@ -144,17 +158,19 @@ class Maker {
   }
 
   // What the names of the meshes have in common: the file counts the pieces of one mesh.
-  static KivWString PartName(const std::vector<std::string_view>& vstrName, const KivWString& csNode) {
-    std::string_view strName = vstrName[0];
+  KivWString PartName(const std::vector<std::string>& vstrName, const KivWString& csNode) {
+    std::string strName = vstrName[0];
     bool bCut = false;
-    for (const std::string_view strOther : vstrName) {
+    for (const std::string& strOther : vstrName) {
       const auto [itEnd, itOther] = std::mismatch(strName.begin(), strName.end(), strOther.begin(), strOther.end());
       bCut = bCut || itEnd != strName.end() || itOther != strOther.end();
-      strName = strName.substr(0, static_cast<size_t>(itEnd - strName.begin()));
+      size_t nSame = static_cast<size_t>(itEnd - strName.begin());
+      while (nSame > 0 && nSame < strName.size() && (static_cast<uint8_t>(strName[nSame]) & 0xC0) == 0x80) --nSame;
+      strName.resize(nSame);
     }
     // The mark between name and number.
-    if (bCut && (strName.ends_with('-') || strName.ends_with('_'))) strName.remove_suffix(1);
-    return strName.empty() ? csNode : sys::Utf8ToWide(strName);
+    if (bCut && (strName.ends_with('-') || strName.ends_with('_'))) strName.pop_back();
+    return strName.empty() ? csNode : Wide(strName);
   }
 
   void AddMesh(const aiMesh& zMesh, KivSceneLevel& zLevel) {
@@ -281,8 +297,10 @@ class Maker {
       if (zMaterial.GetTextureCount(iType) > 0) Warn("pictures on surfaces are left out");
     aiString strName;
     const bool bNamed = zMaterial.Get(AI_MATKEY_NAME, strName) == aiReturn_SUCCESS && strName.length > 0;
-    if (bNamed && Text(strName) == AI_DEFAULT_MATERIAL_NAME) return std::nullopt;
-    if (!m_zBytes.TellsColour(Text(strName))) return std::nullopt;
+    if (m_zBytes.HasMaterials()) return ToldColour(m_zBytes.FindMaterial(Text(strName)));
+    // One that the library makes up, unless a glTF has its own of that name.
+    const bool bOwn = m_zFormat.m_bLinear && m_zBytes.Holds(AI_DEFAULT_MATERIAL_NAME);
+    if (bNamed && Text(strName) == AI_DEFAULT_MATERIAL_NAME && !bOwn) return std::nullopt;
     aiColor4D zColour;
     // Where a glTF gives both they differ by the extension for specular surfaces alone, whose diffuse colour counts.
     if (zMaterial.Get(AI_MATKEY_COLOR_DIFFUSE, zColour) != aiReturn_SUCCESS &&
@@ -297,6 +315,14 @@ class Maker {
     const std::string strMode = AlphaMode(zMaterial);
     if (!strMode.empty() && strMode != "BLEND") fOpacity = 1;
     return Clamped(zColour, fOpacity);
+  }
+
+  std::optional<KivColour> ToldColour(const KivMeshMaterial* pzMaterial) {
+    if (pzMaterial != nullptr && pzMaterial->m_bPicture) Warn("pictures on surfaces are left out");
+    if (pzMaterial == nullptr || !pzMaterial->m_fColour) return std::nullopt;
+    const auto [fRed, fGreen, fBlue] = *pzMaterial->m_fColour;
+    const float fOpacity = pzMaterial->m_fOpacity.value_or(1 - pzMaterial->m_fTransparency.value_or(0));
+    return Clamped(aiColor4D(fRed, fGreen, fBlue, 1), fOpacity);
   }
 
   std::optional<KivColour> Clamped(const aiColor4D& z, float fOpacity) {

@@ -1,11 +1,14 @@
 #include "KivMeshSource.h"
 
+#include <assimp/material.h>
 #include <algorithm>
 #include <assimp/IOStream.hpp>
 #include <charconv>
 #include <cstring>
 #include <string_view>
 
+#include "KivMeshNames.h"
+#include "KivMeshWords.h"
 #include "KivSceneReader.h"
 #include "KivSysFolder.h"
 
@@ -108,11 +111,15 @@ const KivMeshFormat& KivMeshFormatOfBytes(const KivMeshFormat& zFormat, const st
 KivMeshSource::KivMeshSource(const KivWString& csSource, const KivMeshFormat& zFormat, std::vector<uint8_t> vcBytes)
     : m_strName(std::string("source.") + zFormat.m_szSuffix),
       m_bMaterials(m_strName == "source.obj"),
+      m_bStl(m_strName == "source.stl"),
       m_pvcBytes(std::make_shared<const std::vector<uint8_t>>(std::move(vcBytes))) {
   const size_t iSeparator = csSource.find_last_of(KivWString(u"/") + sys::kSeparator);
   m_csFolder = iSeparator == KivWString::npos ? KivWString() : csSource.substr(0, iSeparator + 1);
   const KivWString csFile = csSource.substr(m_csFolder.size());
   m_csFallback = m_csFolder + csFile.substr(0, csFile.rfind(u'.')) + u".mtl";
+  if (!m_bStl) return;
+  if (const std::optional<KivMeshMaterial> fMaterial = KivStlHeadMaterial(*m_pvcBytes))
+    m_mapMaterial.emplace(AI_DEFAULT_MATERIAL_NAME, *fMaterial);
 }
 
 bool KivMeshSource::Find(const std::string& strName, KivWString& csPath) const {
@@ -129,7 +136,8 @@ bool KivMeshSource::Holds(std::string_view strName) const {
     struct Form {
       std::string_view m_strBegin, m_strEnd;
     };
-    constexpr Form kForms[] = {{"nodes[", "]"}, {"meshes[", "]"}, {"<", ">"}, {"ROOT", ""}, {"defaultobject", ""}};
+    constexpr Form kForms[] = {{"nodes[", "]"}, {"meshes[", "]"},      {"<", ">"},
+                               {"ROOT", ""},    {"defaultobject", ""}, {AI_DEFAULT_MATERIAL_NAME, ""}};
     constexpr size_t kLongest = 64;
     const std::string_view strBytes(reinterpret_cast<const char*>(m_pvcBytes->data()), m_pvcBytes->size());
     m_fsetName.emplace();
@@ -142,29 +150,75 @@ bool KivMeshSource::Holds(std::string_view strName) const {
   return m_fsetName->contains(strName);
 }
 
-bool KivMeshSource::TellsColour(std::string_view strMaterial) const {
-  return !m_bMaterials || m_setColoured.contains(strMaterial);
+std::string KivMeshSource::NameOf(std::string_view strName) const {
+  return HasMaterials() ? KivNameOf(strName) : std::string(strName);
+}
+
+const KivMeshMaterial* KivMeshSource::FindMaterial(std::string_view strMaterial) const {
+  // What stands for no material is a number without a name.
+  if (strMaterial.starts_with(kNumberInName)) return nullptr;
+  const auto it = m_mapMaterial.find(KivNameOf(strMaterial));
+  return it == m_mapMaterial.end() ? nullptr : &it->second;
 }
 
 bool KivMeshSource::Exists(const char* szName) const {
   KivWString csPath;
-  return szName == m_strName || (Find(szName, csPath) && sys::PathExists(csPath) && !sys::FolderExists(csPath));
+  const std::string strName = m_bMaterials ? KivNameOf(szName) : szName;
+  return strName == m_strName || (Find(strName, csPath) && sys::PathExists(csPath) && !sys::FolderExists(csPath));
+}
+
+void KivMeshSource::AddMissing(const std::string& strName) {
+  const bool bKnown = std::find(m_vstrMissing.begin(), m_vstrMissing.end(), strName) != m_vstrMissing.end();
+  if (strName != kFallback && !bKnown && m_vstrMissing.size() < 10) m_vstrMissing.push_back(strName);
+}
+
+// A file may have a name with blanks; else these stand between the names of files.
+std::vector<std::string> KivMeshSource::MaterialLists(const std::string& strNames) const {
+  if (Exists(strNames.c_str())) return {strNames};
+  std::vector<std::string> vstrName;
+  std::string_view strRest = strNames;
+  bool bSome = false;
+  for (std::string_view strWord = TakeWord(strRest); !strWord.empty(); strWord = TakeWord(strRest))
+    bSome = Exists(vstrName.emplace_back(strWord).c_str()) || bSome;
+  return bSome ? vstrName : std::vector<std::string>{strNames};
+}
+
+bool KivMeshSource::ReadMaterials(const std::string& strName) {
+  try {
+    KivWString csPath;
+    return Find(strName, csPath) && KivReadMaterials(TextOf(KivReadSceneSource(csPath, kLargestFile)), m_mapMaterial);
+  } catch (const KivSceneError&) {
+    return false;
+  }
+}
+
+Assimp::IOStream* KivMeshSource::OpenMaterials(const std::string& strNames) {
+  bool bRead = false;
+  for (const std::string& strName : MaterialLists(strNames)) {
+    if (ReadMaterials(strName)) {
+      bRead = true;
+      continue;
+    }
+    AddMissing(strName);
+    // One of another folder may have come along.
+    bRead = ReadMaterials(strName.substr(strName.find_last_of("/\\") + 1)) || bRead;
+  }
+  if (!bRead) return nullptr;
+  constexpr std::string_view kEmpty = "# list of materials\n";
+  return new Stream(std::make_shared<const std::vector<uint8_t>>(kEmpty.begin(), kEmpty.end()));
 }
 
 Assimp::IOStream* KivMeshSource::Open(const char* szName, const char*) {
   if (szName == m_strName) return new Stream(m_pvcBytes);
+  if (m_bMaterials) return OpenMaterials(KivNameOf(szName));
   KivWString csPath;
   try {
-    if (Find(szName, csPath)) {
-      std::vector<uint8_t> vcBytes = KivReadSceneSource(csPath, kLargestFile);
-      if (!m_bMaterials || KivCleanMaterials(vcBytes, m_setColoured))
-        return new Stream(std::make_shared<const std::vector<uint8_t>>(std::move(vcBytes)));
-    }
+    if (Find(szName, csPath))
+      return new Stream(std::make_shared<const std::vector<uint8_t>>(KivReadSceneSource(csPath, kLargestFile)));
   } catch (const KivSceneError&) {
     // The library of formats goes on without the file, or gives up with a reason of its own.
   }
-  const bool bKnown = std::find(m_vstrMissing.begin(), m_vstrMissing.end(), szName) != m_vstrMissing.end();
-  if (szName != kFallback && !bKnown && m_vstrMissing.size() < 10) m_vstrMissing.push_back(szName);
+  AddMissing(szName);
   return nullptr;
 }
 

@@ -1,8 +1,10 @@
 // The source of a mesh and the files beside it, as the library of formats sees them.
 #pragma once
 
+#include <array>
 #include <assimp/IOSystem.hpp>
 #include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 #include <set>
@@ -55,10 +57,20 @@ void KivPreparePly(std::vector<uint8_t>& vcBytes, std::vector<std::string>& vstr
 // formats asks for and the source need not have. (KivMeshGltf.cpp)
 void KivPrepareGltf(std::vector<uint8_t>& vcBytes, std::vector<std::string>& vstrWarning, KivMeshPlaces& vzPlace);
 
-// Leaves of a list of materials what says something of colours, in the form that the library of formats reads. False
-// for what is no such list, or one with a statement before the first material or without its numbers. Adds the names of
-// the materials that have a colour or an opacity. (KivMeshMaterials.cpp)
-bool KivCleanMaterials(std::vector<uint8_t>& vcBytes, std::set<std::string, std::less<>>& setColoured);
+// What a file tells of a material. Colours are sRGB.
+struct KivMeshMaterial {
+  std::optional<std::array<float, 3>> m_fColour;
+  std::optional<float> m_fOpacity, m_fTransparency;  // the opacity counts, if both are there
+  bool m_bPicture = false;
+};
+using KivMeshMaterials = std::map<std::string, KivMeshMaterial, std::less<>>;  // by their names
+
+// Adds the materials of a list. False for what is no such list, or one with a statement before the first material or
+// with a colour or an opacity without its numbers. (KivMeshMaterials.cpp)
+bool KivReadMaterials(std::string_view strText, KivMeshMaterials& mapMaterial);
+
+// The colour that stands in the head of a prepared binary STL and holds for all its faces. (KivMeshStl.cpp)
+std::optional<KivMeshMaterial> KivStlHeadMaterial(const std::vector<uint8_t>& vcBytes);
 
 // Gives the source's bytes under the name "source.<suffix>", and files of its folder and below under theirs; nothing
 // else. Files are taken whole.
@@ -70,11 +82,14 @@ class KivMeshSource : public Assimp::IOSystem {
   // Names of files that were asked for and could not be given.
   const std::vector<std::string>& GetMissing() const { return m_vstrMissing; }
   // True if the source's bytes have this text somewhere, of those that the library of formats makes up as names:
-  // "nodes[3]", "meshes[0]", "<...>", "ROOT", "defaultobject".
+  // "nodes[3]", "meshes[0]", "<...>", "ROOT", "defaultobject", "DefaultMaterial".
   bool Holds(std::string_view strName) const;
-  // False for a material of an OBJ to which no list that was given gives a colour: the library of formats makes up what
-  // is missing.
-  bool TellsColour(std::string_view strMaterial) const;
+  // The name that the library of formats knows in a form of its own (KivMeshNames.h).
+  std::string NameOf(std::string_view strName) const;
+  // True for OBJ and STL, whose colours the library of formats makes up in part: FindMaterial knows them.
+  bool HasMaterials() const { return m_bMaterials || m_bStl; }
+  // Null for one of which no file that was given tells something. By the name that the library has.
+  const KivMeshMaterial* FindMaterial(std::string_view strMaterial) const;
 
   bool Exists(const char* szName) const override;
   char getOsSeparator() const override { return '/'; }
@@ -84,16 +99,23 @@ class KivMeshSource : public Assimp::IOSystem {
  private:
   // False for a name that leads out of the folder.
   bool Find(const std::string& strName, KivWString& csPath) const;
+  void AddMissing(const std::string& strName);
+  // Of lists of materials, one or more with blanks between them: reads them, and gives the library an empty one. Null
+  // if there is none.
+  Assimp::IOStream* OpenMaterials(const std::string& strNames);
+  std::vector<std::string> MaterialLists(const std::string& strNames) const;
+  bool ReadMaterials(const std::string& strName);
 
   KivWString m_csFolder;  // of the source, with its separator, or empty
   std::string m_strName;
   bool m_bMaterials;  // other files are lists of materials
+  bool m_bStl;
   KivWString
       m_csFallback;  // path of what is asked for as "source.mtl", in place of a list of materials that is missing
   std::shared_ptr<const std::vector<uint8_t>> m_pvcBytes;
   mutable std::optional<std::set<std::string, std::less<>>> m_fsetName;  // of Holds, from one pass over the bytes
   std::vector<std::string> m_vstrMissing;
-  std::set<std::string, std::less<>> m_setColoured;  // materials of the lists that were given
+  KivMeshMaterials m_mapMaterial;
 };
 
 }  // namespace kiv

@@ -1,9 +1,11 @@
-// STL: a text with words in lower case and normals that are numbers, or as many bytes as it announces.
+// STL: a text with words in lower case, normals that are numbers and names in one word, or as many bytes as it
+// announces and at most one colour.
 #include <algorithm>
 #include <cstring>
 #include <string>
 #include <string_view>
 
+#include "KivMeshNames.h"
 #include "KivMeshSource.h"
 #include "KivMeshWords.h"
 #include "KivSceneReader.h"
@@ -11,14 +13,19 @@
 namespace kiv {
 namespace {
 
+// Bytes of a binary one: of its first text, of all that stands before the triangles, and of each.
+constexpr uint64_t kText = 80, kHead = 84, kFacet = 50;
+
+uint64_t CountFacets(const std::vector<uint8_t>& vcBytes) {
+  uint32_t nFacets = 0;
+  std::memcpy(&nFacets, vcBytes.data() + kText, sizeof nFacets);
+  return nFacets;
+}
+
 // True for bytes that begin as a text does and are no binary one.
 bool IsTextStl(const std::vector<uint8_t>& vcBytes) {
-  constexpr uint64_t kHead = 84, kFacet = 50;
-  if (vcBytes.size() >= kHead) {
-    uint32_t nFacets = 0;
-    std::memcpy(&nFacets, vcBytes.data() + 80, sizeof nFacets);
-    if (vcBytes.size() == kHead + kFacet * nFacets) return false;  // a binary one, whatever it begins with
-  }
+  // A binary one, whatever it begins with.
+  if (vcBytes.size() >= kHead && vcBytes.size() == kHead + kFacet * CountFacets(vcBytes)) return false;
   std::string_view strText = TextOf(vcBytes);
   if (strText.starts_with("\xEF\xBB\xBF")) strText.remove_prefix(3);
   constexpr std::string_view kWord = "solid";
@@ -29,22 +36,9 @@ bool IsTextStl(const std::vector<uint8_t>& vcBytes) {
          strText.find('\0') == std::string_view::npos;
 }
 
-// A text STL ends with its last solid.
-void CheckTextStl(std::string_view strText) {
-  while (!strText.empty() && IsBlank(strText.back())) strText.remove_suffix(1);
-  const size_t iLine = strText.find_last_of("\r\n");
-  std::string_view strLast = iLine == std::string_view::npos ? strText : strText.substr(iLine + 1);
-  while (!strLast.empty() && IsBlank(strLast.front())) strLast.remove_prefix(1);
-  if (!strLast.starts_with("endsolid") && !strLast.starts_with("end solid"))
-    throw KivSceneError("the file is cut: its last line is no 'endsolid'");
-}
-
-void CheckStl(const std::vector<uint8_t>& vcBytes) {
-  constexpr uint64_t kHead = 84, kFacet = 50;
-  if (IsTextStl(vcBytes)) return CheckTextStl({reinterpret_cast<const char*>(vcBytes.data()), vcBytes.size()});
+void CheckBinaryStl(const std::vector<uint8_t>& vcBytes) {
   if (vcBytes.size() < kHead) throw KivSceneError("it is no STL file");
-  uint32_t nFacets = 0;
-  std::memcpy(&nFacets, vcBytes.data() + 80, sizeof nFacets);
+  const uint64_t nFacets = CountFacets(vcBytes);
   if (vcBytes.size() < kHead + kFacet * nFacets)
     throw KivSceneError("the file is cut, or no STL file: it announces " + std::to_string(nFacets) +
                         " triangles and has bytes for " + std::to_string((vcBytes.size() - kHead) / kFacet));
@@ -55,15 +49,6 @@ bool IsLineEnd(uint8_t c) {
 }
 bool IsSpace(uint8_t c) {
   return c == ' ' || c == '\t';
-}
-
-// The word at iAt in lower case, if it is the one that is asked for.
-bool LowerWord(std::vector<uint8_t>& vcBytes, size_t iAt, std::string_view strWord) {
-  if (vcBytes.size() - iAt < strWord.size()) return false;
-  for (size_t i = 0; i < strWord.size(); ++i)
-    if (Lower(static_cast<char>(vcBytes[iAt + i])) != strWord[i]) return false;
-  std::memcpy(vcBytes.data() + iAt, strWord.data(), strWord.size());
-  return true;
 }
 
 size_t PassBlanks(const std::vector<uint8_t>& vcBytes, size_t iAt) {
@@ -84,44 +69,200 @@ void ClearNormal(std::vector<uint8_t>& vcBytes, size_t iAt) {
   }
 }
 
-// The words that lines of an STL begin with; names of solids stay as they are.
-void LowerStlWords(std::vector<uint8_t>& vcBytes) {
-  constexpr std::string_view kWords[] = {"endsolid", "end solid", "solid",   "facet",
-                                         "outer",    "vertex",    "endloop", "endfacet"};
-  constexpr std::string_view kNormal = "normal";
-  bool bBegin = true;
-  for (size_t i = 0; i < vcBytes.size(); ++i) {
-    if (bBegin) {
-      i = PassBlanks(vcBytes, i);
-      for (const std::string_view strWord : kWords) {
-        if (!LowerWord(vcBytes, i, strWord)) continue;
-        const size_t iNext = PassBlanks(vcBytes, i + strWord.size());
-        if (strWord == "facet" && LowerWord(vcBytes, iNext, kNormal)) ClearNormal(vcBytes, iNext + kNormal.size());
-        if (strWord == "outer") LowerWord(vcBytes, iNext, "loop");
-        break;
-      }
+// Walks over the words of a text STL, makes them lower case, and holds each triangle to its three corners. Names of
+// solids stay, in one word; what stands between solids becomes blank.
+class TextStl {
+ public:
+  explicit TextStl(std::vector<uint8_t>& vcBytes) : m_vcBytes(vcBytes) {}
+
+  void Prepare() {
+    while (Next()) m_bSolid ? Inside() : Outside();
+    if (m_bSolid) throw KivSceneError("the file is cut: its last solid has no 'endsolid'");
+  }
+
+ private:
+  // The next word, from m_iWord to m_iAt. False at the end.
+  bool Next() {
+    m_iWord = m_iAt;
+    while (m_iWord < m_vcBytes.size() && (IsSpace(m_vcBytes[m_iWord]) || IsLineEnd(m_vcBytes[m_iWord]))) ++m_iWord;
+    m_iAt = m_iWord;
+    while (m_iAt < m_vcBytes.size() && !IsSpace(m_vcBytes[m_iAt]) && !IsLineEnd(m_vcBytes[m_iAt])) ++m_iAt;
+    return m_iWord < m_iAt;
+  }
+  bool Is(std::string_view strWord) const { return m_iAt - m_iWord == strWord.size() && IsAt(m_iWord, strWord); }
+  bool IsAt(size_t iAt, std::string_view strWord) const {
+    if (m_vcBytes.size() - iAt < strWord.size()) return false;
+    for (size_t i = 0; i < strWord.size(); ++i)
+      if (Lower(static_cast<char>(m_vcBytes[iAt + i])) != strWord[i]) return false;
+    return true;
+  }
+  void Fill(size_t iFrom, size_t iTo, char c) {
+    std::fill(m_vcBytes.begin() + static_cast<ptrdiff_t>(iFrom), m_vcBytes.begin() + static_cast<ptrdiff_t>(iTo),
+              static_cast<uint8_t>(c));
+  }
+  void MakeLower() {
+    for (size_t i = m_iWord; i < m_iAt; ++i)
+      m_vcBytes[i] = static_cast<uint8_t>(Lower(static_cast<char>(m_vcBytes[i])));
+  }
+  size_t LineEnd(size_t i) const {
+    while (i < m_vcBytes.size() && !IsLineEnd(m_vcBytes[i])) ++i;
+    return i;
+  }
+
+  void Outside() {
+    if (Is("facet")) throw KivSceneError("a triangle stands outside of the solids");
+    if (!Is("solid")) return Fill(m_iWord, m_iAt, ' ');
+    MakeLower();
+    m_bSolid = true;
+    TakeName();
+  }
+
+  // To the end of the line; or to the first triangle, where all stands in one line.
+  void TakeName() {
+    const size_t iFrom = PassBlanks(m_vcBytes, m_iAt);
+    size_t iTo = LineEnd(iFrom);
+    for (size_t i = iFrom; i < iTo; ++i) {
+      const bool bWord = IsSpace(m_vcBytes[i - 1]);
+      if (bWord && IsAt(i, "facet") && PassBlanks(m_vcBytes, i + 5) > i + 5 &&
+          IsAt(PassBlanks(m_vcBytes, i + 5), "normal") && HasNumberAt(PassBlanks(m_vcBytes, i + 5) + 6))
+        iTo = i;
     }
-    bBegin = i < vcBytes.size() && IsLineEnd(vcBytes[i]);
+    m_iAt = iTo;
+    while (iTo > iFrom && IsSpace(m_vcBytes[iTo - 1])) --iTo;
+    const size_t nKept = KivKeptName(TextOf(m_vcBytes).substr(iFrom, iTo - iFrom)).size();
+    Fill(iFrom + nKept, iTo, ' ');
+    for (size_t i = iFrom; i < iFrom + nKept; ++i)
+      m_vcBytes[i] = static_cast<uint8_t>(KivByteInName(static_cast<char>(m_vcBytes[i])));
+  }
+  bool HasNumberAt(size_t i) const {
+    const size_t iNumber = PassBlanks(m_vcBytes, i);
+    if (iNumber == i || iNumber >= m_vcBytes.size()) return false;
+    const char c = static_cast<char>(m_vcBytes[iNumber]);
+    return (c >= '0' && c <= '9') || c == '-' || c == '+' || c == '.';
+  }
+
+  void Inside() {
+    const bool bEndSolid = Is("end") && IsAt(PassBlanks(m_vcBytes, m_iAt), "solid");
+    if (bEndSolid) {  // in two words
+      m_iAt = PassBlanks(m_vcBytes, m_iAt) + 5;
+      Fill(m_iWord, m_iAt, ' ');
+      constexpr std::string_view kWord = "endsolid";
+      std::copy(kWord.begin(), kWord.end(), m_vcBytes.begin() + static_cast<ptrdiff_t>(m_iWord));
+    }
+    if (bEndSolid || Is("endsolid")) {
+      MakeLower();
+      EndFacet();
+      m_bSolid = false;
+      m_iAt = LineEnd(m_iAt);
+    } else if (Is("facet")) {
+      MakeLower();
+      EndFacet();
+      m_bFacet = true;
+      m_nCorners = 0;
+    } else if (Is("endfacet")) {
+      MakeLower();
+      EndFacet();
+    } else if (Is("normal")) {
+      MakeLower();
+      ClearNormal(m_vcBytes, m_iAt);
+    } else if (Is("vertex")) {
+      MakeLower();
+      ++m_nCorners;
+    } else if (Is("outer") || Is("loop") || Is("endloop")) {
+      MakeLower();
+    }
+  }
+  void EndFacet() {
+    if (m_bFacet && m_nCorners != 3)
+      throw KivSceneError("a triangle has " + std::to_string(m_nCorners) +
+                          " corners: the file is damaged, or none of triangles");
+    m_bFacet = false;
+  }
+
+  std::vector<uint8_t>& m_vcBytes;
+  size_t m_iWord = 0, m_iAt = 0;
+  bool m_bSolid = false, m_bFacet = false;  // a solid and a triangle have begun
+  uint64_t m_nCorners = 0;                  // of the triangle
+};
+
+// The library knows a text by its first word, which no blank line may stand before.
+void PrepareTextStl(std::vector<uint8_t>& vcBytes) {
+  PassUtf8Mark(vcBytes);
+  size_t n = 0;
+  while (n < vcBytes.size() && (IsSpace(vcBytes[n]) || IsLineEnd(vcBytes[n]))) ++n;
+  vcBytes.erase(vcBytes.begin(), vcBytes.begin() + static_cast<ptrdiff_t>(n));
+  TextStl(vcBytes).Prepare();
+}
+
+// --- Binary ones ----------------------------------------------------------------------------------------------------
+
+constexpr std::string_view kColourMark = "COLOR=";
+
+// Where the bytes for red, green, blue and opacity stand in the head; 0 for a head without them.
+size_t HeadColour(const std::vector<uint8_t>& vcBytes) {
+  const size_t i = TextOf(vcBytes).substr(0, kText).find(kColourMark);
+  return i == std::string_view::npos || i + kColourMark.size() + 4 > kText ? 0 : i + kColourMark.size();
+}
+
+uint16_t FacetWord(const std::vector<uint8_t>& vcBytes, uint64_t iFacet) {
+  uint16_t iWord = 0;
+  std::memcpy(&iWord, vcBytes.data() + kHead + kFacet * iFacet + kFacet - sizeof iWord, sizeof iWord);
+  return iWord;
+}
+
+// In a file with a colour in its head a triangle with the upper bit takes that one, and one without it a colour of its
+// own, five bits each from red upwards; where all have 0, none is meant. The library takes it the other way round: what
+// holds for all triangles goes to the head, anything else is left out.
+void PrepareColours(std::vector<uint8_t>& vcBytes, std::vector<std::string>& vstrWarning) {
+  if (TextOf(vcBytes).substr(0, kText).find(kColourMark) == std::string_view::npos) return;
+  const size_t iColour = HeadColour(vcBytes);
+  const uint64_t nFacets = CountFacets(vcBytes);
+  if (iColour == 0) std::fill_n(vcBytes.begin(), kText, uint8_t{' '});  // a mark without its bytes
+  if (iColour == 0 || nFacets == 0) return;
+  constexpr uint16_t kOfHead = 0x8000;
+  const auto Meant = [&vcBytes](uint64_t iFacet) {
+    const uint16_t iWord = FacetWord(vcBytes, iFacet);
+    return (iWord & kOfHead) != 0 ? kOfHead : iWord;
+  };
+  const uint16_t iFirst = Meant(0);
+  bool bSame = true;
+  for (uint64_t i = 0; i < nFacets; ++i) {
+    bSame = bSame && Meant(i) == iFirst;
+    std::fill_n(vcBytes.begin() + static_cast<ptrdiff_t>(kHead + kFacet * i + kFacet - 2), 2, uint8_t{0});
+  }
+  const auto itColour = vcBytes.begin() + static_cast<ptrdiff_t>(iColour);
+  if (!bSame) {
+    vstrWarning.push_back("colours of single vertices are left out");
+    std::fill_n(vcBytes.begin(), kText, uint8_t{' '});
+  } else if (iFirst != kOfHead && iFirst != 0) {
+    for (int i = 0; i < 3; ++i) itColour[i] = static_cast<uint8_t>(((iFirst >> (5 * i) & 31) * 255 + 15) / 31);
+    itColour[3] = 255;
   }
 }
 
-// What stands behind the triangles of a binary one makes the library doubt its kind.
-void EndBinaryStl(std::vector<uint8_t>& vcBytes) {
-  constexpr uint64_t kHead = 84, kFacet = 50;
-  if (vcBytes.size() < kHead) return;
-  uint32_t nFacets = 0;
-  std::memcpy(&nFacets, vcBytes.data() + 80, sizeof nFacets);
-  if (vcBytes.size() > kHead + kFacet * nFacets) vcBytes.resize(kHead + kFacet * nFacets);
+// What stands behind the triangles makes the library doubt its kind.
+void PrepareBinaryStl(std::vector<uint8_t>& vcBytes, std::vector<std::string>& vstrWarning) {
+  CheckBinaryStl(vcBytes);
+  vcBytes.resize(kHead + kFacet * CountFacets(vcBytes));
+  PrepareColours(vcBytes, vstrWarning);
 }
 
 }  // namespace
 
-void KivPrepareStl(std::vector<uint8_t>& vcBytes, std::vector<std::string>&) {
-  const bool bText = IsTextStl(vcBytes);
-  if (bText) PassUtf8Mark(vcBytes);
-  if (bText) LowerStlWords(vcBytes);
-  if (!bText) EndBinaryStl(vcBytes);
-  CheckStl(vcBytes);
+std::optional<KivMeshMaterial> KivStlHeadMaterial(const std::vector<uint8_t>& vcBytes) {
+  if (vcBytes.size() < kHead || IsTextStl(vcBytes)) return std::nullopt;
+  const size_t i = HeadColour(vcBytes);
+  if (i == 0) return std::nullopt;
+  const auto Part = [&vcBytes, i](size_t iPart) { return static_cast<float>(vcBytes[i + iPart]) / 255; };
+  KivMeshMaterial zMaterial;
+  zMaterial.m_fColour = {Part(0), Part(1), Part(2)};
+  zMaterial.m_fOpacity = Part(3);
+  return zMaterial;
+}
+
+void KivPrepareStl(std::vector<uint8_t>& vcBytes, std::vector<std::string>& vstrWarning) {
+  if (IsTextStl(vcBytes)) return PrepareTextStl(vcBytes);
+  PrepareBinaryStl(vcBytes, vstrWarning);
 }
 
 }  // namespace kiv
