@@ -58,7 +58,9 @@ bool AddStatement(std::string_view strLine, List& zList) {
   const std::string_view strWord = TakeWord(strLine);
   if (strWord.empty() || strWord.starts_with('#')) return true;
   if (strWord == "newmtl") {
-    zList.m_pzLast = &zList.m_mapMaterial[std::string(KivKeptName(KivNameWithoutComment(strLine)))];
+    std::string strName(KivKeptName(KivNameWithoutComment(strLine)));
+    std::replace(strName.begin(), strName.end(), '\t', ' ');
+    zList.m_pzLast = &zList.m_mapMaterial[strName];
     return true;
   }
   if (zList.m_pzLast == nullptr) return false;

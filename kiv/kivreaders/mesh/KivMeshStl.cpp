@@ -109,24 +109,31 @@ class TextStl {
     return i;
   }
 
+  static constexpr const char* kOutside = "a triangle stands outside of the solids";
+
   void Outside() {
-    if (Is("facet")) throw KivSceneError("a triangle stands outside of the solids");
+    if (Is("facet")) throw KivSceneError(kOutside);
     if (!Is("solid")) return Fill(m_iWord, m_iAt, ' ');
     MakeLower();
     m_bSolid = true;
     TakeName();
   }
 
+  // Where the first triangle begins in what is left of a line, or its end.
+  size_t FirstFacet(size_t iFrom) const {
+    const size_t iTo = LineEnd(iFrom);
+    for (size_t i = iFrom; i < iTo; ++i) {
+      if (!IsSpace(m_vcBytes[i - 1]) || !IsAt(i, "facet")) continue;
+      const size_t iNext = PassBlanks(m_vcBytes, i + 5);
+      if (iNext > i + 5 && IsAt(iNext, "normal") && HasNumberAt(iNext + 6)) return i;
+    }
+    return iTo;
+  }
+
   // To the end of the line; or to the first triangle, where all stands in one line.
   void TakeName() {
     const size_t iFrom = PassBlanks(m_vcBytes, m_iAt);
-    size_t iTo = LineEnd(iFrom);
-    for (size_t i = iFrom; i < iTo; ++i) {
-      const bool bWord = IsSpace(m_vcBytes[i - 1]);
-      if (bWord && IsAt(i, "facet") && PassBlanks(m_vcBytes, i + 5) > i + 5 &&
-          IsAt(PassBlanks(m_vcBytes, i + 5), "normal") && HasNumberAt(PassBlanks(m_vcBytes, i + 5) + 6))
-        iTo = i;
-    }
+    size_t iTo = FirstFacet(iFrom);
     m_iAt = iTo;
     while (iTo > iFrom && IsSpace(m_vcBytes[iTo - 1])) --iTo;
     const size_t nKept = KivKeptName(TextOf(m_vcBytes).substr(iFrom, iTo - iFrom)).size();
@@ -153,6 +160,7 @@ class TextStl {
       MakeLower();
       EndFacet();
       m_bSolid = false;
+      if (FirstFacet(m_iAt) != LineEnd(m_iAt)) throw KivSceneError(kOutside);
       m_iAt = LineEnd(m_iAt);
     } else if (Is("facet")) {
       MakeLower();
