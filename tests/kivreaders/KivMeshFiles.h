@@ -123,10 +123,10 @@ inline std::string EmbeddedGltf() {
   return Gltf("data:application/octet-stream;base64," + Base64(GltfBuffer()));
 }
 
-inline std::string Glb() {
-  std::string strJson = Gltf("");
+// With nMore bytes behind those that the JSON tells of.
+inline std::string Glb(std::string strJson = Gltf(""), size_t nMore = 0) {
   while (strJson.size() % 4 != 0) strJson += ' ';
-  const std::string strBinary = GltfBuffer();
+  const std::string strBinary = GltfBuffer() + std::string(nMore, 'x');
   std::string strFile = "glTF";
   AddRaw<uint32_t>(strFile, 2);
   AddRaw<uint32_t>(strFile, static_cast<uint32_t>(12 + 8 + strJson.size() + 8 + strBinary.size()));

@@ -35,21 +35,6 @@ std::string Error(const std::string& strFile) {
   return ReadBytes(u"a.gltf", strFile).m_strError;
 }
 
-// The bytes of a GLB with nMore behind the second piece's, and these in its JSON in place of others.
-std::string ChangedGlb(size_t nMore, const std::string& strFrom = "", const std::string& strTo = "") {
-  std::string strJson = Gltf("");
-  if (!strFrom.empty()) strJson = Replaced(strJson, strFrom, strTo);
-  while (strJson.size() % 4 != 0) strJson += ' ';
-  const std::string strBinary = GltfBuffer() + std::string(nMore, 'x');
-  std::string strFile = "glTF";
-  AddRaw<uint32_t>(strFile, 2);
-  AddRaw<uint32_t>(strFile, static_cast<uint32_t>(12 + 8 + strJson.size() + 8 + strBinary.size()));
-  AddRaw<uint32_t>(strFile, static_cast<uint32_t>(strJson.size()));
-  strFile += "JSON" + strJson;
-  AddRaw<uint32_t>(strFile, static_cast<uint32_t>(strBinary.size()));
-  return strFile + std::string("BIN\0", 4) + strBinary;
-}
-
 void ExpectPlacement(const KivSceneNode& zNode, const std::vector<double>& vdMust) {
   for (size_t i = 0; i < 16; ++i) EXPECT_NEAR(zNode.m_zMatrix[i], vdMust[i], 1e-14 * std::abs(vdMust[i]) + 1e-15) << i;
 }
@@ -133,7 +118,7 @@ TEST(ReadGltf, PlacementsOfAGltfKeepAllTheirDigits) {
     const ReaderOutcome z = ReadBytes(u"a.gltf", Replaced(EmbeddedGltf(), "\"name\":\"left\",", strPlace + ","));
     ASSERT_EQ(z.m_strError, "");
     ExpectPlacement(z.m_zScene.m_vzNode[1], vdFar);
-    const ReaderOutcome zPacked = ReadBytes(u"a.glb", ChangedGlb(0, "\"name\":\"left\",", strPlace + ","));
+    const ReaderOutcome zPacked = ReadBytes(u"a.glb", Glb(Replaced(Gltf(""), "\"name\":\"left\",", strPlace + ",")));
     ASSERT_EQ(zPacked.m_strError, "");
     ExpectPlacement(zPacked.m_zScene.m_vzNode[1], vdFar);
     const ReaderOutcome zFirst =
@@ -242,7 +227,7 @@ TEST(ReadGltf, ABufferMayHoldMoreThanItTells) {
     const ReaderOutcome z = ReadBytes(u"a.gltf", Gltf("data:application/octet-stream;base64," + Base64(strBuffer)));
     ASSERT_EQ(z.m_strError, "");
     EXPECT_EQ(KivWriteScene(z.m_zScene), KivWriteScene(zPlain));
-    const ReaderOutcome zPacked = ReadBytes(u"a.glb", ChangedGlb(nMore));
+    const ReaderOutcome zPacked = ReadBytes(u"a.glb", Glb(Gltf(""), nMore));
     ASSERT_EQ(zPacked.m_strError, "");
     EXPECT_EQ(KivWriteScene(zPacked.m_zScene), KivWriteScene(zPlain));
     const ReaderOutcome zFirst = ReadBytes(u"a.gltf", Replaced(FirstGltf(), Base64(GltfBuffer()), Base64(strBuffer)));
@@ -375,7 +360,7 @@ TEST(ReadGltf, IndicesBeyondTheCornersOfAClosedLineOrOfTheFirstVersionAreRefused
     const std::string strLoop = Replaced(EmbeddedGltf(), "\"indices\":2", "\"indices\":2,\"mode\":2");
     EXPECT_EQ(Error(strLoop), "");
     EXPECT_EQ(Error(Replaced(strLoop, strRight, Base64(strWrong))), szReason) << i;
-    std::string strPacked = ChangedGlb(0, "\"indices\":2", "\"indices\":2,\"mode\":2");
+    std::string strPacked = Glb(Replaced(Gltf(""), "\"indices\":2", "\"indices\":2,\"mode\":2"));
     EXPECT_EQ(ReadBytes(u"a.glb", strPacked).m_strError, "");
     strPacked.replace(strPacked.size() - strWrong.size(), strWrong.size(), strWrong);
     EXPECT_EQ(ReadBytes(u"a.glb", strPacked).m_strError, szReason) << i;

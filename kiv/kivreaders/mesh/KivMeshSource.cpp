@@ -20,9 +20,9 @@ constexpr uint64_t kLargestFile = uint64_t{4} << 30;  // bytes
 constexpr std::string_view kFallback = "source.mtl";
 
 // Of a format without nodes that the library changes.
-template <auto t_pfnPrepare>
+template <auto pfnPrepare>
 void Prepare(std::vector<uint8_t>& vcBytes, std::vector<std::string>& vstrWarning, KivMeshPlaces&) {
-  t_pfnPrepare(vcBytes, vstrWarning);
+  pfnPrepare(vcBytes, vstrWarning);
 }
 
 constexpr KivMeshFormat kFormats[] = {
