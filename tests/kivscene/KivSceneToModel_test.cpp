@@ -228,6 +228,26 @@ TEST_F(SceneToModel, ASourceWithFacesKeepsItsIdsLevelsAndGeometry) {
   EXPECT_NE(Instances().m_vzInstance[0].m_iBrepKey, 0u);
 }
 
+TEST_F(SceneToModel, LevelsOfAReaderTellTheirTolerancesWhereNoneAreAskedFor) {
+  KivScene zScene = MeshScene({});
+  zScene.m_dMetresPerUnit = 0.001;
+  KivScenePart& zPart = zScene.m_vzPart[0];
+  zPart.m_bHasFaces = true;
+  zPart.m_vzLevel.clear();
+  for (const double d : {7.0, 0.7}) {
+    KivSceneLevel& zLevel = zPart.m_vzLevel.emplace_back();
+    zLevel.m_dTolerance = d;
+    KivSceneFace& z = zLevel.m_vzFace.emplace_back();
+    AddSquare(z, {0, 0, 0}, {1, 0, 0}, {1, 1, 0}, {0, 1, 0});
+    z.m_vfNormal.assign(z.m_vdVertex.size(), 0);
+    for (size_t i = 2; i < z.m_vfNormal.size(); i += 3) z.m_vfNormal[i] = 1;
+    z.m_iId = 1;
+  }
+  ASSERT_TRUE(Import(zScene));
+  EXPECT_EQ(m_zSummary.m_vdTolerance, (std::vector<double>{7, 0.7}));
+  EXPECT_EQ(Instances().m_vfLevelTolerance, (std::vector<float>{7, 0.7f}));
+}
+
 TEST_F(SceneToModel, LinesOfABareMeshAreNumberedBehindThoseBetweenItsRegions) {
   KivScene zScene = MeshScene({Cube(1)});
   KivSceneEdge zEdge;
