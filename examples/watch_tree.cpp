@@ -74,6 +74,8 @@ int Run(const std::vector<kiv::KivWString>& vcsModels) {
   const size_t nLiving = CountLiving(viTree);
   std::printf("closed  in %.1f ms, %s\nrunning %zu of the tree's %zu processes\n", dMs,
               bClean ? "no folder left behind" : "folders are left behind", nLiving, viTree.size());
+  int32_t iRelayCode = 0;
+  if (zClient.GetRelayExitCode(iRelayCode)) std::printf("exit code of the relay: %d\n", iRelayCode);
   return bClean && nLiving == 0 ? kTreeEnded : kFailed;
 }
 

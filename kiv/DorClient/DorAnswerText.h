@@ -25,7 +25,12 @@ struct DorSpoken {
 // Why a request by words was not sent; DorClient's own errors are its own.
 class DorWordError : public std::runtime_error {
  public:
-  explicit DorWordError(const std::string& strWhat) : std::runtime_error(strWhat) {}
+  explicit DorWordError(const std::string& strWhat) : std::runtime_error(strWhat), m_strText(strWhat) {}
+  // The whole of it: what() ends at a zero, which a word of the user may hold.
+  const std::string& GetText() const { return m_strText; }
+
+ private:
+  std::string m_strText;
 };
 
 // Words may be such as KivSysTextExact.h gives: paths are what they are, other texts must be well formed.

@@ -1,7 +1,6 @@
 #include "DorClient.h"
 
 #include <algorithm>
-#include <filesystem>
 
 #include "KivDataUtil.h"
 #include "KivExProcLib.h"
@@ -30,9 +29,10 @@ KivWString FolderOfProgram(const KivWString& csPath) {
   KivWString csFolder, csName;
   KivSplitPath(csPath, csFolder, csName);
   if (csFolder.empty()) return KivGetModuleFolder();
-  std::error_code zError;
-  const std::filesystem::path zReal = std::filesystem::canonical(DorAbsolutePath(csPath), zError);
-  return zError ? DorAbsolutePath(csFolder) : zReal.parent_path().u16string();
+  KivWString csReal, csRealFolder;
+  if (!sys::RealPath(csPath, csReal)) return DorAbsolutePath(csFolder);
+  KivSplitPath(csReal, csRealFolder, csName);
+  return csRealFolder;
 }
 
 // Removes the work folders of dead processes and leaves the folder itself, also when nothing else stands in it.
@@ -65,9 +65,8 @@ int32_t EndLoopAtOnce() {
 // Handlers run in the root folder.
 KivWString DorAbsolutePath(const KivWString& csPath) {
   if (csPath.empty() || !sys::IsRelativePath(csPath)) return csPath;
-  std::error_code zError;
-  const std::filesystem::path zPath = std::filesystem::absolute(csPath, zError);
-  return zError ? csPath : zPath.u16string();
+  KivWString csAbsolute;
+  return sys::AbsolutePath(csPath, csAbsolute) ? csAbsolute : csPath;
 }
 
 DorClient::DorClient(const DorClientOptions& zOptions) {
@@ -123,6 +122,7 @@ int32_t DorClient::StartRelay(const DorClientOptions& zOptions, KivWString& csRe
   csRelay = zOptions.m_csRelay.empty() ? KivFindModule(u"DorRelay") : zOptions.m_csRelay;
   m_csRelayFolder = FolderOfProgram(csRelay);
   const int32_t iStart = KivExProcLib_StartChild(csRelay, zOptions.m_csRelayArguments, m_iRelayPid);
+  if (iStart == 0) m_zRelay = KivSysProcess::TakeBack(static_cast<uint32_t>(m_iRelayPid));
   RememberTree();
   return iStart;
 }

@@ -19,6 +19,7 @@
 
 #include "DorRequests.h"
 #include "KivByteBuffer.h"
+#include "KivSysProcess.h"
 #include "KivSysText.h"
 
 namespace kiv {
@@ -83,6 +84,9 @@ class DorClient {
 
   const KivWString& GetRootFolder() const { return m_csRootFolder; }
   int32_t GetRelayPid() const { return m_iRelayPid; }
+  // False while it runs, and where the code cannot be had. By rule of the runtime a relay that ends with its tree has
+  // 999, of which Linux keeps 231.
+  bool GetRelayExitCode(int32_t& iCode) { return m_zRelay.IsOpen() && m_zRelay.GetExitCode(iCode); }
   bool IsOpen() const { return m_bOpen; }
   // Process ids of the tree, the own one first.
   std::vector<int32_t> ListTree() const;
@@ -100,6 +104,7 @@ class DorClient {
   KivWString m_csRootFolder;
   KivWString m_csRelayFolder;  // where the relay's program stands
   int32_t m_iRelayPid = 0;
+  KivSysProcess m_zRelay;  // not open where its end cannot be heard of
   bool m_bOpen = false;
   bool m_bClean = false;  // the last Close left nothing behind
   bool m_bRelayEnded = false;

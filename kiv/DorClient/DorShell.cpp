@@ -41,7 +41,7 @@ Line Run(DorClient& zClient, int64_t iModel, const std::string& strLine, const D
     zOptions.m_pfnAnswer(zSpoken);
     return zSpoken.IsGood() ? Line::Good : Line::Bad;
   } catch (const DorWordError& e) {
-    zOptions.m_pfnError(e.what());
+    zOptions.m_pfnError(e.GetText());
     return Line::Bad;
   }
 }

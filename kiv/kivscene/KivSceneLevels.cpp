@@ -9,7 +9,8 @@ namespace kiv {
 namespace {
 
 constexpr uint32_t kNone = 0xFFFFFFFFu;
-constexpr double kMostError = 0.05;  // of the mesh's size
+constexpr double kCoarsestShare = 0.001;  // of the diagonal: the coarsest default tolerance
+constexpr double kMostError = 0.05;       // of the mesh's size
 // The simplifier bounds the mean distance of the planes that a vertex has left, not the largest one.
 constexpr double kErrorShare = 0.5;
 
@@ -48,7 +49,20 @@ std::vector<uint32_t> InOrderOfRegions(const KivSceneRegions& zRegions, const st
   return viSorted;
 }
 
+double InTwoDigits(double d) {
+  const double dDigits = std::pow(10, 1 - std::floor(std::log10(d)));
+  return std::round(d * dDigits) / dDigits;
+}
+
 }  // namespace
+
+std::vector<double> KivDefaultTolerances(double dDiagonal, double dMetresPerUnit) {
+  const bool bUnit = dMetresPerUnit > 0;
+  const double dMetre = bUnit ? 1 / dMetresPerUnit : 0;
+  double dCoarsest = (dDiagonal > dMetre ? dDiagonal : bUnit ? dMetre : 1 / kCoarsestShare) * kCoarsestShare;
+  if (bUnit && dDiagonal > dMetre) dCoarsest = InTwoDigits(dCoarsest);
+  return {dCoarsest, dCoarsest / 10, dCoarsest / 100};
+}
 
 std::vector<uint32_t> KivSimplifyRegions(const KivSceneRegions& zRegions, const std::vector<uint32_t>& viIndex,
                                          const KivSceneBox& zBox, double dTolerance) {

@@ -12,6 +12,11 @@
 
 namespace kiv {
 
+// Where nobody asks for others: 1, 0.1 and 0.01 millimetres, in the model's units, as long as its diagonal is at most a
+// metre; beyond, a thousandth of the diagonal in two digits, a tenth and a hundredth of that. For units of no length (0
+// metres) an exact thousandth and so on; a diagonal of 0 counts as a thousand units then.
+std::vector<double> KivDefaultTolerances(double dDiagonal, double dMetresPerUnit);
+
 // The indices of a level, region by region in their order; each region has a triangle at the least. The simplifier's
 // error is bounded by half of the tolerance, or of a twentieth of the mesh's size: it is a mean over the planes
 // around a vertex, so that a single point, where many narrow triangles meet, may lie a few times farther away.

@@ -87,7 +87,7 @@ class UncaughtEnd {
  public:
   UncaughtEnd() : m_pfnWas(std::get_terminate()) {
     sys::SetUncaughtExitCode(kExitUncaught);
-    std::set_terminate([] { sys::EndProcess(IsBadAlloc() || IsUsedUp() ? kExitNoMemory : kExitUncaught); });
+    std::set_terminate([] { sys::EndProcess(IsBadAlloc() || KivIsMemoryUsedUp() ? kExitNoMemory : kExitUncaught); });
   }
   ~UncaughtEnd() { std::set_terminate(m_pfnWas); }
   UncaughtEnd(const UncaughtEnd&) = delete;
@@ -102,12 +102,6 @@ class UncaughtEnd {
     } catch (...) {
     }
     return false;
-  }
-  static bool IsUsedUp() {
-    void* volatile p = std::malloc(kMemoryReserve);
-    const bool bUsedUp = p == nullptr;
-    std::free(p);
-    return bUsedUp;
   }
 
   std::terminate_handler m_pfnWas;
@@ -222,7 +216,7 @@ std::string NameOf(const KivWString& csPath) {
 }  // namespace
 
 int32_t KivSceneReaderMain(const std::vector<KivWString>& vcsArguments, const KivSceneReaderBody& pfnRead) {
-  if (vcsArguments.size() < 5) return kExitFailed;
+  if (vcsArguments.size() < 4) return kExitFailed;
   const UncaughtEnd zUncaughtEnd;
   BoundMemory(kMemoryFloor);
   int32_t iExit = kExitFailed;
@@ -234,6 +228,13 @@ void KivAllowSceneMemory(uint64_t nBytes) {
   constexpr uint64_t kMost = uint64_t{1} << 62;
   if (g_nMemory != 0 && nBytes < kMost / kMemoryForByte && g_nMemory < kMost)
     BoundMemory(g_nMemory + nBytes * kMemoryForByte);
+}
+
+bool KivIsMemoryUsedUp() {
+  void* volatile p = std::malloc(kMemoryReserve);
+  const bool bUsedUp = p == nullptr;
+  std::free(p);
+  return bUsedUp;
 }
 
 std::vector<uint8_t> KivReadSceneSource(const KivWString& csSource, uint64_t nMax) {

@@ -1,11 +1,12 @@
 // Readers of foreign files: the main of such a program, and the side that starts it. A reader is a program of its own,
 // since the libraries behind it print, take memory without limit and may crash.
 //
-//   READER FORMAT SOURCE SCENE_FILE TOLERANCE...
+//   READER FORMAT SOURCE SCENE_FILE [TOLERANCE...]
 //
 // reads SOURCE, which is of FORMAT whatever its name is, and writes SCENE_FILE (KivScene.h), which holds the scene or
 // the reason why there is none; the exit code is 0 or 2. Tolerances are numbers above 0, the coarsest first:
-// millimetres if the source has a unit, else plain numbers of the source. What it prints belongs to nobody.
+// millimetres if the source has a unit, else plain numbers of the source; without any the reader that makes levels
+// chooses by the size of the model (KivSceneLevels.h). What it prints belongs to nobody.
 #pragma once
 
 #include <functional>
@@ -29,7 +30,7 @@ class KivSceneError : public std::runtime_error {
 struct KivSceneRequest {
   KivWString m_csFormat;  // one of the reader's formats.txt
   KivWString m_csSource;
-  std::vector<double> m_vdTolerance;  // not empty
+  std::vector<double> m_vdTolerance;  // empty: as the model's size asks for
 };
 
 // Fills the empty scene, or throws KivSceneError. What else it throws is told to the user as well as can be.
@@ -41,6 +42,10 @@ int32_t KivSceneReaderMain(const std::vector<KivWString>& vcsArguments, const Ki
 
 // Raises the bound by 64 times the bytes of a file that is about to be read. Does nothing outside of a reader.
 void KivAllowSceneMemory(uint64_t nBytes);
+
+// True if little memory is left of what the process may take (256 MiB or less): what a library has left undone may be
+// for want of it, though it does not say so.
+bool KivIsMemoryUsedUp();
 
 // The whole file, for which memory is allowed. Throws KivSceneError if it is a folder, is not there, cannot be read, is
 // empty or larger than nMax.

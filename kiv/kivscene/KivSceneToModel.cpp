@@ -8,7 +8,6 @@
 namespace kiv {
 namespace {
 
-constexpr double kDefaultTolerances[] = {1, 0.1, 0.01};
 constexpr double kMetresPerMillimetre = 0.001;
 
 // Where a node stands in the model, and what its faces inherit.
@@ -63,15 +62,16 @@ KivSceneBox ModelBox(const KivScene& zScene, const std::vector<Place>& vzPlace, 
   return zModel;
 }
 
-std::vector<double> DefaultTolerances(const KivScene& zScene, const KivSceneBox& zModel) {
-  double dUnit = 1;
-  if (zScene.m_dMetresPerUnit > 0)
-    dUnit = kMetresPerMillimetre / zScene.m_dMetresPerUnit;
-  else if (zModel.Diagonal() > 0)
-    dUnit = zModel.Diagonal() / 1000;
-  std::vector<double> vdTolerance;
-  for (const double d : kDefaultTolerances) vdTolerance.push_back(d * dUnit);
-  return vdTolerance;
+// Those that the reader tells of the levels that it made; empty if it made none or does not know them.
+std::vector<double> TolerancesOfReader(const KivScene& zScene) {
+  for (const KivScenePart& zPart : zScene.m_vzPart) {
+    if (!zPart.m_bHasFaces) continue;
+    std::vector<double> vdTolerance;
+    for (const KivSceneLevel& zLevel : zPart.m_vzLevel)
+      if (zLevel.m_dTolerance > 0) vdTolerance.push_back(zLevel.m_dTolerance);
+    return vdTolerance.size() == zPart.m_vzLevel.size() ? vdTolerance : std::vector<double>();
+  }
+  return {};
 }
 
 // Part names in messages.
@@ -145,10 +145,11 @@ class SceneToModel {
   void FindTolerances() {
     std::vector<double>& vdTolerance = m_zSummary.m_vdTolerance;
     vdTolerance = m_zOptions.m_vdTolerance;
-    if (vdTolerance.empty())
-      vdTolerance = DefaultTolerances(m_zScene, ModelBox(m_zScene, m_vzPlace, m_vzBox));
-    else if (m_zScene.m_dMetresPerUnit > 0)
+    if (m_zScene.m_dMetresPerUnit > 0)
       for (double& d : vdTolerance) d *= kMetresPerMillimetre / m_zScene.m_dMetresPerUnit;
+    if (vdTolerance.empty()) vdTolerance = TolerancesOfReader(m_zScene);
+    if (vdTolerance.empty())
+      vdTolerance = KivDefaultTolerances(ModelBox(m_zScene, m_vzPlace, m_vzBox).Diagonal(), m_zScene.m_dMetresPerUnit);
     // What readers tell of their levels is true of the model where no part is scaled.
     for (const KivScenePart& zPart : m_zScene.m_vzPart) {
       if (!zPart.m_bHasFaces) continue;
@@ -331,7 +332,7 @@ class SceneToModel {
 std::vector<double> KivDefaultTolerances(const KivScene& zScene) {
   std::vector<KivSceneBox> vzBox;
   for (const KivScenePart& zPart : zScene.m_vzPart) vzBox.push_back(BoxOf(zPart));
-  return DefaultTolerances(zScene, ModelBox(zScene, FindPlaces(zScene), vzBox));
+  return KivDefaultTolerances(ModelBox(zScene, FindPlaces(zScene), vzBox).Diagonal(), zScene.m_dMetresPerUnit);
 }
 
 bool KivSceneToModel(KivScene& zScene, const KivImportOptions& zOptions, KivModelBuilder& zBuilder,

@@ -15,7 +15,7 @@ namespace kiv {
 
 struct KivImportOptions {
   // Of each level, the coarsest first: in millimetres if the scene tells its unit, else in its units. Empty:
-  // KivDefaultTolerances. Levels that a reader made keep the tolerances that it tells.
+  // those of the levels that the reader made, else KivDefaultTolerances. Such levels keep the tolerances that it tells.
   std::vector<double> m_vdTolerance;
   double m_dAngle = 30;  // degrees: triangles of bare meshes that meet at less are one region
   // Told the share of the work that is done, 0 to 1. May be empty.
@@ -31,7 +31,7 @@ struct KivImportSummary {
   std::vector<std::string> m_vstrWarning;  // the scene's, then those of the import
 };
 
-// 1, 0.1 and 0.01 millimetres, in the scene's units, or if it tells none thousandths of its diagonal.
+// Those of the scene's diagonal and unit (KivSceneLevels.h).
 std::vector<double> KivDefaultTolerances(const KivScene& zScene);
 
 // Fills a new builder; the scene's parts are freed on the way. False, with the reason, for what no model can hold.

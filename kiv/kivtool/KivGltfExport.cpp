@@ -37,8 +37,8 @@ struct Group {
 
 class Exporter {
  public:
-  Exporter(KivToolModel& zModel, const KivGltfOptions& zOptions, const KivWString& csPath)
-      : m_zModel(zModel), m_zOptions(zOptions), m_zStructure(KivLoadStructure(zModel)), m_zWriter(csPath) {}
+  Exporter(KivToolModel& zModel, const KivGltfOptions& zOptions, const KivWString& csPath, const KivWString& csTarget)
+      : m_zModel(zModel), m_zOptions(zOptions), m_zStructure(KivLoadStructure(zModel)), m_zWriter(csPath, csTarget) {}
 
   KivGltfSummary Run() {
     if (!m_zStructure.m_bComplete) FailIncomplete();
@@ -362,8 +362,9 @@ class Exporter {
 
 }  // namespace
 
-KivGltfSummary KivExportGltf(KivToolModel& zModel, const KivGltfOptions& zOptions, const KivWString& csPath) {
-  return Exporter(zModel, zOptions, csPath).Run();
+KivGltfSummary KivExportGltf(KivToolModel& zModel, const KivGltfOptions& zOptions, const KivWString& csPath,
+                             const KivWString& csTarget) {
+  return Exporter(zModel, zOptions, csPath, csTarget).Run();
 }
 
 }  // namespace kiv

@@ -26,7 +26,9 @@ struct KivGltfSummary {
 };
 
 // Writes a new file; what glTF cannot hold is left out and noted. Throws KivToolError if the file cannot be written, an
-// element that it needs cannot be loaded, the model has no such level, or the user stops it.
-KivGltfSummary KivExportGltf(KivToolModel& zModel, const KivGltfOptions& zOptions, const KivWString& csPath);
+// element that it needs cannot be loaded, the model has no such level, or the user stops it. csTarget is what messages
+// call the file.
+KivGltfSummary KivExportGltf(KivToolModel& zModel, const KivGltfOptions& zOptions, const KivWString& csPath,
+                             const KivWString& csTarget);
 
 }  // namespace kiv

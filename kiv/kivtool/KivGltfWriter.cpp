@@ -19,25 +19,25 @@ constexpr uint32_t kVertexTarget = 34962, kIndexTarget = 34963;
 constexpr uint32_t kMagic = 0x46546C67, kVersion = 2, kJsonChunk = 0x4E4F534A, kBinaryChunk = 0x004E4942;
 constexpr KivWStringView kBinarySuffix = u".bin";
 
-[[noreturn]] void FailToWrite(const KivWString& csPath) {
-  throw KivToolError(KivShown(csPath) + ": cannot be written");
+[[noreturn]] void FailToWrite(const KivWString& csTarget) {
+  throw KivToolError(KivShown(csTarget) + ": cannot be written");
 }
 
-void WriteAll(KivSysFile& zFile, uint64_t iOffset, const uint8_t* pBytes, uint64_t nBytes, const KivWString& csPath) {
+void WriteAll(KivSysFile& zFile, uint64_t iOffset, const uint8_t* pBytes, uint64_t nBytes, const KivWString& csTarget) {
   while (nBytes > 0) {
     const uint32_t nPart = static_cast<uint32_t>(std::min<uint64_t>(nBytes, kPartBytes));
     uint32_t nDone = 0;
-    if (!zFile.WriteAt(iOffset, pBytes, nPart, nDone) || nDone == 0) FailToWrite(csPath);
+    if (!zFile.WriteAt(iOffset, pBytes, nPart, nDone) || nDone == 0) FailToWrite(csTarget);
     iOffset += nDone;
     pBytes += nDone;
     nBytes -= nDone;
   }
 }
 
-KivSysFile Create(const KivWString& csPath, KivSysFileFlags iFlags) {
+KivSysFile Create(const KivWString& csPath, KivSysFileFlags iFlags, const KivWString& csTarget) {
   KivSysFile zFile =
       KivSysFile::Open(csPath, {KivSysAccess::ReadWrite, KivSysShare::None, KivSysDisposition::CreateNew, iFlags});
-  if (!zFile.IsOpen()) FailToWrite(csPath);
+  if (!zFile.IsOpen()) FailToWrite(csTarget);
   return zFile;
 }
 
@@ -49,20 +49,21 @@ void PutTrs(KivJsonWriter& zJson, const KivGltfTrs& z) {
 
 }  // namespace
 
-KivGltfWriter::KivGltfWriter(const KivWString& csPath)
+KivGltfWriter::KivGltfWriter(const KivWString& csPath, const KivWString& csTarget)
     : m_csPath(csPath),
-      m_zBinary(
-          Create(csPath + KivWString(kBinarySuffix), KivSysFileFlags::Temporary | KivSysFileFlags::DeleteOnClose)) {}
+      m_csTarget(csTarget),
+      m_zBinary(Create(csPath + KivWString(kBinarySuffix), KivSysFileFlags::Temporary | KivSysFileFlags::DeleteOnClose,
+                       csTarget)) {}
 
 void KivGltfWriter::CheckLength(uint64_t nBytes) const {
   if (nBytes > std::numeric_limits<uint32_t>::max())
-    throw KivToolError(KivShown(m_csPath) +
+    throw KivToolError(KivShown(m_csTarget) +
                        ": would have more than 4 GiB, which glTF cannot hold (try another --level)");
 }
 
 void KivGltfWriter::FlushPart() {
   CheckLength(m_nWritten + m_vcPart.size());
-  WriteAll(m_zBinary, m_nWritten, m_vcPart.data(), m_vcPart.size(), m_csPath);
+  WriteAll(m_zBinary, m_nWritten, m_vcPart.data(), m_vcPart.size(), m_csTarget);
   m_nWritten += m_vcPart.size();
   m_vcPart.clear();
 }
@@ -237,18 +238,18 @@ uint64_t KivGltfWriter::Finish(const std::vector<uint32_t>& viRoot) {
   const uint64_t nTotal = 12 + 8 + strJson.size() + (m_nWritten != 0 ? 8 + m_nWritten : 0);
   CheckLength(nTotal);
 
-  KivSysFile zFile = Create(m_csPath, KivSysFileFlags::SequentialScan);
+  KivSysFile zFile = Create(m_csPath, KivSysFileFlags::SequentialScan, m_csTarget);
   uint8_t acHead[20];
   KivStore<uint32_t>(acHead, kMagic);
   KivStore<uint32_t>(acHead + 4, kVersion);
   KivStore<uint32_t>(acHead + 8, static_cast<uint32_t>(nTotal));
   KivStore<uint32_t>(acHead + 12, static_cast<uint32_t>(strJson.size()));
   KivStore<uint32_t>(acHead + 16, kJsonChunk);
-  WriteAll(zFile, 0, acHead, sizeof acHead, m_csPath);
-  WriteAll(zFile, sizeof acHead, reinterpret_cast<const uint8_t*>(strJson.data()), strJson.size(), m_csPath);
+  WriteAll(zFile, 0, acHead, sizeof acHead, m_csTarget);
+  WriteAll(zFile, sizeof acHead, reinterpret_cast<const uint8_t*>(strJson.data()), strJson.size(), m_csTarget);
   if (m_nWritten != 0) CopyBinary(zFile, sizeof acHead + strJson.size());
   // The file may replace a good one: what the disk did not take must be known before.
-  if (!zFile.Flush()) FailToWrite(m_csPath);
+  if (!zFile.Flush()) FailToWrite(m_csTarget);
   return nTotal;
 }
 
@@ -256,15 +257,15 @@ void KivGltfWriter::CopyBinary(KivSysFile& zFile, uint64_t iAt) {
   uint8_t acHead[8];
   KivStore<uint32_t>(acHead, static_cast<uint32_t>(m_nWritten));
   KivStore<uint32_t>(acHead + 4, kBinaryChunk);
-  WriteAll(zFile, iAt, acHead, sizeof acHead, m_csPath);
+  WriteAll(zFile, iAt, acHead, sizeof acHead, m_csTarget);
   iAt += sizeof acHead;
   m_vcPart.resize(kPartBytes);
   KivProgress zProgress("writing", m_nWritten);
   for (uint64_t iDone = 0; iDone < m_nWritten;) {
     const uint32_t nPart = static_cast<uint32_t>(std::min<uint64_t>(kPartBytes, m_nWritten - iDone));
     uint32_t nRead = 0;
-    if (!m_zBinary.ReadAt(iDone, m_vcPart.data(), nPart, nRead) || nRead == 0) FailToWrite(m_csPath);
-    WriteAll(zFile, iAt + iDone, m_vcPart.data(), nRead, m_csPath);
+    if (!m_zBinary.ReadAt(iDone, m_vcPart.data(), nPart, nRead) || nRead == 0) FailToWrite(m_csTarget);
+    WriteAll(zFile, iAt + iDone, m_vcPart.data(), nRead, m_csTarget);
     iDone += nRead;
     zProgress.Set(iDone);
   }

@@ -41,8 +41,9 @@ struct KivGltfMesh {
 
 class KivGltfWriter {
  public:
-  // The file must not exist. Throws KivToolError, as all of these do, if something cannot be written.
-  explicit KivGltfWriter(const KivWString& csPath);
+  // The file must not exist. Throws KivToolError, as all of these do, if something cannot be written; it names the
+  // target, which the file may be the part of that is being written.
+  KivGltfWriter(const KivWString& csPath, const KivWString& csTarget);
 
   // x, y, z of each vertex, at least one; all finite. They give the accessor's index.
   uint32_t AddVectors(const std::vector<float>& vfVector, bool bPositions);
@@ -74,7 +75,7 @@ class KivGltfWriter {
   // The chunk of what was gathered beside the file.
   void CopyBinary(KivSysFile& zFile, uint64_t iAt);
 
-  KivWString m_csPath;
+  KivWString m_csPath, m_csTarget;
   KivSysFile m_zBinary;
   std::vector<uint8_t> m_vcPart;  // behind what the file has
   uint64_t m_nWritten = 0;

@@ -20,6 +20,17 @@ bool ParseNumber(const std::string& str, T& value) {
   return !str.empty() && zResult.ec == std::errc() && zResult.ptr == pEnd;
 }
 
+// What stands between commas, also where nothing does.
+std::vector<std::string> PartsOf(const std::string& strWord) {
+  std::vector<std::string> vstrPart(1);
+  for (const char c : strWord)
+    if (c == ',')
+      vstrPart.emplace_back();
+    else
+      vstrPart.back() += c;
+  return vstrPart;
+}
+
 }  // namespace
 
 KivOptions::KivOptions(CLI::App& zApp) : m_zApp(zApp) {}
@@ -54,8 +65,10 @@ void KivOptions::Flag(const char* szName, bool& bValue, const char* szHelp) {
 void KivOptions::Text(const char* szName, KivWString& csValue, const char* szHelp) {
   std::vector<std::string>& vstrWord = Words();
   m_zApp.add_option(szName, vstrWord, szHelp)->expected(1);
-  m_vpfnStore.push_back([&vstrWord, &csValue] {
-    if (!vstrWord.empty()) csValue = Unpack(vstrWord.back());
+  m_vpfnStore.push_back([&vstrWord, &csValue, strName = std::string(szName)] {
+    if (vstrWord.empty()) return;
+    csValue = Unpack(vstrWord.back());
+    if (csValue.empty()) throw KivToolError(strName + ": it is empty");
   });
 }
 
@@ -76,17 +89,17 @@ void KivOptions::Whole(const char* szName, int64_t& iValue, int64_t iLeast, int6
 
 void KivOptions::Numbers(const char* szName, std::vector<double>& vdValue, const char* szHelp) {
   std::vector<std::string>& vstrWord = Words();
-  m_zApp.add_option(szName, vstrWord, szHelp)->expected(1, 1000)->delimiter(',');
+  m_zApp.add_option(szName, vstrWord, szHelp)->expected(1, 1000);
   m_vpfnStore.push_back([&vstrWord, &vdValue, strName = std::string(szName)] {
     if (vstrWord.empty()) return;
     vdValue.clear();
-    for (const std::string& strPacked : vstrWord) {
-      const std::string strWord = sys::WideToUtf8(Unpack(strPacked));
-      double dRead = 0;
-      if (!ParseNumber(strWord, dRead) || !std::isfinite(dRead))
-        throw KivToolError(strName + ": '" + strWord + "' is no number");
-      vdValue.push_back(dRead);
-    }
+    for (const std::string& strPacked : vstrWord)
+      for (const std::string& strWord : PartsOf(sys::WideToUtf8(Unpack(strPacked)))) {
+        double dRead = 0;
+        if (!ParseNumber(strWord, dRead) || !std::isfinite(dRead))
+          throw KivToolError(strName + ": '" + strWord + "' is no number");
+        vdValue.push_back(dRead);
+      }
   });
 }
 

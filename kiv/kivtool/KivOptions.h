@@ -28,9 +28,10 @@ class KivOptions {
   void Argument(const char* szName, KivWString& csValue, const char* szHelp);
   // Options begin with two dashes.
   void Flag(const char* szName, bool& bValue, const char* szHelp);
-  void Text(const char* szName, KivWString& csValue, const char* szHelp);
+  void Text(const char* szName, KivWString& csValue, const char* szHelp);  // an empty text is refused
   void Whole(const char* szName, int64_t& iValue, int64_t iLeast, int64_t iMost, const char* szHelp);
-  // One number or more: --tolerance 1 0.1 0.01, or with commas between. Each must be finite.
+  // One number or more: --tolerance 1 0.1 0.01, or with commas between. Each must be finite. Where the option stands
+  // again, its numbers stand behind the others.
   void Numbers(const char* szName, std::vector<double>& vdValue, const char* szHelp);
 
   // After the parse: puts the values in their places. Throws KivToolError for what is no number or out of its range.

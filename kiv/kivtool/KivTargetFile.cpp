@@ -4,6 +4,7 @@
 #include <iterator>
 #include <string>
 
+#include "KivSceneReader.h"
 #include "KivSysFile.h"
 #include "KivSysFileKind.h"
 #include "KivSysFolder.h"
@@ -51,6 +52,12 @@ bool CanMake(const KivWString& csPath) {
 }
 
 }  // namespace
+
+void KivCheckTargetName(const KivWString& csTarget, const KivWString& csSuffix) {
+  if (csTarget.empty()) throw KivToolError("the target has no name");
+  if (KivLowerSuffix(csTarget) != csSuffix)
+    throw KivToolError(KivShown(csTarget) + ": the target must end in ." + sys::WideToUtf8(csSuffix));
+}
 
 KivTargetFile::KivTargetFile(const KivWString& csTarget, bool bForce, const std::vector<KivWString>& vcsSource)
     : m_csTarget(csTarget), m_bForce(bForce), m_vcsSource(vcsSource) {

@@ -13,6 +13,10 @@
 
 namespace kiv {
 
+// Throws KivToolError if the target has no name, or one that does not end in the suffix, whatever its letters: else
+// --force could replace a file that a source names.
+void KivCheckTargetName(const KivWString& csTarget, const KivWString& csSuffix);
+
 class KivTargetFile {
  public:
   // Throws KivToolError if the target exists and bForce is not set, is no regular file or one of the sources, or if

@@ -161,6 +161,38 @@ TEST(Folder, RelativeAndAbsolutePaths) {
   EXPECT_TRUE(sys::IsRelativePath(u""));
 }
 
+TEST(Folder, ARelativePathMeansTheCurrentFolderAndAnAbsoluteOneItself) {
+  KivWString csProgram, csFound;
+  ASSERT_TRUE(sys::ProgramPath(csProgram));
+  ASSERT_TRUE(sys::AbsolutePath(csProgram, csFound));
+  EXPECT_EQ(csFound, csProgram);
+  ASSERT_TRUE(sys::AbsolutePath(u"nothing here", csFound));
+  EXPECT_FALSE(sys::IsRelativePath(csFound));
+  EXPECT_TRUE(csFound.ends_with(KivWString(1, sys::kSeparator) + u"nothing here"));
+  KivWString csFolder, csReal;
+  ASSERT_TRUE(sys::RealPath(u".", csFolder));
+  ASSERT_TRUE(sys::RealPath(csFound.substr(0, csFound.size() - 13), csReal));
+  EXPECT_EQ(csReal, csFolder);
+  for (const KivWString& csBad : {KivWString(), KivWString(u"a\0b", 3)}) {
+    csFound = u"kept";
+    EXPECT_FALSE(sys::AbsolutePath(csBad, csFound));
+    EXPECT_FALSE(sys::RealPath(csBad, csFound));
+    EXPECT_EQ(csFound, u"kept");
+  }
+}
+
+TEST(Folder, TheRealPathIsThatBehindLinksAndOfNothingThereIsNone) {
+  TestFolder zFolder, zTarget;
+  KivWString csReal, csThroughLink;
+  EXPECT_FALSE(sys::RealPath(zFolder / u"nothing", csReal));
+  zTarget.WriteBytes(u"file", "x");
+  ASSERT_TRUE(sys::RealPath(zTarget / u"file", csReal));
+  EXPECT_TRUE(sys::PathExists(csReal));
+  if (zFolder.LinkToFolder(u"link", zTarget) == TestFolder::Link::None) GTEST_SKIP();
+  ASSERT_TRUE(sys::RealPath((zFolder / u"link") + sys::kSeparator + u"file", csThroughLink));
+  EXPECT_EQ(csThroughLink, csReal);
+}
+
 TEST(Folder, TheProgramIsThereAndHasTheSuffix) {
   KivWString csProgram;
   ASSERT_TRUE(sys::ProgramPath(csProgram));

@@ -24,6 +24,7 @@
 #include <csignal>
 #include <cstddef>
 #include <cstdlib>
+#include <filesystem>
 #include <thread>
 #include <vector>
 
@@ -622,6 +623,32 @@ TEST(Posix, NamesThatAreNoValidUtf8GoBothWays) {
     else
       ASSERT_EQ(csBack, csUnit) << iUnit;
   }
+}
+
+TEST(Posix, PathsThatAreNoValidUtf8HaveTheirAbsoluteAndRealOnes) {
+  const TestFolder zFolder;
+  const std::string strOdd = Native(zFolder.Path()) + "/odd\xff";
+  ASSERT_EQ(mkdir(strOdd.c_str(), 0700), 0);
+  const std::string strWas = std::filesystem::current_path().string();
+  ASSERT_EQ(chdir(strOdd.c_str()), 0);
+  KivWString csFound;
+  EXPECT_TRUE(sys::AbsolutePath(sys::posix::WideName("a\xfe"), csFound));
+  EXPECT_EQ(sys::posix::NativeName(csFound), strOdd + "/a\xfe");
+  EXPECT_TRUE(sys::RealPath(u".", csFound));
+  EXPECT_EQ(sys::posix::NativeName(csFound), strOdd);
+  ASSERT_EQ(rmdir(strOdd.c_str()), 0);
+  EXPECT_FALSE(sys::AbsolutePath(u"a", csFound)) << "the current folder has gone";
+  ASSERT_EQ(chdir(strWas.c_str()), 0);
+}
+
+TEST(Posix, AWriteAboveTheUsersLimitOnFilesFailsAndDoesNotEndTheProgram) {
+  const TestFolder zFolder;
+  KivWString csProgram;
+  ASSERT_TRUE(sys::ProgramPath(csProgram));
+  csProgram.resize(csProgram.rfind(sys::kSeparator) + 1);
+  const std::string strLine = "ulimit -f 0; '" + Native(csProgram) + "kivmain_probe' '" + Native(zFolder / u"seen") +
+                              "' 0 text; [ $? -eq 101 ]";
+  EXPECT_EQ(std::system(strLine.c_str()), 0);
 }
 
 TEST(Posix, ARenameReplacesNothingAlsoWhereTheKernelCannotRefuseTo) {

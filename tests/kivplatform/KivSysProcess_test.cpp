@@ -186,6 +186,25 @@ KIV_TEST_CHILD(EndsWhenTold) {
   return zEnd.Wait(kLong) == KivSysWait::Signalled ? 0 : 1;
 }
 
+TEST(Process, AChildThatWasLetGoOfIsTakenBackAndTellsItsExitCode) {
+  const KivWString csReady = UniqueName("Back"), csEnd = UniqueName("End");
+  bool bExisted = false;
+  const KivSysEvent zReady = KivSysEvent::Create(csReady, bExisted);
+  KivSysEvent zEnd = KivSysEvent::Create(csEnd, bExisted);
+  const uint32_t iId = StartTestChild("EndsWhenTold", {csReady, csEnd}).GetId();
+  ASSERT_EQ(zReady.Wait(kLong), KivSysWait::Signalled);
+  KivSysProcess zChild = KivSysProcess::TakeBack(iId);
+  ASSERT_TRUE(zChild.IsOpen());
+  EXPECT_EQ(zChild.GetId(), iId);
+  EXPECT_EQ(zChild.Wait(0), KivSysWait::TimedOut);
+  zEnd.Set();
+  EXPECT_EQ(zChild.Wait(kLong), KivSysWait::Signalled);
+  int32_t iCode = -1;
+  EXPECT_TRUE(zChild.GetExitCode(iCode));
+  EXPECT_EQ(iCode, 0);
+  EXPECT_FALSE(KivSysProcess::TakeBack(0).IsOpen());
+}
+
 TEST(Process, MemoryCountersGrowWithUse) {
   KivSysMemoryCounters zBefore;
   ASSERT_TRUE(sys::MemoryCounters(zBefore));

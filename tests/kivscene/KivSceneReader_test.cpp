@@ -231,13 +231,24 @@ TEST(SceneReader, WhatTheTurnThrowsEndsTheReaderAndPasses) {
 TEST(SceneReader, TooFewArgumentsAndAPlaceThatCannotBeWrittenAreFailures) {
   const auto Read = [](const KivSceneRequest&, KivScene& zScene) { zScene = OneTriangle(); };
   const TestFolder zFolder;
-  EXPECT_EQ(KivSceneReaderMain({u"reader", u"stl", u"source", zFolder / u"work"}, Read), 2);
+  EXPECT_EQ(KivSceneReaderMain({u"reader", u"stl", u"source"}, Read), 2);
   EXPECT_FALSE(sys::PathExists(zFolder / u"work"));
   EXPECT_EQ(KivSceneReaderMain({u"reader", u"stl", u"source", (zFolder / u"missing") + sys::kSeparator + u"work", u"1"},
                                Read),
             2);
   EXPECT_EQ(KivSceneReaderMain({u"reader", u"stl", u"source", zFolder / u"work", u"1"}, Read), 0);
   EXPECT_TRUE(sys::PathExists(zFolder / u"work"));
+}
+
+TEST(SceneReader, WithoutTolerancesTheReaderIsAskedToChooseThem) {
+  const TestFolder zFolder;
+  std::vector<double> vdAsked = {1};
+  const auto Read = [&](const KivSceneRequest& zRequest, KivScene& zScene) {
+    vdAsked = zRequest.m_vdTolerance;
+    zScene = OneTriangle();
+  };
+  EXPECT_EQ(KivSceneReaderMain({u"reader", u"stl", u"source", zFolder / u"work"}, Read), 0);
+  EXPECT_TRUE(vdAsked.empty());
 }
 
 TEST(SceneReader, ASourceThatIsNoFileWithBytesIsRefused) {

@@ -4,6 +4,7 @@
 
 #include "KivElementClasses.h"
 #include "KivElementWalk.h"
+#include "KivSceneLevels.h"
 #include "KivTestElement.h"
 #include "KivTestScene.h"
 
@@ -98,6 +99,19 @@ TEST_F(SceneToModel, TheDefaultTolerancesAreMillimetresOrThousandthsOfTheDiagona
   EXPECT_EQ(Instances().m_vfLevelTolerance, (std::vector<float>{2, 1}));
   EXPECT_EQ(KivGetUnit(KivGetModelNote(Key())->GetMemoryBlock()->m_vzAttribute), std::nullopt);
   EXPECT_EQ(KivDefaultTolerances(KivScene()), (std::vector<double>{1, 0.1, 0.01}));
+}
+
+TEST_F(SceneToModel, AboveAMetreTheDefaultTolerancesGrowWithTheDiagonal) {
+  EXPECT_EQ(KivDefaultTolerances(1000, 0.001), (std::vector<double>{1, 0.1, 0.01}));
+  EXPECT_EQ(KivDefaultTolerances(0, 0.001), (std::vector<double>{1, 0.1, 0.01}));
+  EXPECT_NEAR(KivDefaultTolerances(80000, 0.001).at(0), 80, 1e-9);
+  EXPECT_NEAR(KivDefaultTolerances(80000, 0.001).at(2), 0.8, 1e-9);
+  EXPECT_EQ(KivDefaultTolerances(116825.3, 0.001), (std::vector<double>{120, 12, 1.2}));
+  EXPECT_NEAR(KivDefaultTolerances(80, 1).at(1), 0.008, 1e-12);
+  KivScene zScene = MeshScene({Cube(10)});
+  zScene.m_dMetresPerUnit = 1;
+  ASSERT_TRUE(Import(zScene));
+  EXPECT_NEAR(m_zSummary.m_vdTolerance.at(0), 0.017, 1e-12);
 }
 
 TEST_F(SceneToModel, PartsStandWhereTheirNodesAndTheNodesAboveThemPutThem) {
@@ -212,6 +226,26 @@ TEST_F(SceneToModel, ASourceWithFacesKeepsItsIdsLevelsAndGeometry) {
     EXPECT_EQ(KivGetColour(Mesh(0, iLevel).m_vzEdge[0].m_vzAttribute), kBlue);
   }
   EXPECT_NE(Instances().m_vzInstance[0].m_iBrepKey, 0u);
+}
+
+TEST_F(SceneToModel, LevelsOfAReaderTellTheirTolerancesWhereNoneAreAskedFor) {
+  KivScene zScene = MeshScene({});
+  zScene.m_dMetresPerUnit = 0.001;
+  KivScenePart& zPart = zScene.m_vzPart[0];
+  zPart.m_bHasFaces = true;
+  zPart.m_vzLevel.clear();
+  for (const double d : {7.0, 0.7}) {
+    KivSceneLevel& zLevel = zPart.m_vzLevel.emplace_back();
+    zLevel.m_dTolerance = d;
+    KivSceneFace& z = zLevel.m_vzFace.emplace_back();
+    AddSquare(z, {0, 0, 0}, {1, 0, 0}, {1, 1, 0}, {0, 1, 0});
+    z.m_vfNormal.assign(z.m_vdVertex.size(), 0);
+    for (size_t i = 2; i < z.m_vfNormal.size(); i += 3) z.m_vfNormal[i] = 1;
+    z.m_iId = 1;
+  }
+  ASSERT_TRUE(Import(zScene));
+  EXPECT_EQ(m_zSummary.m_vdTolerance, (std::vector<double>{7, 0.7}));
+  EXPECT_EQ(Instances().m_vfLevelTolerance, (std::vector<float>{7, 0.7f}));
 }
 
 TEST_F(SceneToModel, LinesOfABareMeshAreNumberedBehindThoseBetweenItsRegions) {

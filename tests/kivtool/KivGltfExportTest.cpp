@@ -99,7 +99,7 @@ class GltfExport : public testing::Test {
     KivGltfSummary zSummary;
     {
       KivToolModel zModel(m_zFolder / u"m.kiv");
-      zSummary = KivExportGltf(zModel, zOptions, m_zFolder / u"m.glb");
+      zSummary = KivExportGltf(zModel, zOptions, m_zFolder / u"m.glb", u"m.glb");
     }
     const std::string str = m_zFolder.ReadBytes(u"m.glb");
     EXPECT_EQ(str.size(), zSummary.m_nBytes);

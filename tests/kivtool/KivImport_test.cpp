@@ -242,6 +242,38 @@ TEST_F(Import, TolerancesAndAnglesThatMakeNoSenseAreRefused) {
     ExpectRefused({u"import", m_zFolder / u"a.obj", m_csTarget, u"--angle", sz});
 }
 
+TEST_F(Import, AnEmptyEntryAmongTolerancesIsRefused) {
+  m_zFolder.WriteBytes(u"a.obj", kTriangle);
+  for (const char16_t* sz : {u"1,,0.1", u"1,", u",1", u",", u""}) {
+    ExpectRefused({u"import", m_zFolder / u"a.obj", m_csTarget, u"--tolerance", sz});
+    EXPECT_NE(
+        RunKiv({u"import", m_zFolder / u"a.obj", m_csTarget, u"--tolerance", sz}).m_strErr.find("'' is no number"),
+        std::string::npos);
+  }
+}
+
+TEST_F(Import, TolerancesOfAnOptionThatStandsAgainComeBehindTheOthers) {
+  m_zFolder.WriteBytes(u"a.obj", kTriangle);
+  const ToolRun zRun = RunKiv({u"import", m_zFolder / u"a.obj", m_csTarget, u"--json", u"--tolerance", u"1", u"0.5",
+                               u"--tolerance", u"0.25,0.125"});
+  ASSERT_EQ(zRun.m_iExit, 0) << zRun.m_strErr;
+  const nlohmann::json zLevels = nlohmann::json::parse(zRun.m_strOut)["levels"];
+  ASSERT_EQ(zLevels.size(), 4u);
+  EXPECT_EQ(zLevels[3]["tolerance"], 0.125);
+}
+
+TEST_F(Import, AFormatThatIsEmptyIsRefused) {
+  m_zFolder.WriteBytes(u"a.obj", kTriangle);
+  ExpectRefused({u"import", m_zFolder / u"a.obj", m_csTarget, u"--format", u""});
+}
+
+TEST_F(Import, FilesWithoutANameAreSaid) {
+  m_zFolder.WriteBytes(u"a.obj", kTriangle);
+  EXPECT_EQ(RunKiv({u"import", u"", m_csTarget}).m_strErr, "kiv: the file has no name\n");
+  EXPECT_EQ(RunKiv({u"import", m_zFolder / u"a.obj", u""}).m_strErr, "kiv: the target has no name\n");
+  EXPECT_EQ(RunKiv({u"export", m_zFolder / u"a.kiv", u""}).m_strErr, "kiv: the target has no name\n");
+}
+
 TEST_F(Import, EmptyCutRandomAndForeignBytesAreRefused) {
   std::string strRandom;
   for (uint32_t i = 0, n = 1; i < 3000; ++i) strRandom += static_cast<char>((n = n * 1664525 + 1013904223) >> 24);

@@ -127,6 +127,12 @@ TEST_F(DorCommand, TheShellServesALineAfterTheOther) {
   EXPECT_FALSE(Holds(strText, "NoSuchRequest")) << "behind the end";
 }
 
+TEST_F(DorCommand, AWordWithAZeroIsShownWholeInTheShellsError) {
+  WriteFile(m_zFolder / u"lines", std::string("DoNothing\0x\n", 12));
+  const std::string strText = Output(u"shell " + Model() + u" < \"" + (m_zFolder / u"lines") + u"\"");
+  EXPECT_TRUE(Holds(strText, "dor: the relay serves no request 'DoNothing\\x00x'\n")) << strText;
+}
+
 TEST_F(DorCommand, TheShellStopsAtTheFirstRequestThatIsRefusedUnlessItIsToldNotTo) {
   WriteFile(m_zFolder / u"lines", "GetFaceInfo 0 77\nSetAsmInfo 1\n'no end\nGetFaceInfo 0 1");
   const KivWString csInput = u" < \"" + (m_zFolder / u"lines") + u"\"";

@@ -70,4 +70,49 @@ TEST_F(DorCommand, PathsOfAnyBytesAreThoseFilesAndOtherTextsMustBeUtf8) {
   for (const KivWString& csName : {csOdd, csOther}) EXPECT_TRUE(sys::RemoveFileAt(m_zFolder / csName));
 }
 
+TEST_F(DorCommand, RelativePathsOfAnyBytesAreThoseFilesAlsoInAFolderOfAnyBytes) {
+  const std::string strFolder = "'" + sys::WideToUtf8(m_zFolder.Path()) + "'";
+  const std::string strDor = sys::WideToUtf8(Program());
+  const std::string strOdd = "$(printf 'a\\376')";
+  WriteFile(m_zFolder / u"script",
+            "cd " + strFolder + " && cp model.kiv " + strOdd + " && " + strDor + " open " + strOdd + " && " + strDor +
+                " call model.kiv WriteDor " + strOdd + ".kiv 0 0 0 0 && [ -s " + strOdd + ".kiv ] && mkdir " + strOdd +
+                "-folder && cd " + strOdd + "-folder && cp ../model.kiv . && " + strDor + " open model.kiv && " +
+                strDor + " call model.kiv WriteDor copy.kiv 0 0 0 0 && [ -s copy.kiv ]" + " && cd .. && rm -r " +
+                strOdd + "*\n");
+  EXPECT_EQ(std::system(("sh " + strFolder + "/script >" + strFolder + "/answers 2>&1").c_str()), 0)
+      << m_zFolder.ReadBytes(u"answers");
+}
+
+// The relay is found beside itself however it is called: through a link in a folder of such a name.
+TEST_F(DorCommand, ARelayInAFolderOfAnyBytesIsStarted) {
+  const std::string strFolder = "'" + sys::WideToUtf8(m_zFolder.Path()) + "'";
+  KivWString csFolder, csName;
+  KivSplitPath(RealPrograms(TestFolder()).m_csRelay, csFolder, csName);
+  const std::string strOdd = "$(printf 'a\\376')";
+  WriteFile(m_zFolder / u"script", "cd " + strFolder + " && ln -s '" + sys::WideToUtf8(csFolder) + "' " + strOdd +
+                                       " && " + sys::WideToUtf8(Program()) + " open model.kiv --relay " + strOdd +
+                                       "/DorRelay; code=$?; rm " + strOdd + "; exit $code\n");
+  EXPECT_EQ(std::system(("sh " + strFolder + "/script >" + strFolder + "/answers 2>&1").c_str()), 0)
+      << m_zFolder.ReadBytes(u"answers");
+}
+
+// The limit comes once the model stands open: below the model's own size none could be read.
+TEST_F(DorCommand, AModelAboveTheUsersLimitOnFilesIsRefusedAndTheTreeGoesOn) {
+  const std::string strFolder = "'" + sys::WideToUtf8(m_zFolder.Path()) + "'";
+  WriteFile(m_zFolder / u"script",
+            "cd " + strFolder + " && mkfifo lines && exec 3<>lines || exit 90\n" + sys::WideToUtf8(Program()) +
+                " shell model.kiv --keep-going <lines >answers 2>errors &\n" +
+                "dor=$!; echo DoNothing >&3\n"
+                "child() { sed -n \"s/^\\([0-9]*\\) ($1) . $2 .*/\\1/p\" /proc/[0-9]*/stat 2>/dev/null; }\n"
+                "for i in $(seq 6000); do grep -q served answers && break; sleep 0.02; done\n"
+                "prlimit --pid $(child DorHandler $(child DorRelay $dor)) --fsize=20000 || exit 91\n"
+                "printf 'WriteDor copy.kiv 0 0 0 0\\nGetAsmTreeInfo\\nquit\\n' >&3; wait $dor; [ $? -eq 1 ]\n");
+  EXPECT_EQ(std::system(("sh " + strFolder + "/script 2>/dev/null").c_str()), 0);
+  const std::string strAnswers = m_zFolder.ReadBytes(u"answers");
+  EXPECT_TRUE(Holds(strAnswers, "code 20")) << strAnswers << m_zFolder.ReadBytes(u"errors");
+  EXPECT_TRUE(Holds(strAnswers, "instances: 3")) << strAnswers;
+  EXPECT_FALSE(sys::PathExists(m_zFolder / u"copy.kiv"));
+}
+
 #endif  // _WIN32

@@ -243,6 +243,18 @@ TEST(DorTree, ARelayThatEndsWithAReportLeavesNoFolderBehindEither) {
   EXPECT_FALSE(sys::PathExists(zFolder / u"root"));
 }
 
+TEST(DorTree, TheRelaysExitCodeIsToldOnceItHasEnded) {
+  TestFolder zFolder;
+  DorClient zClient(RealPrograms(zFolder));
+  int32_t iCode = 0;
+  EXPECT_FALSE(zClient.GetRelayExitCode(iCode));
+  KivByteBuffer vcResult;
+  EXPECT_THROW(zClient.CallUnchecked(u"DorHandler_CopyAsm", {}, vcResult), DorClientError);
+  EXPECT_TRUE(zClient.Close());
+  EXPECT_TRUE(zClient.GetRelayExitCode(iCode));
+  EXPECT_EQ(iCode, sys::kSeparator == u'\\' ? 999 : 231);
+}
+
 TEST(DorTree, FoldersOfAnEarlierTreeThatWasKilledGoWithTheNextClose) {
   TestFolder zFolder;
   // Ids beyond those of any process.

@@ -42,6 +42,10 @@ class KivSysProcess {
   // Not open on failure, also when the program does not exist. The child inherits no handles.
   static KivSysProcess Start(const KivSysProcessStart& zStart);
 
+  // A child of this process that was let go of, to hear of its end after all. Not open if its end has been taken: ask
+  // while it is known to run.
+  static KivSysProcess TakeBack(uint32_t iId);
+
   bool IsOpen() const noexcept { return m_iId != 0; }
   uint32_t GetId() const noexcept { return m_iId; }
   void Close() noexcept;

@@ -32,6 +32,11 @@ struct CloseDirectory {
 };
 using Directory = std::unique_ptr<DIR, CloseDirectory>;
 
+struct FreeText {
+  void operator()(char* pcText) const { std::free(pcText); }
+};
+using FreedText = std::unique_ptr<char, FreeText>;
+
 // The folder itself if nobody else can write there, a private one in it if it is shared; false if it is neither.
 bool PrivateFolderIn(const char* szBase, std::string& strFolder) {
   struct stat zStat;
@@ -226,6 +231,27 @@ bool CopyFileTo(const KivWString& csFrom, const KivWString& csTo) {
 
 bool IsRelativePath(const KivWString& csPath) {
   return csPath.empty() || csPath[0] != kSeparator;
+}
+
+bool AbsolutePath(const KivWString& csPath, KivWString& csAbsolute) {
+  std::string strPath;
+  if (!NativePath(csPath, strPath)) return false;
+  if (!IsRelativePath(csPath)) return csAbsolute = csPath, true;
+  const FreedText pcFolder(getcwd(nullptr, 0));
+  if (pcFolder == nullptr) return FailWithErrno();
+  // A current folder that the system cannot reach from the root has a name in brackets.
+  if (*pcFolder != '/') return FailWith(ENOENT);
+  KivWString csFolder = posix::WideName(pcFolder.get());
+  if (csFolder.back() != kSeparator) csFolder += kSeparator;
+  return csAbsolute = csFolder + csPath, true;
+}
+
+bool RealPath(const KivWString& csPath, KivWString& csReal) {
+  std::string strPath;
+  if (!NativePath(csPath, strPath)) return false;
+  const FreedText pcReal(realpath(strPath.c_str(), nullptr));
+  if (pcReal == nullptr) return FailWithErrno();
+  return csReal = posix::WideName(pcReal.get()), true;
 }
 
 bool ProgramPath(KivWString& csPath) {

@@ -65,6 +65,17 @@ class Orphans {
     WakeThread();
   }
 
+  // False if there is no such child, or its end has been taken.
+  bool Remove(pid_t iId, Descriptor& zPidFd) noexcept {
+    const std::lock_guard zGuard(m_zLock);
+    const auto it = std::find_if(m_vzChildren.begin(), m_vzChildren.end(),
+                                 [iId](const Child& zChild) { return zChild.m_iId == iId; });
+    if (it == m_vzChildren.end()) return false;
+    zPidFd = std::move(it->m_zPidFd);
+    m_vzChildren.erase(it);
+    return true;
+  }
+
   // For the case that there could be no thread.
   void ReapEnded() {
     const std::lock_guard zGuard(m_zLock);
@@ -230,6 +241,18 @@ KivSysProcess KivSysProcess::Start(const KivSysProcessStart& zStart) {
   ProcessFacts zFacts;
   if (ReadProcessFacts(iId, zFacts)) pzChild->m_iStartTicks = zFacts.m_iStartTicks;
   zProcess.m_iId = static_cast<uint32_t>(iId);
+  zProcess.m_iHandle = reinterpret_cast<intptr_t>(pzChild.release());
+  return zProcess;
+}
+
+KivSysProcess KivSysProcess::TakeBack(uint32_t iId) {
+  KivSysProcess zProcess;
+  auto pzChild = std::make_unique<ChildObject>();
+  pzChild->m_iId = static_cast<pid_t>(iId);
+  if (!Orphans::Get().Remove(pzChild->m_iId, pzChild->m_zPidFd)) return FailWith(ECHILD), std::move(zProcess);
+  ProcessFacts zFacts;
+  if (ReadProcessFacts(pzChild->m_iId, zFacts)) pzChild->m_iStartTicks = zFacts.m_iStartTicks;
+  zProcess.m_iId = iId;
   zProcess.m_iHandle = reinterpret_cast<intptr_t>(pzChild.release());
   return zProcess;
 }

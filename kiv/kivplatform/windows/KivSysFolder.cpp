@@ -28,6 +28,22 @@ bool IsLink(const WIN32_FIND_DATAW& zFound) {
   return bReparse && (zFound.dwReserved0 == 0 || IsReparseTagNameSurrogate(zFound.dwReserved0));
 }
 
+// A text that the system gives by pfnGet(buffer, its units): the units that it has written, those that it needs with
+// the zero at the end if the buffer is too small, or 0 on failure.
+template <typename Get>
+bool TakeWhole(Get&& pfnGet, KivWString& csText) {
+  std::wstring csFound(260, L'\0');
+  for (;;) {
+    const DWORD nLength = pfnGet(csFound.data(), static_cast<DWORD>(csFound.size()));
+    if (nLength == 0) return false;
+    if (nLength < csFound.size()) {
+      csText = FromSystem(std::wstring_view(csFound.data(), nLength));
+      return true;
+    }
+    csFound.resize(nLength + 1);
+  }
+}
+
 }  // namespace
 
 const char16_t kSeparator = u'\\';
@@ -117,6 +133,30 @@ bool CopyFileTo(const KivWString& csFrom, const KivWString& csTo) {
 bool IsRelativePath(const KivWString& csPath) {
   // PathIsRelativeW takes no path of 260 units or more; the beginning decides.
   return PathIsRelativeW(ToSystem(csPath.substr(0, 200)).c_str()) != FALSE;
+}
+
+bool AbsolutePath(const KivWString& csPath, KivWString& csAbsolute) {
+  if (!IsUsable(csPath)) return SetLastError(ERROR_INVALID_NAME), false;
+  const std::wstring csSystem = ToSystem(csPath);
+  return TakeWhole([&csSystem](wchar_t* pc, DWORD n) { return GetFullPathNameW(csSystem.c_str(), n, pc, nullptr); },
+                   csAbsolute);
+}
+
+bool RealPath(const KivWString& csPath, KivWString& csReal) {
+  if (!IsUsable(csPath)) return SetLastError(ERROR_INVALID_NAME), false;
+  const HANDLE hFile = CreateFileW(ToSystem(csPath).c_str(), 0, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                                   nullptr, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr);
+  if (hFile == INVALID_HANDLE_VALUE) return false;
+  KivWString csFound;
+  const bool bFound =
+      TakeWhole([hFile](wchar_t* pc, DWORD n) { return GetFinalPathNameByHandleW(hFile, pc, n, 0); }, csFound);
+  CloseHandle(hFile);
+  if (!bFound) return false;
+  if (csFound.starts_with(u"\\\\?\\UNC\\"))
+    csFound.replace(0, 8, u"\\\\");
+  else if (csFound.starts_with(u"\\\\?\\"))
+    csFound.erase(0, 4);
+  return csReal = csFound, true;
 }
 
 bool ProgramPath(KivWString& csPath) {

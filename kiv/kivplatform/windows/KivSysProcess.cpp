@@ -65,6 +65,16 @@ KivSysProcess KivSysProcess::Start(const KivSysProcessStart& zStart) {
   return zProcess;
 }
 
+KivSysProcess KivSysProcess::TakeBack(uint32_t iId) {
+  KivSysProcess zProcess;
+  const HANDLE hProcess =
+      OpenProcess(SYNCHRONIZE | PROCESS_QUERY_LIMITED_INFORMATION | PROCESS_TERMINATE, FALSE, DWORD{iId});
+  if (hProcess == nullptr) return zProcess;
+  zProcess.m_iId = iId;
+  zProcess.m_iHandle = sys::FromHandle(hProcess);
+  return zProcess;
+}
+
 void KivSysProcess::Close() noexcept {
   if (m_iHandle != 0) CloseHandle(sys::ToHandle(std::exchange(m_iHandle, 0)));
   m_iId = 0;

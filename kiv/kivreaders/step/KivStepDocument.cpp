@@ -1,5 +1,8 @@
 #include "KivStepDocument.h"
 
+#include <BRepBndLib.hxx>
+#include <Bnd_Box.hxx>
+#include <Interface_Check.hxx>
 #include <Interface_InterfaceModel.hxx>
 #include <Interface_Static.hxx>
 #include <Message.hxx>
@@ -16,13 +19,18 @@
 #include <TDF_Tool.hxx>
 #include <TDataStd_Name.hxx>
 #include <TDocStd_Document.hxx>
+#include <Transfer_Binder.hxx>
+#include <Transfer_TransientProcess.hxx>
 #include <XCAFApp_Application.hxx>
 #include <XCAFDoc_ColorTool.hxx>
 #include <XCAFDoc_DocumentTool.hxx>
 #include <XCAFDoc_GraphNode.hxx>
 #include <XCAFDoc_LayerTool.hxx>
 #include <XCAFDoc_ShapeTool.hxx>
+#include <XSControl_TransferReader.hxx>
+#include <XSControl_WorkSession.hxx>
 #include <algorithm>
+#include <cmath>
 #include <istream>
 #include <map>
 #include <new>
@@ -31,6 +39,7 @@
 #include <string_view>
 #include <utility>
 
+#include "KivSceneLevels.h"
 #include "KivSceneReader.h"
 #include "KivStepGeometry.h"
 #include "KivStepMesh.h"
@@ -50,6 +59,12 @@ constexpr std::string_view kLastWord = "END-ISO-10303-21";
 
 std::string InQuotes(const KivWString& csName) {
   return "\"" + sys::WideToUtf8(csName) + "\"";
+}
+
+// The library does not say when want of memory was the reason.
+[[noreturn]] void FailInLibrary(const std::string& strWhy) {
+  if (KivIsMemoryUsedUp()) throw std::bad_alloc();
+  throw KivSceneError(strWhy);
 }
 
 // --- The file -------------------------------------------------------------------------------------------------------
@@ -124,7 +139,7 @@ class References {
       BytesBuffer zBuffer(vcBytes);
       std::istream zStream(&zBuffer);
       if (zReader.ReadStream(sys::WideToUtf8(csFile).c_str(), zStream) != IFSelect_RetDone)
-        throw KivSceneError("the STEP file refers to " + strFile + ", whose text is not well-formed");
+        FailInLibrary("the STEP file refers to " + strFile + ", whose text is not well-formed");
     }
     Check(csFile, zReader.WS());
   }
@@ -141,9 +156,20 @@ void WarnOfBadEntities(const Handle(XSControl_WorkSession) & zSession, KivScene&
   uint64_t nBad = 0;
   for (Standard_Integer i = 1; !zModel.IsNull() && i <= zModel->NbEntities(); ++i)
     nBad += zModel->IsErrorEntity(i) ? 1 : 0;
+  if (nBad > 0 && KivIsMemoryUsedUp()) throw std::bad_alloc();
   if (nBad > 0)
     zScene.m_vstrWarning.push_back("Entities with wrong references or values: " + std::to_string(nBad) +
                                    ". What needs them may be missing.");
+}
+
+// What the library has no memory for it notes as failed, and goes on.
+void CheckMemoryOfTransfer(const Handle(XSControl_WorkSession) & zSession) {
+  if (!KivIsMemoryUsedUp()) return;
+  const Handle(Transfer_TransientProcess) zProcess = zSession->TransferReader()->TransientProcess();
+  for (Standard_Integer i = 1; !zProcess.IsNull() && i <= zProcess->NbMapped(); ++i) {
+    const Handle(Transfer_Binder) zBinder = zProcess->MapItem(i);
+    if (!zBinder.IsNull() && zBinder->Check()->HasFailed()) throw std::bad_alloc();
+  }
 }
 
 Handle(TDocStd_Document) ReadDocument(const KivWString& csSource, KivScene& zScene) {
@@ -165,14 +191,15 @@ Handle(TDocStd_Document) ReadDocument(const KivWString& csSource, KivScene& zSce
   std::istream zStream(&zBuffer);
   // The name tells where files stand that this one refers to.
   if (zReader.ChangeReader().ReadStream(sys::WideToUtf8(csSource).c_str(), zStream) != IFSelect_RetDone)
-    throw KivSceneError("the STEP file cannot be read: its text is not well-formed");
+    FailInLibrary("the STEP file cannot be read: its text is not well-formed");
   WarnOfBadEntities(zReader.Reader().WS(), zScene);
   References(zScene).Check(csSource, zReader.Reader().WS());
   vcBytes = {};  // what was read is much larger
   Handle(TDocStd_Document) zDocument;
   XCAFApp_Application::GetApplication()->NewDocument("BinXCAF", zDocument);
-  if (zReader.NbRootsForTransfer() == 0 || !zReader.Transfer(zDocument))
-    throw KivSceneError("the STEP file has no shapes");
+  const bool bTransferred = zReader.NbRootsForTransfer() > 0 && zReader.Transfer(zDocument);
+  CheckMemoryOfTransfer(zReader.Reader().WS());
+  if (!bTransferred) FailInLibrary("the STEP file has no shapes");
   return zDocument;
 }
 
@@ -294,6 +321,47 @@ PartStyles StylesInside(const TDF_Label& zPart, const KivStepShape& zShape, Styl
   return zPartStyles;
 }
 
+// The sizes of what a document holds. Each part and assembly is looked at once, however often it stands somewhere.
+class Boxes {
+ public:
+  // Of the box around all that stands in the model; 0 if it has no bounds.
+  double Diagonal(const TDF_LabelSequence& zLabels) {
+    Bnd_Box zAll;
+    for (const TDF_Label& zLabel : zLabels) zAll.Add(Of(zLabel));
+    return zAll.IsVoid() || zAll.IsOpen() ? 0 : std::sqrt(zAll.SquareExtent());
+  }
+
+ private:
+  // Of a place.
+  Bnd_Box Of(const TDF_Label& zPlace) {
+    TDF_Label zShape = zPlace;
+    if (XCAFDoc_ShapeTool::IsReference(zPlace)) XCAFDoc_ShapeTool::GetReferredShape(zPlace, zShape);
+    TCollection_AsciiString zEntry;
+    TDF_Tool::Entry(zShape, zEntry);
+    if (const auto it = m_mapBox.find(zEntry.ToCString()); it != m_mapBox.end()) return Placed(it->second, zPlace);
+    if (m_nDepth >= kDepthMax) return {};  // such an assembly is not read
+    ++m_nDepth;
+    Bnd_Box zBox;
+    if (XCAFDoc_ShapeTool::IsAssembly(zShape)) {
+      TDF_LabelSequence zComponents;
+      XCAFDoc_ShapeTool::GetComponents(zShape, zComponents);
+      for (const TDF_Label& zComponent : zComponents) zBox.Add(Of(zComponent));
+    } else {
+      BRepBndLib::Add(XCAFDoc_ShapeTool::GetShape(zShape), zBox, Standard_False);
+    }
+    --m_nDepth;
+    m_mapBox[zEntry.ToCString()] = zBox;
+    return Placed(zBox, zPlace);
+  }
+
+  static Bnd_Box Placed(const Bnd_Box& zBox, const TDF_Label& zPlace) {
+    return zBox.IsVoid() ? zBox : zBox.Transformed(XCAFDoc_ShapeTool::GetLocation(zPlace).Transformation());
+  }
+
+  std::map<std::string, Bnd_Box> m_mapBox;  // by the label's entry, where it does not stand anywhere
+  uint32_t m_nDepth = 0;
+};
+
 class DocumentReader {
  public:
   // csRootName is for a root that has none in the file.
@@ -303,7 +371,8 @@ class DocumentReader {
     zScene.m_dMetresPerUnit = kMetresPerMillimetre;
     TDF_LabelSequence zLabels;
     XCAFDoc_DocumentTool::ShapeTool(zDocument->Main())->GetFreeShapes(zLabels);
-    if (zLabels.IsEmpty()) throw KivSceneError("the STEP file has no shapes");
+    if (zLabels.IsEmpty()) FailInLibrary("the STEP file has no shapes");
+    if (m_vdTolerance.empty()) m_vdTolerance = KivDefaultTolerances(Boxes().Diagonal(zLabels), kMetresPerMillimetre);
     // Several shapes side by side stand below a root of their own.
     uint32_t iParent = kNoSceneIndex;
     if (zLabels.Length() > 1) {
@@ -314,7 +383,7 @@ class DocumentReader {
     if (zScene.m_vzNode[0].m_csName.empty()) zScene.m_vzNode[0].m_csName = csRootName;
     if (!zScene.m_vzPart.empty()) return;
     const std::string strWhy = zScene.m_vstrWarning.empty() ? "" : " that could be taken. " + zScene.m_vstrWarning[0];
-    throw KivSceneError("the STEP file has no faces and no edges" + strWhy);
+    FailInLibrary("the STEP file has no faces and no edges" + strWhy);
   }
 
  private:
@@ -386,7 +455,10 @@ class DocumentReader {
     KivScenePart zPart;
     try {
       if (!zShape.IsEmpty()) zPart = ReadPart(zLabel, zShape, csName);
+    } catch (const Standard_OutOfMemory&) {
+      throw;
     } catch (const Standard_Failure& z) {
+      if (KivIsMemoryUsedUp()) throw std::bad_alloc();
       Warn("The part " + InQuotes(csName) +
            " was left out, since it could not be tessellated: " + z.GetMessageString() + ".");
       return kNoSceneIndex;
@@ -428,7 +500,9 @@ class DocumentReader {
   }
 
   void WarnOfSome(const KivWString& csPart, uint64_t nSome, const char* szWhat) {
-    if (nSome > 0) Warn("In the part " + InQuotes(csPart) + " " + std::to_string(nSome) + " " + szWhat + ".");
+    if (nSome == 0) return;
+    if (KivIsMemoryUsedUp()) throw std::bad_alloc();
+    Warn("In the part " + InQuotes(csPart) + " " + std::to_string(nSome) + " " + szWhat + ".");
   }
   void Warn(std::string strWarning) {
     // The same holds for each level, and is told once.
@@ -437,7 +511,7 @@ class DocumentReader {
   }
 
   Styles m_zStyles;
-  const std::vector<double>& m_vdTolerance;
+  std::vector<double> m_vdTolerance;
   KivScene& m_zScene;
   std::vector<TDF_Label> m_vzUpperPlace;     // from the root down to the node that is being filled
   std::map<std::string, uint32_t> m_viPart;  // by the label's entry
@@ -455,8 +529,7 @@ void KivReadStep(const KivWString& csSource, const std::vector<double>& vdTolera
   } catch (const Standard_OutOfMemory&) {
     throw std::bad_alloc();
   } catch (const Standard_Failure& z) {
-    throw KivSceneError(std::string("the STEP file cannot be read: ") + z.DynamicType()->Name() + " " +
-                        z.GetMessageString());
+    FailInLibrary(std::string("the STEP file cannot be read: ") + z.DynamicType()->Name() + " " + z.GetMessageString());
   }
 }
 

@@ -7,7 +7,8 @@
 
 namespace kiv {
 
-// Tolerances in millimetres; the scene is in millimetres. Throws KivSceneError.
+// Tolerances in millimetres; none: those of KivDefaultTolerances. The scene is in millimetres. Throws KivSceneError, or
+// std::bad_alloc where memory does not suffice.
 void KivReadStep(const KivWString& csSource, const std::vector<double>& vdTolerance, KivScene& zScene);
 
 }  // namespace kiv

@@ -6,6 +6,7 @@
 #include <BRep_Tool.hxx>
 #include <GCPnts_TangentialDeflection.hxx>
 #include <GeomLib.hxx>
+#include <IMeshData_Status.hxx>
 #include <Poly_Polygon3D.hxx>
 #include <Poly_PolygonOnTriangulation.hxx>
 #include <Poly_Triangulation.hxx>
@@ -13,8 +14,10 @@
 #include <TopoDS_Edge.hxx>
 #include <TopoDS_Face.hxx>
 #include <algorithm>
+#include <new>
 
 #include "KivECoord3.h"
+#include "KivSceneReader.h"
 
 namespace kiv {
 namespace {
@@ -116,6 +119,8 @@ KivSceneLevel KivMeshStepShape(const KivStepShape& zShape, double dTolerance) {
   BRepTools::Clean(zShape.m_zShape, Standard_True);
   // In one thread, so that every reading gives the same.
   const BRepMesh_IncrementalMesh zMesher(zShape.m_zShape, dTolerance, Standard_False, kAngle, Standard_False);
+  // It leaves out what it has no memory for.
+  if ((zMesher.GetStatusFlags() & IMeshData_Failure) != 0 && KivIsMemoryUsedUp()) throw std::bad_alloc();
   for (Standard_Integer i = 1; i <= zShape.m_zFaces.Extent(); ++i) {
     KivSceneFace zFace;
     zFace.m_iId = static_cast<uint32_t>(i);

@@ -6,7 +6,8 @@
 
 namespace kiv {
 
-// One level of detail. Faces and edges that give nothing are left out. Nothing of it stays in the shape.
+// One level of detail. Faces and edges that give nothing are left out. Nothing of it stays in the shape. Throws
+// std::bad_alloc if something failed while memory was used up.
 KivSceneLevel KivMeshStepShape(const KivStepShape& zShape, double dTolerance);
 
 }  // namespace kiv

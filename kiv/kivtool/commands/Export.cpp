@@ -4,7 +4,6 @@
 #include "KivCommand.h"
 #include "KivGltfExport.h"
 #include "KivNumberText.h"
-#include "KivSceneReader.h"
 #include "KivStopGuard.h"
 #include "KivTargetFile.h"
 
@@ -25,8 +24,7 @@ class ExportCommand : public KivCommand {
   }
 
   KivToolExit Run(KivToolOutput& zOutput) override {
-    if (KivLowerSuffix(m_csTarget) != u"glb")
-      throw KivToolError(KivShown(m_csTarget) + ": the target must end in .glb");
+    KivCheckTargetName(m_csTarget, u"glb");
     KivToolModel zModel(m_csPath);
     KivTargetFile zTarget(m_csTarget, m_bForce, {m_csPath});
     KivGltfOptions zOptions;
@@ -36,7 +34,7 @@ class ExportCommand : public KivCommand {
     KivGltfSummary z;
     {
       const KivStopGuard zGuard([&] { return zTarget.Abandon(); }, zOutput);
-      z = KivExportGltf(zModel, zOptions, zTarget.GetTemporaryPath());
+      z = KivExportGltf(zModel, zOptions, zTarget.GetTemporaryPath(), m_csTarget);
       zTarget.Commit();
     }
     if (zOutput.IsJson()) {

@@ -18,7 +18,6 @@
 namespace kiv {
 namespace {
 
-constexpr double kDefaultMillimetres[] = {1, 0.1, 0.01};
 constexpr size_t kMostLevels = 32;
 
 std::string KnownFormats() {
@@ -47,7 +46,7 @@ class ImportCommand : public KivCommand {
     zOptions.Numbers(
         "--tolerance", m_zImport.m_vdTolerance,
         "tolerance of each level of detail, the coarsest first: in millimetres, or for a file without a unit "
-        "in its own (default: 1 0.1 0.01; without a unit in thousandths of the diagonal)");
+        "in its own (default: 1 0.1 0.01; above a metre, and without a unit, in thousandths of the diagonal)");
     zOptions.Numbers("--angle", m_vdAngle,
                      "meshes: triangles that meet at less are one face, in degrees (default: 30)");
   }
@@ -55,10 +54,9 @@ class ImportCommand : public KivCommand {
   KivToolExit Run(KivToolOutput& zOutput) override {
     const uint64_t iStartNs = sys::SteadyNs();
     CheckOptions();
+    if (m_csSource.empty()) throw KivToolError("the file has no name");
     const KivReaderFormat& zFormat = FormatOfSource();
-    // Else --force could replace a file that the source names.
-    if (KivLowerSuffix(m_csTarget) != u"kiv")
-      throw KivToolError(KivShown(m_csTarget) + ": the target must end in .kiv");
+    KivCheckTargetName(m_csTarget, u"kiv");
     const KivWString csReader = ReaderOf(zFormat);
     KivTargetFile zTarget(m_csTarget, m_bForce, {m_csSource});
     KivImportSummary zSummary;
@@ -112,8 +110,6 @@ class ImportCommand : public KivCommand {
   void Read(const KivWString& csReader, const KivReaderFormat& zFormat, const KivWString& csTemporary,
             KivScene& zScene) {
     KivSceneRequest zRequest{zFormat.m_szName, m_csSource, m_zImport.m_vdTolerance};
-    if (zRequest.m_vdTolerance.empty())
-      zRequest.m_vdTolerance.assign(std::begin(kDefaultMillimetres), std::end(kDefaultMillimetres));
     KivProgress zProgress("reading " + KivShown(m_csSource), 0);
     std::string strError;
     const bool bRead = KivRunSceneReader(csReader, zRequest, csTemporary + u".scene", zScene, strError, {});

@@ -502,6 +502,78 @@ TEST(ReadStep, TheProgramTellsTheReasonOfARefusal) {
   EXPECT_THAT(strError, HasSubstr("no STEP file"));
 }
 
+// --- Sizes and memory ------------------------------------------------------------------------------------------------
+
+// The sample with its millimetres taken for metres, so that it is larger than a house.
+std::string BracketInMetres() {
+  std::string strText = Bracket().Folder().ReadBytes(u"sample.step");
+  const std::string strUnit = "SI_UNIT(.MILLI.,.METRE.)";
+  int nUnits = 0;
+  for (size_t i = 0; (i = strText.find(strUnit, i)) != std::string::npos; ++nUnits)
+    strText.replace(i, strUnit.size(), "SI_UNIT($,.METRE.)");
+  EXPECT_GT(nUnits, 0);
+  return strText;
+}
+
+std::vector<double> TolerancesOf(const KivScene& zScene) {
+  std::vector<double> vdTolerance;
+  for (const KivSceneLevel& z : zScene.m_vzPart.at(0).m_vzLevel) vdTolerance.push_back(z.m_dTolerance);
+  return vdTolerance;
+}
+
+TEST(ReadStep, WithoutTolerancesALargeModelHasThousandthsOfItsDiagonalAndASmallOneMillimetres) {
+  EXPECT_EQ(TolerancesOf(Sample(WriteBracket, {}).Scene()), kTolerances);
+  const TestFolder zFolder;
+  zFolder.WriteBytes(u"large.step", BracketInMetres());
+  KivScene zScene;
+  KivReadStep(zFolder / u"large.step", {}, zScene);
+  const MeshMeasures z = Measure(zScene, 2);
+  const double dDiagonal = (z.m_zMax - z.m_zMin).Length();
+  EXPECT_GT(dDiagonal, 80000);
+  const std::vector<double> vdTolerance = TolerancesOf(zScene);
+  ASSERT_EQ(vdTolerance.size(), 3u);
+  EXPECT_NEAR(vdTolerance[0], dDiagonal / 1000, 0.1 * dDiagonal / 1000);  // in two digits
+  EXPECT_NEAR(vdTolerance[1], vdTolerance[0] / 10, 1e-9);
+  EXPECT_NEAR(vdTolerance[2], vdTolerance[0] / 100, 1e-9);
+  // And by the program.
+  const TestFolder zWork;
+  KivScene zByProgram;
+  std::string strError;
+  EXPECT_TRUE(KivRunSceneReader(sys::Utf8ToWide(KIV_TEST_STEP_READER), {u"step", zFolder / u"large.step", {}},
+                                zWork / u"scene", zByProgram, strError, {}))
+      << strError;
+  EXPECT_EQ(TolerancesOf(zByProgram), vdTolerance);
+}
+
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+// The program with ever less memory: it gives the whole scene, or none.
+TEST(ReadStep, WantOfMemoryIsSaidAndNeverLeavesAFaceOut) {
+  const TestFolder zFolder;
+  zFolder.WriteBytes(u"large.step", BracketInMetres());
+  const auto Run = [&](const std::string& strLimit) {
+    sys::RemoveFileAt(zFolder / u"scene");
+    const std::string strLine = "cd '" + sys::WideToUtf8(zFolder.Path()) + "' && (" + strLimit + "exec '" +
+                                KIV_TEST_STEP_READER + "' step large.step scene 1) >/dev/null 2>&1";
+    return std::system(strLine.c_str());
+  };
+  ASSERT_EQ(Run(""), 0);
+  const std::string strWhole = zFolder.ReadBytes(u"scene");
+  ASSERT_FALSE(strWhole.empty());
+  int nSaid = 0, nWhole = 0;
+  for (int nMiB = 84; nMiB <= 300 && nWhole < 3; nMiB += 2) {
+    if (Run("ulimit -v " + std::to_string(nMiB << 10) + "; ") == 0) {
+      ++nWhole;
+      EXPECT_TRUE(zFolder.ReadBytes(u"scene") == strWhole) << nMiB;
+    } else if (sys::PathExists(zFolder / u"scene")) {
+      EXPECT_THAT(zFolder.ReadBytes(u"scene"), HasSubstr("there is not enough memory to read it")) << nMiB;
+      ++nSaid;
+    }
+  }
+  EXPECT_GT(nSaid, 0);
+  EXPECT_EQ(nWhole, 3);
+}
+#endif
+
 // --- Bad files ------------------------------------------------------------------------------------------------------
 
 TEST(ReadStep, WhatIsNoStepFileIsRefusedWithAReason) {
