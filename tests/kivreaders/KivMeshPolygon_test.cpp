@@ -218,6 +218,10 @@ TEST(MeshPolygon, OneALittleOutsideAPlaneIsCut) {
   std::vector<uint32_t> viCorner;
   EXPECT_TRUE(zCutter.Cut({{0, 0, 0.1}, {1, 0, -0.1}, {1, 1, 0.1}, {0, 1, -0.1}}, viCorner));
   EXPECT_EQ(viCorner.size(), 6u);
+  // Corners that lie above each other are no one place.
+  EXPECT_TRUE(zCutter.Cut({{0, 0, 0}, {1, 0, 0}, {1, 0, 0.1}, {1, 1, 0}, {0, 1, 0}}, viCorner));
+  EXPECT_EQ(viCorner.size(), 9u);
+  EXPECT_EQ(std::count(viCorner.begin(), viCorner.end(), 2u), 2);
 }
 
 TEST(MeshPolygon, OneThatCrossesItselfIsTold) {

@@ -616,6 +616,21 @@ TEST(ReadGltf, NumbersOfAGltfThatAreGivenAnewAreHeldAgainstTheirViews) {
                           {"\"values\":{\"bufferView\":1}", "\"values\":1", "stand nowhere"}});
 }
 
+TEST(ReadGltf, CountsThatNoBytesStandBehindTakeNoTime) {
+  const std::string strCount = "4294967295", strView = "{\"bufferView\":0,\"componentType\":";
+  const std::string strFile = R"({"asset":{"version":"2.0"},"scene":0,"scenes":[{"nodes":[0]}],"nodes":[{"mesh":0}],
+"meshes":[{"primitives":[{"attributes":{"POSITION":0},"indices":1,"mode":2}]}],"accessors":[)" +
+                              strView + "5126,\"count\":3,\"type\":\"VEC3\"}," + strView +
+                              "5121,\"count\":" + strCount + ",\"type\":\"SCALAR\",\"sparse\":{\"count\":" + strCount +
+                              ",\"indices\":" + strView + "5121},\"values\":{\"bufferView\":0}}}]," +
+                              "\"bufferViews\":[{\"buffer\":0,\"byteLength\":" + strCount +
+                              "}],\"buffers\":[{\"byteLength\":" + strCount + ",\"uri\":\"x.bin\"}]}";
+  EXPECT_TRUE(HasText(ReadBytes(u"a.gltf", strFile).m_strError, "x.bin"));
+  // Of 3 bytes that stand in the file itself.
+  EXPECT_NE(ReadBytes(u"a.gltf", Replaced(strFile, "x.bin", "data:application/octet-stream;base64,AAAA")).m_strError,
+            "");
+}
+
 TEST(ReadGltf, NumbersOfAGltfOfTheFirstVersionThatAreElsewhereAreRefused) {
   ExpectRefused(FirstGltf(),
                 {{"\"byteOffset\":72", "\"byteOffset\":76", kBehind},

@@ -176,6 +176,9 @@ TEST(ReadObj, AVertexOfAnObjHasThreeFourOrSixNumbers) {
     EXPECT_EQ(Error(szGood), "") << szGood;
   for (const char* szBad : {"v 5 5", "v abc 5 5", "v 5 5 5 7 7", "v 5 5 5 1 1 1 1", "v 1.#IND 5 5", "v"})
     EXPECT_EQ(Error(szBad), "a vertex has not three, four or six numbers") << szBad;
+  for (const char* szWeight : {"v 5 5 5 0", "v 5 5 5 -0.0", "v 5 5 5 0e7"})
+    EXPECT_EQ(Error(szWeight), "a vertex has a weight of 0") << szWeight;
+  EXPECT_EQ(Error("v 5 5 5 1e999"), "a coordinate is no number");
 }
 
 TEST(ReadObj, ACommentOfAnObjEndsWithItsLine) {

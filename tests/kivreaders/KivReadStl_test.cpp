@@ -102,6 +102,20 @@ TEST(ReadStl, ATriangleOfATextStlHasThreeCorners) {
             "a triangle has 2 corners: the file is damaged, or none of triangles");
 }
 
+TEST(ReadStl, AllSolidsOfATextStlMayStandInOneLine) {
+  const ReaderOutcome z = ReadBytes(u"a.stl", Replaced(TextStl(), "\n", " "));
+  ASSERT_EQ(z.m_strError, "");
+  ASSERT_EQ(z.m_zScene.m_vzPart.size(), 2u);
+  EXPECT_EQ(z.m_zScene.m_vzPart[0].m_csName, u"plate");
+  EXPECT_EQ(z.m_zScene.m_vzPart[1].m_csName, u"lid");
+  EXPECT_EQ(z.m_zScene.m_vzPart[1].m_vzLevel[0].m_vzFace[0].m_viIndex.size(), 6u);
+}
+
+TEST(ReadStl, AWordThatOnlyBeginsLikeThatOfASolidIsNone) {
+  for (const char* szText : {"solidx", "solid$a\nfac.l n", "solids\nfacet normal 0 0 1\nendsolid\n"})
+    EXPECT_EQ(ReadBytes(u"a.stl", szText).m_strError, "it is no STL file") << szText;
+}
+
 TEST(ReadStl, ATextStlMayHaveOtherLines) {
   const std::vector<uint8_t> vcScene = KivWriteScene(ReadBytes(u"a.stl", TextStl()).m_zScene);
   for (const std::string& strFile :
@@ -112,7 +126,8 @@ TEST(ReadStl, ATextStlMayHaveOtherLines) {
     ASSERT_EQ(z.m_strError, "") << strFile;
     EXPECT_EQ(KivWriteScene(z.m_zScene), vcScene) << strFile;
   }
-  for (const std::string& strFile : {Replaced(TextStl(), "\nsolid lid\n", "\n"), Replaced(TextStl(), "\n", " ")})
+  for (const std::string& strFile :
+       {Replaced(TextStl(), "\nsolid lid\n", "\n"), Replaced(TextStl(), "\nsolid lid\n", " ")})
     EXPECT_EQ(ReadBytes(u"a.stl", strFile).m_strError, "a triangle stands outside of the solids") << strFile;
 }
 

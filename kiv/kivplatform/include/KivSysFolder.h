@@ -47,8 +47,9 @@ int32_t ReplacePath(const KivWString& csFrom, const KivWString& csTo);
 bool CopyFileTo(const KivWString& csFrom, const KivWString& csTo);
 
 bool IsRelativePath(const KivWString& csPath);
-// The path from the root on: one that is relative means this process's current folder. Links stay, and nothing needs
-// to be there. False, with csAbsolute untouched, for an empty path or where the current folder has gone.
+// The path from the root on: one that is relative means this process's current folder. Links stay, nothing needs
+// to be there, and "." and ".." stay on Linux alone. False, with csAbsolute untouched, for an empty path or where the
+// current folder has gone.
 bool AbsolutePath(const KivWString& csPath, KivWString& csAbsolute);
 // The same of what is there, through all links; on Windows without the prefix "\\?\". False, with csReal untouched, if
 // nothing is there.

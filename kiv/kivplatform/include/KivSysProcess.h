@@ -42,8 +42,8 @@ class KivSysProcess {
   // Not open on failure, also when the program does not exist. The child inherits no handles.
   static KivSysProcess Start(const KivSysProcessStart& zStart);
 
-  // A child of this process that was let go of, to hear of its end after all. Not open if its end has been taken: ask
-  // while it is known to run.
+  // A child of this process that was let go of, to hear of its end after all. Ask while it is known to run: on Linux it
+  // is not open if its end has been taken, on Windows it is whatever process has the id.
   static KivSysProcess TakeBack(uint32_t iId);
 
   bool IsOpen() const noexcept { return m_iId != 0; }

@@ -122,44 +122,45 @@ class Meshes {
     return pzAccessor;
   }
 
-  // The number of component type iType at iByte of a view; 0 where its bytes do not stand in the file itself.
-  uint64_t NumberOf(const BufferBytes& zBytes, uint64_t iByte, uint64_t iType) const {
-    const uint64_t nBytes = BytesOfComponent(iType);
-    return iByte + nBytes <= zBytes.Size() ? zBytes.NumberAt(iByte, nBytes) : 0;
-  }
+  // Numbers of a list in a view, as many as there are bytes for in the file itself.
+  struct Numbers {
+    BufferBytes m_zBytes;
+    uint64_t m_iFrom, m_nStep, m_nBytes, m_nNumbers;
+    uint64_t operator[](uint64_t i) const { return m_zBytes.NumberAt(m_iFrom + i * m_nStep, m_nBytes); }
+  };
 
-  BufferBytes BytesOf(const Json& zView) const {
-    return BufferBytes(*Named("buffers", Member(zView, "buffer")), m_bFirst ? std::string_view() : m_strBinary);
+  // zWhere names the view; the step is that of a list without gaps where it is 0.
+  Numbers NumbersOf(const Json& zWhere, uint64_t iType, uint64_t nStep, uint64_t nNumbers) const {
+    const Json& zView = *Named("bufferViews", Member(zWhere, "bufferView"));
+    Numbers z{BufferBytes(*Named("buffers", Member(zView, "buffer")), m_bFirst ? std::string_view() : m_strBinary),
+              Count(zView, "byteOffset") + Count(zWhere, "byteOffset"), nStep, BytesOfComponent(iType), 0};
+    if (z.m_nStep == 0) z.m_nStep = z.m_nBytes;
+    const uint64_t nSize = z.m_zBytes.Size();
+    if (nSize >= z.m_nBytes && z.m_iFrom <= nSize - z.m_nBytes)
+      z.m_nNumbers = std::min(nNumbers, (nSize - z.m_nBytes - z.m_iFrom) / z.m_nStep + 1);
+    return z;
   }
 
   // Of an accessor that CheckAccessor has passed; 0 where its bytes do not stand in the file itself.
   uint64_t LargestIndex(const Json& zAccessor) {
     const auto [it, bNew] = m_mapLargest.try_emplace(&zAccessor, 0);
-    const uint64_t nEntries = Count(zAccessor, "count");
+    const uint64_t nEntries = Count(zAccessor, "count"), iType = Count(zAccessor, "componentType");
     if (!bNew || nEntries == 0) return it->second;
-    const uint64_t iType = Count(zAccessor, "componentType");
     std::map<uint64_t, uint64_t> mapNew;  // given anew
-    const Json* const pzSparse = m_bFirst ? nullptr : Member(zAccessor, "sparse");
-    for (uint64_t i = 0; pzSparse != nullptr && i < Count(*pzSparse, "count"); ++i) {
+    if (const Json* const pzSparse = m_bFirst ? nullptr : Member(zAccessor, "sparse")) {
       const Json &zWhere = (*pzSparse)["indices"], &zWhat = (*pzSparse)["values"];
-      const uint64_t iWhereType = Count(zWhere, "componentType");
-      const Json &zWhereView = *Named("bufferViews", Member(zWhere, "bufferView")),
-                 &zWhatView = *Named("bufferViews", Member(zWhat, "bufferView"));
-      const uint64_t iWhere = Count(zWhereView, "byteOffset") + Count(zWhere, "byteOffset"),
-                     iWhat = Count(zWhatView, "byteOffset") + Count(zWhat, "byteOffset");
-      mapNew[NumberOf(BytesOf(zWhereView), iWhere + i * BytesOfComponent(iWhereType), iWhereType)] =
-          NumberOf(BytesOf(zWhatView), iWhat + i * BytesOfComponent(iType), iType);
+      const uint64_t nNew = Count(*pzSparse, "count");
+      const Numbers zEntry = NumbersOf(zWhere, Count(zWhere, "componentType"), 0, nNew),
+                    zIndex = NumbersOf(zWhat, iType, 0, nNew);
+      for (uint64_t i = 0; i < std::min(zEntry.m_nNumbers, zIndex.m_nNumbers); ++i) mapNew[zEntry[i]] = zIndex[i];
     }
     for (const auto& [iEntry, iIndex] : mapNew)
       if (iEntry < nEntries) it->second = std::max(it->second, iIndex);
     const Json* const pzView = Named("bufferViews", Member(zAccessor, "bufferView"));
     if (pzView == nullptr) return it->second;
-    const BufferBytes zBytes = BytesOf(*pzView);
-    const uint64_t iFrom = Count(*pzView, "byteOffset") + Count(zAccessor, "byteOffset");
-    uint64_t nStep = Count(m_bFirst ? zAccessor : *pzView, "byteStride");
-    if (nStep == 0) nStep = BytesOfComponent(iType);
-    for (uint64_t i = 0; zBytes.Size() > 0 && i < nEntries; ++i)
-      if (mapNew.count(i) == 0) it->second = std::max(it->second, NumberOf(zBytes, iFrom + i * nStep, iType));
+    const Numbers zIndex = NumbersOf(zAccessor, iType, Count(m_bFirst ? zAccessor : *pzView, "byteStride"), nEntries);
+    for (uint64_t i = 0; i < zIndex.m_nNumbers; ++i)
+      if (mapNew.count(i) == 0) it->second = std::max(it->second, zIndex[i]);
     return it->second;
   }
 

@@ -179,10 +179,12 @@ class Writer {
     for (std::string_view str = zStatement.Next(); !str.empty(); str = zStatement.Next(), ++n) {
       if (n == kMost || (!IsPlain(str) && !TakeDecimal(str, dNumber[n]))) n = kMost + 1;
       if (n > kMost) break;
-      if (n < 3 && !std::isfinite(dNumber[n])) throw KivSceneError("a coordinate is no number");
+      if (!std::isfinite(dNumber[n])) throw KivSceneError("a coordinate is no number");
       strWord[n] = str;
     }
     if (n != 3 && n != 4 && n != 6) throw KivSceneError("a vertex has not three, four or six numbers");
+    if (n == 4 && IsPlain(strWord[3])) TakeDecimal(strWord[3], dNumber[3]);
+    if (n == 4 && dNumber[3] == 0) throw KivSceneError("a vertex has a weight of 0");
     Add("v");
     for (size_t i = 0; i < (n == 6 && !m_bColours ? 3 : n); ++i) AddDecimal(strWord[i], dNumber[i]);
     Add("\n");

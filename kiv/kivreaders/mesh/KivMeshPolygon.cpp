@@ -31,7 +31,7 @@ bool KivPolygonCutter::Flatten(const std::vector<Point>& vzPoint) {
   if (zNormal[iAxis] < 0) std::swap(iU, iV);
   m_vzCorner.clear();
   for (size_t i = 0; i < n; ++i)
-    m_vzCorner.push_back({vzPoint[i][iU], vzPoint[i][iV], static_cast<uint32_t>((i + n - 1) % n),
+    m_vzCorner.push_back({vzPoint[i][iU], vzPoint[i][iV], vzPoint[i][iAxis], static_cast<uint32_t>((i + n - 1) % n),
                           static_cast<uint32_t>((i + 1) % n), kNone, true});
   m_nLeft = static_cast<uint32_t>(n);
   return zNormal[iAxis] != 0;
@@ -73,7 +73,10 @@ bool KivPolygonCutter::Blocks(uint32_t iCorner, uint32_t iA, uint32_t iB, uint32
 // The tip of a way there and back, or a corner that stands where the one before stands.
 bool KivPolygonCutter::IsSpike(uint32_t i) const {
   const uint32_t iBefore = m_vzCorner[i].m_iBefore;
-  return Coincide(iBefore, i) || Coincide(iBefore, m_vzCorner[i].m_iNext);
+  const auto AreOne = [this, iBefore](uint32_t iOther) {
+    return Coincide(iBefore, iOther) && m_vzCorner[iBefore].m_dHeight == m_vzCorner[iOther].m_dHeight;
+  };
+  return AreOne(i) || AreOne(m_vzCorner[i].m_iNext);
 }
 
 bool KivPolygonCutter::IsEar(uint32_t i, Strictness eStrictness) {
@@ -132,8 +135,16 @@ void KivPolygonCutter::Remove(uint32_t i) {
   --m_nLeft;
 }
 
-// Its lowest corner first.
+bool KivPolygonCutter::HasArea(uint32_t i) const {
+  const Corner &zA = m_vzCorner[m_vzCorner[i].m_iBefore], &zB = m_vzCorner[i], &zC = m_vzCorner[zB.m_iNext];
+  const double dBU = zB.m_dU - zA.m_dU, dBV = zB.m_dV - zA.m_dV, dBH = zB.m_dHeight - zA.m_dHeight,
+               dCU = zC.m_dU - zA.m_dU, dCV = zC.m_dV - zA.m_dV, dCH = zC.m_dHeight - zA.m_dHeight;
+  return dBU * dCV != dBV * dCU || dBV * dCH != dBH * dCV || dBH * dCU != dBU * dCH;
+}
+
+// With its lowest corner first; none without an area.
 void KivPolygonCutter::AddTriangle(uint32_t i, std::vector<uint32_t>& viCorner) const {
+  if (!HasArea(i)) return;
   std::array<uint32_t, 3> vi{m_vzCorner[i].m_iBefore, i, m_vzCorner[i].m_iNext};
   std::rotate(vi.begin(), std::min_element(vi.begin(), vi.end()), vi.end());
   viCorner.insert(viCorner.end(), vi.begin(), vi.end());
@@ -154,17 +165,16 @@ bool KivPolygonCutter::Cut(const std::vector<Point>& vzPoint, std::vector<uint32
     }
     if (iEar == kNone) {
       iEar = FindAny(iFrom);
-      // What is left lies on a line.
-      if (iEar == kNone) return bSimple;
-      bSimple = false;
+      if (iEar != kNone) bSimple = false;
+      if (iEar == kNone) iEar = iFrom;  // what is left lies on a line, or stands upright on one
     }
-    if (!IsSpike(iEar)) AddTriangle(iEar, viCorner);
+    AddTriangle(iEar, viCorner);
     // Not the next one, so that not all triangles meet in one corner.
     iFrom = m_vzCorner[m_vzCorner[iEar].m_iNext].m_iNext;
     Remove(iEar);
   }
   const double dLast = Turn(m_vzCorner[iFrom].m_iBefore, iFrom, m_vzCorner[iFrom].m_iNext);
-  if (dLast != 0) AddTriangle(iFrom, viCorner);
+  AddTriangle(iFrom, viCorner);
   return bSimple && dLast >= 0;
 }
 

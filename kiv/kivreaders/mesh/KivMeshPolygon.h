@@ -18,9 +18,9 @@ class KivPolygonCutter {
 
   // Gives three corners for each triangle, numbers into vzPoint, in the polygon's sense of rotation. The polygon may be
   // concave, lie a little outside a plane, have corners on straight lines, and touch itself, as where a slit leads to a
-  // hole. Every corner becomes one of a triangle, but for those that stand where the next one stands.
-  // False if it crosses itself: what it covers is not told by its corners then, and its triangles may be too many or
-  // too few. Throws KivSceneError when the polygons so far took more work than that.
+  // hole. Every corner becomes one of a triangle, but for those that stand where the next one stands, and tips of ways
+  // there and back. False if it crosses itself: what it covers is not told by its corners then, and its triangles may
+  // be too many or too few. Throws KivSceneError when the polygons so far took more work than that.
   bool Cut(const std::vector<Point>& vzPoint, std::vector<uint32_t>& viCorner);
 
  private:
@@ -30,6 +30,7 @@ class KivPolygonCutter {
 
   struct Corner {
     double m_dU, m_dV;
+    double m_dHeight;  // above the plane of the other two
     uint32_t m_iBefore, m_iNext;
     uint32_t m_iBlocker;  // one that kept it from being an ear with these neighbours; kNone: not known
     bool m_bThere;
@@ -46,6 +47,7 @@ class KivPolygonCutter {
   uint32_t FindEar(uint32_t iFrom, Strictness eStrictness);
   uint32_t FindAny(uint32_t iFrom) const;
   void Remove(uint32_t i);
+  bool HasArea(uint32_t i) const;
   void AddTriangle(uint32_t i, std::vector<uint32_t>& viCorner) const;
 
   std::vector<Corner> m_vzCorner;

@@ -31,9 +31,10 @@ bool IsTextStl(const std::vector<uint8_t>& vcBytes) {
   constexpr std::string_view kWord = "solid";
   const size_t iFirst = std::min(strText.find_first_not_of(" \t\r\n"), strText.size());
   const std::string_view strWord = strText.substr(iFirst, kWord.size());
+  const size_t iEnd = iFirst + kWord.size();
   return std::equal(strWord.begin(), strWord.end(), kWord.begin(), kWord.end(),
                     [](char a, char b) { return Lower(a) == b; }) &&
-         strText.find('\0') == std::string_view::npos;
+         (iEnd == strText.size() || IsBlank(strText[iEnd])) && strText.find('\0') == std::string_view::npos;
 }
 
 void CheckBinaryStl(const std::vector<uint8_t>& vcBytes) {
@@ -104,10 +105,7 @@ class TextStl {
     for (size_t i = m_iWord; i < m_iAt; ++i)
       m_vcBytes[i] = static_cast<uint8_t>(Lower(static_cast<char>(m_vcBytes[i])));
   }
-  size_t LineEnd(size_t i) const {
-    while (i < m_vcBytes.size() && !IsLineEnd(m_vcBytes[i])) ++i;
-    return i;
-  }
+  bool IsEnd(size_t i) const { return i >= m_vcBytes.size() || IsLineEnd(m_vcBytes[i]); }  // of a line
 
   static constexpr const char* kOutside = "a triangle stands outside of the solids";
 
@@ -121,12 +119,19 @@ class TextStl {
 
   // Where the first triangle begins in what is left of a line, or its end.
   size_t FirstFacet(size_t iFrom) const {
-    const size_t iTo = LineEnd(iFrom);
-    for (size_t i = iFrom; i < iTo; ++i) {
+    size_t i = iFrom;
+    for (; !IsEnd(i); ++i) {
       if (!IsSpace(m_vcBytes[i - 1]) || !IsAt(i, "facet")) continue;
       const size_t iNext = PassBlanks(m_vcBytes, i + 5);
-      if (iNext > i + 5 && IsAt(iNext, "normal") && HasNumberAt(iNext + 6)) return i;
+      if (iNext > i + 5 && IsAt(iNext, "normal") && HasNumberAt(iNext + 6)) break;
     }
+    return i;
+  }
+
+  // Where the last solid begins before a triangle of the same line, or iTo.
+  size_t LastSolid(size_t iFrom, size_t iTo) const {
+    for (size_t i = iTo; i > iFrom; --i)
+      if (IsSpace(m_vcBytes[i - 1]) && IsAt(i, "solid") && (i + 5 == iTo || IsSpace(m_vcBytes[i + 5]))) return i;
     return iTo;
   }
 
@@ -160,8 +165,12 @@ class TextStl {
       MakeLower();
       EndFacet();
       m_bSolid = false;
-      if (FirstFacet(m_iAt) != LineEnd(m_iAt)) throw KivSceneError(kOutside);
-      m_iAt = LineEnd(m_iAt);
+      // Its name, and the next solid where that stands in the same line.
+      const size_t iFacet = FirstFacet(m_iAt);
+      const size_t iSolid = IsEnd(iFacet) ? iFacet : LastSolid(m_iAt, iFacet);
+      if (!IsEnd(iFacet) && iSolid == iFacet) throw KivSceneError(kOutside);
+      m_iAt = iSolid;
+      if (!IsEnd(iSolid)) m_vcBytes[iSolid - 1] = '\n';  // where the library looks for the next one
     } else if (Is("facet")) {
       MakeLower();
       EndFacet();

@@ -347,7 +347,11 @@ class Boxes {
       XCAFDoc_ShapeTool::GetComponents(zShape, zComponents);
       for (const TDF_Label& zComponent : zComponents) zBox.Add(Of(zComponent));
     } else {
-      BRepBndLib::Add(XCAFDoc_ShapeTool::GetShape(zShape), zBox, Standard_False);
+      try {
+        BRepBndLib::Add(XCAFDoc_ShapeTool::GetShape(zShape), zBox, Standard_False);
+      } catch (const Standard_Failure&) {  // told where the part is read
+        zBox.SetVoid();
+      }
     }
     --m_nDepth;
     m_mapBox[zEntry.ToCString()] = zBox;
