@@ -1,4 +1,5 @@
-// Files that the handler writes where pipes have names, files have permissions, and a backslash separates nothing.
+// Files that the handler writes where pipes have names, files have permissions, links need no right, and a backslash
+// separates nothing.
 #ifndef _WIN32
 
 #include <filesystem>
@@ -24,6 +25,18 @@ TEST_F(HandlerFiles, APipeIsNeverReplacedByAFile) {
     EXPECT_TRUE(Utf8(z.m_csReason).ends_with("is no regular file")) << Utf8(z.m_csReason);
   }
   EXPECT_TRUE(IsPipe(m_zFolder, u"pipe.kiv"));
+}
+
+TEST_F(HandlerFiles, ALinkIsReplacedAndWhatItLedToStays) {
+  m_zFolder.WriteBytes(u"target", "something else");
+  const std::filesystem::path zLink(m_zFolder / u"link.kiv");
+  std::error_code zError;
+  std::filesystem::create_symlink(std::filesystem::path(m_zFolder / u"target"), zLink, zError);
+  ASSERT_TRUE(!zError && std::filesystem::is_symlink(zLink)) << zError.message();
+  EXPECT_EQ(Code("WriteDor", {Utf8(m_zFolder / u"link.kiv"), "0", "0", "0", "0"}), Code_::WouldOverwrite);
+  EXPECT_EQ(Code("WriteDor", {Utf8(m_zFolder / u"link.kiv"), "1", "1", "0", "0"}), Code_::Done);
+  EXPECT_FALSE(std::filesystem::is_symlink(zLink));
+  EXPECT_EQ(m_zFolder.ReadBytes(u"target"), "something else");
 }
 
 TEST_F(HandlerFiles, ABackslashIsASignLikeOthersWhereItSeparatesNothing) {

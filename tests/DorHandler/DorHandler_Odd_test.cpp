@@ -1,5 +1,4 @@
 // Models that are not as an import makes them: damaged, without areas, with records that several parts share.
-#include <filesystem>
 #include <map>
 #include <random>
 
@@ -278,20 +277,4 @@ TEST_F(HandlerOdd, ALongChainOfNodesMovesAsAWhole) {
   const DorDecodedAnswer zMoved = Ask("GetAsmInfo", {"1000"});
   ASSERT_EQ(List(zMoved.m_vzValue, "places").size(), 1u);
   EXPECT_EQ(Box(List(zMoved.m_vzValue, "places")[0]), (Doubles{1000, 7, 0, 1001, 8, 0}));
-}
-
-// --- Files ----------------------------------------------------------------------------------------------------------
-
-TEST_F(HandlerOdd, ALinkIsReplacedAndWhatItLedToStays) {
-  m_zFolder.WriteBytes(u"target", "something else");
-  const std::filesystem::path zLink(m_zFolder / u"link.kiv");
-  std::error_code zError;
-  std::filesystem::create_symlink(std::filesystem::path(m_zFolder / u"target"), zLink, zError);
-  const bool bLink = !zError && std::filesystem::is_symlink(zLink);
-  if (!bLink && sys::kSeparator == u'\\') GTEST_SKIP() << "making a link takes a right that users of Windows lack";
-  ASSERT_TRUE(bLink) << zError.message();
-  EXPECT_EQ(Code("WriteDor", {Utf8(m_zFolder / u"link.kiv"), "0", "0", "0", "0"}), Code_::WouldOverwrite);
-  EXPECT_EQ(Code("WriteDor", {Utf8(m_zFolder / u"link.kiv"), "1", "1", "0", "0"}), Code_::Done);
-  EXPECT_FALSE(std::filesystem::is_symlink(zLink));
-  EXPECT_EQ(m_zFolder.ReadBytes(u"target"), "something else");
 }

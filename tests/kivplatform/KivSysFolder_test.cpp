@@ -188,7 +188,7 @@ TEST(Folder, TheRealPathIsThatBehindLinksAndOfNothingThereIsNone) {
   zTarget.WriteBytes(u"file", "x");
   ASSERT_TRUE(sys::RealPath(zTarget / u"file", csReal));
   EXPECT_TRUE(sys::PathExists(csReal));
-  if (zFolder.LinkToFolder(u"link", zTarget) == TestFolder::Link::None) GTEST_SKIP();
+  ASSERT_NE(zFolder.LinkToFolder(u"link", zTarget), TestFolder::Link::None);
   ASSERT_TRUE(sys::RealPath((zFolder / u"link") + sys::kSeparator + u"file", csThroughLink));
   EXPECT_EQ(csThroughLink, csReal);
 }
