@@ -340,6 +340,7 @@ class Boxes {
     TDF_Tool::Entry(zShape, zEntry);
     if (const auto it = m_mapBox.find(zEntry.ToCString()); it != m_mapBox.end()) return Placed(it->second, zPlace);
     if (m_nDepth >= kDepthMax) return {};  // such an assembly is not read
+    m_mapBox[zEntry.ToCString()] = {};     // for one that stands below itself
     ++m_nDepth;
     Bnd_Box zBox;
     if (XCAFDoc_ShapeTool::IsAssembly(zShape)) {
